@@ -1,0 +1,26 @@
+# The installed tree: the shared library, the headers of its interface, and what find_package and pkg-config read.
+include(CMakePackageConfigHelpers)
+
+file(GLOB KERNEL_HEADERS ${PROJECT_SOURCE_DIR}/kernel/*.h)
+list(FILTER KERNEL_HEADERS EXCLUDE REGEX "_internal\\.h$")
+install(FILES ${KERNEL_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/gnss-kernel/kernel)
+install(TARGETS gnss-kernel EXPORT gnss-kernel-targets
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+
+set(KERNEL_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/gnss-kernel)
+install(EXPORT gnss-kernel-targets NAMESPACE gnss-kernel:: DESTINATION ${KERNEL_PACKAGE_DIR})
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/gnss-kernel-config.cmake.in
+                              ${PROJECT_BINARY_DIR}/gnss-kernel-config.cmake
+                              INSTALL_DESTINATION ${KERNEL_PACKAGE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/gnss-kernel-config-version.cmake
+                                 COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/gnss-kernel-config.cmake ${PROJECT_BINARY_DIR}/gnss-kernel-config-version.cmake
+        DESTINATION ${KERNEL_PACKAGE_DIR})
+
+if(WIN32)
+    set(KERNEL_PC_CFLAGS "-DKERNEL_API_DLLIMPORT")
+endif()
+configure_file(${PROJECT_SOURCE_DIR}/cmake/gnss-kernel.pc.in ${PROJECT_BINARY_DIR}/gnss-kernel.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/gnss-kernel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

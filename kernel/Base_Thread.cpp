@@ -1,0 +1,286 @@
+#include "kernel/Base_Thread.h"
+
+#include "kernel/Error_Handler.h"
+
+#include "platform/clock.h"
+#include "platform/thread.h"
+#include "platform/wait.h"
+
+#include <algorithm>
+
+namespace kernel {
+
+namespace {
+
+constexpr std::size_t stack_size = 8192;  // bytes, at least
+constexpr int start_polls = 40;           // of 50 ms
+constexpr unsigned long start_poll_ms = 50;
+constexpr int terminate_polls = 50;  // of 100 ms
+constexpr unsigned long terminate_poll_ms = 100;
+constexpr int stop_polls = 200;  // of 50 ms
+constexpr unsigned long stop_poll_ms = 50;
+constexpr long kill_at_once = -5;
+
+// Guards handle, flag and priority of all objects. Never destroyed: threads may outlive the library's statics.
+const Semaphore &Bookkeeping()
+{
+    static const Semaphore &lock = *new Semaphore;
+    return lock;
+}
+
+}  // namespace
+
+Base_Thread::Base_Thread(int priority, bool quiet)
+    : priority_(priority), stop_event_(std::make_unique<platform::Event>()),
+      begun_(std::make_unique<platform::Event>()), quiet_(quiet)
+{
+}
+
+Base_Thread::~Base_Thread()
+{
+    stop();
+}
+
+std::shared_ptr<platform::Thread> Base_Thread::Handle() const
+{
+    const Semaphore_Guard guard(Bookkeeping());
+    return handle_;
+}
+
+bool Base_Thread::Is_Own_Thread() const
+{
+    const auto handle = Handle();
+    return handle && handle->is_current();
+}
+
+bool Base_Thread::is_running() const
+{
+    const Semaphore_Guard guard(Bookkeeping());
+    return handle_ && handle_->exit_code() == platform::Thread::still_active;
+}
+
+void Base_Thread::pre_stop()
+{
+    const Semaphore_Guard guard(Bookkeeping());
+    flag_.store(1, std::memory_order_release);
+    if (is_running())
+        stop_event_->set();
+    else
+        flag_.store(0, std::memory_order_release);
+}
+
+void Base_Thread::Sleep(unsigned long ms)
+{
+    if (ms < 5) {
+        platform::sleep_ms(ms);
+        return;
+    }
+    if (stop_event_->valid()) {
+        stop_event_->wait(ms);
+        return;
+    }
+    // No event could be had: look at the flag every 2.5 s until shortly before the end.
+    while (ms > 250 && !Stop_Requested()) {
+        const unsigned long slice = std::min(ms - 250, 2500UL);
+        platform::sleep_ms(slice);
+        ms -= slice;
+    }
+    if (!Stop_Requested()) platform::sleep_ms(ms);
+}
+
+bool Base_Thread::start(bool suspended)
+{
+    return start(quiet_ ? Quiet_Entry : Tracing_Entry, this, suspended);
+}
+
+bool Base_Thread::start_virtual()
+{
+    return start(Tracing_Entry, this, false);
+}
+
+bool Base_Thread::start(Entry entry, void *context, bool suspended)
+{
+    if (is_running()) platform::sleep_ms(100);
+    if (!Create(entry, context, suspended)) return false;
+    // A look every 50 ms, cut short when the thread begins; it may have raised the flag again by the time we look.
+    for (int poll = 0; poll < start_polls && Stop_Requested(); ++poll) {
+        if (begun_->wait(start_poll_ms)) break;
+    }
+    return true;
+}
+
+bool Base_Thread::Create(Entry entry, void *context, bool suspended)
+{
+    const Semaphore_Guard guard(Bookkeeping());
+    if (is_running()) return false;
+    begun_->reset();
+    flag_.store(1, std::memory_order_release);
+    handle_ = platform::Thread::start(entry, context, suspended, stack_size);
+    if (!handle_) return false;
+    handle_->set_priority(priority_);
+    return true;
+}
+
+void Base_Thread::Begin()
+{
+    flag_.store(0, std::memory_order_release);
+    stop_event_->reset();
+    begun_->set();
+    platform::sleep_ms(1);
+}
+
+unsigned long Base_Thread::Run()
+{
+    return Stop_Requested() ? 0 : thread();
+}
+
+unsigned long Base_Thread::Tracing_Entry(void *context)
+{
+    auto *self = static_cast<Base_Thread *>(context);
+    self->Begin();
+    const void *handle = self->Handle().get();
+    const int priority = self->GetPriorty();
+    BWTraceDebug("Thread %8.8d=0x%08X started with priorty %d\n", handle, handle, priority);
+    unsigned long exit_code = self->Run();
+    if (exit_code == platform::Thread::still_active) {
+        exit_code = 0;
+        BWTraceDebug("Thread %8.8d=0x%08X priorty %d stopped with illegal exit_code STILL_ACTIVE\n", handle, handle,
+                     priority);
+    } else {
+        BWTraceDebug("Thread %8.8d=0x%08X priorty %d stopped with exit_code %d\n", handle, handle, priority, exit_code);
+    }
+    self->stop_event_->reset();
+    return exit_code;
+}
+
+unsigned long Base_Thread::Quiet_Entry(void *context)
+{
+    auto *self = static_cast<Base_Thread *>(context);
+    self->Begin();
+    const unsigned long exit_code = self->Run();
+    self->stop_event_->reset();
+    return exit_code == platform::Thread::still_active ? 0 : exit_code;
+}
+
+unsigned long Base_Thread::terminate()
+{
+    const auto handle = Handle();
+    {
+        const Semaphore_Guard guard(Bookkeeping());
+        flag_.store(1, std::memory_order_release);
+        stop_event_->set();
+    }
+    for (int poll = 0; poll < terminate_polls && is_running(); ++poll) handle->wait(terminate_poll_ms);
+    if (is_running()) return 2;
+    const Semaphore_Guard guard(Bookkeeping());
+    flag_.store(0, std::memory_order_release);
+    stop_event_->reset();
+    return 1;
+}
+
+void Base_Thread::stop()
+{
+    if (Is_Own_Thread()) {  // waiting for itself would end in its own kill
+        pre_stop();
+        return;
+    }
+    long code = -1;
+    if (is_running()) code = static_cast<std::int32_t>(terminate());
+    if (Handle() && code != kill_at_once) {
+        for (int poll = 0; poll < stop_polls && is_running(); ++poll) Sleep(stop_poll_ms);
+    }
+    Kill(code == kill_at_once ? 0 : static_cast<unsigned long>(code));
+    const Semaphore_Guard guard(Bookkeeping());
+    stop_event_->reset();
+    handle_.reset();
+}
+
+// Under the lock, so that a thread that is inside the bookkeeping leaves it first.
+void Base_Thread::Kill(unsigned long exit_code)
+{
+    const Semaphore_Guard guard(Bookkeeping());
+    if (is_running()) handle_->kill(static_cast<std::uint32_t>(exit_code));
+}
+
+bool Base_Thread::Suspend()
+{
+    // A thread that suspends itself must not take the lock with it.
+    const auto handle = Handle();
+    unsigned long previous = 0;
+    if (handle && handle->is_current()) return handle->suspend(previous);
+    const Semaphore_Guard guard(Bookkeeping());
+    return handle_ && handle_->suspend(previous);
+}
+
+bool Base_Thread::Resume()
+{
+    const Semaphore_Guard guard(Bookkeeping());
+    unsigned long previous = 0;
+    if (handle_) handle_->resume(previous);
+    return true;
+}
+
+bool Base_Thread::ResumeAll()
+{
+    const Semaphore_Guard guard(Bookkeeping());
+    if (!handle_) return false;
+    unsigned long previous = 0;
+    while (handle_->resume(previous) && previous > 1) continue;
+    return true;
+}
+
+unsigned long Base_Thread::GetSuspendCount()
+{
+    const Semaphore_Guard guard(Bookkeeping());
+    if (!handle_ || handle_->is_current()) return 0;  // who asks about itself runs
+    unsigned long count = 0;
+    unsigned long ignored = 0;
+    if (!handle_->suspend(count)) return 0;
+    handle_->resume(ignored);
+    return count;
+}
+
+bool Base_Thread::SetPriorty(int priority)
+{
+    const Semaphore_Guard guard(Bookkeeping());
+    if (priority == priority_) return true;
+    priority_ = priority;
+    return handle_ && handle_->set_priority(priority);
+}
+
+int Base_Thread::GetPriorty() const
+{
+    const Semaphore_Guard guard(Bookkeeping());
+    return is_running() ? handle_->priority() : priority_;
+}
+
+platform::Thread *Base_Thread::GetHandleThread() const
+{
+    return Handle().get();
+}
+
+Function_Thread::Function_Thread(int priority) : Base_Thread(priority, false) {}
+
+Function_Thread::~Function_Thread()
+{
+    stop();
+}
+
+void Function_Thread::Init(void *context, Function thread_function, Function terminate_function)
+{
+    context_ = context;
+    thread_function_ = thread_function;
+    terminate_function_ = terminate_function;
+}
+
+unsigned long Function_Thread::thread()
+{
+    return static_cast<unsigned long>(context_ && thread_function_ ? thread_function_(context_) : -1);
+}
+
+unsigned long Function_Thread::terminate()
+{
+    return static_cast<unsigned long>(context_ && terminate_function_ ? terminate_function_(context_) : -1);
+}
+
+}  // namespace kernel

@@ -1,0 +1,165 @@
+#include "kernel/Error_Handler.h"
+
+#include "platform/debug.h"
+#include "platform/error.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <string>
+
+namespace kernel {
+
+namespace {
+
+constexpr std::size_t text_size = 2048;  // with the terminator
+constexpr Err_Code no_code = 1;
+constexpr Err_Code os_error_code = 3;
+
+[[noreturn]] void End_Process()
+{
+    std::exit(-1);
+}
+
+// For objects without a handler. Level 5 is swallowed as well: nobody is there to see why the process ended.
+class Silent_Handler : public Error_Handler {
+    void Do_Print(Enum_Status, Err_Code, const char *) override {}
+};
+
+Silent_Handler silent_handler;
+
+void Format(char (&text)[text_size], const char *format, std::va_list arguments)
+{
+    text[0] = '\0';
+    if (format && std::vsnprintf(text, text_size, format, arguments) < 0) text[0] = '\0';
+}
+
+}  // namespace
+
+Trace_Error_Handler Trace_Handler;
+
+const char *const Error_Handler::StatusMesg[6] = {"Message", "Information", "Warning",
+                                                  "Error",   "Fatal Error", "Unrecoverble Error"};
+
+Error_Handler::~Error_Handler() = default;
+
+Error_Handler &Error_Handler::Or_Silent(Error_Handler *handler)
+{
+    return handler ? *handler : silent_handler;
+}
+
+Error_Handler *Error_Handler::Set(const char *file, unsigned int line)
+{
+    file_.store(file, std::memory_order_relaxed);
+    line_.store(line, std::memory_order_relaxed);
+    return this;
+}
+
+void Error_Handler::Print_Out(Enum_Status status, Err_Code code, const char *format, ...)
+{
+    char text[text_size];
+    std::va_list arguments;
+    va_start(arguments, format);
+    Format(text, format, arguments);
+    va_end(arguments);
+    Do_Print(status, code, text);
+    Set(nullptr, 0);
+}
+
+void Error_Handler::Print_Out(Enum_Status status, const char *format, ...)
+{
+    char text[text_size];
+    std::va_list arguments;
+    va_start(arguments, format);
+    Format(text, format, arguments);
+    va_end(arguments);
+    Do_Print(status, no_code, text);
+    Set(nullptr, 0);
+}
+
+void Error_Handler::OS_Error(Enum_Status status, const char *format, ...)
+{
+    const unsigned long error = platform::last_error();
+    std::va_list arguments;
+    va_start(arguments, format);
+    Report_OS(error, status, format, arguments);
+    va_end(arguments);
+}
+
+void Error_Handler::OS_Error(unsigned long error, Enum_Status status, const char *format, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, format);
+    Report_OS(error, status, format, arguments);
+    va_end(arguments);
+}
+
+// A caller's text that is too long gives way to the system's words, which name the cause.
+void Error_Handler::Report_OS(unsigned long error, Enum_Status status, const char *format, std::va_list arguments)
+{
+    if (error == 0) return;
+    const auto code = static_cast<unsigned int>(error);
+    char cause[text_size / 2];
+    std::snprintf(cause, sizeof cause, "OS Error-Code: %d=0x%08X => %s", static_cast<int>(code), code,
+                  platform::error_text(code).c_str());
+    if (!format) {
+        Do_Print(status, os_error_code, cause);
+        return;
+    }
+    char text[text_size];
+    Format(text, format, arguments);
+    const std::string between = " failed!\n";
+    std::string report = std::string(text) + between + cause;
+    if (report.size() >= text_size) {
+        const std::size_t room = text_size - 1 - between.size() - std::string(cause).size();
+        report = std::string(text).substr(0, room) + between + cause;
+    }
+    Do_Print(status, os_error_code, report.c_str());
+}
+
+Simple_Error_Handler::Simple_Error_Handler(bool print_location) : Simple_Error_Handler(nullptr, print_location) {}
+
+Simple_Error_Handler::Simple_Error_Handler(std::FILE *stream, bool print_location)
+    : print_location_(print_location), stream_(stream ? stream : stderr)
+{
+}
+
+void Simple_Error_Handler::Do_Print(Enum_Status status, Err_Code, const char *text)
+{
+    {
+        const Semaphore_Guard guard(lock_);
+        if (print_location_) std::fprintf(stream_, "Line %u in File %s\n", Line(), File() ? File() : "(null)");
+        std::fprintf(stream_, "%s\n", text);
+    }
+    if (status == ES_Unrecoverable) End_Process();
+}
+
+void Trace_Error_Handler::Do_Print(Enum_Status status, Err_Code, const char *text)
+{
+    static const char *const prefix[] = {nullptr, nullptr, "Warning: ", "Error  : ", "Fatal  : ", "Terminate: "};
+    {
+        const Semaphore_Guard guard(lock_);
+        if (status >= ES_Warning && status <= ES_Unrecoverable) platform::debug_output(prefix[status]);
+        platform::debug_output(text);
+        platform::debug_output("\n");
+    }
+    if (status == ES_Unrecoverable) {
+        platform::debug_break();
+        End_Process();
+    }
+}
+
+void NULL_Error_Handler::Do_Print(Enum_Status status, Err_Code, const char *)
+{
+    if (status == ES_Unrecoverable) End_Process();
+}
+
+}  // namespace kernel
+
+extern "C" {
+void BWTraceDebug(...) {}
+void BWTraceCharDebug(...) {}
+void BWTraceConsole(...) {}
+void BWTraceCharConsole(...) {}
+void BWTraceBoth(...) {}
+void BWTraceCharBoth(...) {}
+}

@@ -1,0 +1,101 @@
+#include "kernel/Object.h"
+
+#include "kernel/Error_Handler.h"
+
+#include <cstring>
+
+namespace kernel {
+
+struct Object::Default {
+    explicit Default(Error_Handler *the_handler) : handler(the_handler) {}
+
+    Error_Handler *handler;
+    std::atomic<bool> deleted{false};
+};
+
+namespace {
+
+Trace_Error_Handler built_in_handler;
+
+}  // namespace
+
+const char Object::Name[] = "Abstrakte Basisklasse";
+
+// A function's static: objects of a host may be made before this file's own statics are.
+std::shared_ptr<Object::Default> &Object::Current_Default()
+{
+    static std::shared_ptr<Default> current = std::make_shared<Default>(&built_in_handler);
+    return current;
+}
+
+Object::Object(const char *name, Error_Handler *handler)
+    : name_(name ? name : "No Name"), handler_(handler ? handler : Current_Default()->handler),
+      default_at_birth_(handler ? nullptr : Current_Default()), uses_default_(!handler)
+{
+}
+
+Object::Object(const char *name) : Object(name, nullptr) {}
+
+Object::~Object() = default;
+
+const char *Object::GetName() const
+{
+    return name_;
+}
+
+bool Object::IsValid() const
+{
+    return true;
+}
+
+bool Object::IsInheritedFrom(const char *name) const
+{
+    return name && std::strcmp(name, Name) == 0;
+}
+
+void Object::Set_Error_Handler(Error_Handler *handler)
+{
+    uses_default_.store(false, std::memory_order_relaxed);
+    handler_.store(handler, std::memory_order_relaxed);
+}
+
+Error_Handler *Object::Get_Error_Handler() const
+{
+    if (uses_default_.load(std::memory_order_relaxed) && default_at_birth_->deleted.load(std::memory_order_acquire))
+        return &built_in_handler;
+    return handler_.load(std::memory_order_relaxed);
+}
+
+Error_Handler &Object::Report(const char *unit, unsigned int line) const
+{
+    return *Error_Handler::Or_Silent(Get_Error_Handler()).Set(unit, line);
+}
+
+void Object::Report_Missing(const char *unit, unsigned int line, const char *operation, const char *base) const
+{
+    Report(unit, line)
+        .Print_Out(Error_Handler::ES_Fatal, 34, "Please implement %s in class %s inherited from %s", operation,
+                   GetName(), base);
+}
+
+void Object::Set_Default_Handler(Error_Handler *handler)
+{
+    std::shared_ptr<Default> old = Current_Default();
+    if (handler == old->handler) return;  // deleting it would leave the default dangling
+    Current_Default() = std::make_shared<Default>(handler);
+    if (!old->handler || old->handler == &built_in_handler) return;
+    old->deleted.store(true, std::memory_order_release);  // read by objects made under it, before they report
+    delete old->handler;
+}
+
+Error_Handler *Object::Get_Default_Handler()
+{
+    return Current_Default()->handler;
+}
+
+void Object::Destruct(Object *object)
+{
+    delete object;
+}
+
+}  // namespace kernel

@@ -1,0 +1,23 @@
+#include "kernel/Semaphore.h"
+
+namespace kernel {
+
+Semaphore::Semaphore() : section_(new std::recursive_mutex) {}
+
+Semaphore::~Semaphore()
+{
+    delete section_;
+    section_ = nullptr;
+}
+
+void Semaphore::Request() const
+{
+    if (section_) section_->lock();
+}
+
+void Semaphore::Release() const
+{
+    if (section_) section_->unlock();
+}
+
+}  // namespace kernel

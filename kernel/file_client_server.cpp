@@ -1,0 +1,174 @@
+#include "kernel/file_client_server.h"
+
+#include "kernel/Error_Handler.h"
+#include "kernel/file_support_internal.h"
+
+#include "platform/error.h"
+#include "platform/file.h"
+
+#include <cstring>
+#include <utility>
+
+namespace kernel {
+
+namespace {
+
+const char unit[] = "kernel/file_client_server";
+
+constexpr long no_upstream_count = 65535;
+constexpr Open_Error_Words words = {"device not found", "access denied (Device open ?)"};
+
+}  // namespace
+
+const char File_Client_Server::Name[] = "Client Server for File Communication";
+
+File_Client_Server::File_Client_Server(const char *name)
+    : Object(name ? name : ClassName()), file_(std::make_unique<Open_File>())
+{
+}
+
+File_Client_Server::~File_Client_Server()
+{
+    Close();
+}
+
+File_Client_Server *File_Client_Server::Construct(const char *name)
+{
+    auto *object = new File_Client_Server(nullptr);
+    if (object->Create(name)) return Constructed(object);
+    Destruct(object);
+    return nullptr;
+}
+
+bool File_Client_Server::IsInheritedFrom(const char *name) const
+{
+    return (name && std::strcmp(name, Name) == 0) || Byte_Server::IsInheritedFrom(name) ||
+           Byte_Client::IsInheritedFrom(name);
+}
+
+// Name and file are set and cleared together: a name without a file does not outlive Create.
+bool File_Client_Server::IsValid() const
+{
+    return Client_Server::IsValid() && (!file_->Name() || file_->Get());
+}
+
+bool File_Client_Server::Create(const char *name)
+{
+    if (!name) {
+        Close();
+        return true;
+    }
+    const Semaphore_Guard guard(*this);
+    const char *open_name = file_->Name();
+    return (open_name && Same_File_Name(open_name, name)) || Open(name);
+}
+
+bool File_Client_Server::Open(const char *name)
+{
+    const std::unique_ptr<char[]> own_name =
+        Copy_Text(name);  // before Close: the caller's text may be the one it frees
+    Close();
+    if (!own_name) {
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "strdup(%s) failed", name);
+        return false;
+    }
+    auto file = platform::File::open(own_name.get(), platform::File::Mode::append);
+    if (!file) {
+        last_error_ = platform::last_error();
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not open File %s", own_name.get());
+        ErrorBox();
+        return false;
+    }
+    file->seek_end(0);
+    file_->Set(std::move(file), own_name.get());
+    return true;
+}
+
+void File_Client_Server::Close()
+{
+    const Semaphore_Guard guard(*this);
+    file_->Close();
+}
+
+bool File_Client_Server::Request(long n)
+{
+    return upstream_ && upstream_->Request(n);
+}
+
+long File_Client_Server::MinAvail(long n)
+{
+    return upstream_ ? upstream_->MinAvail(n) : 0;
+}
+
+unsigned short File_Client_Server::GetByte()
+{
+    const unsigned short value = upstream_ ? upstream_->GetByte() : No_Byte;
+    if (value != No_Byte) {
+        const auto byte = static_cast<unsigned char>(value);
+        Record(&byte, 1);
+    }
+    return value;
+}
+
+unsigned short File_Client_Server::UnGetByte(unsigned char)
+{
+    const unsigned short value = upstream_ ? upstream_->GetByte() : No_Byte;
+    if (value == No_Byte) return value;
+    if (const auto file = file_->Get()) file->seek_end(-1);
+    return value;
+}
+
+long File_Client_Server::GetNBytes(unsigned char *buffer, long n)
+{
+    if (!upstream_) return no_upstream_count;
+    const long got = upstream_->GetNBytes(buffer, n);
+    if (got > 0) Record(buffer, static_cast<std::size_t>(got));
+    return got;
+}
+
+void File_Client_Server::Record(const unsigned char *bytes, std::size_t n)
+{
+    const auto file = file_->Get();
+    if (!file) return;
+    std::size_t written = 0;
+    if (file->write(bytes, n, written)) return;
+    const std::uint32_t error = platform::last_error();
+    if (file->closed()) return;  // by another thread, between the look and the write
+    last_error_ = error;
+    Report(unit, __LINE__)
+        .Print_Out(Error_Handler::ES_Error, 9, "Could not write to file %s", file_->Name_Copy().c_str());
+    ErrorBox();
+    Close();
+}
+
+bool File_Client_Server::Send(Byte_Server &server, CL_Mesg message)
+{
+    if (message == Mesg_Delete_Query) {
+        Delete_Downstream();
+        return Byte_Client::Send(server, message);
+    }
+    if (message == Mesg_Byte_Type) return true;
+    Byte_Client *downstream = Get_Byte_Client();
+    if (!downstream) return Byte_Client::Send(server, message);
+    // A message sent from inside this one must not cut the outer one off from its bytes.
+    Byte_Server *const outer = std::exchange(upstream_, &server);
+    const bool answer = downstream->Send(*this, message);
+    upstream_ = outer;
+    return answer;
+}
+
+// An object that may be deleted takes its client with it.
+void File_Client_Server::Delete_Downstream()
+{
+    Byte_Client *downstream = Get_Byte_Client();
+    if (!Delete_Me() || !downstream) return;
+    SetClient(nullptr);
+    if (downstream->Send(*this, Mesg_Delete_Query)) Object::Destruct(downstream);
+}
+
+void File_Client_Server::ErrorBox()
+{
+    Report_Open_Error(*this, unit, __LINE__, last_error_, words);
+}
+
+}  // namespace kernel

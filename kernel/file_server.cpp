@@ -1,0 +1,309 @@
+#include "kernel/file_server.h"
+
+#include "kernel/Error_Handler.h"
+#include "kernel/file_support_internal.h"
+#include "kernel/ipcSemaphore.h"
+
+#include "platform/clock.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/message_box.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <new>
+
+namespace kernel {
+
+namespace {
+
+const char unit[] = "kernel/file_server";
+
+constexpr long buffer_size = 8192;        // bytes of the ring that the client pulls from
+constexpr std::size_t block_size = 4096;  // bytes per read, at most
+constexpr unsigned long pass_ms = 50;
+constexpr unsigned long retry_ms = 10;
+constexpr Open_Error_Words words = {"file not found", "access denied"};
+
+}  // namespace
+
+const char File_Server::Name[] = "Server for File Communication";
+
+std::atomic<bool> File_Server::IsUsedByOrgScan{false};
+
+File_Server::File_Server(const char *name)
+    : Object(name ? name : ClassName()), String_Byte_Server(name ? name : ClassName(), buffer_size, nullptr),
+      file_(std::make_unique<Open_File>())
+{
+}
+
+File_Server::~File_Server()
+{
+    Close(false);
+}
+
+File_Server *File_Server::Construct(const char *name, bool isUsedByOrgScan)
+{
+    IsUsedByOrgScan = isUsedByOrgScan;
+    return Constructed(new File_Server(name));
+}
+
+bool File_Server::IsInheritedFrom(const char *name) const
+{
+    return (name && std::strcmp(name, Name) == 0) || String_Byte_Server::IsInheritedFrom(name);
+}
+
+bool File_Server::IsValid() const
+{
+    return String_Byte_Server::IsValid();
+}
+
+void File_Server::Disconnect()
+{
+    stop();
+    Byte_Server::Disconnect();
+}
+
+bool File_Server::Work()
+{
+    if (!is_running()) start(false);
+    return true;
+}
+
+File_Server::File_Lock::File_Lock(const File_Server &server)
+{
+    {
+        const std::lock_guard guard(server.lock_guard_);
+        lock_ = server.file_lock_;
+    }
+    if (lock_) lock_->Request();
+}
+
+// Keeps the lock alive past its release: Close may have let go of it meanwhile.
+void File_Server::File_Lock::Release()
+{
+    if (lock_) lock_->Release();
+    lock_.reset();
+}
+
+void File_Server::Set_Rate(unsigned long rate)
+{
+    constexpr std::uint32_t most = std::numeric_limits<std::uint32_t>::max();
+    rate_.store(rate > most ? most : static_cast<std::uint32_t>(rate), std::memory_order_relaxed);
+}
+
+bool File_Server::Create(const char *name, unsigned long rate)
+{
+    {
+        const File_Lock lock(*this);
+        Set_Rate(rate);
+        budget_ = 0;
+    }
+    if (!name) {
+        Close(false);
+        return true;
+    }
+    try {
+        const std::string own_name(name);  // the caller's text may be the one that Close frees
+        Close(true);
+        return Open(own_name.c_str());
+    } catch (const std::bad_alloc &) {
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "strdup(%s) failed", name);
+        return false;
+    }
+}
+
+bool File_Server::Open(const char *name)
+{
+    const auto file_lock = std::make_shared<ipcMutexSemaphore>(name);
+    if (!*file_lock) {
+        Close(false);
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "new ipcMutexSemaphore(%s) failed", name);
+        return false;
+    }
+    {
+        const std::lock_guard guard(lock_guard_);
+        file_lock_ = file_lock;
+    }
+    File_Lock lock(*this);
+    std::shared_ptr<platform::File> file;
+    if (*name) {
+        file = platform::File::open(name, platform::File::Mode::read);
+        if (!file) {
+            const std::uint32_t error = platform::last_error();
+            lock.Release();
+            Close(false);
+            last_error_ = error;
+            Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not open file %s", name);
+            ErrorBox();
+            return false;
+        }
+    }
+    file_->Set(std::move(file), name);
+    lock.Release();
+    delivered_ = 0;
+    return true;
+}
+
+// The thread is stopped before the lock is taken: it may want the lock to come to its end. The reader itself gets here
+// with every list entry that cannot be opened, and goes on with the next.
+void File_Server::Close(bool from_thread)
+{
+    if (!from_thread && !Is_Own_Thread()) stop();
+    const File_Lock lock(*this);
+    file_->Close();
+    const std::lock_guard guard(lock_guard_);
+    file_lock_.reset();
+}
+
+void File_Server::Insert(unsigned long n)
+{
+    const File_Lock lock(*this);
+    budget_ += n;
+}
+
+void File_Server::AutoRun(unsigned long rate)
+{
+    const File_Lock lock(*this);
+    run_start_ = platform::clock_ms();
+    granted_ = 0;
+    Set_Rate(rate);
+}
+
+bool File_Server::Next_File()
+{
+    return false;
+}
+
+// No further reads: the reader's inner loop ends at its next look.
+void File_Server::Freeze()
+{
+    Request_Stop();
+    budget_ = delivered_.load();
+    rate_ = 0;
+}
+
+bool File_Server::Work(unsigned long n)
+{
+    if (is_running() && !Is_Own_Thread()) {  // two readers would share one buffer
+        const File_Lock lock(*this);
+        Freeze();
+    }
+    const std::lock_guard reading(reading_);
+    {
+        const File_Lock lock(*this);
+        delivered_ = 0;
+        budget_ = n;
+        rate_ = 0;
+        Request_Stop();
+    }
+    return thread() != 0;
+}
+
+unsigned long File_Server::thread()
+{
+    if (!Get_Byte_Client()) return static_cast<unsigned long>(-1);
+    const std::lock_guard reading(reading_);
+    run_start_ = platform::clock_ms();
+    granted_ = 0;
+    last_error_ = 0;
+    while (file_->Get()) {
+        if (!Deliver()) return 0;
+        if (Stop_Requested()) return 1;
+        Sleep(pass_ms);
+        Top_Up();
+    }
+    ErrorBox();
+    return last_error_ == 0 ? 1 : 0;
+}
+
+// Spends the budget. False when the last file has come to its end.
+bool File_Server::Deliver()
+{
+    unsigned char buffer[block_size];
+    std::shared_ptr<platform::File> file = file_->Get();
+    while (file) {
+        const std::uint64_t delivered = delivered_.load(std::memory_order_relaxed);
+        const std::uint64_t budget = budget_.load(std::memory_order_relaxed);
+        if (delivered >= budget) return true;
+        std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(budget - delivered, block_size));
+        if (IsUsedByOrgScan.load(std::memory_order_relaxed)) n = 1;
+
+        std::size_t got = 0;
+        if (!file->read(buffer, n, got)) {
+            // Retried while there is budget; a file that was closed under us is left for the next one, if any.
+            Request_Stop();
+            if (got > 0) Hand_Over(buffer, got);
+            if (file->closed()) {
+                file = file_->Get();
+                continue;
+            }
+            last_error_ = platform::last_error();
+            platform::sleep_ms(retry_ms);
+            continue;
+        }
+        Hand_Over(buffer, got);
+        if (got == n) continue;
+
+        const std::string ended = file_->Name_Copy();
+        if (!Next_File()) {
+            Report(unit, __LINE__).Print_Out(Error_Handler::ES_Warning, 16, "EOF of file \"%s\"", ended.c_str());
+            Request_Stop();
+            return false;
+        }
+        const auto next = file_->Get();
+        if (next == file) return true;  // a list that is not open says so and goes on: once per pass, not for ever
+        file = next;
+    }
+    return true;
+}
+
+void File_Server::Hand_Over(const unsigned char *bytes, std::size_t n)
+{
+    bytes_in_.fetch_add(n, std::memory_order_relaxed);
+    PutBin(bytes, static_cast<unsigned int>(n));
+    String_Byte_Server::Work();
+    delivered_.fetch_add(n, std::memory_order_relaxed);
+}
+
+void File_Server::Top_Up()
+{
+    if (rate_ == 0) return;
+    const File_Lock lock(*this);
+    const double elapsed = static_cast<double>(platform::clock_ms() - run_start_) / 1000.0;  // s
+    const auto target = static_cast<std::uint64_t>(static_cast<double>(rate_) * elapsed);
+    const std::uint64_t delta = target - granted_;
+    granted_ += delta;
+    budget_ += delta;
+}
+
+unsigned long File_Server::terminate()
+{
+    {
+        const File_Lock lock(*this);
+        Freeze();
+    }
+    Close(true);
+    return 0;
+}
+
+const char *File_Server::GetFilename() const
+{
+    return file_->Name();
+}
+
+unsigned long File_Server::GetFilePos() const
+{
+    const auto file = file_->Get();
+    const std::int64_t position = file ? file->position() : -1;
+    return position < 0 ? 0xFFFFFFFFUL : static_cast<unsigned long>(position);
+}
+
+void File_Server::ErrorBox()
+{
+    const std::string text = Report_Open_Error(*this, unit, __LINE__, last_error_, words);
+    if (!text.empty()) platform::message_box(text.c_str(), "Error");
+}
+
+}  // namespace kernel

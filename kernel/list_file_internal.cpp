@@ -1,0 +1,58 @@
+#include "kernel/list_file_internal.h"
+
+#include <filesystem>
+#include <system_error>
+
+namespace kernel {
+
+namespace {
+
+constexpr char blanks[] = " \t";
+constexpr std::size_t line_size = 257;  // with the terminator
+
+void Cut_Line_End(std::string &line)
+{
+    const std::size_t length = line.size();
+    if (length >= 2 && line[length - 2] == '\r')
+        line.resize(length - 2);
+    else if (length >= 1 && line[length - 1] == '\n')
+        line.resize(length - 1);
+}
+
+}  // namespace
+
+bool List_File::Open(const char *name)
+{
+    Close();
+    std::error_code ignored;
+    if (!std::filesystem::is_directory(name, ignored)) stream_ = std::fopen(name, "rt");
+    return stream_ != nullptr;
+}
+
+void List_File::Close()
+{
+    if (stream_) std::fclose(stream_);
+    stream_ = nullptr;
+}
+
+bool List_File::Next(std::string &entry)
+{
+    char line[line_size];
+    while (stream_ && !std::feof(stream_) && std::fgets(line, sizeof line, stream_)) {
+        entry = Entry(line);
+        if (!entry.empty()) return true;
+    }
+    return false;
+}
+
+std::string List_File::Entry(std::string line)
+{
+    Cut_Line_End(line);
+    line.erase(0, line.find_first_not_of(blanks));
+    const std::size_t slash = line.find('/');  // only the first is looked at: a path hides a comment behind it
+    if (slash != std::string::npos && line.compare(slash, 2, "//") == 0) line.resize(slash);
+    line.resize(line.find_last_not_of(blanks) + 1);
+    return line;
+}
+
+}  // namespace kernel

@@ -1,0 +1,33 @@
+// Error numbers and their texts. Every platform speaks the numbers of Win32 and Winsock; the other systems translate theirs
+// once, at the point of failure.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace platform {
+
+// The numbers that the library itself names.
+enum Error : std::uint32_t {
+    error_none = 0,
+    error_not_found = 2,  // a file
+    error_path_not_found = 3,
+    error_too_many_open = 4,
+    error_access_denied = 5,
+    error_invalid_handle = 6,
+    error_no_memory = 8,
+    error_sharing_violation = 32,
+    error_invalid_parameter = 87,
+    error_disk_full = 112,
+    error_invalid_name = 123,
+    error_operation_aborted = 995,
+};
+
+// The calling thread's last error. Successful calls leave it as it was.
+std::uint32_t last_error();
+void set_last_error(std::uint32_t error);
+
+// The system's own words for a number, with whatever line end they have; never empty.
+std::string error_text(std::uint32_t error);
+
+}  // namespace platform

@@ -1,0 +1,21 @@
+// Failures made on purpose, for tests: a disk that fills up, a file that cannot be read on.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace platform::fault {
+
+enum class Operation { read, write };
+
+// From now on `bytes` more bytes pass through the operation (all files together); the transfer that goes beyond moves what
+// is left and fails with `error`, and so does each one after it, until clear(). One test at a time.
+void fail_after(Operation operation, std::uint64_t bytes, std::uint32_t error);
+void clear();
+
+// For the platform layer: how many of n bytes may be moved now, and the failure to answer when it is less than n (sets the
+// last error; always false).
+std::size_t admit(Operation operation, std::size_t n);
+bool fail(Operation operation);
+
+}  // namespace platform::fault

@@ -1,0 +1,107 @@
+#include "platform/file.h"
+
+#include "platform/error.h"
+#include "platform/posix/errno_table.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace platform {
+
+namespace {
+
+int open_descriptor(const char *name, File::Mode mode)
+{
+    const int flags = mode == File::Mode::read ? O_RDONLY : O_WRONLY | O_CREAT;
+    int descriptor = -1;
+    do {
+        descriptor = ::open(name, flags | O_CLOEXEC, 0666);
+    } while (descriptor < 0 && errno == EINTR);
+    return descriptor;
+}
+
+// Win32's sharing among the users of this layer. A file system that knows no locks shares everything.
+bool take_share(int descriptor, File::Mode mode)
+{
+    if (flock(descriptor, (mode == File::Mode::read ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0) return true;
+    if (errno != EWOULDBLOCK) return true;
+    set_last_error(error_sharing_violation);
+    return false;
+}
+
+// After opening: what open itself lets pass, and the cut of Mode::create, which must not come before the share.
+bool settle(int descriptor, File::Mode mode)
+{
+    struct stat status {};
+    if (fstat(descriptor, &status) != 0) return posix::fail();
+    if (S_ISDIR(status.st_mode)) {
+        set_last_error(error_access_denied);
+        return false;
+    }
+    if (!S_ISREG(status.st_mode)) return true;
+    if (!take_share(descriptor, mode)) return false;
+    return mode != File::Mode::create || ftruncate(descriptor, 0) == 0 || posix::fail();
+}
+
+int descriptor_of(std::intptr_t native)
+{
+    return static_cast<int>(native);
+}
+
+}  // namespace
+
+std::shared_ptr<File> File::open(const char *name, Mode mode)
+{
+    const int descriptor = open_descriptor(name, mode);
+    if (descriptor < 0) {
+        posix::fail();
+        return nullptr;
+    }
+    if (!settle(descriptor, mode)) {
+        ::close(descriptor);
+        return nullptr;
+    }
+    return std::shared_ptr<File>(new File(descriptor));
+}
+
+File::~File()
+{
+    ::close(descriptor_of(native_));
+}
+
+bool File::read_once(void *buffer, std::size_t n, std::size_t &got)
+{
+    ssize_t moved = 0;
+    do {
+        moved = ::read(descriptor_of(native_), buffer, n);
+    } while (moved < 0 && errno == EINTR);
+    if (moved < 0) return posix::fail();
+    got = static_cast<std::size_t>(moved);
+    return true;
+}
+
+bool File::write_once(const void *buffer, std::size_t n, std::size_t &put)
+{
+    ssize_t moved = 0;
+    do {
+        moved = ::write(descriptor_of(native_), buffer, n);
+    } while (moved < 0 && errno == EINTR);
+    if (moved < 0) return posix::fail();
+    put = static_cast<std::size_t>(moved);
+    return true;
+}
+
+bool File::seek_end(std::int64_t offset)
+{
+    return lseek(descriptor_of(native_), offset, SEEK_END) >= 0 || posix::fail();
+}
+
+std::int64_t File::position() const
+{
+    return lseek(descriptor_of(native_), 0, SEEK_CUR);
+}
+
+}  // namespace platform

@@ -1,0 +1,282 @@
+#include "platform/thread.h"
+
+#include "platform/error.h"
+#include "platform/posix/errno_table.h"
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <condition_variable>
+#include <csignal>
+#include <linux/futex.h>
+#include <mutex>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace platform {
+
+namespace {
+
+constexpr unsigned long most_suspends = 127;  // as on Win32
+
+// The bare system call: the only waiting that a signal handler may do on a word of memory.
+void futex_wait(const std::atomic<std::uint32_t> &word, std::uint32_t value, const timespec *limit)
+{
+    syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, value, limit, nullptr, 0);
+}
+
+void futex_wake(const std::atomic<std::uint32_t> &word)
+{
+    syscall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
+}
+
+int stop_signal()
+{
+    return SIGRTMAX - 4;
+}
+
+struct Nice {
+    int priority;  // Win32
+    int nice;
+};
+constexpr Nice nice_table[] = {{-15, 19}, {-2, 10}, {-1, 5}, {0, 0}, {1, -5}, {2, -10}, {15, -15}};
+
+}  // namespace
+
+// Shared by the handle and the thread. `lock` guards the plain fields; the atomics are the hand-over with the handler.
+struct Thread::State {
+    Entry entry = nullptr;
+    void *context = nullptr;
+
+    std::mutex lock;
+    std::condition_variable changed;  // tid known, ended
+    pthread_t id{};
+    pid_t tid = 0;  // 0 until the thread has begun
+    bool ended = false;
+    std::uint32_t exit_code = still_active;
+    int priority = 0;
+    unsigned long suspends = 0;
+
+    std::atomic<std::uint32_t> hold{0};     // 1: stay where you are
+    std::atomic<std::uint32_t> request{0};  // number of the last order to stop
+    std::atomic<std::uint32_t> obeyed{0};   // number of the last order that the thread has seen
+
+    static void install_handler();
+    static void on_stop_signal(int);
+    void stay();
+    void order_stop();
+    void release();
+    std::uint32_t run();
+};
+
+namespace {
+
+// The signal handler's way to its thread; set before the signal can come.
+thread_local void *current_state = nullptr;
+
+}  // namespace
+
+// In the thread itself, mostly inside the signal handler: only atomics and system calls.
+void Thread::State::stay()
+{
+    for (;;) {
+        // Acquire: an order and its hold are seen together. A thread that was resumed and stopped again before it woke
+        // obeys the second order from here, too.
+        const std::uint32_t number = request.load(std::memory_order_acquire);
+        if (obeyed.exchange(number, std::memory_order_acq_rel) != number) futex_wake(obeyed);
+        if (hold.load(std::memory_order_acquire) == 0) return;
+        futex_wait(hold, 1, nullptr);
+    }
+}
+
+void Thread::State::on_stop_signal(int)
+{
+    const int saved = errno;
+    if (current_state) static_cast<State *>(current_state)->stay();
+    errno = saved;
+}
+
+void Thread::State::install_handler()
+{
+    static std::once_flag once;
+    std::call_once(once, [] {
+        struct sigaction action {};
+        action.sa_handler = on_stop_signal;
+        action.sa_flags = SA_RESTART;
+        sigfillset(&action.sa_mask);
+        sigaction(stop_signal(), &action, nullptr);
+    });
+}
+
+namespace {
+
+void unblock_stop_signal()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, stop_signal());
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+}  // namespace
+
+// Waits until the thread has stopped, a second at most: one that the system keeps longer (a disk that hangs) stops when the
+// system lets it go.
+void Thread::State::order_stop()
+{
+    const std::uint32_t number = request.load(std::memory_order_relaxed) + 1;
+    hold.store(1, std::memory_order_release);
+    request.store(number, std::memory_order_release);  // after hold: who sees the order sees that it must stay
+    pthread_kill(id, stop_signal());
+    for (int slice = 0; slice < 100; ++slice) {
+        const std::uint32_t seen = obeyed.load(std::memory_order_acquire);
+        if (seen == number) return;
+        const timespec limit{0, 10'000'000};
+        futex_wait(obeyed, seen, &limit);
+    }
+}
+
+void Thread::State::release()
+{
+    hold.store(0, std::memory_order_release);
+    futex_wake(hold);
+}
+
+std::uint32_t Thread::State::run()
+{
+    current_state = this;
+    unblock_stop_signal();
+    {
+        const std::lock_guard guard(lock);
+        tid = static_cast<pid_t>(syscall(SYS_gettid));
+        changed.notify_all();
+    }
+    stay();  // started suspended
+    return static_cast<std::uint32_t>(entry(context));
+}
+
+Thread::Thread(std::shared_ptr<State> state) : state_(std::move(state)) {}
+
+Thread::~Thread() = default;
+
+std::shared_ptr<Thread> Thread::start(Entry entry, void *context, bool suspended, std::size_t)
+{
+    State::install_handler();
+    auto state = std::make_shared<State>();
+    state->entry = entry;
+    state->context = context;
+    state->suspends = suspended ? 1 : 0;
+    state->hold.store(suspended ? 1 : 0, std::memory_order_relaxed);  // published by pthread_create
+
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    auto *share = new std::shared_ptr<State>(state);
+    std::unique_lock guard(state->lock);  // `id` is written before the thread or anybody else looks at it
+    const int error = pthread_create(
+        &state->id, &attributes,
+        [](void *argument) -> void * {
+            const std::shared_ptr<State> own = std::move(*static_cast<std::shared_ptr<State> *>(argument));
+            delete static_cast<std::shared_ptr<State> *>(argument);
+            const std::uint32_t code = own->run();
+            const std::lock_guard last(own->lock);
+            if (!own->ended) own->exit_code = code == still_active ? 0 : code;
+            own->ended = true;
+            own->changed.notify_all();
+            return nullptr;
+        },
+        share);
+    pthread_attr_destroy(&attributes);
+    if (error != 0) {
+        delete share;
+        set_last_error(posix::from_errno(error));
+        return nullptr;
+    }
+    state->changed.wait(guard, [&state] { return state->tid != 0; });
+    return std::shared_ptr<Thread>(new Thread(state));
+}
+
+std::uint32_t Thread::exit_code() const
+{
+    const std::lock_guard guard(state_->lock);
+    return state_->exit_code;
+}
+
+bool Thread::wait(unsigned long ms) const
+{
+    std::unique_lock guard(state_->lock);
+    return state_->changed.wait_for(guard, std::chrono::milliseconds(ms), [this] { return state_->ended; });
+}
+
+bool Thread::is_current() const
+{
+    return current_state == state_.get();
+}
+
+bool Thread::suspend(unsigned long &previous)
+{
+    std::unique_lock guard(state_->lock);
+    if (state_->ended || state_->suspends >= most_suspends) {
+        set_last_error(error_access_denied);
+        return false;
+    }
+    previous = state_->suspends++;
+    if (previous > 0) return true;
+    if (is_current()) {
+        state_->hold.store(1, std::memory_order_release);
+        guard.unlock();
+        state_->stay();
+    } else {
+        state_->order_stop();
+    }
+    return true;
+}
+
+bool Thread::resume(unsigned long &previous)
+{
+    const std::lock_guard guard(state_->lock);
+    if (state_->ended) {
+        set_last_error(error_access_denied);
+        return false;
+    }
+    previous = state_->suspends;
+    if (previous > 0 && --state_->suspends == 0) state_->release();
+    return true;
+}
+
+bool Thread::set_priority(int priority)
+{
+    const std::lock_guard guard(state_->lock);
+    for (const Nice &row : nice_table) {
+        if (row.priority != priority) continue;
+        if (state_->ended) break;
+        if (priority != state_->priority && setpriority(PRIO_PROCESS, static_cast<id_t>(state_->tid), row.nice) != 0)
+            return posix::fail();
+        state_->priority = priority;
+        return true;
+    }
+    set_last_error(error_invalid_parameter);
+    return false;
+}
+
+int Thread::priority() const
+{
+    const std::lock_guard guard(state_->lock);
+    return state_->priority;
+}
+
+// The share of the state that stands on the thread's stack keeps it alive for ever.
+void Thread::kill(std::uint32_t exit_code)
+{
+    const std::lock_guard guard(state_->lock);
+    if (state_->ended) return;
+    state_->ended = true;
+    state_->exit_code = exit_code;
+    state_->order_stop();
+    state_->changed.notify_all();
+}
+
+}  // namespace platform

@@ -1,0 +1,75 @@
+#include "platform/file.h"
+
+#include "platform/error.h"
+
+#include <windows.h>
+
+#include <algorithm>
+
+namespace platform {
+
+namespace {
+
+HANDLE handle_of(std::intptr_t native)
+{
+    return reinterpret_cast<HANDLE>(native);
+}
+
+DWORD block(std::size_t n)
+{
+    return static_cast<DWORD>(std::min<std::size_t>(n, 0x40000000));
+}
+
+}  // namespace
+
+std::shared_ptr<File> File::open(const char *name, Mode mode)
+{
+    const DWORD access = mode == Mode::read ? GENERIC_READ : GENERIC_WRITE;
+    const DWORD how = mode == Mode::read ? OPEN_EXISTING : mode == Mode::create ? CREATE_ALWAYS : OPEN_ALWAYS;
+    HANDLE handle = CreateFileA(name, access, FILE_SHARE_READ, nullptr, how, 0, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) return nullptr;
+    return std::shared_ptr<File>(new File(reinterpret_cast<std::intptr_t>(handle)));
+}
+
+File::~File()
+{
+    CloseHandle(handle_of(native_));
+}
+
+bool File::read_once(void *buffer, std::size_t n, std::size_t &got)
+{
+    DWORD moved = 0;
+    if (!ReadFile(handle_of(native_), buffer, block(n), &moved, nullptr)) {
+        if (GetLastError() != ERROR_BROKEN_PIPE) return false;  // the writer's end: no more bytes
+        moved = 0;
+    }
+    got = moved;
+    return true;
+}
+
+bool File::write_once(const void *buffer, std::size_t n, std::size_t &put)
+{
+    DWORD moved = 0;
+    if (!WriteFile(handle_of(native_), buffer, block(n), &moved, nullptr)) return false;
+    if (moved == 0) {  // a full disk on systems that do not call it an error
+        SetLastError(ERROR_DISK_FULL);
+        return false;
+    }
+    put = moved;
+    return true;
+}
+
+bool File::seek_end(std::int64_t offset)
+{
+    LARGE_INTEGER distance;
+    distance.QuadPart = offset;
+    return SetFilePointerEx(handle_of(native_), distance, nullptr, FILE_END) != 0;
+}
+
+std::int64_t File::position() const
+{
+    LARGE_INTEGER zero{}, position{};
+    return SetFilePointerEx(handle_of(native_), zero, &position, FILE_CURRENT) ? position.QuadPart : -1;
+}
+
+}  // namespace platform

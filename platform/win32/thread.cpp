@@ -1,0 +1,104 @@
+#include "platform/thread.h"
+
+#include <windows.h>
+
+#include <process.h>
+
+namespace platform {
+
+struct Thread::State {
+    HANDLE handle = nullptr;
+    unsigned int id = 0;
+
+    ~State()
+    {
+        if (handle) CloseHandle(handle);
+    }
+};
+
+namespace {
+
+struct Start {
+    Thread::Entry entry;
+    void *context;
+};
+
+unsigned int __stdcall run(void *argument)
+{
+    const Start start = *static_cast<Start *>(argument);
+    delete static_cast<Start *>(argument);
+    return static_cast<unsigned int>(start.entry(start.context));
+}
+
+constexpr DWORD failed = 0xFFFFFFFF;
+
+}  // namespace
+
+Thread::Thread(std::shared_ptr<State> state) : state_(std::move(state)) {}
+
+Thread::~Thread() = default;
+
+std::shared_ptr<Thread> Thread::start(Entry entry, void *context, bool suspended, std::size_t stack_size)
+{
+    auto state = std::make_shared<State>();
+    auto *start = new Start{entry, context};
+    const auto handle = _beginthreadex(nullptr, static_cast<unsigned int>(stack_size), run, start,
+                                       suspended ? CREATE_SUSPENDED : 0, &state->id);
+    if (handle == 0) {
+        delete start;
+        return nullptr;
+    }
+    state->handle = reinterpret_cast<HANDLE>(handle);
+    return std::shared_ptr<Thread>(new Thread(state));
+}
+
+std::uint32_t Thread::exit_code() const
+{
+    DWORD code = 0;
+    return GetExitCodeThread(state_->handle, &code) ? code : 0;
+}
+
+bool Thread::wait(unsigned long ms) const
+{
+    return WaitForSingleObject(state_->handle, ms) == WAIT_OBJECT_0;
+}
+
+bool Thread::is_current() const
+{
+    return GetCurrentThreadId() == state_->id;
+}
+
+bool Thread::suspend(unsigned long &previous)
+{
+    previous = SuspendThread(state_->handle);
+    if (previous == failed || is_current()) return previous != failed;
+    // The call only orders it; asking for the thread's registers waits until it has stopped.
+    CONTEXT context{};
+    context.ContextFlags = CONTEXT_CONTROL;
+    GetThreadContext(state_->handle, &context);
+    return true;
+}
+
+bool Thread::resume(unsigned long &previous)
+{
+    previous = ResumeThread(state_->handle);
+    return previous != failed;
+}
+
+bool Thread::set_priority(int priority)
+{
+    return SetThreadPriority(state_->handle, priority) != 0;
+}
+
+int Thread::priority() const
+{
+    const int priority = GetThreadPriority(state_->handle);
+    return priority == THREAD_PRIORITY_ERROR_RETURN ? 0 : priority;
+}
+
+void Thread::kill(std::uint32_t exit_code)
+{
+    if (TerminateThread(state_->handle, exit_code)) WaitForSingleObject(state_->handle, 1000);
+}
+
+}  // namespace platform
