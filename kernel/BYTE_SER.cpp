@@ -75,10 +75,7 @@ void Byte_Server::Disconnect()
     if (Tell(Mesg_Disconnect_Query)) client_.store(nullptr, std::memory_order_release);
 }
 
-Client *Byte_Server::GetClient()
-{
-    return Get_Byte_Client();
-}
+Client *Byte_Server::GetClient() { return Get_Byte_Client(); }
 
 // Release, so that the delivering thread sees the client as it was built.
 void Byte_Server::SetClient(Client *client)
@@ -119,10 +116,7 @@ Byte_Client *Byte_Server::Switch(Byte_Client *client)
     return old;
 }
 
-bool Byte_Server::PreDisconnect()
-{
-    return !Get_Byte_Client() || Tell(Mesg_PreDisconnect_Query);
-}
+bool Byte_Server::PreDisconnect() { return !Get_Byte_Client() || Tell(Mesg_PreDisconnect_Query); }
 
 unsigned short Byte_Server::GetByte()
 {
@@ -294,10 +288,7 @@ bool Byte_Client_NULL::IsInheritedFrom(const char *name) const
     return (name && std::strcmp(name, Name) == 0) || Byte_Client::IsInheritedFrom(name);
 }
 
-bool Byte_Client_NULL::IsValid() const
-{
-    return request_size_ < 2 || buffer_;
-}
+bool Byte_Client_NULL::IsValid() const { return request_size_ < 2 || buffer_; }
 
 bool Byte_Client_NULL::Send(Byte_Server &server, CL_Mesg message)
 {

@@ -36,10 +36,7 @@ Base_Thread::Base_Thread(int priority, bool quiet)
 {
 }
 
-Base_Thread::~Base_Thread()
-{
-    stop();
-}
+Base_Thread::~Base_Thread() { stop(); }
 
 std::shared_ptr<platform::Thread> Base_Thread::Handle() const
 {
@@ -88,22 +85,16 @@ void Base_Thread::Sleep(unsigned long ms)
     if (!Stop_Requested()) platform::sleep_ms(ms);
 }
 
-bool Base_Thread::start(bool suspended)
-{
-    return start(quiet_ ? Quiet_Entry : Tracing_Entry, this, suspended);
-}
+bool Base_Thread::start(bool suspended) { return start(quiet_ ? Quiet_Entry : Tracing_Entry, this, suspended); }
 
-bool Base_Thread::start_virtual()
-{
-    return start(Tracing_Entry, this, false);
-}
+bool Base_Thread::start_virtual() { return start(Tracing_Entry, this, false); }
 
 bool Base_Thread::start(Entry entry, void *context, bool suspended)
 {
     if (is_running()) platform::sleep_ms(100);
     if (!Create(entry, context, suspended)) return false;
-    // A look every 50 ms, cut short when the thread begins; it may have raised the flag again by the time we look.
-    for (int poll = 0; poll < start_polls && Stop_Requested(); ++poll) {
+    // The flag is looked at every 50 ms, and sooner when the body begins.
+    for (int poll = 0; poll < start_polls; ++poll) {
         if (begun_->wait(start_poll_ms)) break;
     }
     return true;
@@ -125,13 +116,15 @@ void Base_Thread::Begin()
 {
     flag_.store(0, std::memory_order_release);
     stop_event_->reset();
-    begun_->set();
     platform::sleep_ms(1);
 }
 
+// start() returns when it is settled whether the body runs: a stop that comes right after it finds a body to stop.
 unsigned long Base_Thread::Run()
 {
-    return Stop_Requested() ? 0 : thread();
+    const bool runs = !Stop_Requested();
+    begun_->set();
+    return runs ? thread() : 0;
 }
 
 unsigned long Base_Thread::Tracing_Entry(void *context)
@@ -254,17 +247,11 @@ int Base_Thread::GetPriorty() const
     return is_running() ? handle_->priority() : priority_;
 }
 
-platform::Thread *Base_Thread::GetHandleThread() const
-{
-    return Handle().get();
-}
+platform::Thread *Base_Thread::GetHandleThread() const { return Handle().get(); }
 
 Function_Thread::Function_Thread(int priority) : Base_Thread(priority, false) {}
 
-Function_Thread::~Function_Thread()
-{
-    stop();
-}
+Function_Thread::~Function_Thread() { stop(); }
 
 void Function_Thread::Init(void *context, Function thread_function, Function terminate_function)
 {

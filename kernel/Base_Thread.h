@@ -81,7 +81,7 @@ private:
     std::shared_ptr<platform::Thread> handle_;
     int priority_;
     std::unique_ptr<platform::Event> stop_event_;  // auto-reset
-    std::unique_ptr<platform::Event> begun_;       // ends start's wait as soon as the flag is cleared
+    std::unique_ptr<platform::Event> begun_;       // ends start's wait as soon as the body begins
     const bool quiet_;
 };
 

@@ -15,10 +15,7 @@ constexpr std::size_t text_size = 2048;  // with the terminator
 constexpr Err_Code no_code = 1;
 constexpr Err_Code os_error_code = 3;
 
-[[noreturn]] void End_Process()
-{
-    std::exit(-1);
-}
+[[noreturn]] void End_Process() { std::exit(-1); }
 
 // For objects without a handler. Level 5 is swallowed as well: nobody is there to see why the process ended.
 class Silent_Handler : public Error_Handler {
@@ -42,10 +39,7 @@ const char *const Error_Handler::StatusMesg[6] = {"Message", "Information", "War
 
 Error_Handler::~Error_Handler() = default;
 
-Error_Handler &Error_Handler::Or_Silent(Error_Handler *handler)
-{
-    return handler ? *handler : silent_handler;
-}
+Error_Handler &Error_Handler::Or_Silent(Error_Handler *handler) { return handler ? *handler : silent_handler; }
 
 Error_Handler *Error_Handler::Set(const char *file, unsigned int line)
 {

@@ -4,9 +4,6 @@
 
 namespace kernel {
 
-Message_Box_Function Set_Message_Box(Message_Box_Function box)
-{
-    return platform::set_message_box(box);
-}
+Message_Box_Function Set_Message_Box(Message_Box_Function box) { return platform::set_message_box(box); }
 
 }  // namespace kernel

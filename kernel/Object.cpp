@@ -38,20 +38,11 @@ Object::Object(const char *name) : Object(name, nullptr) {}
 
 Object::~Object() = default;
 
-const char *Object::GetName() const
-{
-    return name_;
-}
+const char *Object::GetName() const { return name_; }
 
-bool Object::IsValid() const
-{
-    return true;
-}
+bool Object::IsValid() const { return true; }
 
-bool Object::IsInheritedFrom(const char *name) const
-{
-    return name && std::strcmp(name, Name) == 0;
-}
+bool Object::IsInheritedFrom(const char *name) const { return name && std::strcmp(name, Name) == 0; }
 
 void Object::Set_Error_Handler(Error_Handler *handler)
 {
@@ -88,14 +79,8 @@ void Object::Set_Default_Handler(Error_Handler *handler)
     delete old->handler;
 }
 
-Error_Handler *Object::Get_Default_Handler()
-{
-    return Current_Default()->handler;
-}
+Error_Handler *Object::Get_Default_Handler() { return Current_Default()->handler; }
 
-void Object::Destruct(Object *object)
-{
-    delete object;
-}
+void Object::Destruct(Object *object) { delete object; }
 
 }  // namespace kernel

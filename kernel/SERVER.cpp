@@ -28,10 +28,7 @@ bool Server::Request(long)
     return false;
 }
 
-bool Server::IsConnected()
-{
-    return GetClient() != nullptr;
-}
+bool Server::IsConnected() { return GetClient() != nullptr; }
 
 // The base knows its families by name; each has its own way to disconnect.
 void Server::Disconnect()

@@ -41,10 +41,7 @@ bool String_Byte_Server::IsInheritedFrom(const char *name) const
     return (name && std::strcmp(name, Name) == 0) || Byte_Server::IsInheritedFrom(name);
 }
 
-bool String_Byte_Server::IsValid() const
-{
-    return ring_ && Client_Server::IsValid();
-}
+bool String_Byte_Server::IsValid() const { return ring_ && Client_Server::IsValid(); }
 
 bool String_Byte_Server::Request(long n)
 {
@@ -206,9 +203,6 @@ bool String_Byte_Server::Put(const char *format, ...)
     return length >= 0 && PutStr(text);
 }
 
-void String_Byte_Server::Clear()
-{
-    read_ = write_ = 0;
-}
+void String_Byte_Server::Clear() { read_ = write_ = 0; }
 
 }  // namespace kernel

@@ -22,10 +22,7 @@ constexpr Open_Error_Words words = {"device not found", "access denied (File ope
 
 const char File_Client::Name[] = "Client or File Communication";
 
-File_Client::File_Client(const char *name) : Object(name ? name : ClassName())
-{
-    ResetValues();
-}
+File_Client::File_Client(const char *name) : Object(name ? name : ClassName()) { ResetValues(); }
 
 File_Client::File_Client() : File_Client(ClassName()) {}
 
@@ -40,10 +37,7 @@ File_Client &File_Client::operator=(const File_Client &other)
     return *this;
 }
 
-File_Client::~File_Client()
-{
-    Close();
-}
+File_Client::~File_Client() { Close(); }
 
 File_Client *File_Client::Construct(const char *name)
 {
@@ -53,20 +47,14 @@ File_Client *File_Client::Construct(const char *name)
     return nullptr;
 }
 
-File_Client *File_Client::Construct()
-{
-    return Constructed(new File_Client);
-}
+File_Client *File_Client::Construct() { return Constructed(new File_Client); }
 
 bool File_Client::IsInheritedFrom(const char *name) const
 {
     return (name && std::strcmp(name, Name) == 0) || Byte_Client::IsInheritedFrom(name);
 }
 
-bool File_Client::IsValid() const
-{
-    return Client_Server::IsValid() && (!name_ || file_);
-}
+bool File_Client::IsValid() const { return Client_Server::IsValid() && (!name_ || file_); }
 
 void File_Client::ResetValues()
 {
@@ -132,9 +120,6 @@ void File_Client::Record(Byte_Server &server)
     Close();
 }
 
-void File_Client::ErrorBox()
-{
-    Report_Open_Error(*this, unit, __LINE__, last_error_, words);
-}
+void File_Client::ErrorBox() { Report_Open_Error(*this, unit, __LINE__, last_error_, words); }
 
 }  // namespace kernel

@@ -27,10 +27,7 @@ File_Client_Server::File_Client_Server(const char *name)
 {
 }
 
-File_Client_Server::~File_Client_Server()
-{
-    Close();
-}
+File_Client_Server::~File_Client_Server() { Close(); }
 
 File_Client_Server *File_Client_Server::Construct(const char *name)
 {
@@ -47,10 +44,7 @@ bool File_Client_Server::IsInheritedFrom(const char *name) const
 }
 
 // Name and file are set and cleared together: a name without a file does not outlive Create.
-bool File_Client_Server::IsValid() const
-{
-    return Client_Server::IsValid() && (!file_->Name() || file_->Get());
-}
+bool File_Client_Server::IsValid() const { return Client_Server::IsValid() && (!file_->Name() || file_->Get()); }
 
 bool File_Client_Server::Create(const char *name)
 {
@@ -90,15 +84,9 @@ void File_Client_Server::Close()
     file_->Close();
 }
 
-bool File_Client_Server::Request(long n)
-{
-    return upstream_ && upstream_->Request(n);
-}
+bool File_Client_Server::Request(long n) { return upstream_ && upstream_->Request(n); }
 
-long File_Client_Server::MinAvail(long n)
-{
-    return upstream_ ? upstream_->MinAvail(n) : 0;
-}
+long File_Client_Server::MinAvail(long n) { return upstream_ ? upstream_->MinAvail(n) : 0; }
 
 unsigned short File_Client_Server::GetByte()
 {
@@ -166,9 +154,6 @@ void File_Client_Server::Delete_Downstream()
     if (downstream->Send(*this, Mesg_Delete_Query)) Object::Destruct(downstream);
 }
 
-void File_Client_Server::ErrorBox()
-{
-    Report_Open_Error(*this, unit, __LINE__, last_error_, words);
-}
+void File_Client_Server::ErrorBox() { Report_Open_Error(*this, unit, __LINE__, last_error_, words); }
 
 }  // namespace kernel

@@ -22,15 +22,9 @@ File_List_Server::File_List_Server(const char *name)
 }
 
 // The reader is stopped while it still finds the list.
-File_List_Server::~File_List_Server()
-{
-    Close(false);
-}
+File_List_Server::~File_List_Server() { Close(false); }
 
-File_List_Server *File_List_Server::Construct(const char *name)
-{
-    return Constructed(new File_List_Server(name));
-}
+File_List_Server *File_List_Server::Construct(const char *name) { return Constructed(new File_List_Server(name)); }
 
 bool File_List_Server::IsInheritedFrom(const char *name) const
 {
@@ -84,10 +78,7 @@ Simulator_File_Server::Simulator_File_Server(const char *name)
 {
 }
 
-Simulator_File_Server::~Simulator_File_Server()
-{
-    Close(false);
-}
+Simulator_File_Server::~Simulator_File_Server() { Close(false); }
 
 Simulator_File_Server *Simulator_File_Server::Construct(const char *name)
 {
@@ -106,10 +97,7 @@ bool Simulator_File_Server::Create(const char *name, bool list_mode, unsigned lo
     return list_mode ? File_List_Server::Create(name, bytes_per_second) : File_Server::Create(name, bytes_per_second);
 }
 
-bool Simulator_File_Server::Next_File()
-{
-    return list_mode_ && File_List_Server::Next_File();
-}
+bool Simulator_File_Server::Next_File() { return list_mode_ && File_List_Server::Next_File(); }
 
 void Simulator_File_Server::Disable()
 {

@@ -38,10 +38,7 @@ File_Server::File_Server(const char *name)
 {
 }
 
-File_Server::~File_Server()
-{
-    Close(false);
-}
+File_Server::~File_Server() { Close(false); }
 
 File_Server *File_Server::Construct(const char *name, bool isUsedByOrgScan)
 {
@@ -54,10 +51,7 @@ bool File_Server::IsInheritedFrom(const char *name) const
     return (name && std::strcmp(name, Name) == 0) || String_Byte_Server::IsInheritedFrom(name);
 }
 
-bool File_Server::IsValid() const
-{
-    return String_Byte_Server::IsValid();
-}
+bool File_Server::IsValid() const { return String_Byte_Server::IsValid(); }
 
 void File_Server::Disconnect()
 {
@@ -171,10 +165,7 @@ void File_Server::AutoRun(unsigned long rate)
     Set_Rate(rate);
 }
 
-bool File_Server::Next_File()
-{
-    return false;
-}
+bool File_Server::Next_File() { return false; }
 
 // No further reads: the reader's inner loop ends at its next look.
 void File_Server::Freeze()
@@ -288,10 +279,7 @@ unsigned long File_Server::terminate()
     return 0;
 }
 
-const char *File_Server::GetFilename() const
-{
-    return file_->Name();
-}
+const char *File_Server::GetFilename() const { return file_->Name(); }
 
 unsigned long File_Server::GetFilePos() const
 {

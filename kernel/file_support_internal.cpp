@@ -90,9 +90,6 @@ void Open_File::Set(std::shared_ptr<platform::File> file, const char *name)
     name_ = name ? std::make_unique<std::string>(name) : nullptr;
 }
 
-void Open_File::Close()
-{
-    Set(nullptr, nullptr);
-}
+void Open_File::Close() { Set(nullptr, nullptr); }
 
 }  // namespace kernel

@@ -16,15 +16,9 @@ ipcMutexSemaphore::ipcMutexSemaphore(const char *name) : lock_(std::make_unique<
 
 ipcMutexSemaphore::~ipcMutexSemaphore() = default;
 
-void ipcMutexSemaphore::Request()
-{
-    lock_->lock();
-}
+void ipcMutexSemaphore::Request() { lock_->lock(); }
 
-void ipcMutexSemaphore::Release()
-{
-    lock_->unlock();
-}
+void ipcMutexSemaphore::Release() { lock_->unlock(); }
 
 struct osSemaphore::Counter {
     explicit Counter(long count) : value(count) {}
@@ -35,14 +29,8 @@ osSemaphore::osSemaphore(long count) : counter_(std::make_unique<Counter>(count 
 
 osSemaphore::~osSemaphore() = default;
 
-void osSemaphore::Request()
-{
-    counter_->value.acquire();
-}
+void osSemaphore::Request() { counter_->value.acquire(); }
 
-void osSemaphore::Release()
-{
-    counter_->value.release();
-}
+void osSemaphore::Release() { counter_->value.release(); }
 
 }  // namespace kernel

@@ -22,14 +22,8 @@ std::uint64_t clock_ms()
     return static_cast<std::uint64_t>(elapsed.count()) + pushed_ms.load(std::memory_order_relaxed);
 }
 
-void advance_clock(std::uint64_t ms)
-{
-    pushed_ms.fetch_add(ms, std::memory_order_relaxed);
-}
+void advance_clock(std::uint64_t ms) { pushed_ms.fetch_add(ms, std::memory_order_relaxed); }
 
-void sleep_ms(unsigned long ms)
-{
-    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-}
+void sleep_ms(unsigned long ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
 
 }  // namespace platform

@@ -20,9 +20,6 @@ void debug_output(const char *text)
         system_debug_output(text);
 }
 
-Debug_Output set_debug_output(Debug_Output output)
-{
-    return replaced.exchange(output, std::memory_order_acq_rel);
-}
+Debug_Output set_debug_output(Debug_Output output) { return replaced.exchange(output, std::memory_order_acq_rel); }
 
 }  // namespace platform

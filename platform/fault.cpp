@@ -17,10 +17,7 @@ struct Plan {
 
 Plan plans[2];
 
-Plan &plan_of(Operation operation)
-{
-    return plans[static_cast<int>(operation)];
-}
+Plan &plan_of(Operation operation) { return plans[static_cast<int>(operation)]; }
 
 }  // namespace
 

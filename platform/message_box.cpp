@@ -20,9 +20,6 @@ void message_box(const char *text, const char *title)
         system_message_box(text, title);
 }
 
-Message_Box set_message_box(Message_Box box)
-{
-    return replaced.exchange(box, std::memory_order_acq_rel);
-}
+Message_Box set_message_box(Message_Box box) { return replaced.exchange(box, std::memory_order_acq_rel); }
 
 }  // namespace platform

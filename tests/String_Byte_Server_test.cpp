@@ -15,15 +15,9 @@ namespace {
 
 using Owned = std::unique_ptr<String_Byte_Server>;
 
-Owned Make(long size)
-{
-    return Owned(String_Byte_Server::Construct(size, nullptr));
-}
+Owned Make(long size) { return Owned(String_Byte_Server::Construct(size, nullptr)); }
 
-const unsigned char *Bytes(std::string_view text)
-{
-    return reinterpret_cast<const unsigned char *>(text.data());
-}
+const unsigned char *Bytes(std::string_view text) { return reinterpret_cast<const unsigned char *>(text.data()); }
 
 // A server and a client that asks for `request` bytes when invited.
 class Fed_Client {

@@ -80,15 +80,9 @@ bool posix::fail()
     return false;
 }
 
-std::uint32_t last_error()
-{
-    return last;
-}
+std::uint32_t last_error() { return last; }
 
-void set_last_error(std::uint32_t error)
-{
-    last = error;
-}
+void set_last_error(std::uint32_t error) { last = error; }
 
 std::string error_text(std::uint32_t error)
 {

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <string>
+#include <string_view>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,6 +23,17 @@ int open_descriptor(const char *name, File::Mode mode)
         descriptor = ::open(name, flags | O_CLOEXEC, 0666);
     } while (descriptor < 0 && errno == EINTR);
     return descriptor;
+}
+
+// Win32 tells a missing folder from a missing file.
+void fail_open(const char *name)
+{
+    posix::fail();
+    const std::string_view path(name);
+    const std::size_t slash = path.rfind('/');
+    if (last_error() != error_not_found || slash == std::string_view::npos || slash == 0) return;
+    struct stat status {};
+    if (stat(std::string(path.substr(0, slash)).c_str(), &status) != 0) set_last_error(error_path_not_found);
 }
 
 // Win32's sharing among the users of this layer. A file system that knows no locks shares everything.
@@ -46,10 +59,7 @@ bool settle(int descriptor, File::Mode mode)
     return mode != File::Mode::create || ftruncate(descriptor, 0) == 0 || posix::fail();
 }
 
-int descriptor_of(std::intptr_t native)
-{
-    return static_cast<int>(native);
-}
+int descriptor_of(std::intptr_t native) { return static_cast<int>(native); }
 
 }  // namespace
 
@@ -57,7 +67,7 @@ std::shared_ptr<File> File::open(const char *name, Mode mode)
 {
     const int descriptor = open_descriptor(name, mode);
     if (descriptor < 0) {
-        posix::fail();
+        fail_open(name);
         return nullptr;
     }
     if (!settle(descriptor, mode)) {
@@ -67,10 +77,7 @@ std::shared_ptr<File> File::open(const char *name, Mode mode)
     return std::shared_ptr<File>(new File(descriptor));
 }
 
-File::~File()
-{
-    ::close(descriptor_of(native_));
-}
+File::~File() { ::close(descriptor_of(native_)); }
 
 bool File::read_once(void *buffer, std::size_t n, std::size_t &got)
 {
@@ -99,9 +106,6 @@ bool File::seek_end(std::int64_t offset)
     return lseek(descriptor_of(native_), offset, SEEK_END) >= 0 || posix::fail();
 }
 
-std::int64_t File::position() const
-{
-    return lseek(descriptor_of(native_), 0, SEEK_CUR);
-}
+std::int64_t File::position() const { return lseek(descriptor_of(native_), 0, SEEK_CUR); }
 
 }  // namespace platform

@@ -17,10 +17,7 @@ void system_message_box(const char *text, const char *title)
     std::fprintf(stderr, "%s: %s\n", title, line.c_str());
 }
 
-void system_debug_output(const char *text)
-{
-    std::fputs(text, stderr);
-}
+void system_debug_output(const char *text) { std::fputs(text, stderr); }
 
 void debug_break()
 {

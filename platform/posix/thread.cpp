@@ -21,6 +21,7 @@ namespace platform {
 namespace {
 
 constexpr unsigned long most_suspends = 127;  // as on Win32
+constexpr std::uint32_t stay_bit = 1;
 
 // The bare system call: the only waiting that a signal handler may do on a word of memory.
 void futex_wait(const std::atomic<std::uint32_t> &word, std::uint32_t value, const timespec *limit)
@@ -33,10 +34,7 @@ void futex_wake(const std::atomic<std::uint32_t> &word)
     syscall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
 }
 
-int stop_signal()
-{
-    return SIGRTMAX - 4;
-}
+int stop_signal() { return SIGRTMAX - 4; }
 
 struct Nice {
     int priority;  // Win32
@@ -60,13 +58,15 @@ struct Thread::State {
     int priority = 0;
     unsigned long suspends = 0;
 
-    std::atomic<std::uint32_t> hold{0};     // 1: stay where you are
-    std::atomic<std::uint32_t> request{0};  // number of the last order to stop
-    std::atomic<std::uint32_t> obeyed{0};   // number of the last order that the thread has seen
+    // The last order to the thread: its number, and in the lowest bit whether to stay (1) or to run (0). One word, so that
+    // a thread that goes to sleep on one order cannot miss the next.
+    std::atomic<std::uint32_t> order{0};
+    std::atomic<std::uint32_t> obeyed{0};  // the last order to stay that the thread has seen
 
     static void install_handler();
     static void on_stop_signal(int);
     void stay();
+    std::uint32_t new_order();
     void order_stop();
     void release();
     std::uint32_t run();
@@ -83,12 +83,10 @@ thread_local void *current_state = nullptr;
 void Thread::State::stay()
 {
     for (;;) {
-        // Acquire: an order and its hold are seen together. A thread that was resumed and stopped again before it woke
-        // obeys the second order from here, too.
-        const std::uint32_t number = request.load(std::memory_order_acquire);
-        if (obeyed.exchange(number, std::memory_order_acq_rel) != number) futex_wake(obeyed);
-        if (hold.load(std::memory_order_acquire) == 0) return;
-        futex_wait(hold, 1, nullptr);
+        const std::uint32_t seen = order.load(std::memory_order_acquire);
+        if ((seen & stay_bit) == 0) return;
+        if (obeyed.exchange(seen, std::memory_order_acq_rel) != seen) futex_wake(obeyed);
+        futex_wait(order, seen, nullptr);
     }
 }
 
@@ -123,13 +121,19 @@ void unblock_stop_signal()
 
 }  // namespace
 
+// With the lock held, but for a thread's order to itself. Numbers of orders only need to differ from one to the next.
+std::uint32_t Thread::State::new_order()
+{
+    const std::uint32_t number = (order.load(std::memory_order_relaxed) | stay_bit) + 2;
+    order.store(number, std::memory_order_release);
+    return number;
+}
+
 // Waits until the thread has stopped, a second at most: one that the system keeps longer (a disk that hangs) stops when the
 // system lets it go.
 void Thread::State::order_stop()
 {
-    const std::uint32_t number = request.load(std::memory_order_relaxed) + 1;
-    hold.store(1, std::memory_order_release);
-    request.store(number, std::memory_order_release);  // after hold: who sees the order sees that it must stay
+    const std::uint32_t number = new_order();
     pthread_kill(id, stop_signal());
     for (int slice = 0; slice < 100; ++slice) {
         const std::uint32_t seen = obeyed.load(std::memory_order_acquire);
@@ -141,8 +145,8 @@ void Thread::State::order_stop()
 
 void Thread::State::release()
 {
-    hold.store(0, std::memory_order_release);
-    futex_wake(hold);
+    order.fetch_and(~stay_bit, std::memory_order_release);
+    futex_wake(order);
 }
 
 std::uint32_t Thread::State::run()
@@ -169,7 +173,7 @@ std::shared_ptr<Thread> Thread::start(Entry entry, void *context, bool suspended
     state->entry = entry;
     state->context = context;
     state->suspends = suspended ? 1 : 0;
-    state->hold.store(suspended ? 1 : 0, std::memory_order_relaxed);  // published by pthread_create
+    state->order.store(suspended ? stay_bit : 0, std::memory_order_relaxed);  // published by pthread_create
 
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
@@ -211,10 +215,7 @@ bool Thread::wait(unsigned long ms) const
     return state_->changed.wait_for(guard, std::chrono::milliseconds(ms), [this] { return state_->ended; });
 }
 
-bool Thread::is_current() const
-{
-    return current_state == state_.get();
-}
+bool Thread::is_current() const { return current_state == state_.get(); }
 
 bool Thread::suspend(unsigned long &previous)
 {
@@ -226,7 +227,7 @@ bool Thread::suspend(unsigned long &previous)
     previous = state_->suspends++;
     if (previous > 0) return true;
     if (is_current()) {
-        state_->hold.store(1, std::memory_order_release);
+        state_->new_order();
         guard.unlock();
         state_->stay();
     } else {

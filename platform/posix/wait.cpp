@@ -26,10 +26,7 @@ int left_ms(Clock::time_point end)
 
 }  // namespace
 
-Event::Event()
-{
-    native_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-}
+Event::Event() { native_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); }
 
 Event::~Event()
 {
@@ -42,10 +39,7 @@ void Event::set()
     while (valid() && write(static_cast<int>(native_), &one, sizeof one) < 0 && errno == EINTR) continue;
 }
 
-void Event::reset()
-{
-    take();
-}
+void Event::reset() { take(); }
 
 bool Event::take()
 {

@@ -4,15 +4,9 @@
 
 namespace platform {
 
-std::uint32_t last_error()
-{
-    return GetLastError();
-}
+std::uint32_t last_error() { return GetLastError(); }
 
-void set_last_error(std::uint32_t error)
-{
-    SetLastError(error);
-}
+void set_last_error(std::uint32_t error) { SetLastError(error); }
 
 std::string error_text(std::uint32_t error)
 {

@@ -10,15 +10,9 @@ namespace platform {
 
 namespace {
 
-HANDLE handle_of(std::intptr_t native)
-{
-    return reinterpret_cast<HANDLE>(native);
-}
+HANDLE handle_of(std::intptr_t native) { return reinterpret_cast<HANDLE>(native); }
 
-DWORD block(std::size_t n)
-{
-    return static_cast<DWORD>(std::min<std::size_t>(n, 0x40000000));
-}
+DWORD block(std::size_t n) { return static_cast<DWORD>(std::min<std::size_t>(n, 0x40000000)); }
 
 }  // namespace
 
@@ -31,10 +25,7 @@ std::shared_ptr<File> File::open(const char *name, Mode mode)
     return std::shared_ptr<File>(new File(reinterpret_cast<std::intptr_t>(handle)));
 }
 
-File::~File()
-{
-    CloseHandle(handle_of(native_));
-}
+File::~File() { CloseHandle(handle_of(native_)); }
 
 bool File::read_once(void *buffer, std::size_t n, std::size_t &got)
 {

@@ -6,15 +6,9 @@
 
 namespace platform {
 
-void system_message_box(const char *text, const char *title)
-{
-    MessageBoxA(nullptr, text, title, MB_ICONEXCLAMATION);
-}
+void system_message_box(const char *text, const char *title) { MessageBoxA(nullptr, text, title, MB_ICONEXCLAMATION); }
 
-void system_debug_output(const char *text)
-{
-    OutputDebugStringA(text);
-}
+void system_debug_output(const char *text) { OutputDebugStringA(text); }
 
 void debug_break()
 {

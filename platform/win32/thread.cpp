@@ -58,15 +58,9 @@ std::uint32_t Thread::exit_code() const
     return GetExitCodeThread(state_->handle, &code) ? code : 0;
 }
 
-bool Thread::wait(unsigned long ms) const
-{
-    return WaitForSingleObject(state_->handle, ms) == WAIT_OBJECT_0;
-}
+bool Thread::wait(unsigned long ms) const { return WaitForSingleObject(state_->handle, ms) == WAIT_OBJECT_0; }
 
-bool Thread::is_current() const
-{
-    return GetCurrentThreadId() == state_->id;
-}
+bool Thread::is_current() const { return GetCurrentThreadId() == state_->id; }
 
 bool Thread::suspend(unsigned long &previous)
 {
@@ -85,10 +79,7 @@ bool Thread::resume(unsigned long &previous)
     return previous != failed;
 }
 
-bool Thread::set_priority(int priority)
-{
-    return SetThreadPriority(state_->handle, priority) != 0;
-}
+bool Thread::set_priority(int priority) { return SetThreadPriority(state_->handle, priority) != 0; }
 
 int Thread::priority() const
 {

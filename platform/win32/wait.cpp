@@ -24,10 +24,7 @@ void Event::reset()
     if (valid()) ResetEvent(reinterpret_cast<HANDLE>(native_));
 }
 
-bool Event::take()
-{
-    return true;
-}
+bool Event::take() { return true; }
 
 int wait_any(std::span<Waitable *const> waitables, unsigned long ms)
 {
