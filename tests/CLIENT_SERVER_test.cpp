@@ -30,7 +30,7 @@ public:
         for (int i = 0; i < n; ++i) client->Send(server, Mesg_Second);
     }
     // How often the client heard a message.
-    long Count(int message) const { return std::count(client->heard.begin(), client->heard.end(), message); }
+    std::ptrdiff_t Count(int message) const { return std::count(client->heard.begin(), client->heard.end(), message); }
 
     Recording_Client *client = new Recording_Client;  // the server's
     Bare_Server server;

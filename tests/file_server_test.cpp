@@ -36,7 +36,7 @@ public:
             server.reset(T::Construct(nullptr, false));
         else
             server.reset(T::Construct(nullptr));
-        client = new Recording_Client;
+        client->Dont_Delete_Me();
         client->records = false;
         server->Connect(&client->Pull_All());
     }
@@ -59,8 +59,8 @@ public:
     }
 
     Heard_Reports reports;
+    const std::unique_ptr<Recording_Client> client = std::make_unique<Recording_Client>();  // outlives the server
     std::unique_ptr<T> server;
-    Recording_Client *client;  // the server's
 };
 
 const char unit[] = "kernel/file_server";

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <set>
 #include <thread>
 
@@ -16,12 +17,17 @@ using namespace platform;
 
 TEST(error, is_per_thread)
 {
-    set_last_error(5);
-    std::thread([] {
+    std::atomic<int> stage{0};
+    std::thread other([&] {
+        while (stage != 1) continue;
         set_last_error(2);
-        EXPECT_EQ(last_error(), 2u);
-    }).join();
+        stage = 2;
+    });
+    set_last_error(5);
+    stage = 1;
+    while (stage != 2) continue;  // no call of the system in between
     EXPECT_EQ(last_error(), 5u);
+    other.join();
 }
 
 TEST(error, has_words_for_every_number)

@@ -42,11 +42,11 @@ struct Counter {
 
 TEST(thread, runs_to_its_exit_code)
 {
-    const auto thread = Thread::start([](void *) { return 0x123456789UL & 0xFFFFFFFFUL; }, nullptr, false, 8192);
+    const auto thread = Thread::start([](void *) { return 0x89ABCDEFUL; }, nullptr, false, 8192);
     ASSERT_TRUE(thread);
     EXPECT_FALSE(thread->is_current());
     EXPECT_TRUE(thread->wait(10000));
-    EXPECT_EQ(thread->exit_code(), 0x23456789u);
+    EXPECT_EQ(thread->exit_code(), 0x89ABCDEFu);
     unsigned long previous = 0;
     EXPECT_FALSE(thread->resume(previous) && previous > 0);  // nothing to resume
 }
