@@ -19,8 +19,12 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/gnss-kernel-config-versio
 install(FILES ${PROJECT_BINARY_DIR}/gnss-kernel-config.cmake ${PROJECT_BINARY_DIR}/gnss-kernel-config-version.cmake
         DESTINATION ${KERNEL_PACKAGE_DIR})
 
+# The way back from the package file, so that an installed tree may be moved.
+set(KERNEL_PC_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH KERNEL_PC_TO_PREFIX /prefix/${KERNEL_PC_DIR} /prefix)
+string(REGEX REPLACE "/$" "" KERNEL_PC_TO_PREFIX ${KERNEL_PC_TO_PREFIX})
 if(WIN32)
     set(KERNEL_PC_CFLAGS "-DKERNEL_API_DLLIMPORT")
 endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/gnss-kernel.pc.in ${PROJECT_BINARY_DIR}/gnss-kernel.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/gnss-kernel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/gnss-kernel.pc DESTINATION ${KERNEL_PC_DIR})
