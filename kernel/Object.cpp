@@ -22,15 +22,15 @@ Trace_Error_Handler built_in_handler;
 const char Object::Name[] = "Abstrakte Basisklasse";
 
 // A function's static: objects of a host may be made before this file's own statics are.
-std::shared_ptr<Object::Default> &Object::Current_Default()
+std::shared_ptr<Object::Default> &Object::Default_Handler()
 {
     static std::shared_ptr<Default> current = std::make_shared<Default>(&built_in_handler);
     return current;
 }
 
 Object::Object(const char *name, Error_Handler *handler)
-    : name_(name ? name : "No Name"), handler_(handler ? handler : Current_Default()->handler),
-      default_at_birth_(handler ? nullptr : Current_Default()), uses_default_(!handler)
+    : name_(name ? name : "No Name"), handler_(handler ? handler : Default_Handler()->handler),
+      default_at_birth_(handler ? nullptr : Default_Handler()), uses_default_(!handler)
 {
 }
 
@@ -71,15 +71,15 @@ void Object::Report_Missing(const char *unit, unsigned int line, const char *ope
 
 void Object::Set_Default_Handler(Error_Handler *handler)
 {
-    std::shared_ptr<Default> old = Current_Default();
+    std::shared_ptr<Default> old = Default_Handler();
     if (handler == old->handler) return;  // deleting it would leave the default dangling
-    Current_Default() = std::make_shared<Default>(handler);
+    Default_Handler() = std::make_shared<Default>(handler);
     if (!old->handler || old->handler == &built_in_handler) return;
     old->deleted.store(true, std::memory_order_release);  // read by objects made under it, before they report
     delete old->handler;
 }
 
-Error_Handler *Object::Get_Default_Handler() { return Current_Default()->handler; }
+Error_Handler *Object::Get_Default_Handler() { return Default_Handler()->handler; }
 
 void Object::Destruct(Object *object) { delete object; }
 

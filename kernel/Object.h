@@ -73,7 +73,7 @@ protected:
 
 private:
     struct Default;  // a default handler and whether it has been deleted
-    static std::shared_ptr<Default> &Current_Default();
+    static std::shared_ptr<Default> &Default_Handler();
 
     const char *name_;
     std::atomic<Error_Handler *> handler_;

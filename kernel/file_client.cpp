@@ -42,9 +42,8 @@ File_Client::~File_Client() { Close(); }
 File_Client *File_Client::Construct(const char *name)
 {
     auto *client = new File_Client;
-    if (client->Create(name)) return Constructed(client);
-    Destruct(client);
-    return nullptr;
+    client->Create(name);
+    return Constructed(client);
 }
 
 File_Client *File_Client::Construct() { return Constructed(new File_Client); }

@@ -26,7 +26,9 @@ public:
     static const char *ClassName() { return Name; }
     bool IsInheritedFrom(const char *name) const override;
 
-    static File_Client *Construct(const char *name);  // null when the file cannot be opened
+    // Opens the file as Create does. One that cannot be opened is reported; the client then records nothing until a
+    // Create succeeds: a station without a disk still runs.
+    static File_Client *Construct(const char *name);
     static File_Client *Construct();
     static void Destruct(File_Client *client) { Object::Destruct(client); }
 

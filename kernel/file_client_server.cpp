@@ -32,9 +32,8 @@ File_Client_Server::~File_Client_Server() { Close(); }
 File_Client_Server *File_Client_Server::Construct(const char *name)
 {
     auto *object = new File_Client_Server(nullptr);
-    if (object->Create(name)) return Constructed(object);
-    Destruct(object);
-    return nullptr;
+    object->Create(name);
+    return Constructed(object);
 }
 
 bool File_Client_Server::IsInheritedFrom(const char *name) const
@@ -52,30 +51,35 @@ bool File_Client_Server::Create(const char *name)
         Close();
         return true;
     }
-    const Semaphore_Guard guard(*this);
-    const char *open_name = file_->Name();
-    return (open_name && Same_File_Name(open_name, name)) || Open(name);
-}
-
-bool File_Client_Server::Open(const char *name)
-{
     const std::unique_ptr<char[]> own_name =
         Copy_Text(name);  // before Close: the caller's text may be the one it frees
-    Close();
+    std::uint32_t error = 0;
+    {
+        const Semaphore_Guard guard(*this);
+        const char *open_name = file_->Name();
+        if (open_name && Same_File_Name(open_name, name)) return true;
+        Close();
+        if (own_name) error = Open(own_name.get());
+        if (own_name && error == 0) return true;
+    }
     if (!own_name) {
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "strdup(%s) failed", name);
         return false;
     }
-    auto file = platform::File::open(own_name.get(), platform::File::Mode::append);
-    if (!file) {
-        last_error_ = platform::last_error();
-        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not open File %s", own_name.get());
-        ErrorBox();
-        return false;
-    }
+    last_error_ = error;
+    Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not open File %s", own_name.get());
+    ErrorBox();
+    return false;
+}
+
+// With the lock held. The error, for the caller to report when it has let go of the lock; 0: open.
+std::uint32_t File_Client_Server::Open(const char *name)
+{
+    auto file = platform::File::open(name, platform::File::Mode::append);
+    if (!file) return platform::last_error();
     file->seek_end(0);
-    file_->Set(std::move(file), own_name.get());
-    return true;
+    file_->Set(std::move(file), name);
+    return 0;
 }
 
 void File_Client_Server::Close()

@@ -25,7 +25,8 @@ public:
     static const char *ClassName() { return Name; }
     bool IsInheritedFrom(const char *name) const override;
 
-    // Opens the file, unless the name is null; null when it cannot.
+    // Opens the file as Create does. One that cannot be opened is reported; the tap then passes the stream on and records
+    // nothing until a Create succeeds.
     static File_Client_Server *Construct(const char *name);
     static void Destruct(File_Client_Server *object) { Object::Destruct(object); }
     ~File_Client_Server() override;
@@ -54,7 +55,7 @@ protected:
 private:
     void Record(const unsigned char *bytes, std::size_t n);
     void Delete_Downstream();
-    bool Open(const char *name);
+    std::uint32_t Open(const char *name);
 
     std::uint32_t last_error_ = 0;  // Win32 number of the last failed open or write; 0: none
     const std::unique_ptr<Open_File> file_;

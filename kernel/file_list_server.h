@@ -57,6 +57,7 @@ public:
     static Simulator_File_Server *Construct(const char *name);  // a null name is the default name
     static void Destruct(Simulator_File_Server *server) { Object::Destruct(server); }
 
+    using File_List_Server::Create;
     // `name` is a list file or a recording.
     bool Create(const char *name, bool list_mode, unsigned long bytes_per_second);
     bool Next_File() override;  // without list mode false

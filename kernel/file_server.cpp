@@ -281,6 +281,11 @@ unsigned long File_Server::terminate()
 
 const char *File_Server::GetFilename() const { return file_->Name(); }
 
+std::int64_t File_Server::GetBytesIn() const
+{
+    return static_cast<std::int64_t>(bytes_in_.load(std::memory_order_relaxed));
+}
+
 unsigned long File_Server::GetFilePos() const
 {
     const auto file = file_->Get();

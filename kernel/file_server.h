@@ -58,8 +58,8 @@ public:
     // can be read: without a client or a file.
     bool Work(unsigned long n);
 
-    const char *GetFilename() const;  // null when closed; valid until the next change of file
-    std::uint64_t GetBytesIn() const { return bytes_in_.load(std::memory_order_relaxed); }  // since construction
+    const char *GetFilename() const;   // null when closed; valid until the next change of file
+    std::int64_t GetBytesIn() const;   // from all files since construction
     unsigned long GetFilePos() const;  // bytes; 0xFFFFFFFF without a file
     // Turns the last error into a report and a message box.
     void ErrorBox();

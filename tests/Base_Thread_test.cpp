@@ -10,6 +10,10 @@
 #include <functional>
 #include <memory>
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 using namespace kernel;
 
 namespace {
@@ -49,6 +53,24 @@ bool Comes(std::function<bool()> done)
     for (int i = 0; i < 2000 && !done(); ++i) platform::sleep_ms(5);
     return done();
 }
+
+// What a leak would show in: threads and handles of this process.
+#ifdef _WIN32
+long Tasks() { return 0; }  // a handle each
+
+long Handles()
+{
+    DWORD count = 0;
+    return GetProcessHandleCount(GetCurrentProcess(), &count) ? static_cast<long>(count) : -1;
+}
+#else
+long Entries(const char *folder)
+{
+    return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
+}
+long Tasks() { return Entries("/proc/self/task"); }
+long Handles() { return Entries("/proc/self/fd"); }
+#endif
 
 }  // namespace
 
@@ -202,20 +224,30 @@ TEST(Base_Thread, a_thousand_in_turn_leak_nothing)
         thread.stop();
     };
     run_one();  // a sanitizer's runtime brings a thread of its own with the first
-#ifdef __linux__
-    const auto count = [](const char *folder) {
-        return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
-    };
-    const auto tasks = [&] { return count("/proc/self/task"); };
-    const auto descriptors = [&] { return count("/proc/self/fd"); };
-    const auto tasks_before = tasks(), descriptors_before = descriptors();
-#endif
+    const auto tasks_before = Tasks(), handles_before = Handles();
     for (int i = 0; i < 1000; ++i) run_one();
     EXPECT_EQ(runs, 1001);
-#ifdef __linux__
-    EXPECT_TRUE(Comes([&] { return tasks() <= tasks_before; }));
-    EXPECT_EQ(descriptors(), descriptors_before);
-#endif
+    EXPECT_TRUE(Comes([&] { return Tasks() <= tasks_before; }));
+    EXPECT_EQ(Handles(), handles_before);
+}
+
+TEST(Base_Thread, gives_up_on_a_body_that_never_ends)
+{
+    static std::atomic<bool> release;  // outlives the thread, in case the body should run on
+    release = false;
+    Test_Thread thread([](Test_Thread &) {
+        while (!release) platform::sleep_ms(1);
+        return 9UL;
+    });
+    ASSERT_TRUE(thread.start(false));
+    const std::uint64_t waited = Elapsed([&] { thread.stop(); });
+    EXPECT_GE(waited, 14000u);  // 5 s of terminate, 10 s of stop
+    EXPECT_LT(waited, 25000u);
+    EXPECT_FALSE(thread.is_running());
+    release = true;
+    EXPECT_TRUE(thread.start(false));  // as if nothing had happened
+    EXPECT_TRUE(thread.Ends_Within(5000));
+    EXPECT_EQ(thread.Exit_Code(), 9u);
 }
 
 TEST(Function_Thread, runs_functions_and_kills_at_once)

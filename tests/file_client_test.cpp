@@ -99,14 +99,17 @@ TEST(File_Client, says_what_it_cannot_open)
         std::string name, cause;
     };
     for (const Case &c : {Case{folder / "", "access denied (File open ?)"}, {busy, "NT ErrorCode: 32 = 0x00000020"}}) {
-        EXPECT_EQ(File_Client::Construct(c.name.c_str()), nullptr);
+        const std::unique_ptr<File_Client> client(File_Client::Construct(c.name.c_str()));
+        EXPECT_TRUE(client && client->IsValid());  // it runs without a file
         EXPECT_EQ(reports->Take(), (Reports{{3, 9, "Could not open file " + c.name, "kernel/file_client"},
                                             {3, 15, "Initialization Error\nCode: " + c.cause, "kernel/file_client"}}));
     }
-    EXPECT_EQ(File_Client_Server::Construct(missing.c_str()), nullptr);
+    const std::unique_ptr<File_Client_Server> tap(File_Client_Server::Construct(missing.c_str()));
+    EXPECT_TRUE(tap && tap->IsValid());
+    EXPECT_FALSE(tap->Create(missing.c_str()));
     const Reports heard = reports->Take();
-    ASSERT_EQ(heard.size(), 2u);
-    EXPECT_EQ(heard[0], (Reported{3, 9, "Could not open File " + missing, "kernel/file_client_server"}));
+    ASSERT_EQ(heard.size(), 4u);
+    EXPECT_EQ(heard[2], (Reported{3, 9, "Could not open File " + missing, "kernel/file_client_server"}));
 }
 
 TEST(File_Client, a_full_disk_closes_the_file_and_not_the_stream)

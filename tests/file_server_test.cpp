@@ -90,12 +90,12 @@ TEST(File_Server, replays_exactly_what_is_granted)
     EXPECT_TRUE(server.Work(5000));  // the end is seen by the read that comes back short
     EXPECT_FALSE(server.Work(1));
     EXPECT_EQ(replay.client->pulled, bytes);
-    EXPECT_EQ(server.GetBytesIn(), 10000u);
+    EXPECT_EQ(server.GetBytesIn(), 10000);
     EXPECT_EQ(replay.reports->Take(), Reports{Eof(name)});
 
     ASSERT_TRUE(server.Create(name.c_str(), 0));
     EXPECT_FALSE(server.Work(20000));
-    EXPECT_EQ(server.GetBytesIn(), 20000u);  // never reset
+    EXPECT_EQ(server.GetBytesIn(), 20000);  // never reset
     EXPECT_TRUE(server.Create(nullptr, 0));
     EXPECT_EQ(server.GetFilename(), nullptr);
 }
@@ -111,10 +111,10 @@ TEST(File_Server, its_thread_serves_grants_and_ends_with_the_file)
     EXPECT_TRUE(server.Work());
     EXPECT_TRUE(server.Work());  // runs already
     platform::sleep_ms(120);
-    EXPECT_EQ(server.GetBytesIn(), 0u);
+    EXPECT_EQ(server.GetBytesIn(), 0);
     server.Insert(5000);
     for (int i = 0; i < 2000 && server.GetBytesIn() < 5000; ++i) platform::sleep_ms(5);
-    EXPECT_EQ(server.GetBytesIn(), 5000u);
+    EXPECT_EQ(server.GetBytesIn(), 5000);
     EXPECT_TRUE(server.is_running());
     server.Insert(5000);
     EXPECT_TRUE(replay.Thread_Ends());
@@ -137,7 +137,7 @@ TEST(File_Server, without_a_client_nothing_is_read)
     ASSERT_TRUE(server->Create(folder.Write("a", "abc").c_str(), 0));
     EXPECT_EQ(server->thread(), ~0UL);
     EXPECT_TRUE(server->Work(10));
-    EXPECT_EQ(server->GetBytesIn(), 0u);
+    EXPECT_EQ(server->GetBytesIn(), 0);
 }
 
 TEST(File_Server, says_what_it_cannot_open)
@@ -184,13 +184,13 @@ TEST(File_Server, keeps_its_pace)
     }
     EXPECT_LT(least_behind, 0.01);
 
-    const auto pushed = static_cast<std::uint64_t>(30 * rate);
+    const auto pushed = static_cast<std::int64_t>(30 * rate);
     platform::advance_clock(20000);  // the pace follows the clock, not the passes
     for (int i = 0; i < 2000 && server.GetBytesIn() < pushed; ++i) platform::sleep_ms(5);
     EXPECT_GE(server.GetBytesIn(), pushed);
     server.AutoRun(0);
     platform::sleep_ms(150);
-    const std::uint64_t ended = server.GetBytesIn();
+    const std::int64_t ended = server.GetBytesIn();
     platform::sleep_ms(150);
     EXPECT_EQ(server.GetBytesIn(), ended);
 }
@@ -413,7 +413,7 @@ TEST(Simulator_File_Server, has_a_switch_and_a_master)
     server.SetBytesPerSec(100000);
     server.Work();
     const auto moves = [&] {
-        const std::uint64_t before = server.GetBytesIn();
+        const std::int64_t before = server.GetBytesIn();
         platform::sleep_ms(250);
         return server.GetBytesIn() > before;
     };
