@@ -54,8 +54,8 @@ public:
     virtual bool Next_File();                  // called at the end of the file: false, there is none
 
     // Replays n more bytes on the calling thread and ends auto-run; at a change of file it returns early, since a new file
-    // starts with an empty budget. False at the end of the (last) file and after a failed read. True, too, when nothing
-    // can be read: without a client or a file.
+    // starts with an empty budget. False at the end of the (last) file. True, too, when nothing can be read: without a
+    // client or a file. A read that fails is repeated until it succeeds or another thread closes the file.
     bool Work(unsigned long n);
 
     const char *GetFilename() const;   // null when closed; valid until the next change of file

@@ -1,0 +1,35 @@
+#include "host/decoders/Crc24q.h"
+
+#include <array>
+
+namespace host {
+
+namespace {
+
+constexpr std::uint32_t polynomial = 0x1864CFB;
+
+constexpr std::array<std::uint32_t, 256> Make_Table()
+{
+    std::array<std::uint32_t, 256> table{};
+    for (std::uint32_t byte = 0; byte < 256; ++byte) {
+        std::uint32_t crc = byte << 16;
+        for (int bit = 0; bit < 8; ++bit) {
+            crc <<= 1;
+            if (crc & 0x1000000) crc ^= polynomial;
+        }
+        table[byte] = crc;
+    }
+    return table;
+}
+
+constexpr std::array<std::uint32_t, 256> table = Make_Table();
+
+}  // namespace
+
+std::uint32_t Crc24q(std::span<const unsigned char> bytes, std::uint32_t crc)
+{
+    for (const unsigned char byte : bytes) crc = ((crc << 8) & 0xFFFFFF) ^ table[(crc >> 16) ^ byte];
+    return crc;
+}
+
+}  // namespace host

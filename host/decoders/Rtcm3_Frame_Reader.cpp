@@ -1,0 +1,57 @@
+#include "host/decoders/Rtcm3_Frame_Reader.h"
+
+#include <cstring>
+#include <utility>
+
+namespace host {
+
+const char Rtcm3_Frame_Reader::Name[] = "Rtcm3_Frame_Reader";
+
+Rtcm3_Frame_Reader::Rtcm3_Frame_Reader(Rtcm3_Sink sink)
+    : Object(ClassName()), sink_(std::move(sink)), scanner_([this](const Rtcm3_Frame &frame) { Take(frame); }),
+      messages_(message_numbers)
+{
+}
+
+bool Rtcm3_Frame_Reader::IsInheritedFrom(const char *name) const
+{
+    return (name && std::strcmp(name, Name) == 0) || Byte_Client::IsInheritedFrom(name);
+}
+
+bool Rtcm3_Frame_Reader::Send(kernel::Byte_Server &server, kernel::CL_Mesg message)
+{
+    switch (message) {
+    case kernel::Mesg_Request_Invite: server.Request(1); return true;
+    case kernel::Mesg_Data_Ready: return Pull(server);
+    default: return Byte_Client::Send(server, message);
+    }
+}
+
+// An answer of true for nothing pulled would make the server ask for ever.
+bool Rtcm3_Frame_Reader::Pull(kernel::Byte_Server &server)
+{
+    const long most = static_cast<long>(block_.size());
+    bool pulled = false;
+    for (long got; (got = server.GetNBytes(block_.data(), most)) > 0 && got <= most; pulled = true)
+        scanner_.Feed({block_.data(), static_cast<std::size_t>(got)});
+    bytes_.store(Count().bytes, std::memory_order_relaxed);
+    frames_.store(Count().frames, std::memory_order_relaxed);
+    crc_failures_.store(Count().crc_failures, std::memory_order_relaxed);
+    return pulled;
+}
+
+void Rtcm3_Frame_Reader::Take(const Rtcm3_Frame &frame)
+{
+    Message_Count &count = messages_[frame.message];
+    ++count.frames;
+    count.bytes += frame.bytes.size();
+    if (sink_) sink_(frame);
+}
+
+Rtcm3_Frame_Reader::Progress_Count Rtcm3_Frame_Reader::Progress() const
+{
+    return {bytes_.load(std::memory_order_relaxed), frames_.load(std::memory_order_relaxed),
+            crc_failures_.load(std::memory_order_relaxed)};
+}
+
+}  // namespace host

@@ -1,0 +1,68 @@
+#include "host/tools/Console.h"
+
+#include <chrono>
+#include <cstdio>
+
+namespace host {
+
+namespace {
+
+std::string Time_Of_Day()
+{
+    using namespace std::chrono;
+    const auto now = floor<milliseconds>(system_clock::now());
+    const hh_mm_ss time(now - floor<days>(now));
+    char text[32];
+    std::snprintf(text, sizeof text, "%02d:%02d:%02d.%03dZ", static_cast<int>(time.hours().count()),
+                  static_cast<int>(time.minutes().count()), static_cast<int>(time.seconds().count()),
+                  static_cast<int>(time.subseconds().count()));
+    return text;
+}
+
+const char *Level_Word(kernel::Error_Handler::Enum_Status status)
+{
+    switch (status) {
+    case kernel::Error_Handler::ES_Message: return "Message";
+    case kernel::Error_Handler::ES_Information: return "Information";
+    case kernel::Error_Handler::ES_Warning: return "Warning";
+    case kernel::Error_Handler::ES_Error: return "Error";
+    default: return "Fatal Error";
+    }
+}
+
+std::string On_One_Line(std::string text)
+{
+    for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos;) text.replace(at, 1, ", ");
+    return text;
+}
+
+}  // namespace
+
+void Console::Do_Print(Enum_Status status, kernel::Err_Code, const char *text)
+{
+    if (status >= ES_Error) faults_.fetch_add(1, std::memory_order_relaxed);
+    const std::string line = Time_Of_Day() + " " + Level_Word(status) + ": " + On_One_Line(text);
+    const std::lock_guard lock(lock_);
+    const std::string blanks(live_.size(), ' ');
+    if (!live_.empty()) std::fprintf(stderr, "\r%s\r", blanks.c_str());
+    std::fprintf(stderr, "%s\n%s", line.c_str(), live_.c_str());
+    std::fflush(stderr);
+}
+
+void Console::Show_Live(const std::string &line)
+{
+    const std::lock_guard lock(lock_);
+    const std::size_t left = live_.size() > line.size() ? live_.size() - line.size() : 0;
+    std::fprintf(stderr, "\r%s%s", line.c_str(), std::string(left, ' ').c_str());
+    std::fflush(stderr);
+    live_ = line;
+}
+
+void Console::Keep_Live()
+{
+    const std::lock_guard lock(lock_);
+    if (!live_.empty()) std::fputc('\n', stderr);
+    live_.clear();
+}
+
+}  // namespace host

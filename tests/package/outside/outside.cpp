@@ -1,0 +1,16 @@
+// The smallest chain: bytes from memory, drained and counted.
+#include "kernel/BYTE_SER.h"
+#include "kernel/Error_Handler.h"
+#include "kernel/String_Byte_Server.h"
+
+int main()
+{
+    const unsigned char bytes[100] = {};
+    kernel::String_Byte_Server *server = kernel::String_Byte_Server::Construct(&kernel::Trace_Handler);
+    kernel::Byte_Client_NULL *client = kernel::Byte_Client_NULL::Construct(10);
+    const bool worked = server && server->Connect(client) && server->PutBin(bytes, sizeof bytes);
+    if (worked) server->Work();
+    const bool drained = worked && client->Byte_Count() == sizeof bytes;
+    kernel::String_Byte_Server::Destruct(server);  // and with it the client
+    return drained ? 0 : 1;
+}
