@@ -123,16 +123,17 @@ long String_Byte_Server::GetNBytes(unsigned char *buffer, long n)
     const std::size_t take = std::min(static_cast<std::size_t>(n), Stored());
     const std::size_t head = std::min(take, size_ - read_);  // up to the ring's end; the rest stands at its start
     std::memcpy(buffer, &ring_[read_], head);
-    std::memcpy(buffer + head, &ring_[0], take - head);
+    if (head < take) std::memcpy(buffer + head, &ring_[0], take - head);
     read_ = head == take ? read_ + take : take - head;
     if (read_ == size_) read_ = 0;
+    Rewind_Empty();
     Take(take);
     return static_cast<long>(take);
 }
 
 long String_Byte_Server::MinAvail(long)
 {
-    if (read_ == write_) read_ = write_ = 0;
+    Rewind_Empty();
     return static_cast<long>(Stored());
 }
 
@@ -162,7 +163,7 @@ bool String_Byte_Server::PutBin(const unsigned char *bytes, unsigned int n)
     if (take > 0) {
         const std::size_t head = std::min(take, size_ - write_);
         std::memcpy(&ring_[write_], bytes, head);
-        std::memcpy(&ring_[0], bytes + head, take - head);
+        if (head < take) std::memcpy(&ring_[0], bytes + head, take - head);
         write_ = head == take ? write_ + take : take - head;
         if (write_ == size_) write_ = 0;
     }

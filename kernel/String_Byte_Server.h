@@ -66,10 +66,29 @@ protected:
     String_Byte_Server(const char *name, long size, Error_Handler *handler);
     explicit String_Byte_Server(long size = 4096, Error_Handler *handler = nullptr);
 
+    // For subclasses that fill the ring in place: n free bytes in one piece, or null when they do not lie so; then Commit
+    // of what was filled. Nothing may be pulled or put in between.
+    unsigned char *Reserve(std::size_t n)
+    {
+        Rewind_Empty();
+        const std::size_t end = write_ < read_ ? read_ - 1 : size_ - (read_ == 0 ? 1 : 0);  // one byte stays free
+        return ring_ && end - write_ >= n ? &ring_[write_] : nullptr;
+    }
+    void Commit(std::size_t n)
+    {
+        write_ += n;
+        if (write_ == size_) write_ = 0;
+    }
+
 private:
     std::size_t Stored() const { return write_ >= read_ ? write_ - read_ : size_ - read_ + write_; }
     std::size_t Next(std::size_t position) const { return position + 1 == size_ ? 0 : position + 1; }
     bool Is_Pending(long available) const { return requested_ > 0 && requested_ <= available; }
+    // The next block then goes in as one piece, and where the last one was: it is still in the processor's cache.
+    void Rewind_Empty()
+    {
+        if (read_ == write_) read_ = write_ = 0;
+    }
     void Take(std::size_t n);
     bool Serve(long &available);
 

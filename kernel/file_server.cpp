@@ -212,7 +212,6 @@ unsigned long File_Server::thread()
 // Spends the budget. False when the last file has come to its end.
 bool File_Server::Deliver()
 {
-    unsigned char buffer[block_size];
     std::shared_ptr<platform::File> file = file_->Get();
     while (file) {
         const std::uint64_t delivered = delivered_.load(std::memory_order_relaxed);
@@ -222,19 +221,18 @@ bool File_Server::Deliver()
         if (IsUsedByOrgScan.load(std::memory_order_relaxed)) n = 1;
 
         std::size_t got = 0;
-        if (!file->read(buffer, n, got)) {
+        if (!Read(*file, n, got)) {
             // Retried while there is budget; a file that was closed under us is left for the next one, if any.
             Request_Stop();
-            if (got > 0) Hand_Over(buffer, got);
+            if (got > 0) Hand_Over(got);
             if (file->closed()) {
                 file = file_->Get();
                 continue;
             }
-            last_error_ = platform::last_error();
             platform::sleep_ms(retry_ms);
             continue;
         }
-        Hand_Over(buffer, got);
+        Hand_Over(got);
         if (got == n) continue;
 
         const std::string ended = file_->Name_Copy();
@@ -250,10 +248,24 @@ bool File_Server::Deliver()
     return true;
 }
 
-void File_Server::Hand_Over(const unsigned char *bytes, std::size_t n)
+// Into the ring, in place where its free bytes lie in one piece: they do whenever the client has taken all.
+bool File_Server::Read(platform::File &file, std::size_t n, std::size_t &got)
 {
-    bytes_in_.fetch_add(n, std::memory_order_relaxed);
-    PutBin(bytes, static_cast<unsigned int>(n));
+    unsigned char block[block_size];
+    unsigned char *const in_place = Reserve(n);
+    const bool done = file.read(in_place ? in_place : block, n, got);
+    if (!done && !file.closed()) last_error_ = platform::last_error();
+    if (in_place)
+        Commit(got);
+    else
+        PutBin(block, static_cast<unsigned int>(got));
+    return done;
+}
+
+void File_Server::Hand_Over(std::size_t n)
+{
+    // Nobody else writes this counter: a plain addition, without locking the bus.
+    bytes_in_.store(bytes_in_.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
     String_Byte_Server::Work();
     delivered_.fetch_add(n, std::memory_order_relaxed);
 }

@@ -9,6 +9,10 @@
 #include <memory>
 #include <mutex>
 
+namespace platform {
+class File;
+}
+
 namespace kernel {
 
 class ipcMutexSemaphore;
@@ -91,7 +95,8 @@ protected:
 private:
     bool Open(const char *name);
     bool Deliver();
-    void Hand_Over(const unsigned char *bytes, std::size_t n);
+    bool Read(platform::File &file, std::size_t n, std::size_t &got);
+    void Hand_Over(std::size_t n);
     void Top_Up();
     void Freeze();
 

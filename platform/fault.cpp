@@ -3,14 +3,13 @@
 #include "platform/error.h"
 
 #include <algorithm>
-#include <atomic>
 
 namespace platform::fault {
 
 namespace {
 
 struct Plan {
-    std::atomic<bool> armed{false};
+    std::atomic<bool> set{false};
     std::atomic<std::uint64_t> bytes{0};
     std::atomic<std::uint32_t> error{0};
 };
@@ -21,23 +20,27 @@ Plan &plan_of(Operation operation) { return plans[static_cast<int>(operation)]; 
 
 }  // namespace
 
+std::atomic<bool> armed{false};
+
 void fail_after(Operation operation, std::uint64_t bytes, std::uint32_t error)
 {
     Plan &plan = plan_of(operation);
     plan.bytes = bytes;
     plan.error = error;
-    plan.armed = true;
+    plan.set = true;
+    armed = true;
 }
 
 void clear()
 {
-    for (Plan &plan : plans) plan.armed = false;
+    armed = false;
+    for (Plan &plan : plans) plan.set = false;
 }
 
-std::size_t admit(Operation operation, std::size_t n)
+std::size_t planned(Operation operation, std::size_t n)
 {
     Plan &plan = plan_of(operation);
-    if (!plan.armed.load(std::memory_order_relaxed)) return n;
+    if (!plan.set) return n;
     const std::uint64_t admitted = std::min<std::uint64_t>(n, plan.bytes);
     plan.bytes -= admitted;
     return static_cast<std::size_t>(admitted);

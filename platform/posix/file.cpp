@@ -74,6 +74,7 @@ std::shared_ptr<File> File::open(const char *name, Mode mode)
         ::close(descriptor);
         return nullptr;
     }
+    if (mode == Mode::read) posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
     return std::shared_ptr<File>(new File(descriptor));
 }
 

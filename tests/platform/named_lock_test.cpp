@@ -26,6 +26,20 @@ void Wait_For(const std::string &file)
 
 constexpr char between_processes[] = "C:\\recordings\\a/b.bin";
 
+// The other process of serialises_processes is this program again, with HOLDER_FOLDER set: it holds the lock and never comes
+// to main.
+const bool is_holder = [] {
+    const char *folder_name = std::getenv("HOLDER_FOLDER");
+    if (!folder_name) return false;
+    const std::string folder = folder_name;
+    Named_Lock lock(between_processes);
+    lock.lock();
+    std::ofstream(folder + "/held") << "x";
+    Wait_For(folder + "/release");
+    std::ofstream(folder + "/released") << "x";
+    std::_Exit(0);  // dies with the lock
+}();
+
 }  // namespace
 
 TEST(named_lock, serialises_threads_by_name)
@@ -61,18 +75,6 @@ TEST(named_lock, serialises_threads_by_name)
     a.unlock();
 }
 
-// Not a test: the other process of the next one.
-TEST(named_lock, DISABLED_holder)
-{
-    const std::string folder = std::getenv("HOLDER_FOLDER");
-    Named_Lock lock(between_processes);
-    lock.lock();
-    std::ofstream(folder + "/held") << "x";
-    Wait_For(folder + "/release");
-    std::ofstream(folder + "/released") << "x";
-    std::_Exit(0);  // dies with the lock
-}
-
 TEST(named_lock, serialises_processes_and_outlives_a_dead_one)
 {
     Test_Folder folder;
@@ -81,12 +83,7 @@ TEST(named_lock, serialises_processes_and_outlives_a_dead_one)
 #else
     setenv("HOLDER_FOLDER", (folder / "").c_str(), 1);
 #endif
-    const std::string self = ::testing::internal::GetArgvs()[0];
-    std::thread process([&] {
-        const std::string command =
-            "\"" + self + "\" --gtest_also_run_disabled_tests --gtest_filter=named_lock.DISABLED_holder";
-        std::system(command.c_str());
-    });
+    std::thread process([self = "\"" + ::testing::internal::GetArgvs()[0] + "\""] { std::system(self.c_str()); });
     Wait_For(folder / "held");
     Named_Lock lock(between_processes);
     std::atomic<bool> got{false};
