@@ -105,6 +105,7 @@ Byte_Client *Byte_Server::Switch(Byte_Client *client)
         Disconnect();
         return nullptr;
     }
+    if (client == old) return nullptr;  // nothing changes hands
     if (!client->Send(*this, Mesg_Byte_Type)) {
         Disconnect();
         Object::Destruct(client);
@@ -315,6 +316,7 @@ bool Byte_Client_NULL::Drain(Byte_Server &server)
         while (server.GetByte() != No_Byte) ++bytes_;
         return true;
     }
+    if (!buffer_) return false;  // disconnected since: true would be asked again for ever
     long got = 0;
     do {
         got = server.GetNBytes(buffer_.get(), request_size_);

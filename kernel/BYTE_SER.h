@@ -22,7 +22,8 @@ constexpr unsigned short No_Byte = 0xFFFF;
 // The producer end of a byte stream. Subclasses provide the pull operations and Work.
 //
 // Threads:   the pull operations take no lock. Disconnect and destruction hold the object's Semaphore while they query and
-//            clear the client. Connect and Switch belong to the thread that delivers, or to a time when none does.
+//            clear the client; a client holds its own while it passes minutes on. A client that takes its lock when it is
+//            asked for disconnection must therefore not disconnect from inside such a message. Connect and Switch belong to the thread that delivers, or to a time when none does.
 // Ownership: owns the connected client (see Server); Switch hands the old one to the caller. The caller's buffers are
 //            filled before the call returns and not kept.
 // Errors:    a base pull operation reports "Please implement ..." (4, 34); a refused stream type (3, 26); a value that is
@@ -40,7 +41,7 @@ public:
     // Replaces the client and asks the new one whether it takes bytes; refused: reported, disconnected, false.
     virtual bool Connect(Byte_Client *client);
     // Hands the stream to another client and the old one, untouched, to the caller. Null when there was none, when `client`
-    // is null (then the old one is disconnected), or when `client` takes no bytes: then the old one is disconnected and
+    // is the old one, when `client` is null (then the old one is disconnected), or when `client` takes no bytes: then the old one is disconnected and
     // `client` is deleted.
     virtual Byte_Client *Switch(Byte_Client *client);
     virtual bool PreDisconnect();  // would the client let go? True without one
@@ -64,6 +65,8 @@ public:
     unsigned short
     UnGetByte(unsigned short byte);  // No_Byte is never pushed back; other values above 0xFF are reported
 
+    // Cast a number to unsigned char to say which form is meant: UnGetByte(0x41) fits several, as does Sync_Byte(0xB5).
+
     // Scans. Bytes before the match, and those matched, are consumed. False or No_Byte as soon as GetByte has nothing.
     bool Sync_Byte(unsigned char byte);
     bool Sync_Byte(signed char byte);  // compared with its sign: 0x80 and above never match
@@ -86,7 +89,6 @@ protected:
     Byte_Client *Get_Byte_Client() const { return client_.load(std::memory_order_acquire); }
 
 private:
-    friend class Server;       // asks an old client of this family whether it may be deleted
     friend class Byte_Client;  // passes minutes, hours and days to the server's client
 
     // Written by the thread that connects, read by the one that delivers.

@@ -21,6 +21,14 @@ constexpr int stop_polls = 200;  // of 50 ms
 constexpr unsigned long stop_poll_ms = 50;
 constexpr long kill_at_once = -5;
 
+// Values of the flag. A stop that comes between start and begin turns pending into requested and is not forgotten.
+constexpr std::uint32_t clear = 0, requested = 1, pending = 2;
+
+bool Runs(const std::shared_ptr<platform::Thread> &thread)
+{
+    return thread && thread->exit_code() == platform::Thread::still_active;
+}
+
 // Guards handle, flag and priority of all objects. Never destroyed: threads may outlive the library's statics.
 const Semaphore &Bookkeeping()
 {
@@ -53,17 +61,17 @@ bool Base_Thread::Is_Own_Thread() const
 bool Base_Thread::is_running() const
 {
     const Semaphore_Guard guard(Bookkeeping());
-    return handle_ && handle_->exit_code() == platform::Thread::still_active;
+    return Runs(handle_);
 }
 
 void Base_Thread::pre_stop()
 {
     const Semaphore_Guard guard(Bookkeeping());
-    flag_.store(1, std::memory_order_release);
+    flag_.store(requested, std::memory_order_release);
     if (is_running())
         stop_event_->set();
     else
-        flag_.store(0, std::memory_order_release);
+        flag_.store(clear, std::memory_order_release);
 }
 
 void Base_Thread::Sleep(unsigned long ms)
@@ -93,9 +101,12 @@ bool Base_Thread::start(Entry entry, void *context, bool suspended)
 {
     if (is_running()) platform::sleep_ms(100);
     if (!Create(entry, context, suspended)) return false;
-    // The flag is looked at every 50 ms, and sooner when the body begins.
+    // A look every 50 ms, and sooner when it is settled whether the body runs.
     for (int poll = 0; poll < start_polls; ++poll) {
         if (begun_->wait(start_poll_ms)) break;
+        if (begun_->valid()) continue;
+        platform::sleep_ms(start_poll_ms);
+        if (flag_.load(std::memory_order_acquire) != pending) break;
     }
     return true;
 }
@@ -105,36 +116,32 @@ bool Base_Thread::Create(Entry entry, void *context, bool suspended)
     const Semaphore_Guard guard(Bookkeeping());
     if (is_running()) return false;
     begun_->reset();
-    flag_.store(1, std::memory_order_release);
+    flag_.store(pending, std::memory_order_release);
     handle_ = platform::Thread::start(entry, context, suspended, stack_size);
     if (!handle_) return false;
     handle_->set_priority(priority_);
     return true;
 }
 
-void Base_Thread::Begin()
+bool Base_Thread::Begin()
 {
-    flag_.store(0, std::memory_order_release);
+    std::uint32_t expected = pending;
+    flag_.compare_exchange_strong(expected, clear, std::memory_order_acq_rel);
     stop_event_->reset();
     platform::sleep_ms(1);
-}
-
-// start() returns when it is settled whether the body runs: a stop that comes right after it finds a body to stop.
-unsigned long Base_Thread::Run()
-{
     const bool runs = !Stop_Requested();
     begun_->set();
-    return runs ? thread() : 0;
+    return runs;
 }
 
 unsigned long Base_Thread::Tracing_Entry(void *context)
 {
     auto *self = static_cast<Base_Thread *>(context);
-    self->Begin();
+    const bool runs = self->Begin();
     const void *handle = self->Handle().get();
     const int priority = self->GetPriorty();
     BWTraceDebug("Thread %8.8d=0x%08X started with priorty %d\n", handle, handle, priority);
-    unsigned long exit_code = self->Run();
+    unsigned long exit_code = runs ? self->thread() : 0;
     if (exit_code == platform::Thread::still_active) {
         exit_code = 0;
         BWTraceDebug("Thread %8.8d=0x%08X priorty %d stopped with illegal exit_code STILL_ACTIVE\n", handle, handle,
@@ -149,8 +156,7 @@ unsigned long Base_Thread::Tracing_Entry(void *context)
 unsigned long Base_Thread::Quiet_Entry(void *context)
 {
     auto *self = static_cast<Base_Thread *>(context);
-    self->Begin();
-    const unsigned long exit_code = self->Run();
+    const unsigned long exit_code = self->Begin() ? self->thread() : 0;
     self->stop_event_->reset();
     return exit_code == platform::Thread::still_active ? 0 : exit_code;
 }
@@ -160,13 +166,13 @@ unsigned long Base_Thread::terminate()
     const auto handle = Handle();
     {
         const Semaphore_Guard guard(Bookkeeping());
-        flag_.store(1, std::memory_order_release);
+        flag_.store(requested, std::memory_order_release);
         stop_event_->set();
     }
-    for (int poll = 0; poll < terminate_polls && is_running(); ++poll) handle->wait(terminate_poll_ms);
-    if (is_running()) return 2;
+    for (int poll = 0; poll < terminate_polls && Runs(handle); ++poll) handle->wait(terminate_poll_ms);
+    if (Runs(handle)) return 2;
     const Semaphore_Guard guard(Bookkeeping());
-    flag_.store(0, std::memory_order_release);
+    flag_.store(clear, std::memory_order_release);
     stop_event_->reset();
     return 1;
 }
@@ -177,22 +183,18 @@ void Base_Thread::stop()
         pre_stop();
         return;
     }
+    const auto handle = Handle();  // this thread is asked, waited for and given up on, and no later one
     long code = -1;
-    if (is_running()) code = static_cast<std::int32_t>(terminate());
-    if (Handle() && code != kill_at_once) {
-        for (int poll = 0; poll < stop_polls && is_running(); ++poll) Sleep(stop_poll_ms);
+    if (Runs(handle)) code = static_cast<std::int32_t>(terminate());
+    if (code != kill_at_once) {
+        for (int poll = 0; poll < stop_polls && Runs(handle); ++poll) Sleep(stop_poll_ms);
     }
-    Kill(code == kill_at_once ? 0 : static_cast<unsigned long>(code));
+    // Under the lock, so that a thread that is inside the bookkeeping leaves it first.
     const Semaphore_Guard guard(Bookkeeping());
+    if (Runs(handle)) handle->kill(code == kill_at_once ? 0 : static_cast<std::uint32_t>(code));
+    if (handle_ != handle) return;
     stop_event_->reset();
     handle_.reset();
-}
-
-// Under the lock, so that a thread that is inside the bookkeeping leaves it first.
-void Base_Thread::Kill(unsigned long exit_code)
-{
-    const Semaphore_Guard guard(Bookkeeping());
-    if (is_running()) handle_->kill(static_cast<std::uint32_t>(exit_code));
 }
 
 bool Base_Thread::Suspend()

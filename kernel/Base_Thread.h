@@ -21,6 +21,7 @@ namespace kernel {
 // Threads:   every operation may be called from any thread, the body's own included; there stop() only asks. One lock for
 //            all Base_Threads guards handle, flag and priority; it is never held while waiting for a thread, and not while
 //            a thread suspends itself.
+//            Not to be destroyed on its own thread.
 // Ownership: owns the thread's handle and the stop event.
 // Errors:    none reported: results only. A body that ignores the stop for 5 s (the poll of terminate) and 10 s more is
 //            killed. Where the system has no kill that is safe for the process (POSIX), it is parked for good instead: it
@@ -57,11 +58,14 @@ public:
     unsigned long GetSuspendCount();
     bool SetPriorty(int priority);  // false without a thread: the priority is kept for the next start
     int GetPriorty() const;
-    platform::Thread *GetHandleThread() const;  // null before start and after stop
+    platform::Thread *GetHandleThread() const;  // null before start and after stop; valid until stop
 
 protected:
+    // The work of starting. An entry of a subclass calls Begin first, which clears the flag and ends start's wait; false: a
+    // stop came before it, and the body is not to run.
     using Entry = unsigned long (*)(void *context);
     bool start(Entry entry, void *context, bool suspended);
+    bool Begin();
 
     bool Stop_Requested() const { return flag_.load(std::memory_order_acquire) != 0; }
     void Request_Stop() { flag_.store(1, std::memory_order_release); }  // the flag alone; the event stays
@@ -70,13 +74,10 @@ protected:
 private:
     static unsigned long Tracing_Entry(void *context);
     static unsigned long Quiet_Entry(void *context);
-    void Begin();
-    unsigned long Run();
     std::shared_ptr<platform::Thread> Handle() const;
     bool Create(Entry entry, void *context, bool suspended);
-    void Kill(unsigned long exit_code);
 
-    // Set before creation (start pending), cleared by the thread when it begins, set again to ask for the end.
+    // Start pending before creation, cleared by the thread when it begins, stop requested to ask for the end.
     std::atomic<std::uint32_t> flag_{0};
     std::shared_ptr<platform::Thread> handle_;
     int priority_;

@@ -32,7 +32,7 @@ bool Client::Send(Server &server, CL_Mesg message)
 
     case Mesg_Reset_Counters: ticks_ = attached_ticks_ = 0; return true;
     case Mesg_Disconnect_Query:
-    case Mesg_PreDisconnect_Query: return disconnect_allowed_;
+    case Mesg_PreDisconnect_Query: return DisconnectAllowed();
     case Mesg_Pause: platform::sleep_ms(pause_ms); return true;
     case Mesg_Delete_Query: return Delete_Me();
     case Mesg_Attached:

@@ -4,6 +4,7 @@
 #include "kernel/CL_Mesg.h"
 #include "kernel/Client_Server.h"
 
+#include <atomic>
 #include <cstdint>
 
 namespace kernel {
@@ -13,7 +14,8 @@ class Server;
 // The base of all clients. A client family adds a public virtual Send with its own kind of server and falls back to the
 // answers given here.
 //
-// Threads:   messages arrive on the sender's thread, often a transport's reader; counters are touched there only.
+// Threads:   messages arrive on the sender's thread, often a transport's reader; counters are touched there only. Whether
+//            disconnection is allowed may be set from any thread.
 // Ownership: belongs to the server it is connected to (see Client_Server).
 // Errors:    an unknown message is reported (level 3, code 31, "Illegal CL_Mesg %d from Server %s").
 class KERNEL_API Client : public virtual Client_Server {
@@ -23,9 +25,9 @@ public:
     bool IsInheritedFrom(const char *name) const override;
 
     // Whether the client lets a server disconnect it; allowed from construction.
-    void Enable_Disconnect() { disconnect_allowed_ = true; }
-    void Disable_Disconnect() { disconnect_allowed_ = false; }
-    bool DisconnectAllowed() const { return disconnect_allowed_; }
+    void Enable_Disconnect() { disconnect_allowed_.store(true, std::memory_order_relaxed); }
+    void Disable_Disconnect() { disconnect_allowed_.store(false, std::memory_order_relaxed); }
+    bool DisconnectAllowed() const { return disconnect_allowed_.load(std::memory_order_relaxed); }
 
 protected:
     Client();
@@ -38,7 +40,7 @@ private:
     std::uint32_t ticks_ = 0;
     std::uint32_t attached_ticks_ = 0;
     bool counts_attached_ = false;
-    bool disconnect_allowed_ = true;
+    std::atomic<bool> disconnect_allowed_{true};
 };
 
 }  // namespace kernel

@@ -4,11 +4,13 @@
 #include "kernel/Object.h"
 #include "kernel/Semaphore.h"
 
+#include <atomic>
+
 namespace kernel {
 
 // The common base of everything that can be connected, inherited virtually.
 //
-// Threads:   Dont_Delete_Me belongs to the time before connecting; the rest is for subclasses.
+// Threads:   any for Dont_Delete_Me; the rest is for subclasses.
 // Ownership: the server that a client is connected to deletes it, unless the client called Dont_Delete_Me.
 // Errors:    none reported.
 class KERNEL_API Client_Server : public virtual Object, public virtual Semaphore {
@@ -23,14 +25,14 @@ public:
     virtual bool Set_Speed(unsigned long speed);
     virtual unsigned long Get_Speed();
 
-    void Dont_Delete_Me() { delete_me_ = false; }
+    void Dont_Delete_Me() { delete_me_.store(false, std::memory_order_relaxed); }
 
 protected:
     Client_Server();
-    bool Delete_Me() const { return delete_me_; }  // the answer to Mesg_Delete_Query
+    bool Delete_Me() const { return delete_me_.load(std::memory_order_relaxed); }  // the answer to Mesg_Delete_Query
 
 private:
-    bool delete_me_ = true;
+    std::atomic<bool> delete_me_{true};
 };
 
 }  // namespace kernel

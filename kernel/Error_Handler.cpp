@@ -1,11 +1,13 @@
 #include "kernel/Error_Handler.h"
 
+#include "platform/clock.h"
 #include "platform/debug.h"
 #include "platform/error.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <string>
+#include <thread>
 
 namespace kernel {
 
@@ -15,7 +17,15 @@ constexpr std::size_t text_size = 2048;  // with the terminator
 constexpr Err_Code no_code = 1;
 constexpr Err_Code os_error_code = 3;
 
-[[noreturn]] void End_Process() { std::exit(-1); }
+// Two threads may come to their end at once, and a destructor of the exit may report once more: exit itself runs only once.
+[[noreturn]] void End_Process()
+{
+    static std::atomic<std::thread::id> ending{};
+    std::thread::id nobody{};
+    if (ending.compare_exchange_strong(nobody, std::this_thread::get_id())) std::exit(-1);
+    if (nobody == std::this_thread::get_id()) std::_Exit(-1);
+    for (;;) platform::sleep_ms(1000);
+}
 
 // For objects without a handler. Level 5 is swallowed as well: nobody is there to see why the process ended.
 class Silent_Handler : public Error_Handler {

@@ -43,8 +43,9 @@ public:
     void Print_Out(Enum_Status status, Err_Code code, const char *format, ...) KERNEL_PRINTF(4, 5);
     void Print_Out(Enum_Status status, const char *format, ...) KERNEL_PRINTF(3, 4);
     // "<text> failed!\nOS Error-Code: 5=0x00000005 => <the system's text>" with code 3; without a format the second line
-    // alone. Nothing when the error is 0. Unit and line stay as they are. The first form takes the calling thread's last
-    // error; errors are Win32 numbers on every platform.
+    // alone. Nothing when the error is 0. Unit and line stay as they are. Errors are Win32 numbers on every platform. The
+    // first form takes the calling thread's last error: on POSIX that of this library's calls; what a host's own system
+    // call left behind it cannot know, so a host there uses the second form.
     void OS_Error(Enum_Status status, const char *format, ...) KERNEL_PRINTF(3, 4);
     void OS_Error(unsigned long error, Enum_Status status, const char *format, ...) KERNEL_PRINTF(4, 5);
 
@@ -76,7 +77,7 @@ class KERNEL_API Simple_Error_Handler : public Error_Handler {
 public:
     explicit Simple_Error_Handler(bool print_location = false);
     // A null stream means standard error. With print_location each text follows "Line %u in File %s\n".
-    Simple_Error_Handler(std::FILE *stream, bool print_location);
+    explicit Simple_Error_Handler(std::FILE *stream, bool print_location = false);
 
 private:
     void Do_Print(Enum_Status status, Err_Code code, const char *text) override;

@@ -34,6 +34,12 @@ Object::Object(const char *name, Error_Handler *handler)
 {
 }
 
+Object::Object(const Object &other)
+    : name_(other.name_), handler_(other.handler_.load(std::memory_order_relaxed)),
+      default_at_birth_(other.default_at_birth_), uses_default_(other.uses_default_.load(std::memory_order_relaxed))
+{
+}
+
 Object::Object(const char *name) : Object(name, nullptr) {}
 
 Object::~Object() = default;

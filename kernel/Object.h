@@ -24,7 +24,6 @@ public:
     // A null name becomes "No Name"; a null handler (or none) becomes the default handler of this moment.
     explicit Object(const char *name, Error_Handler *handler);
     explicit Object(const char *name);
-    Object(const Object &) = delete;
     Object &operator=(const Object &) = delete;
 
     virtual const char *GetName() const;
@@ -62,6 +61,9 @@ public:
     static void Destruct(Object *object);  // null is ignored
 
 protected:
+    // For classes that can be copied: the copy has the same name and reports to the same handler.
+    Object(const Object &other);
+
     // The end of every Construct: the new object, or null after destroying it when it is not valid.
     template <class T>
     static T *Constructed(T *object)

@@ -2,6 +2,7 @@
 
 #include "kernel/BYTE_SER.h"
 #include "kernel/Error_Handler.h"
+#include "kernel/OBJ_SERV.h"
 
 #include <cstring>
 
@@ -33,7 +34,9 @@ bool Server::IsConnected() { return GetClient() != nullptr; }
 // The base knows its families by name; each has its own way to disconnect.
 void Server::Disconnect()
 {
-    if (IsInheritedFrom(Byte_Server::Name)) {
+    if (IsInheritedFrom(Object_Server::Name)) {
+        if (auto *records = dynamic_cast<Object_Server *>(this)) records->Object_Server::Disconnect();
+    } else if (IsInheritedFrom(Byte_Server::Name)) {
         if (auto *bytes = dynamic_cast<Byte_Server *>(this)) bytes->Byte_Server::Disconnect();
     }
 }
@@ -57,13 +60,26 @@ bool Server::Connect(Client *client)
     return true;
 }
 
+// Asks through the family that both belong to: an object may be a server of records and of bytes. Without one there is
+// nobody to ask.
+bool Server::May_Delete(Client *old)
+{
+    if (IsInheritedFrom(Object_Server::Name)) {
+        auto *records = dynamic_cast<Object_Server *>(this);
+        auto *taker = dynamic_cast<Object_Client *>(old);
+        if (records && taker) return taker->Send(*records, Mesg_Delete_Query);
+    }
+    if (IsInheritedFrom(Byte_Server::Name)) {
+        auto *bytes = dynamic_cast<Byte_Server *>(this);
+        auto *puller = dynamic_cast<Byte_Client *>(old);
+        if (bytes && puller) return puller->Send(*bytes, Mesg_Delete_Query);
+    }
+    return true;
+}
+
 void Server::Replace_Client(Client *old)
 {
-    bool may_delete = true;  // a client that is not valid, or of no known family, is not asked
-    if (old->IsValid() && IsInheritedFrom(Byte_Server::Name)) {
-        if (auto *bytes = dynamic_cast<Byte_Server *>(this)) may_delete = bytes->Tell(Mesg_Delete_Query);
-    }
-    if (may_delete)
+    if (!old->IsValid() || May_Delete(old))
         Object::Destruct(old);
     else
         Disconnect();

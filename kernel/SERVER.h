@@ -32,6 +32,7 @@ protected:
     bool Connect(Client *client);
 
 private:
+    bool May_Delete(Client *old);
     void Replace_Client(Client *old);
 };
 

@@ -69,7 +69,7 @@ bool String_Byte_Server::Work()
     long available = MinAvail(0);
     while (available > 0 && available >= requested_) {
         if (!Tell(Mesg_Request_Invite)) requested_ = 0;
-        if (requested_ == 0) return false;
+        if (requested_ <= 0) return false;  // below: it pulled without asking, and would be invited for ever
         if (!Serve(available)) return false;
     }
     if (requested_ > available) Tell(Mesg_Status_40);
@@ -84,7 +84,7 @@ bool String_Byte_Server::ContinueWork()
         if (!Get_Byte_Client()) return false;
         if (!Serve(available)) return false;
         if (!Tell(Mesg_Request_Invite)) requested_ = 0;
-        if (requested_ == 0) return false;
+        if (requested_ <= 0) return false;
         if (requested_ > available) {
             Tell(Mesg_Status_40);
             return true;

@@ -47,7 +47,8 @@ public:
     long MinAvail(long) override;
 
     // The owner's side. Bytes stored before a failure stay.
-    unsigned short Put(unsigned char byte);  // the byte, or No_Byte when full
+    unsigned short
+    Put(unsigned char byte);  // the byte, or No_Byte when full; cast a number, Put(13) fits several forms
     unsigned short Put(char byte) { return Put(static_cast<unsigned char>(byte)); }
     unsigned short Put(unsigned short value);  // its low byte; No_Byte is not stored
     bool PutStr(const unsigned char *text);    // up to the terminator; null is false
@@ -63,6 +64,7 @@ public:
     ~String_Byte_Server() override;
 
 protected:
+    // Name and handler count where this is the most derived class; a subclass gives them to its own virtual base Object.
     String_Byte_Server(const char *name, long size, Error_Handler *handler);
     explicit String_Byte_Server(long size = 4096, Error_Handler *handler = nullptr);
 

@@ -26,14 +26,11 @@ File_Client::File_Client(const char *name) : Object(name ? name : ClassName()) {
 
 File_Client::File_Client() : File_Client(ClassName()) {}
 
-File_Client::File_Client(const File_Client &other) : Object(other.GetName(), other.Get_Error_Handler()), Byte_Client()
-{
-    ResetValues();
-}
+File_Client::File_Client(const File_Client &other) : Object(other), Byte_Client() { ResetValues(); }
 
 File_Client &File_Client::operator=(const File_Client &other)
 {
-    if (this != &other) Set_Error_Handler(other.Get_Error_Handler());
+    last_error_ = other.last_error_;
     return *this;
 }
 
@@ -110,7 +107,8 @@ void File_Client::Record(Byte_Server &server)
     unsigned char block[block_size];
     server.MinAvail(0);
     const long taken = server.GetNBytes(block, block_size);
-    if (!file_ || taken <= 0) return;
+    // More than was asked for is the word of a tap without an upstream, and no bytes came with it.
+    if (!file_ || taken <= 0 || taken > block_size) return;
     std::size_t written = 0;
     if (file_->write(block, static_cast<std::size_t>(taken), written)) return;
     last_error_ = platform::last_error();

@@ -32,8 +32,8 @@ public:
     static File_Client *Construct();
     static void Destruct(File_Client *client) { Object::Destruct(client); }
 
-    // A copy reports to the same handler under the same name and has no file: a file has one writer. Assigning leaves the
-    // file of the assigned as it is.
+    // A copy reports to the same handler under the same name and has no file: a file has one writer. Assigning copies the
+    // last error; name, handler, file and connection stay.
     File_Client(const File_Client &other);
     File_Client &operator=(const File_Client &other);
     ~File_Client() override;

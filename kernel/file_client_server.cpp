@@ -114,7 +114,7 @@ long File_Client_Server::GetNBytes(unsigned char *buffer, long n)
 {
     if (!upstream_) return no_upstream_count;
     const long got = upstream_->GetNBytes(buffer, n);
-    if (got > 0) Record(buffer, static_cast<std::size_t>(got));
+    if (got > 0 && got <= n) Record(buffer, static_cast<std::size_t>(got));
     return got;
 }
 

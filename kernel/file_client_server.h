@@ -3,6 +3,7 @@
 
 #include "kernel/BYTE_SER.h"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -57,7 +58,7 @@ private:
     void Delete_Downstream();
     std::uint32_t Open(const char *name);
 
-    std::uint32_t last_error_ = 0;  // Win32 number of the last failed open or write; 0: none
+    std::atomic<std::uint32_t> last_error_{0};  // Win32 number of the last failed open or write; 0: none
     const std::unique_ptr<Open_File> file_;
     Byte_Server *upstream_ = nullptr;  // set only while a message from it is passed on
 };

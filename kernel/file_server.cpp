@@ -175,13 +175,17 @@ void File_Server::Freeze()
     rate_ = 0;
 }
 
+// Two readers would share one buffer: a running one is asked to leave, again and again, since it may be about to start. One
+// that was given up on does not count.
 bool File_Server::Work(unsigned long n)
 {
-    if (is_running() && !Is_Own_Thread()) {  // two readers would share one buffer
-        const File_Lock lock(*this);
-        Freeze();
+    while (is_running() && !Is_Own_Thread()) {
+        {
+            const File_Lock lock(*this);
+            Freeze();
+        }
+        platform::sleep_ms(5);
     }
-    const std::lock_guard reading(reading_);
     {
         const File_Lock lock(*this);
         delivered_ = 0;
@@ -195,7 +199,6 @@ bool File_Server::Work(unsigned long n)
 unsigned long File_Server::thread()
 {
     if (!Get_Byte_Client()) return static_cast<unsigned long>(-1);
-    const std::lock_guard reading(reading_);
     run_start_ = platform::clock_ms();
     granted_ = 0;
     last_error_ = 0;
@@ -209,65 +212,68 @@ unsigned long File_Server::thread()
     return last_error_ == 0 ? 1 : 0;
 }
 
+struct File_Server::Block {
+    std::shared_ptr<platform::File> file;
+    std::size_t n = 0;    // bytes wanted
+    std::size_t got = 0;  // bytes read; less than n at the end of the file
+};
+
 // Spends the budget. False when the last file has come to its end.
 bool File_Server::Deliver()
 {
-    std::shared_ptr<platform::File> file = file_->Get();
-    while (file) {
+    Block block{file_->Get()};
+    while (block.file) {
         const std::uint64_t delivered = delivered_.load(std::memory_order_relaxed);
         const std::uint64_t budget = budget_.load(std::memory_order_relaxed);
         if (delivered >= budget) return true;
-        std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(budget - delivered, block_size));
-        if (IsUsedByOrgScan.load(std::memory_order_relaxed)) n = 1;
+        block.n = static_cast<std::size_t>(std::min<std::uint64_t>(budget - delivered, block_size));
+        if (IsUsedByOrgScan.load(std::memory_order_relaxed)) block.n = 1;
 
-        std::size_t got = 0;
-        if (!Read(*file, n, got)) {
-            // Retried while there is budget; a file that was closed under us is left for the next one, if any.
+        const bool read = Read(block);
+        if (block.got > 0 || read) Hand_Over(block);
+        if (read && block.got == block.n) continue;
+
+        if (block.file->closed()) {  // under us: there may be another one, or none
+            block.file = file_->Get();
+        } else if (!read) {  // repeated while there is budget
             Request_Stop();
-            if (got > 0) Hand_Over(got);
-            if (file->closed()) {
-                file = file_->Get();
-                continue;
-            }
             platform::sleep_ms(retry_ms);
-            continue;
+        } else {
+            const std::string ended = file_->Name_Copy();
+            if (!Next_File()) {
+                Report(unit, __LINE__).Print_Out(Error_Handler::ES_Warning, 16, "EOF of file \"%s\"", ended.c_str());
+                Request_Stop();
+                return false;
+            }
+            const auto next = file_->Get();
+            if (next == block.file) return true;  // a list that is not open says so and goes on: once per pass
+            block.file = next;
         }
-        Hand_Over(got);
-        if (got == n) continue;
-
-        const std::string ended = file_->Name_Copy();
-        if (!Next_File()) {
-            Report(unit, __LINE__).Print_Out(Error_Handler::ES_Warning, 16, "EOF of file \"%s\"", ended.c_str());
-            Request_Stop();
-            return false;
-        }
-        const auto next = file_->Get();
-        if (next == file) return true;  // a list that is not open says so and goes on: once per pass, not for ever
-        file = next;
     }
     return true;
 }
 
 // Into the ring, in place where its free bytes lie in one piece: they do whenever the client has taken all.
-bool File_Server::Read(platform::File &file, std::size_t n, std::size_t &got)
+bool File_Server::Read(Block &block)
 {
-    unsigned char block[block_size];
-    unsigned char *const in_place = Reserve(n);
-    const bool done = file.read(in_place ? in_place : block, n, got);
-    if (!done && !file.closed()) last_error_ = platform::last_error();
+    unsigned char bytes[block_size];
+    unsigned char *const in_place = Reserve(block.n);
+    const bool read = block.file->read(in_place ? in_place : bytes, block.n, block.got);
+    if (!read && !block.file->closed()) last_error_ = platform::last_error();
     if (in_place)
-        Commit(got);
+        Commit(block.got);
     else
-        PutBin(block, static_cast<unsigned int>(got));
-    return done;
+        PutBin(bytes, static_cast<unsigned int>(block.got));
+    return read;
 }
 
-void File_Server::Hand_Over(std::size_t n)
+void File_Server::Hand_Over(const Block &block)
 {
     // Nobody else writes this counter: a plain addition, without locking the bus.
-    bytes_in_.store(bytes_in_.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
+    bytes_in_.store(bytes_in_.load(std::memory_order_relaxed) + block.got, std::memory_order_relaxed);
     String_Byte_Server::Work();
-    delivered_.fetch_add(n, std::memory_order_relaxed);
+    // Create starts the count of a new file at 0: what was read from the old one must not go on its account.
+    if (!block.file->closed()) delivered_.fetch_add(block.got, std::memory_order_relaxed);
 }
 
 void File_Server::Top_Up()
@@ -276,9 +282,9 @@ void File_Server::Top_Up()
     const File_Lock lock(*this);
     const double elapsed = static_cast<double>(platform::clock_ms() - run_start_) / 1000.0;  // s
     const auto target = static_cast<std::uint64_t>(static_cast<double>(rate_) * elapsed);
-    const std::uint64_t delta = target - granted_;
-    granted_ += delta;
-    budget_ += delta;
+    // A lower rate may have put the target behind what was granted; that is no reason to take bytes back.
+    if (target > granted_) budget_ += target - granted_;
+    granted_ = target;
 }
 
 unsigned long File_Server::terminate()

@@ -9,10 +9,6 @@
 #include <memory>
 #include <mutex>
 
-namespace platform {
-class File;
-}
-
 namespace kernel {
 
 class ipcMutexSemaphore;
@@ -25,7 +21,9 @@ class Open_File;
 // Threads:   the reader thread delivers: the client's Send runs on it, and Next_File and the reports, too. The control
 //            operations may come from any thread; changes are made under a lock named after the file, which other
 //            processes that replay the same name share. Called from the reader thread itself (by the client), stop(),
-//            Close and Disconnect only ask the thread to end. Work(n) waits for a running reader to leave first.
+//            Close and Disconnect only ask the thread to end. Work() and Work(n) belong to one thread; Work(n) first asks
+//            a running reader to leave and waits for that. Not to be destroyed on the reader thread.
+//            A subclass that overrides Next_File, thread or Sleep calls Close(false) in its destructor.
 // Ownership: the client as Byte_Server; the file is open for reading (nobody may write to it) until Close.
 // Errors:    kernel/file_server, level 3: code 9 "Could not open file %s", code 15 the cause, also in a message box,
 //            code 18 no memory or no lock; level 2, code 16 "EOF of file \"%s\"". What the client leaves in the buffer
@@ -59,7 +57,8 @@ public:
 
     // Replays n more bytes on the calling thread and ends auto-run; at a change of file it returns early, since a new file
     // starts with an empty budget. False at the end of the (last) file. True, too, when nothing can be read: without a
-    // client or a file. A read that fails is repeated until it succeeds or another thread closes the file.
+    // client or a file. A read that fails is repeated until it succeeds or another thread closes the file: until then this
+    // call does not come back.
     bool Work(unsigned long n);
 
     const char *GetFilename() const;   // null when closed; valid until the next change of file
@@ -80,7 +79,7 @@ protected:
     void Set_Rate(unsigned long rate);
 
     // Holds the lock named after the open file for a scope; without a file nothing.
-    class File_Lock {
+    class KERNEL_API File_Lock {
     public:
         explicit File_Lock(const File_Server &server);
         ~File_Lock() { Release(); }
@@ -93,10 +92,11 @@ protected:
     };
 
 private:
+    struct Block;  // one read
     bool Open(const char *name);
     bool Deliver();
-    bool Read(platform::File &file, std::size_t n, std::size_t &got);
-    void Hand_Over(std::size_t n);
+    bool Read(Block &block);
+    void Hand_Over(const Block &block);
     void Top_Up();
     void Freeze();
 
@@ -112,7 +112,6 @@ private:
     std::atomic<std::uint64_t> bytes_in_{0};
     mutable std::mutex lock_guard_;                 // guards file_lock_
     std::shared_ptr<ipcMutexSemaphore> file_lock_;  // null when closed
-    std::recursive_mutex reading_;                  // held by whoever runs the reader; taken before the file lock
 };
 
 }  // namespace kernel

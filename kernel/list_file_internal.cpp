@@ -1,5 +1,6 @@
 #include "kernel/list_file_internal.h"
 
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 
@@ -8,6 +9,7 @@ namespace kernel {
 namespace {
 
 constexpr char blanks[] = " \t";
+constexpr char end_of_text = '\x1A';
 constexpr std::size_t line_size = 257;  // with the terminator
 
 void Cut_Line_End(std::string &line)
@@ -33,13 +35,17 @@ void List_File::Close()
 {
     if (stream_) std::fclose(stream_);
     stream_ = nullptr;
+    ended_ = false;
 }
 
 bool List_File::Next(std::string &entry)
 {
     char line[line_size];
-    while (stream_ && !std::feof(stream_) && std::fgets(line, sizeof line, stream_)) {
+    while (stream_ && !ended_ && !std::feof(stream_) && std::fgets(line, sizeof line, stream_)) {
+        char *const end = std::strchr(line, end_of_text);
+        if (end) *end = '\0';
         entry = Entry(line);
+        ended_ = end != nullptr;
         if (!entry.empty()) return true;
     }
     return false;

@@ -7,7 +7,7 @@
 namespace kernel {
 
 // One file name per line: LF or CR LF, at most 256 characters (a longer line counts as several), blanks and tabs around
-// the name ignored, empty lines ignored. "//" starts a comment, unless a single '/' stands before it in the line.
+// the name ignored, empty lines ignored. Ctrl-Z (0x1A) ends the list on every system, as it does in text files on Windows. "//" starts a comment, unless a single '/' stands before it in the line.
 //
 // Threads:   one at a time.
 // Ownership: owns the stream.
@@ -29,6 +29,7 @@ public:
 
 private:
     std::FILE *stream_ = nullptr;
+    bool ended_ = false;  // by a Ctrl-Z
 };
 
 }  // namespace kernel

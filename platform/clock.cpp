@@ -1,6 +1,7 @@
 // The standard library's steady clock serves every platform: there are no halves.
 #include "platform/clock.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -24,6 +25,6 @@ std::uint64_t clock_ms()
 
 void advance_clock(std::uint64_t ms) { pushed_ms.fetch_add(ms, std::memory_order_relaxed); }
 
-void sleep_ms(unsigned long ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
+void sleep_ms(unsigned long ms) { std::this_thread::sleep_for(std::chrono::milliseconds(std::min(ms, 0xFFFFFFFFUL))); }
 
 }  // namespace platform

@@ -23,7 +23,7 @@ enum Error : std::uint32_t {
     error_operation_aborted = 995,
 };
 
-// The calling thread's last error. Successful calls leave it as it was.
+// The calling thread's last error: good right after a call that failed; a successful one may change it.
 std::uint32_t last_error();
 void set_last_error(std::uint32_t error);
 

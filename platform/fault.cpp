@@ -15,6 +15,7 @@ struct Plan {
 };
 
 Plan plans[2];
+std::atomic<std::size_t> most{0};  // bytes per call of the system; 0: no limit
 
 Plan &plan_of(Operation operation) { return plans[static_cast<int>(operation)]; }
 
@@ -31,9 +32,21 @@ void fail_after(Operation operation, std::uint64_t bytes, std::uint32_t error)
     armed = true;
 }
 
+void move_at_most(std::size_t bytes)
+{
+    most = bytes;
+    armed = true;
+}
+
+std::size_t piece(std::size_t n)
+{
+    return armed.load(std::memory_order_relaxed) && most > 0 ? std::min<std::size_t>(n, most) : n;
+}
+
 void clear()
 {
     armed = false;
+    most = 0;
     for (Plan &plan : plans) plan.set = false;
 }
 

@@ -15,7 +15,7 @@ bool File::read(void *buffer, std::size_t n, std::size_t &got)
             return false;
         }
         std::size_t moved = 0;
-        if (!read_once(static_cast<unsigned char *>(buffer) + got, admitted - got, moved)) return false;
+        if (!read_once(static_cast<unsigned char *>(buffer) + got, fault::piece(admitted - got), moved)) return false;
         if (moved == 0) return true;
         got += moved;
     }
@@ -32,7 +32,8 @@ bool File::write(const void *buffer, std::size_t n, std::size_t &put)
             return false;
         }
         std::size_t moved = 0;
-        if (!write_once(static_cast<const unsigned char *>(buffer) + put, admitted - put, moved)) return false;
+        if (!write_once(static_cast<const unsigned char *>(buffer) + put, fault::piece(admitted - put), moved))
+            return false;
         put += moved;
     }
     return admitted == n || fault::fail(fault::Operation::write);

@@ -6,7 +6,7 @@
 
 namespace platform {
 
-constexpr unsigned long wait_forever = 0xFFFFFFFF;
+constexpr unsigned long wait_forever = 0xFFFFFFFF;  // milliseconds; more is for ever as well
 
 // Something that can be waited for.
 //

@@ -126,7 +126,9 @@ TEST(Byte_Server, scans_for_texts)
     }
     Full_Server mismatch("X");
     mismatch.Sync_String("$");
-    EXPECT_EQ(mismatch.requests, (std::vector<long>{0}));
+    mismatch.UnGetByte('X');
+    mismatch.Sync_String_Upper("$");
+    EXPECT_EQ(mismatch.requests, (std::vector<long>{0, 0}));
 }
 
 TEST(Byte_Server, switches_between_clients)
@@ -141,6 +143,9 @@ TEST(Byte_Server, switches_between_clients)
     EXPECT_EQ(server.Switch(&second), &first);
     EXPECT_EQ(first.Take(), (Heard{150}));
     EXPECT_EQ(second.Take(), (Heard{1000, 140}));
+    EXPECT_EQ(server.Switch(&second), nullptr);  // nothing to hand over
+    EXPECT_EQ(server.GetClient(), &second);
+    second.Take();
 
     auto *refusing = new Recording_Client(&refused_deleted);
     refusing->Answer_With(Mesg_Byte_Type, false);
@@ -178,9 +183,9 @@ TEST(Byte_Server, forwards_notices_in_the_name_of_the_upstream_server)
     EXPECT_FALSE(middle.Forward_Send(upstream, Mesg_Status_50));
     EXPECT_EQ(client->senders.back(), &upstream);
     client->Take();
-    for (const int m : {10, 20, 21, 30, 70, 80, 90, 100, 110, 120, 140, 150, 201, 202, 203, 210, 220, 230, 250, 1000})
-        middle.Forward_Send(upstream, static_cast<CL_Mesg>(m));
-    EXPECT_EQ(client->Take(), (Heard{30, 90, 100, 110, 140, 150, 201, 202, 203, 210, 220, 230}));
+    for (int m = 0; m <= 1010; ++m) middle.Forward_Send(upstream, static_cast<CL_Mesg>(m));
+    EXPECT_EQ(client->Take(),
+              (Heard{30, 40, 50, 90, 100, 110, 140, 150, 160, 170, 180, 200, 201, 202, 203, 210, 220, 230}));
 }
 
 TEST(Byte_Client_NULL, drains_in_its_own_way)
@@ -218,5 +223,8 @@ TEST(Byte_Client_NULL, drains_in_its_own_way)
     server.Connect(client);
     server.Disconnect();  // frees its buffer
     EXPECT_FALSE(client->IsValid());
+    EXPECT_TRUE(server.Connect(client));
+    EXPECT_FALSE(server.Work());  // it refuses, instead of pulling nothing for ever
+    server.SetClient(nullptr);
     Byte_Client_NULL::Destruct(client);
 }

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <thread>
 
 #ifdef _WIN32
 #include <windows.h>
@@ -21,10 +22,15 @@ namespace {
 // A thread whose body is the test's.
 class Test_Thread : public Base_Thread {
 public:
-    explicit Test_Thread(std::function<unsigned long(Test_Thread &)> body) : body_(std::move(body)) {}
+    explicit Test_Thread(std::function<unsigned long(Test_Thread &)> body, bool quiet = false)
+        : Base_Thread(0, quiet), body_(std::move(body))
+    {
+    }
     ~Test_Thread() override { stop(); }
     unsigned long thread() override { return body_(*this); }
 
+    using Base_Thread::Begin;
+    using Base_Thread::start;
     using Base_Thread::Stop_Requested;
     using Base_Thread::terminate;
     std::uint32_t Exit_Code() const { return GetHandleThread()->exit_code(); }
@@ -93,12 +99,15 @@ TEST(Base_Thread, starts_runs_and_stops_again_and_again)
 
 TEST(Base_Thread, exit_codes)
 {
-    for (const auto &[result, code] : {std::pair<unsigned long, std::uint32_t>{7, 7}, {259, 0}, {~0UL, 0xFFFFFFFF}}) {
-        Test_Thread thread([r = result](Test_Thread &) { return r; });
-        ASSERT_TRUE(thread.start(false));
-        ASSERT_TRUE(thread.Ends_Within(10000));
-        EXPECT_EQ(thread.Exit_Code(), code);
-        EXPECT_FALSE(thread.is_running());
+    for (const bool quiet : {false, true}) {
+        for (const auto &[result, code] :
+             {std::pair<unsigned long, std::uint32_t>{7, 7}, {259, 0}, {~0UL, 0xFFFFFFFF}}) {
+            Test_Thread thread([r = result](Test_Thread &) { return r; }, quiet);
+            ASSERT_TRUE(thread.start(false));
+            ASSERT_TRUE(thread.Ends_Within(10000));
+            EXPECT_EQ(thread.Exit_Code(), code);
+            EXPECT_FALSE(thread.is_running());
+        }
     }
 }
 
@@ -110,7 +119,8 @@ TEST(Base_Thread, asks_a_body_to_end)
         ended = true;
         return 0UL;
     });
-    thread.pre_stop();  // not running: leaves no stop behind
+    thread.pre_stop();
+    EXPECT_FALSE(thread.Stop_Requested());  // not running: no stop is left behind
     ASSERT_TRUE(thread.start(false));
     thread.pre_stop();
     EXPECT_TRUE(thread.Ends_Within(5000));
@@ -118,6 +128,56 @@ TEST(Base_Thread, asks_a_body_to_end)
 
     ASSERT_TRUE(thread.start(false));
     EXPECT_EQ(thread.terminate(), 1u);
+    EXPECT_FALSE(thread.Stop_Requested());
+}
+
+TEST(Base_Thread, a_stop_before_the_body_begins_is_not_forgotten)
+{
+    std::atomic<bool> ran{false};
+    Test_Thread thread([&](Test_Thread &) {
+        ran = true;
+        return 3UL;
+    });
+    ASSERT_TRUE(thread.start(true));
+    thread.pre_stop();
+    thread.ResumeAll();
+    EXPECT_TRUE(thread.Ends_Within(5000));
+    EXPECT_FALSE(ran);
+    EXPECT_EQ(thread.Exit_Code(), 0u);
+}
+
+TEST(Base_Thread, runs_an_entry_of_a_subclass)
+{
+    Test_Thread thread(Until_Stopped);
+    const auto entry = [](void *self) { return static_cast<Test_Thread *>(self)->Begin() ? 21UL : 22UL; };
+    EXPECT_LT(Elapsed([&] { EXPECT_TRUE(thread.start(entry, &thread, false)); }), 1500u);
+    EXPECT_TRUE(thread.Ends_Within(5000));
+    EXPECT_EQ(thread.Exit_Code(), 21u);
+}
+
+// Whoever starts and stops meanwhile: no body is left running, and none is waited out.
+TEST(Base_Thread, starts_and_stops_from_several_threads)
+{
+    std::atomic<int> begun{0}, ended{0};
+    const std::uint64_t begin = platform::clock_ms();
+    {
+        Test_Thread thread([&](Test_Thread &self) {
+            ++begun;
+            while (!self.Stop_Requested()) self.Sleep(5);
+            ++ended;
+            return 0UL;
+        });
+        std::thread others[] = {std::thread([&] {
+                                    for (int i = 0; i < 60; ++i) thread.start(false);
+                                }),
+                                std::thread([&] {
+                                    for (int i = 0; i < 60; ++i) thread.stop();
+                                })};
+        for (int i = 0; i < 60; ++i) thread.stop();
+        for (std::thread &other : others) other.join();
+    }
+    EXPECT_EQ(begun, ended);
+    EXPECT_LT(platform::clock_ms() - begin, 30000u);
 }
 
 TEST(Base_Thread, may_ask_for_its_own_end)
@@ -259,6 +319,9 @@ TEST(Function_Thread, runs_functions_and_kills_at_once)
     {
         Function_Thread empty;
         EXPECT_EQ(empty.thread(), ~0UL);
+        empty.Init(
+            nullptr, [](void *) { return 5; }, nullptr);
+        EXPECT_EQ(empty.thread(), ~0UL);  // a function, but nothing to run it on
         Function_Thread thread;
         thread.Init(
             &context, [](void *c) { return *static_cast<int *>(c); }, nullptr);
@@ -303,4 +366,23 @@ TEST(Member_Thread, runs_members)
     EXPECT_TRUE(thread.GetHandleThread()->wait(5000));
     thread.stop();
     EXPECT_EQ(worker.terminated, 0u);  // it had ended by itself
+
+    struct Waiter {
+        unsigned long Body()
+        {
+            while (!ends) platform::sleep_ms(1);
+            return 0;
+        }
+        unsigned long Terminate()
+        {
+            ends = true;
+            return 0;
+        }
+        std::atomic<bool> ends{false};
+    } waiter;
+    Member_Thread<Waiter> waiting;
+    waiting.Init(&waiter, &Waiter::Body, &Waiter::Terminate);
+    ASSERT_TRUE(waiting.start(false));
+    waiting.stop();
+    EXPECT_TRUE(waiter.ends);
 }

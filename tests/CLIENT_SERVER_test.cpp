@@ -2,6 +2,8 @@
 #include "kernel/String_Byte_Server.h"
 #include "kernel/file_client_server.h"
 
+#include "platform/clock.h"
+
 #include "tests/support/clients.h"
 #include "tests/support/reports.h"
 
@@ -20,6 +22,23 @@ class Plain_Client : public Client {
 public:
     Plain_Client() : Object("plain") {}
     using Client::Send;
+};
+
+class Invalid_Client : public Recording_Client {
+public:
+    explicit Invalid_Client(bool *deleted) : Object("invalid"), Recording_Client(deleted) {}
+    bool IsValid() const override { return false; }
+};
+
+// Keeps its client itself, as the virtual operations allow.
+class Own_Server : public Bare_Server {
+public:
+    Own_Server() : Object("own") {}
+    Client *GetClient() override { return own_; }
+    void SetClient(Client *client) override { own_ = client; }
+
+private:
+    Client *own_ = nullptr;
 };
 
 class Ticking_Chain {
@@ -60,6 +79,15 @@ TEST(Client, answers_every_message_as_the_base_does)
     }
 }
 
+TEST(Client, pauses_the_sender)
+{
+    Bare_Server server;
+    Plain_Client client;
+    const std::uint64_t begin = platform::clock_ms();
+    EXPECT_TRUE(client.Send(server, Mesg_Pause));
+    EXPECT_GE(platform::clock_ms() - begin, 39u);
+}
+
 TEST(Client, a_byte_client_differs_in_five_answers)
 {
     Bare_Server server;
@@ -96,6 +124,8 @@ TEST(Client, counts_ticks_and_derives_minutes_hours_and_days)
     for (const CL_Mesg m : {Mesg_Attached, Mesg_Second, Mesg_Second, Mesg_Detached, Mesg_Second}) send(m);
     EXPECT_EQ(client.Ticks(), 3u);
     EXPECT_EQ(client.Attached_Ticks(), 2u);
+    for (const CL_Mesg m : {Mesg_Attached, Mesg_Second, Mesg_Attached}) send(m);
+    EXPECT_EQ(client.Attached_Ticks(), 0u);  // each attachment counts afresh
     send(Mesg_Reset_Counters);
     EXPECT_EQ(client.Ticks() + client.Attached_Ticks(), 0u);
 
@@ -144,6 +174,13 @@ TEST(Server, a_new_client_replaces_the_old_one)
     EXPECT_TRUE(server.Connect(new Recording_Client));
     EXPECT_EQ(kept.Take(), (Heard{1000, 120, 20}));
 
+    bool invalid_deleted = false;
+    auto *invalid = new Invalid_Client(&invalid_deleted);
+    server.Connect(invalid);
+    invalid->Answer_With(Mesg_Delete_Query, false);
+    server.Connect(new Recording_Client);
+    EXPECT_TRUE(invalid_deleted);  // one that is not valid is not asked
+
     Recording_Client stubborn;  // refuses both: it loses its place all the same
     stubborn.Dont_Delete_Me();
     stubborn.Disable_Disconnect();
@@ -151,6 +188,17 @@ TEST(Server, a_new_client_replaces_the_old_one)
     server.Connect(new Recording_Client);
     EXPECT_EQ(stubborn.Take(), (Heard{1000, 120, 20}));
     EXPECT_NE(server.GetClient(), &stubborn);
+}
+
+TEST(Server, asks_the_client_that_it_says_it_has)
+{
+    bool deleted = false;
+    Own_Server server;
+    server.SetClient(new Recording_Client(&deleted));
+    Recording_Client next;
+    next.Dont_Delete_Me();
+    server.Connect(&next);
+    EXPECT_TRUE(deleted);
 }
 
 TEST(Server, a_client_that_takes_no_bytes_is_disconnected)
@@ -192,6 +240,15 @@ TEST(Server, its_end_is_its_clients_end_unless_that_refuses)
 
 TEST(Server, its_end_runs_down_a_chain)
 {
+    Recording_Client kept;
+    kept.Dont_Delete_Me();
+    {
+        Bare_Server server;
+        auto *tap = File_Client_Server::Construct(nullptr);
+        tap->Connect(&kept);
+        server.Connect(tap);
+    }
+    EXPECT_EQ(kept.heard.back(), 120);  // asked, and it stays
     for (const bool tap_may_go : {true, false}) {
         bool deleted = false;
         auto *client = new Recording_Client(&deleted);

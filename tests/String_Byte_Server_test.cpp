@@ -153,6 +153,36 @@ TEST(String_Byte_Server, serves_a_request_when_it_can_be_met_and_not_before)
     EXPECT_EQ(chain.Pulled(), "abcdefghij");
 }
 
+TEST(String_Byte_Server, each_round_begins_without_a_request)
+{
+    Fed_Client chain(64, 10);
+    EXPECT_EQ(chain.Feed("abcd").Work(), (Heard{70, 40}));
+    EXPECT_EQ(chain.Work(), (Heard{70, 40}));  // asked again, although ten are still wanted
+
+    const Owned server = Make(64);
+    auto *client = new Recording_Client;  // takes one byte of the two it asked for, then is told of the second
+    client->On(Mesg_Request_Invite, [](Byte_Server &s) { return s.Request(2), true; });
+    client->On(Mesg_Data_Ready, [](Byte_Server &s) { return s.GetByte() != No_Byte; });
+    server->Connect(client);
+    client->Take();
+    server->PutStr("ab");
+    EXPECT_TRUE(server->Work());
+    EXPECT_EQ(client->Take(), (Heard{70, 80, 80}));
+}
+
+TEST(String_Byte_Server, does_not_turn_for_ever_for_a_client_that_pulls_without_asking)
+{
+    const Owned server = Make(64);
+    auto *client = new Recording_Client;
+    client->On(Mesg_Request_Invite, [](Byte_Server &s) { return s.GetByte() != No_Byte; });
+    server->Connect(client);
+    server->PutStr("abc");
+    client->Take();
+    EXPECT_FALSE(server->Work());
+    EXPECT_FALSE(server->ContinueWork());
+    EXPECT_EQ(client->Take(), (Heard{70, 70}));
+}
+
 TEST(String_Byte_Server, invites_first_or_serves_first)
 {
     Fed_Client chain(64, 2);
@@ -178,6 +208,20 @@ TEST(String_Byte_Server, ends_a_round_when_the_client_refuses_or_wants_nothing)
     serve = false;
     EXPECT_FALSE(server->Work());  // the invitation is refused, although it asked
     EXPECT_EQ(client->Take(), (Heard{70}));
+
+    // A refusal drops the request: nothing is pending any more.
+    client->Answer_With(Mesg_Data_Ready, false);
+    serve = true;
+    EXPECT_FALSE(server->Work());
+    client->Take();
+    serve = false;
+    EXPECT_FALSE(server->ContinueWork());
+    EXPECT_EQ(client->Take(), (Heard{70}));
+    Recording_Client gone;
+    gone.Dont_Delete_Me();
+    server->Connect(&gone);
+    server->Disconnect();
+    EXPECT_FALSE(server->ContinueWork());  // nobody there
 
     Recording_Client *negative = new Recording_Client;
     negative->On(Mesg_Request_Invite, [](Byte_Server &s) { return s.Request(-5), true; });

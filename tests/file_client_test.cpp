@@ -1,6 +1,7 @@
 // Both recorders: the client at the end of a chain and the tap in its middle.
 #include "kernel/file_client.h"
 #include "kernel/file_client_server.h"
+#include "kernel/file_support_internal.h"
 
 #include "kernel/String_Byte_Server.h"
 
@@ -88,6 +89,65 @@ TEST(File_Client, knows_the_file_that_is_open)
     EXPECT_EQ(Whole_File(name) + "|" + Whole_File(other), "onetwo|three");
 }
 
+TEST(File_Client, takes_single_bytes)
+{
+    Test_Folder folder;
+    auto *client = File_Client::Construct((folder / "copy").c_str());
+    Source source(client);
+    for (const char *byte : {"a", "b", "c"}) {
+        source.Feed(byte);
+        EXPECT_EQ(source.server->MinAvail(0), 0);
+    }
+    EXPECT_EQ(Whole_File(folder / "copy"), "abc");
+    // A tap that nobody feeds answers 65535 bytes and brings none.
+    auto *tap = File_Client_Server::Construct(nullptr);
+    auto *end = File_Client::Construct((folder / "end").c_str());
+    tap->Connect(end);
+    EXPECT_TRUE(end->Send(*tap, Mesg_Data_Ready));
+    EXPECT_EQ(Whole_File(folder / "end"), "");
+    Object::Destruct(static_cast<Byte_Server *>(tap));
+}
+
+TEST(File_Client, a_copy_reports_where_the_original_does)
+{
+    Error_Handler *const built_in = Object::Get_Default_Handler();
+    Object::Set_Default_Handler(new Capturing_Handler);
+    const std::unique_ptr<File_Client> original(File_Client::Construct()), muted(File_Client::Construct());
+    muted->Set_Error_Handler(nullptr);
+    const File_Client copy(*original), muted_copy(*muted);
+    EXPECT_EQ(copy.Get_Error_Handler(), original->Get_Error_Handler());
+    EXPECT_EQ(muted_copy.Get_Error_Handler(), nullptr);
+    Object::Set_Default_Handler(built_in);  // deletes the one that both had
+    EXPECT_EQ(copy.Get_Error_Handler(), built_in);
+}
+
+TEST(File_Client, names_every_cause)
+{
+    struct Case {
+        std::uint32_t error;
+        const char *text;
+    };
+    const Open_Error_Words words = {"N", "D"};
+    for (const Case &c : {Case{0, ""},
+                          {2, "N"},
+                          {4, "too many open files"},
+                          {5, "D"},
+                          {6, "invalid handle"},
+                          {8, "not enough memory"},
+                          {9, "invalid block"},
+                          {10, "bad environment"},
+                          {11, "bad format"},
+                          {12, "invalid access"},
+                          {13, "invalid Data"},
+                          {21, "not ready"},
+                          {110, "open failed"},
+                          {123, "File name invalid"},
+                          {1450, "No system resources"},
+                          {1816, "Not enough quota is available to process this command."},
+                          {3, "NT ErrorCode: 3 = 0x00000003"}})
+        EXPECT_EQ(Open_Error_Text(c.error, words), c.text) << c.error;
+}
+
 TEST(File_Client, says_what_it_cannot_open)
 {
     Test_Folder folder;
@@ -109,6 +169,8 @@ TEST(File_Client, says_what_it_cannot_open)
     EXPECT_FALSE(tap->Create(missing.c_str()));
     const Reports heard = reports->Take();
     ASSERT_EQ(heard.size(), 4u);
+    EXPECT_FALSE(tap->Create((folder / "").c_str()));
+    EXPECT_EQ(reports->Take().at(1).text, "Initialization Error\nCode: access denied (Device open ?)");
     EXPECT_EQ(heard[2], (Reported{3, 9, "Could not open File " + missing, "kernel/file_client_server"}));
 }
 

@@ -6,6 +6,7 @@
 #include "platform/fault.h"
 #include "platform/file.h"
 #include "platform/message_box.h"
+#include "platform/named_lock.h"
 
 #include "tests/support/clients.h"
 #include "tests/support/folder.h"
@@ -209,6 +210,128 @@ TEST(File_Server, reads_byte_by_byte_for_those_who_want_it)
     EXPECT_FALSE(File_Server::IsUsedByOrgScan);
 }
 
+TEST(File_Server, a_new_file_starts_with_nothing_granted)
+{
+    Test_Folder folder;
+    const std::string bytes = Pattern(60000), name = folder.Write("a", bytes), other = folder.Write("b", bytes);
+    Replay<File_Server> replay;
+    File_Server &server = *replay.server;
+    ASSERT_TRUE(server.Create(name.c_str(), 0));
+    server.Insert(50000);
+    ASSERT_TRUE(server.Create(other.c_str(), 0));  // the grant was for the old one
+    server.Work();
+    platform::sleep_ms(120);
+    EXPECT_EQ(server.GetBytesIn(), 0);
+    server.Insert(1000);
+    for (int i = 0; i < 2000 && server.GetBytesIn() < 1000; ++i) platform::sleep_ms(5);
+
+    // The same with a running thread, which goes on with the new file from its start.
+    ASSERT_TRUE(server.Create(name.c_str(), 0));
+    EXPECT_TRUE(server.is_running());
+    server.Insert(5000);
+    for (int i = 0; i < 2000 && server.GetBytesIn() < 6000; ++i) platform::sleep_ms(5);
+    platform::sleep_ms(120);
+    EXPECT_TRUE(server.is_running());
+    server.stop();
+    EXPECT_EQ(replay.client->pulled, bytes.substr(0, 1000) + bytes.substr(0, 5000));
+}
+
+TEST(File_Server, a_new_rate_counts_from_its_own_start)
+{
+    Test_Folder folder;
+    const std::string name = folder.Write("a", Pattern(3000000));
+    Replay<File_Server> replay;
+    File_Server &server = *replay.server;
+    ASSERT_TRUE(server.Create(name.c_str(), 100000));
+    server.Work();
+    platform::advance_clock(5000);
+    while (server.GetBytesIn() < 500000) platform::sleep_ms(5);
+    platform::advance_clock(5000);
+    server.AutoRun(20000);  // neither the five seconds before it nor what was granted then count
+    const std::int64_t before = server.GetBytesIn();
+    platform::sleep_ms(300);
+    EXPECT_GT(server.GetBytesIn(), before);
+    EXPECT_LT(server.GetBytesIn(), before + 60000);
+    // A lower rate through Create puts the target behind what was granted: it goes on slowly, and not all at once.
+    ASSERT_TRUE(server.Create(name.c_str(), 10000));
+    const std::int64_t changed = server.GetBytesIn();
+    platform::sleep_ms(300);
+    EXPECT_LT(server.GetBytesIn(), changed + 60000);
+    EXPECT_TRUE(server.is_running());
+}
+
+TEST(File_Server, a_stopped_one_is_closed_and_stays_quiet)
+{
+    Test_Folder folder;
+    const std::string name = folder.Write("a", Pattern(2000000));
+    Replay<File_Server> replay;
+    File_Server &server = *replay.server;
+    ASSERT_TRUE(server.Create(name.c_str(), 1000000));
+    server.Work();
+    while (server.GetBytesIn() == 0) platform::sleep_ms(5);
+    server.stop();
+    EXPECT_EQ(server.GetFilename(), nullptr);
+    EXPECT_TRUE(platform::File::open(name.c_str(), platform::File::Mode::append));  // nobody reads it any more
+
+    ASSERT_TRUE(server.Create(name.c_str(), 1000000));
+    EXPECT_TRUE(server.Work(10));  // a step ends auto-run
+    const std::int64_t before = server.GetBytesIn();
+    server.Work();
+    platform::sleep_ms(200);
+    EXPECT_EQ(server.GetBytesIn(), before);
+}
+
+TEST(File_Server, its_control_operations_wait_for_the_lock_of_the_file)
+{
+    Test_Folder folder;
+    const std::string name = folder.Write("a", Pattern(100));
+    Replay<File_Server> replay;
+    ASSERT_TRUE(replay.server->Create(name.c_str(), 0));
+    platform::Named_Lock lock(name);  // as another process would hold it
+    lock.lock();
+    std::atomic<bool> done{false};
+    std::thread control([&] {
+        replay.server->Insert(10);
+        done = true;
+    });
+    platform::sleep_ms(50);
+    EXPECT_FALSE(done);
+    lock.unlock();
+    control.join();
+    EXPECT_TRUE(done);
+}
+
+TEST(File_Server, runs_again_after_its_reader_was_given_up_on)
+{
+    Test_Folder folder;
+    const std::string name = folder.Write("a", Pattern(9000));
+    Replay<File_Server> replay;
+    File_Server &server = *replay.server;
+    static std::atomic<bool> holds;
+    static std::atomic<bool> held;
+    holds = true;
+    held = false;
+    Recording_Client stuck;
+    stuck.Dont_Delete_Me();
+    stuck.On(Mesg_Request_Invite, [](Byte_Server &) {
+        held = true;
+        while (holds) platform::sleep_ms(1);
+        return false;
+    });
+    server.Connect(&stuck);
+    ASSERT_TRUE(server.Create(name.c_str(), 0));
+    server.Insert(100);
+    server.Work();
+    while (!held) platform::sleep_ms(1);
+    server.stop();  // ten seconds
+    EXPECT_FALSE(server.is_running());
+    server.SetClient(replay.client.get());
+    ASSERT_TRUE(server.Create(name.c_str(), 0));
+    EXPECT_FALSE(server.Work(10000));
+    EXPECT_EQ(replay.client->pulled.size(), 9100u);  // with the hundred that nobody pulled
+    holds = false;
+}
+
 TEST(File_Server, retries_a_failing_read)
 {
     Test_Folder folder;
@@ -330,6 +453,9 @@ TEST(File_List_Server, replays_its_entries_in_turn)
     ASSERT_TRUE(replay.server->Create(list.c_str(), 0));
     EXPECT_TRUE(replay.server->Create(nullptr, 0));
     EXPECT_EQ(replay.server->GetFilename(), nullptr);
+    replay.reports->Take();
+    replay.server->Next_File();  // the list is closed, too
+    EXPECT_EQ(replay.reports->Take().at(0).code, 12);
 }
 
 TEST(File_List_Server, its_thread_runs_through_the_list_at_a_rate)
@@ -365,6 +491,8 @@ TEST(File_List_Server, takes_lists_as_they_come)
         std::vector<std::string> opened;
     };
     const Case cases[] = {
+        {"Ctrl-Z ends it", "a\n\x1A\na\n", "A", {"a"}},
+        {"Ctrl-Z behind a name", "a\x1Az\na\n", "A", {"a"}},
         {"only comments", "// x\n\n  \t\r\n//y", "", {}},
         {"empty", "", "", {}},
         {"a trailing comment", "a  // the first\n", "A", {"a"}},
@@ -409,6 +537,8 @@ TEST(Simulator_File_Server, has_a_switch_and_a_master)
     ASSERT_TRUE(server.Create(a.c_str(), false, 100));
     EXPECT_EQ(replay.All(), bytes);
 
+    ASSERT_TRUE(server.Create(a.c_str(), false, 77));
+    EXPECT_EQ(server.GetBytesPerSec(), 77u);
     ASSERT_TRUE(server.Create(a.c_str(), false, 0));
     server.SetBytesPerSec(100000);
     server.Work();

@@ -231,7 +231,7 @@ TEST_F(gnss_replay, ends_in_order_when_interrupted)
     for (const std::string signal : {"INT", "TERM"}) {
         const std::string copy = folder / signal;
         const Result result = Run("--rate 50000 --record " + Quoted(copy) + " " + Quoted(Recording(week_change)),
-                                  "timeout --preserve-status -s " + signal + " 0.7 ");
+                                  "timeout --foreground --preserve-status -s " + signal + " 0.7 ");
         EXPECT_EQ(result.exit, 0) << result.err;
         EXPECT_GT(result.totals.at("frames"), 0u);
         EXPECT_LT(result.totals.at("bytes read"), 262144u);
@@ -242,7 +242,7 @@ TEST_F(gnss_replay, ends_in_order_when_interrupted)
 // The server repeats a failed read for ever.
 TEST_F(gnss_replay, can_be_interrupted_while_reads_fail)
 {
-    const Result result = Run("/proc/self/mem", "timeout --preserve-status -k 10 -s INT 0.5 ");
+    const Result result = Run("/proc/self/mem", "timeout --foreground --preserve-status -k 10 -s INT 0.5 ");
     EXPECT_EQ(result.exit, 0);  // killed: 137
     EXPECT_NE(result.err.find("Interrupted."), std::string::npos) << result.err;
     EXPECT_EQ(result.totals.at("bytes read"), 0u);

@@ -87,6 +87,7 @@ void set_last_error(std::uint32_t error) { last = error; }
 std::string error_text(std::uint32_t error)
 {
     if (error == error_none) return std::strerror(0);
+    if (error == error_path_not_found) return std::strerror(ENOENT);
     if (error == error_sharing_violation) return "File is in use by another program";
     for (const Row &row : table) {
         if (row.win32 == error) return std::strerror(row.posix);

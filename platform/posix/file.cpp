@@ -4,6 +4,7 @@
 #include "platform/posix/errno_table.h"
 
 #include <cerrno>
+#include <csignal>
 #include <fcntl.h>
 #include <string>
 #include <string_view>
@@ -20,7 +21,7 @@ int open_descriptor(const char *name, File::Mode mode)
     const int flags = mode == File::Mode::read ? O_RDONLY : O_WRONLY | O_CREAT;
     int descriptor = -1;
     do {
-        descriptor = ::open(name, flags | O_CLOEXEC, 0666);
+        descriptor = ::open(name, flags | O_CLOEXEC | O_NOCTTY, 0666);
     } while (descriptor < 0 && errno == EINTR);
     return descriptor;
 }
@@ -31,9 +32,18 @@ void fail_open(const char *name)
     posix::fail();
     const std::string_view path(name);
     const std::size_t slash = path.rfind('/');
+    if (path.empty()) set_last_error(error_path_not_found);
     if (last_error() != error_not_found || slash == std::string_view::npos || slash == 0) return;
     struct stat status {};
     if (stat(std::string(path.substr(0, slash)).c_str(), &status) != 0) set_last_error(error_path_not_found);
+}
+
+// A file that grows past the limit of the process (SIGXFSZ) and a pipe whose reader has gone (SIGPIPE) are errors to
+// report, not reasons to die. A host that handles the signal keeps its way.
+void take_as_error(int signal)
+{
+    struct sigaction action {};
+    if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) std::signal(signal, SIG_IGN);
 }
 
 // Win32's sharing among the users of this layer. A file system that knows no locks shares everything.
@@ -54,6 +64,7 @@ bool settle(int descriptor, File::Mode mode)
         set_last_error(error_access_denied);
         return false;
     }
+    if (mode != File::Mode::read) take_as_error(S_ISREG(status.st_mode) ? SIGXFSZ : SIGPIPE);
     if (!S_ISREG(status.st_mode)) return true;
     if (!take_share(descriptor, mode)) return false;
     return mode != File::Mode::create || ftruncate(descriptor, 0) == 0 || posix::fail();

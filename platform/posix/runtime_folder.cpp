@@ -12,10 +12,17 @@ namespace platform::posix {
 
 namespace {
 
+// The variable may have come along from another user, or point to a session that is over.
+bool is_own(const char *folder)
+{
+    struct stat status {};
+    return stat(folder, &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid();
+}
+
 std::string wanted_folder()
 {
     if (const char *folder = std::getenv("GNSS_KERNEL_RUNTIME_DIR"); folder && *folder) return folder;
-    if (const char *folder = std::getenv("XDG_RUNTIME_DIR"); folder && *folder)
+    if (const char *folder = std::getenv("XDG_RUNTIME_DIR"); folder && *folder && is_own(folder))
         return std::string(folder) + "/gnss-kernel";
     return "/tmp/gnss-kernel-" + std::to_string(geteuid());
 }

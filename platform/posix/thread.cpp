@@ -3,6 +3,7 @@
 #include "platform/error.h"
 #include "platform/posix/errno_table.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -40,7 +41,22 @@ struct Nice {
     int priority;  // Win32
     int nice;
 };
+// Relative to the process, which may have been started with a niceness of its own.
 constexpr Nice nice_table[] = {{-15, 19}, {-2, 10}, {-1, 5}, {0, 0}, {1, -5}, {2, -10}, {15, -15}};
+
+int nice_of(pid_t tid) { return getpriority(PRIO_PROCESS, static_cast<id_t>(tid)); }
+
+int nice_of_process() { return nice_of(getpid()); }
+
+// A thread begins with the niceness of the one that started it.
+int inherited_priority(pid_t tid)
+{
+    const int nice = nice_of(tid) - nice_of_process();
+    for (const Nice &row : nice_table) {
+        if (row.nice == nice) return row.priority;
+    }
+    return 0;
+}
 
 }  // namespace
 
@@ -156,6 +172,7 @@ std::uint32_t Thread::State::run()
     {
         const std::lock_guard guard(lock);
         tid = static_cast<pid_t>(syscall(SYS_gettid));
+        priority = inherited_priority(tid);
         changed.notify_all();
     }
     stay();  // started suspended
@@ -196,7 +213,7 @@ std::shared_ptr<Thread> Thread::start(Entry entry, void *context, bool suspended
     pthread_attr_destroy(&attributes);
     if (error != 0) {
         delete share;
-        set_last_error(posix::from_errno(error));
+        set_last_error(error == EAGAIN ? std::uint32_t{error_no_memory} : posix::from_errno(error));
         return nullptr;
     }
     state->changed.wait(guard, [&state] { return state->tid != 0; });
@@ -212,7 +229,8 @@ std::uint32_t Thread::exit_code() const
 bool Thread::wait(unsigned long ms) const
 {
     std::unique_lock guard(state_->lock);
-    return state_->changed.wait_for(guard, std::chrono::milliseconds(ms), [this] { return state_->ended; });
+    return state_->changed.wait_for(guard, std::chrono::milliseconds(std::min(ms, 0xFFFFFFFFUL)),
+                                    [this] { return state_->ended; });
 }
 
 bool Thread::is_current() const { return current_state == state_.get(); }
@@ -254,7 +272,8 @@ bool Thread::set_priority(int priority)
     for (const Nice &row : nice_table) {
         if (row.priority != priority) continue;
         if (state_->ended) break;
-        if (priority != state_->priority && setpriority(PRIO_PROCESS, static_cast<id_t>(state_->tid), row.nice) != 0)
+        if (priority != state_->priority &&
+            setpriority(PRIO_PROCESS, static_cast<id_t>(state_->tid), std::min(nice_of_process() + row.nice, 19)) != 0)
             return posix::fail();
         state_->priority = priority;
         return true;

@@ -59,9 +59,10 @@ int wait_any(std::span<Waitable *const> waitables, unsigned long ms)
         if (!waitables[i]->valid()) return wait_failed;
         polled[i] = {static_cast<int>(waitables[i]->native_), POLLIN, 0};
     }
-    const auto end = Clock::now() + std::chrono::milliseconds(ms);
+    const bool forever = ms >= wait_forever;
+    const auto end = Clock::now() + std::chrono::milliseconds(forever ? 0 : ms);
     for (;;) {
-        const int ready = poll(polled, waitables.size(), ms == wait_forever ? -1 : left_ms(end));
+        const int ready = poll(polled, waitables.size(), forever ? -1 : left_ms(end));
         if (ready < 0 && errno != EINTR) {
             posix::fail();
             return wait_failed;
@@ -69,7 +70,7 @@ int wait_any(std::span<Waitable *const> waitables, unsigned long ms)
         for (std::size_t i = 0; ready > 0 && i < waitables.size(); ++i) {
             if (polled[i].revents != 0 && waitables[i]->take()) return static_cast<int>(i);
         }
-        if (ready == 0 || (ready < 0 && ms != wait_forever && Clock::now() >= end)) return wait_timeout;
+        if (ready == 0 || (ready < 0 && !forever && Clock::now() >= end)) return wait_timeout;
     }
 }
 

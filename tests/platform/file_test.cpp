@@ -108,6 +108,19 @@ TEST(file, failures_on_purpose_move_what_is_left)
     EXPECT_EQ(Whole_File(name), "abcde!");
 }
 
+TEST(file, short_transfers_are_continued)
+{
+    Test_Folder folder;
+    const std::string name = folder / "a", bytes = Pattern(1000);
+    fault::move_at_most(7);
+    std::size_t put = 0;
+    EXPECT_TRUE(Write(*File::open(name.c_str(), File::Mode::create), bytes, put));
+    EXPECT_EQ(put, 1000u);
+    EXPECT_EQ(Read(*File::open(name.c_str(), File::Mode::read), 2000), bytes);
+    fault::clear();
+    EXPECT_EQ(Whole_File(name), bytes);
+}
+
 #ifdef __linux__
 TEST(file, a_full_disk_says_so)
 {

@@ -66,6 +66,8 @@ TEST(thread, stops_where_it_is_and_counts)
     EXPECT_TRUE(thread->resume(previous));
     EXPECT_EQ(previous, 1u);
     EXPECT_TRUE(counter.Moves());
+    EXPECT_TRUE(thread->resume(previous));  // runs already: the count stays 0
+    EXPECT_EQ(previous, 0u);
     for (int i = 0; i < 200; ++i) {  // a resumed thread may be stopped again before it has woken
         ASSERT_TRUE(thread->suspend(previous));
         EXPECT_EQ(previous, 0u);
