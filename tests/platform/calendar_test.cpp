@@ -1,0 +1,204 @@
+#include "platform/calendar.h"
+
+#include "platform/error.h"
+
+#include "tests/support/no_clock_setting.h"
+#include "tests/support/zone.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace platform;
+
+namespace {
+
+Calendar_Time At(const std::string &text)
+{
+    Calendar_Time t{};
+    const int read = std::sscanf(text.c_str(), "%hu-%hu-%hu %hu:%hu:%hu.%hu", &t.year, &t.month, &t.day, &t.hour,
+                                 &t.minute, &t.second, &t.millisecond);
+    EXPECT_EQ(read, 7) << text;
+    return t;
+}
+
+std::string Text(const Calendar_Time &t)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, "%hu-%02hu-%02hu %02hu:%02hu:%02hu.%03hu", t.year, t.month, t.day, t.hour,
+                  t.minute, t.second, t.millisecond);
+    return text;
+}
+
+std::string Local(const std::string &utc)
+{
+    Calendar_Time local{};
+    return utc_to_local(At(utc), local) ? Text(local) : "none";
+}
+
+std::int64_t Seconds(const Calendar_Time &t)  // since 1970, of any scale
+{
+    namespace chrono = std::chrono;
+    const chrono::sys_days day =
+        chrono::year_month_day{chrono::year(t.year), chrono::month(t.month), chrono::day(t.day)};
+    return chrono::sys_seconds(day).time_since_epoch().count() + t.hour * 3600 + t.minute * 60 + t.second;
+}
+
+unsigned int Week_Day(const Calendar_Time &t)
+{
+    return std::chrono::weekday(std::chrono::sys_days(std::chrono::days(Seconds(t) / 86400))).c_encoding();
+}
+
+std::int64_t Minutes_To_Utc(const Time_Zone &zone)
+{
+    const bool standard = zone.holds == Time_Zone::Holds::standard, daylight = zone.holds == Time_Zone::Holds::daylight;
+    return zone.bias + (standard ? zone.standard_bias : daylight ? zone.daylight_bias : 0);
+}
+
+}  // namespace
+
+TEST(calendar, utc_local_time_and_zone_of_now_agree)
+{
+    Calendar_Time utc{}, local{};
+    do {  // both in one second
+        utc = utc_now();
+        local = local_now();
+    } while (Seconds(utc) != Seconds(utc_now()));
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    EXPECT_NEAR(static_cast<double>(Seconds(utc)), std::chrono::duration<double>(now).count(), 5);
+    EXPECT_EQ(utc.day_of_week, Week_Day(utc));
+    EXPECT_EQ(local.day_of_week, Week_Day(local));
+    ASSERT_NE(zone_now().holds, Time_Zone::Holds::nothing_known);
+    EXPECT_EQ(Seconds(utc) - Seconds(local), Minutes_To_Utc(zone_now()) * 60);
+
+    Calendar_Time converted{};
+    ASSERT_TRUE(utc_to_local(utc, converted));
+    EXPECT_EQ(Seconds(converted), Seconds(local));
+}
+
+// On Windows, what the rule says of the zone of the process (see Zone_Setting); there the rules are those of today, so the table
+// keeps to years in which each country's have been the same as now.
+TEST(calendar, shows_the_local_time_of_any_date)
+{
+    struct Case {
+        const char *zone, *utc, *local;
+        int day_of_week;
+    };
+    const Case cases[] = {
+        {zone_utc, "2024-02-29 12:34:56.789", "2024-02-29 12:34:56.789", 4},
+        {zone_india, "2024-02-29 18:29:59.999", "2024-02-29 23:59:59.999", 4},
+        {zone_india, "2023-12-31 18:30:00.000", "2024-01-01 00:00:00.000", 1},
+        {zone_berlin, "2024-12-31 23:00:00.001", "2025-01-01 00:00:00.001", 3},
+        {zone_berlin, "2025-03-30 00:59:59.999", "2025-03-30 01:59:59.999", 0},
+        {zone_berlin, "2025-03-30 01:00:00.000", "2025-03-30 03:00:00.000", 0},
+        {zone_berlin, "2025-10-26 00:59:59.999", "2025-10-26 02:59:59.999", 0},
+        {zone_berlin, "2025-10-26 01:00:00.000", "2025-10-26 02:00:00.000", 0},
+        {zone_adelaide, "2025-04-05 16:29:59.000", "2025-04-06 02:59:59.000", 0},
+        {zone_adelaide, "2025-04-05 16:30:00.000", "2025-04-06 02:00:00.000", 0},
+        {zone_adelaide, "2025-10-04 16:29:59.000", "2025-10-05 01:59:59.000", 0},
+        {zone_adelaide, "2025-10-04 16:30:00.000", "2025-10-05 03:00:00.000", 0},
+        {zone_newfoundland, "2025-03-09 05:29:59.000", "2025-03-09 01:59:59.000", 0},
+        {zone_newfoundland, "2025-03-09 05:30:00.000", "2025-03-09 03:00:00.000", 0},
+        {zone_newfoundland, "2025-11-02 04:29:59.000", "2025-11-02 01:59:59.000", 0},
+        {zone_newfoundland, "2025-11-02 04:30:00.000", "2025-11-02 01:00:00.000", 0},
+        {zone_newfoundland, "2025-01-01 03:29:59.999", "2024-12-31 23:59:59.999", 2},
+    };
+    int tried = 0;
+    for (const Case &c : cases) {
+        const Zone_Setting zone(c.zone);
+        if (!zone) continue;
+        EXPECT_EQ(Local(c.utc), c.local) << c.zone << ' ' << c.utc;
+        Calendar_Time local{};
+        utc_to_local(At(c.utc), local);
+        EXPECT_EQ(local.day_of_week, c.day_of_week) << c.utc;
+        ++tried;
+    }
+    if (tried == 0) GTEST_SKIP() << "started without one of the zones";
+}
+
+TEST(calendar, refuses_what_is_no_date)
+{
+    no_clock_setting::last_ms.reset();
+    for (const char *date : {"2025-13-01 00:00:00.000", "2025-00-01 00:00:00.000", "2025-02-29 00:00:00.000",
+                             "1900-02-29 00:00:00.000", "2025-04-31 00:00:00.000", "2025-01-00 00:00:00.000",
+                             "2025-01-01 24:00:00.000", "2025-01-01 00:60:00.000", "2025-01-01 00:00:60.000",
+                             "2025-01-01 00:00:00.1000", "1600-12-31 23:59:59.999", "30828-01-01 00:00:00.000"}) {
+        Calendar_Time local = At("2001-02-03 04:05:06.007");
+        set_last_error(0);
+        EXPECT_FALSE(utc_to_local(At(date), local)) << date;
+        EXPECT_EQ(last_error(), static_cast<std::uint32_t>(error_invalid_parameter)) << date;
+        EXPECT_EQ(Text(local), "2001-02-03 04:05:06.007");
+        EXPECT_FALSE(set_system_time(At(date))) << date;
+    }
+    EXPECT_FALSE(no_clock_setting::last_ms);
+#ifndef _WIN32
+    const Zone_Setting west(zone_newfoundland);
+    EXPECT_EQ(Local("1601-01-01 03:29:59.000"), "none");
+    EXPECT_EQ(Local("1601-01-01 03:30:00.000"), "1601-01-01 00:00:00.000");
+    const Zone_Setting east(zone_india);
+    EXPECT_EQ(Local("30827-12-31 18:29:59.000"), "30827-12-31 23:59:59.000");
+    EXPECT_EQ(Local("30827-12-31 18:30:00.000"), "none");
+#endif
+}
+
+TEST(calendar, sets_the_clock_to_the_millisecond)
+{
+    no_clock_setting::refuse = false;
+    EXPECT_TRUE(set_system_time(At("2024-02-29 12:34:56.789")));
+    EXPECT_EQ(no_clock_setting::last_ms, 1709210096789);
+    no_clock_setting::refuse = true;
+    EXPECT_FALSE(set_system_time(At("2024-02-29 12:34:56.789")));
+    EXPECT_EQ(last_error(), static_cast<std::uint32_t>(error_access_denied));
+}
+
+#ifndef _WIN32
+// Rules that put the change some days from now, so that either half of the year is now.
+TEST(calendar, tells_standard_from_daylight_time)
+{
+    const time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+    tm fields{};
+    gmtime_r(&now, &fields);
+    const std::string before = std::to_string((fields.tm_yday + 365 - 40) % 365);
+    const std::string after = std::to_string((fields.tm_yday + 40) % 365);
+    {
+        const Zone_Setting zone("STD9:30DST8," + before + "," + after);
+        const Time_Zone summer = zone_now();
+        EXPECT_EQ(summer.holds, Time_Zone::Holds::daylight);
+        EXPECT_EQ(summer.bias, 570);
+        EXPECT_EQ(summer.daylight_bias, -90);
+        EXPECT_EQ(Minutes_To_Utc(summer), 480);
+    }
+    {
+        const Zone_Setting zone("STD-9:30DST," + after + "," + before);
+        const Time_Zone winter = zone_now();
+        EXPECT_EQ(winter.holds, Time_Zone::Holds::standard);
+        EXPECT_EQ(winter.bias, -570);
+        EXPECT_EQ(winter.daylight_bias, -60);
+        EXPECT_EQ(Minutes_To_Utc(winter), -570);
+    }
+    const Zone_Setting zone(zone_india);
+    EXPECT_EQ(zone_now().holds, Time_Zone::Holds::no_change);
+    EXPECT_EQ(zone_now().bias, -330);
+}
+#endif
+
+TEST(calendar, serves_several_threads)
+{
+    const Zone_Setting zone(zone_berlin);
+    std::vector<std::thread> threads;
+    std::vector<int> wrong(4);
+    for (std::size_t i = 0; i < wrong.size(); ++i) {
+        const std::string utc =
+            "20" + std::to_string(10 + 5 * i) + "-0" + std::to_string(1 + 2 * i) + "-15 12:00:00.000";
+        threads.emplace_back([utc, expected = Local(utc), &errors = wrong[i]] {
+            for (int n = 0; n < 100000; ++n) errors += Local(utc) != expected;
+        });
+    }
+    for (std::thread &thread : threads) thread.join();
+    EXPECT_EQ(wrong, std::vector<int>(4));
+}
