@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -195,6 +197,88 @@ TEST_F(gnss_replay, leaves_no_record_file_when_the_input_is_missing)
     EXPECT_FALSE(std::filesystem::exists(copy));
 }
 
+namespace {
+
+std::vector<std::string> Lines(const std::string &text)
+{
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+}  // namespace
+
+TEST_F(gnss_replay, decodes_by_every_way)
+{
+    const std::string recording = Quoted(Recording(week_change));
+    const std::string list = "--list " + Quoted(List({Recording(week_change)}));
+    std::string tables[2], text;
+    for (const std::string &way : {recording, list, "--simulator " + recording, "--rate 2000000 " + recording,
+                                   recording + " --record " + Quoted(folder / "copy")}) {
+        SCOPED_TRACE(way);
+        const Result result =
+            Run(way + " --decode --epochs --start-week 1709 --beidou-gps-time --csv " + Quoted(folder / "table"));
+        EXPECT_EQ(result.exit, 0) << result.err;
+        EXPECT_EQ(result.messages, Counts_Of(week_change));
+        EXPECT_EQ(result.totals.at("epochs"), 257u);
+        EXPECT_EQ(result.totals.at("satellites in epochs"), 6951u);
+        EXPECT_EQ(result.totals.at("GPS ephemerides"), 15u);
+        EXPECT_EQ(result.totals.at("GLONASS ephemerides"), 16u);
+        const std::string epochs = Whole_File(folder / "table_epochs.csv");
+        const std::string satellites = Whole_File(folder / "table_satellites.csv");
+        EXPECT_EQ(Lines(epochs).size(), 1u + 257);
+        EXPECT_EQ(Lines(satellites).size(), 1u + 6951);
+        if (text.empty()) {
+            text = result.out;
+            tables[0] = epochs;
+            tables[1] = satellites;
+        }
+        EXPECT_TRUE(result.out == text);
+        EXPECT_TRUE(epochs == tables[0] && satellites == tables[1]);
+    }
+    const auto lines = Lines(text);
+    EXPECT_EQ(lines[0], "> 1709 604784.000  2012-10-13 23:59:44.000  27 satellites");
+    EXPECT_EQ(lines[1].substr(0, 49), "G01  A 24922227.578 130967156.067  3694.043 35.38");
+    EXPECT_EQ(Lines(tables[0])[257], "1710,240,2012-10-14 00:04:00.000,27");
+    const auto columns = Lines(tables[1]);
+    EXPECT_EQ(std::count(columns[1].begin(), columns[1].end(), ','),
+              std::count(columns[0].begin(), columns[0].end(), ','));
+    EXPECT_NE(text.find("station position [m]             none"), std::string::npos) << lines.back();
+}
+
+TEST_F(gnss_replay, shows_where_gps_satellites_stand)
+{
+    const Result result = Run(Quoted(Recording(clean)) + " --epochs");
+    EXPECT_EQ(result.exit, 0) << result.err;
+    EXPECT_EQ(result.totals.at("epochs"), 125u);
+    EXPECT_NE(result.out.find("station position [m]     -3607665.5418 4147867.8786 3223716.9177"), std::string::npos);
+    std::size_t seen = 0;
+    for (const std::string &line : Lines(result.out)) {
+        const std::size_t at = line.find("  el ");
+        if (at == std::string::npos) continue;
+        ++seen;
+        double elevation = 0, azimuth = 0, range = 0, rate = 0;
+        ASSERT_EQ(
+            std::sscanf(line.c_str() + at, " el %lf az %lf range %lf rate %lf", &elevation, &azimuth, &range, &rate), 4)
+            << line;
+        EXPECT_EQ(line[0], 'G');
+        EXPECT_TRUE(elevation > 4 && elevation <= 90 && azimuth >= 0 && azimuth < 360) << line;
+        EXPECT_TRUE(range > 1.9e7 && range < 2.7e7 && rate > -1000 && rate < 1000) << line;
+    }
+    EXPECT_GT(seen, 1000u);
+}
+
+TEST_F(gnss_replay, does_not_start_when_a_table_cannot_be_created)
+{
+    const std::string copy = folder / "copy";
+    const Result result =
+        Run(Quoted(Recording(clean)) + " --csv " + Quoted(folder / "missing/table") + " --record " + Quoted(copy));
+    EXPECT_EQ(result.exit, 4);
+    EXPECT_NE(result.err.find("Could not create file"), std::string::npos) << result.err;
+    EXPECT_FALSE(std::filesystem::exists(copy));
+}
+
 TEST_F(gnss_replay, appends_when_told)
 {
     const std::string copy = folder.Write("copy", "old");
@@ -210,11 +294,20 @@ TEST_F(gnss_replay, explains_itself)
         int exit;
         const char *out, *err;
     } cases[] = {
-        {"--help", 0, "Exit status", ""},   {"--version", 0, "gnss_replay ", ""},
-        {"", 2, "", "FILE is required"},    {"--nonsense x", 2, "", "--nonsense"},
-        {"one two", 2, "", "two"},          {"\"\"", 2, "", "must not be empty"},
-        {"--rate fast x", 2, "", "--rate"}, {"--rate -1 x", 2, "", "--rate"},
-        {"--append x", 2, "", "--record"},  {"--quiet --progress x", 2, "", "--quiet"},
+        {"--help", 0, "Exit status", ""},
+        {"--version", 0, "gnss_replay ", ""},
+        {"", 2, "", "FILE is required"},
+        {"--nonsense x", 2, "", "--nonsense"},
+        {"one two", 2, "", "two"},
+        {"\"\"", 2, "", "must not be empty"},
+        {"--rate fast x", 2, "", "--rate"},
+        {"--rate -1 x", 2, "", "--rate"},
+        {"--csv \"\" x", 2, "", "must not be empty"},
+        {"--near-week 1700 x", 2, "", "--decode"},
+        {"--beidou-gps-time x", 2, "", "--decode"},
+        {"--decode --near-week -1 x", 2, "", "--near-week"},
+        {"--append x", 2, "", "--record"},
+        {"--quiet --progress x", 2, "", "--quiet"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.arguments);

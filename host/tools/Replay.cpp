@@ -53,8 +53,9 @@ std::unique_ptr<kernel::File_Server> Created(Console &console, Server *server, A
 }  // namespace
 
 Replay::Replay(const Replay_Options &options, Console &console)
-    : options_(options), console_(console), live_(!options.quiet && (options.progress || Is_Terminal())),
-      start_(steady_clock::now()), shown_(start_)
+    : options_(options), console_(console),
+      live_(!options.quiet && (options.progress || (!options.epochs && Is_Terminal()))), start_(steady_clock::now()),
+      shown_(start_)
 {
     reader_.Dont_Delete_Me();
     reader_.Set_Error_Handler(console);
@@ -68,8 +69,11 @@ void Replay::Complain(unsigned int line, const std::string &text)
 // The input comes first: a record file is not created for an input that is not there.
 bool Replay::Open()
 {
-    if (!Open_Input() || !May_Record() || !Open_Record()) return false;
-    return server_->Connect(tap_ ? static_cast<kernel::Byte_Client *>(tap_.get()) : &reader_);
+    if (!Open_Input() || !May_Record() || !Open_Decoder()) return false;
+    kernel::Byte_Client *last = &reader_;
+    if (decoder_) last = decoder_.get();
+    if (options_.record.empty()) return server_->Connect(last);
+    return Open_Record() && tap_->Connect(last) && server_->Connect(tap_.get());
 }
 
 bool Replay::Open_Input()
@@ -97,13 +101,22 @@ bool Replay::May_Record()
     return false;
 }
 
+bool Replay::Open_Decoder()
+{
+    if (!options_.Decodes()) return true;
+    printer_ = std::make_unique<Epoch_Printer>(options_.epochs ? stdout : nullptr);
+    decoder_ = std::make_unique<Rtcm3_Decoder>(options_.decoder);
+    decoder_->Dont_Delete_Me();
+    decoder_->Set_Error_Handler(console_);
+    return printer_->Connect(*decoder_) && (options_.csv.empty() || printer_->Open_Csv(options_.csv, console_));
+}
+
 bool Replay::Open_Record()
 {
-    if (options_.record.empty()) return true;
     tap_.reset(kernel::File_Client_Server::Construct(nullptr));
     tap_->Dont_Delete_Me();
     tap_->Set_Error_Handler(console_);
-    return tap_->Create(options_.record.c_str()) && tap_->Connect(&reader_);
+    return tap_->Create(options_.record.c_str());
 }
 
 void Replay::Run(const std::atomic<bool> &stop)
@@ -112,7 +125,7 @@ void Replay::Run(const std::atomic<bool> &stop)
         Run_At_Rate(stop);
     else
         Run_Unlimited(stop);
-    reader_.Finish();
+    Finish();
     Show_Progress(true);
     console_.Keep_Live();
     if (stop) console_.Set(unit, __LINE__)->Print_Out(kernel::Error_Handler::ES_Warning, "Interrupted.");
@@ -143,13 +156,20 @@ void Replay::Run_At_Rate(const std::atomic<bool> &stop)
     server_->stop();
 }
 
+void Replay::Finish()
+{
+    if (!decoder_) return reader_.Finish();
+    decoder_->Finish();
+    printer_->Close(console_);
+}
+
 // Whatever the reader got has gone through the tap, so that the file must have grown by as much.
 void Replay::Check_Record()
 {
     tap_->Close();
     std::error_code ignored;
     if (!std::filesystem::is_regular_file(options_.record, ignored)) return;
-    const std::uint64_t wanted = recorded_before_ + reader_.Count().bytes;
+    const std::uint64_t wanted = recorded_before_ + Reader().Count().bytes;
     const std::uint64_t size = Size_Of(options_.record);
     if (size != wanted)
         Complain(__LINE__, "\"" + options_.record + "\" has " + std::to_string(size) + " bytes instead of " +
@@ -161,7 +181,7 @@ void Replay::Show_Progress(bool now)
     const auto time = steady_clock::now();
     if (!live_ || (!now && time - shown_ < refresh)) return;
     shown_ = time;
-    const auto count = reader_.Progress();
+    const auto count = Reader().Progress();
     const double seconds = std::chrono::duration<double>(time - start_).count();
     const double rate = seconds > 0 ? static_cast<double>(count.bytes) / seconds : 0;
     char line[128];

@@ -1,6 +1,8 @@
 // The command line of gnss_replay.
 #pragma once
 
+#include "host/decoders/Rtcm3_Epoch.h"
+
 #include <cstdint>
 #include <string>
 
@@ -15,6 +17,13 @@ struct Replay_Options {
     bool append = false;
     bool quiet = false;     // no live line
     bool progress = false;  // a live line in any case
+
+    bool decode = false;    // totals of what the messages say
+    bool epochs = false;    // a line per epoch and satellite
+    std::string csv;        // prefix of two tables; empty: none
+    Rtcm3_Options decoder;  // for these three
+
+    bool Decodes() const { return decode || epochs || !csv.empty(); }
 };
 
 // Exit status of the program.

@@ -1,4 +1,4 @@
-// Replays a recording through the library's servers and shows what RTCM 3 frames are in it; see --help.
+// Replays a recording through the library's servers and shows what RTCM 3 frames are in it, and what they say; see --help.
 #include "host/tools/Console.h"
 #include "host/tools/Replay.h"
 #include "host/tools/Replay_Options.h"
@@ -60,6 +60,7 @@ int main(int argc, char **argv)
     if (!replay.Open()) return host::exit_no_start;
     replay.Run(stop);
     Print_Table(replay.Reader());
+    if (replay.Printer()) replay.Printer()->Print_Totals(stdout);
     const bool fine = console.Faults() == 0 && replay.Reader().Count().crc_failures == 0;
     return fine ? host::exit_fine : host::exit_faults;
 }

@@ -1,0 +1,228 @@
+#include "host/decoders/Rtcm3_Decoder.h"
+
+#include "kernel/Error_Handler.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <type_traits>
+
+namespace host {
+
+namespace {
+
+using namespace kernel;
+
+const char unit[] = "host/Rtcm3_Decoder";
+constexpr Err_Code fault_code = 60;  // and the number of the fault
+
+void Fill_Orbit(const Rtcm3_Gps_Ephemeris &from, KeplerData &to)
+{
+    to[Kepler_toe] = from.toe;
+    to[Kepler_Omega0] = from.omega0;
+    to[Kepler_i0] = from.i0;
+    to[Kepler_omega] = from.omega;
+    to[Kepler_A] = from.semi_major_axis;
+    to[Kepler_e] = from.e;
+    to[Kepler_M0] = from.m0;
+    to[Kepler_OmegaDot] = from.omega_dot;
+    to[Kepler_IDot] = from.i_dot;
+    to[Kepler_DeltaN] = from.delta_n;
+    to[Kepler_Crs] = from.crs;
+    to[Kepler_Crc] = from.crc;
+    to[Kepler_Cis] = from.cis;
+    to[Kepler_Cic] = from.cic;
+    to[Kepler_Cus] = from.cus;
+    to[Kepler_Cuc] = from.cuc;
+}
+
+void Fill(const Rtcm3_Gps_Ephemeris &from, int near_week, KeplerData &to)
+{
+    Fill_Orbit(from, to);
+    to[Kepler_week] = Full_Week(from.week, near_week);
+    to[Kepler_toc] = from.toc;
+    to[Kepler_af0] = from.af0;
+    to[Kepler_af1] = from.af1;
+    to[Kepler_af2] = from.af2;
+    to[Kepler_TGD] = from.tgd;
+    to[Kepler_IODE] = from.iode;
+    to[Kepler_IODC] = from.iodc;
+    to.Set(Kepler_prn, from.prn);
+    to.Set(Kepler_health, from.health);
+    to.Set(Kepler_accuracy, from.ura);
+    to.Set(Kepler_L2_code, from.l2_code);
+    to.Set(Kepler_L2P_data_off, from.l2p_no_data);
+    to.Set(Kepler_fit_interval, from.long_fit);
+}
+
+void Fill_Clock_And_Marks(const Rtcm3_Glonass_Ephemeris &from, GlonassEph &to)
+{
+    to.tau_n = from.tau;
+    to.gamma_n = from.gamma;
+    to.delta_tau_n = from.delta_tau;
+    to.En = from.en;
+    to.Bn = from.bn_msb ? 4 : 0;
+    to.ln = from.ln_third;
+    to.almanac_known = from.almanac_health_known;
+    to.Cn = from.almanac_health;
+    to.M = from.m;
+    to.FT = from.ft;
+    to.P = from.p;
+    to.P1 = from.p1;
+    to.P2 = from.p2;
+    to.P3 = from.p3;
+    to.P4 = from.p4;
+}
+
+void Fill(const Rtcm3_Glonass_Ephemeris &from, GlonassEph &to)
+{
+    to.slot = from.slot;
+    to.channel = from.channel;
+    to.tb = from.tb;
+    to.tk = from.tk;
+    to.NT = from.nt;
+    to.N4 = from.n4;
+    to.position = from.position;
+    to.velocity = from.velocity;
+    to.acceleration = from.acceleration;
+    Fill_Clock_And_Marks(from, to);
+    to.additional = from.additional;
+    to.NA = from.na;
+    to.tau_c = from.tau_c;
+    to.tau_GPS = from.tau_gps;
+    to.ln5 = from.ln_fifth;
+}
+
+}  // namespace
+
+const char Rtcm3_Decoder::Name[] = "Rtcm3_Decoder";
+
+Rtcm3_Decoder::Rtcm3_Decoder(const Rtcm3_Options &options)
+    : Object(ClassName()), options_(options), observations_(Obs_Server::Construct()),
+      ephemerides_(Eph_Server::Construct()), glonass_ephemerides_(Glo_Eph_Server::Construct()),
+      positions_(Pos_Server::Construct()), reader_([this](const Rtcm3_Frame &frame) { Take(frame); }),
+      assembler_([this](const Rtcm3_Epoch &epoch) { Deliver(epoch); }, options)
+{
+}
+
+bool Rtcm3_Decoder::IsInheritedFrom(const char *name) const
+{
+    return (name && std::strcmp(name, Name) == 0) || Byte_Client::IsInheritedFrom(name);
+}
+
+void Rtcm3_Decoder::Set_Error_Handler(Error_Handler *handler)
+{
+    Byte_Client::Set_Error_Handler(handler);
+    for (Object *server : {static_cast<Object *>(observations_.get()), static_cast<Object *>(ephemerides_.get()),
+                           static_cast<Object *>(glonass_ephemerides_.get()), static_cast<Object *>(positions_.get())})
+        server->Set_Error_Handler(handler);
+}
+
+// The reader pulls; whose client this is, and what it counts, is answered here.
+bool Rtcm3_Decoder::Send(Byte_Server &server, CL_Mesg message)
+{
+    const bool pulls = message == Mesg_Request_Invite || message == Mesg_Data_Ready;
+    return pulls ? reader_.Send(server, message) : Byte_Client::Send(server, message);
+}
+
+void Rtcm3_Decoder::Finish()
+{
+    reader_.Finish();
+    assembler_.Finish();
+    Report_Counts();
+}
+
+void Rtcm3_Decoder::Take(const Rtcm3_Frame &frame)
+{
+    const Rtcm3_Message *message = decoder_.Decode(frame.payload());
+    if (!message) return Report_Fault(decoder_.Last_Fault(), frame.message);
+    assembler_.Take(*message);
+    if (const auto *station = std::get_if<Rtcm3_Station>(message)) Deliver(*station);
+    if (const auto *gps = std::get_if<Rtcm3_Gps_Ephemeris>(message))
+        Deliver_New(*gps, frame.payload(), last_gps_[gps->prn]);
+    if (const auto *glonass = std::get_if<Rtcm3_Glonass_Ephemeris>(message))
+        Deliver_New(*glonass, frame.payload(), last_glonass_[glonass->slot]);
+}
+
+// A static record still holds the epoch before.
+void Rtcm3_Decoder::Deliver(const Rtcm3_Epoch &epoch)
+{
+    time_.reset();
+    if (epoch.week) time_ = Gps_Time(static_cast<unsigned short>(*epoch.week), epoch.tow / 1000.0);
+    const int satellites = record_.Select(epoch);
+    if (satellites == 0) return;
+    EPO_DATA *record = observations_->Malloc_Obs(satellites);
+    if (!record) return;
+    if (observations_->StaticAlloc()) *record = EPO_DATA(satellites);
+    record_.Store(epoch, *record);
+    observations_->Send_Obs(record);
+}
+
+template <class Ephemeris>
+void Rtcm3_Decoder::Deliver_New(const Ephemeris &ephemeris, std::span<const unsigned char> payload, Payload &last)
+{
+    if (std::equal(payload.begin(), payload.end(), last.begin(), last.end())) return;
+    if (Deliver(ephemeris)) last.assign(payload.begin(), payload.end());
+}
+
+bool Rtcm3_Decoder::Deliver(const Rtcm3_Gps_Ephemeris &ephemeris)
+{
+    KeplerData *record = ephemerides_->Malloc_Eph();
+    if (!record) return false;
+    *record = KeplerData();
+    Fill(ephemeris, options_.near_week, *record);
+    return ephemerides_->Send_Eph(record);
+}
+
+bool Rtcm3_Decoder::Deliver(const Rtcm3_Glonass_Ephemeris &ephemeris)
+{
+    GlonassEph *record = glonass_ephemerides_->Malloc_Glo_Eph();
+    if (!record) return false;
+    *record = GlonassEph();
+    Fill(ephemeris, *record);
+    return glonass_ephemerides_->Send_Glo_Eph(record);
+}
+
+void Rtcm3_Decoder::Deliver(const Rtcm3_Station &station)
+{
+    Position *record = positions_->Malloc_Pos();
+    if (!record) return;
+    *record = Position(Position::POSITION_KNOWN);
+    record->Set_WGS(station.x, station.y, station.z);
+    record->SetStatic();
+    if (time_) record->Set_Time(time_->week, time_->sec);
+    record->Set_Point_Number(std::to_string(station.station).c_str());
+    positions_->Send_Pos(record);
+}
+
+void Rtcm3_Decoder::Report_Fault(Rtcm3_Fault fault, unsigned int message)
+{
+    const auto index = static_cast<std::size_t>(fault);
+    if (decoder_.Count(fault) != reported_faults_[index] + 1) return;
+    Report(unit, __LINE__)
+        .Print_Out(Error_Handler::ES_Warning, fault_code + static_cast<int>(index),
+                   "RTCM 3 message %u not decoded: %s. More of this kind are only counted.", message,
+                   Rtcm3_Fault_Name(fault));
+}
+
+void Rtcm3_Decoder::Report_Counts()
+{
+    for (std::size_t index = 1; index < rtcm3_faults; ++index) {
+        const auto fault = static_cast<Rtcm3_Fault>(index);
+        const std::uint64_t count = decoder_.Count(fault) - reported_faults_[index];
+        reported_faults_[index] += count;
+        if (count == 0) continue;
+        Report(unit, __LINE__)
+            .Print_Out(Error_Handler::ES_Warning, fault_code + static_cast<int>(index),
+                       "RTCM 3 messages not decoded: %llu: %s.", static_cast<unsigned long long>(count),
+                       Rtcm3_Fault_Name(fault));
+    }
+    const std::uint64_t undated = Epochs().undated - reported_undated_;
+    reported_undated_ += undated;
+    if (undated == 0) return;
+    Report(unit, __LINE__)
+        .Print_Out(Error_Handler::ES_Warning, fault_code, "GLONASS messages dropped: %llu: nothing to date them by.",
+                   static_cast<unsigned long long>(undated));
+}
+
+}  // namespace host

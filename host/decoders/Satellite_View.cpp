@@ -1,0 +1,64 @@
+#include "host/decoders/Satellite_View.h"
+
+#include <cmath>
+#include <numbers>
+
+namespace host {
+
+namespace {
+
+using namespace kernel;
+
+// WGS-84
+constexpr double semi_major_axis = 6378137.0;                           // [m]
+constexpr double flattening = 1 / 298.257223563;                        // [1]
+constexpr double e2 = flattening * (2 - flattening);                    // [1] first eccentricity, squared
+constexpr double semi_minor_axis = (1 - flattening) * semi_major_axis;  // [m]
+
+// [rad] Geodetic, by Bowring's formula: far below a milliarcsecond anywhere near the ground.
+double Latitude(const std::array<double, 3> &xyz)
+{
+    const double p = std::hypot(xyz[0], xyz[1]);
+    const double u = std::atan2(xyz[2] * semi_major_axis, p * semi_minor_axis);
+    const double second_e2 = e2 / (1 - e2);
+    return std::atan2(xyz[2] + second_e2 * semi_minor_axis * std::pow(std::sin(u), 3),
+                      p - e2 * semi_major_axis * std::pow(std::cos(u), 3));
+}
+
+}  // namespace
+
+// Only near an end of the week may the week be the one beside: elsewhere that would be an ephemeris of a week before.
+double Ephemeris_Age(const KeplerData &ephemeris, const Gps_Time &time)
+{
+    constexpr double margin = Seconds_Per_Day;
+    const double toe = ephemeris[Kepler_toe];
+    const double age = time.secondsSinceGPS() - (ephemeris[Kepler_week] * orbit::Week + toe);
+    if (toe < margin && age > orbit::Half_Week) return age - orbit::Week;
+    if (toe > orbit::Week - margin && age < -orbit::Half_Week) return age + orbit::Week;
+    return age;
+}
+
+std::optional<Satellite_View> View_Of(const KeplerData &ephemeris, const Gps_Time &received, double pseudorange,
+                                      const std::array<double, 3> &station)
+{
+    if (!(std::abs(Ephemeris_Age(ephemeris, received)) <= oldest_ephemeris)) return {};
+    double state[7], range[2], relativistic = 0;
+    const double by_satellite_clock = received.sec - pseudorange / orbit::Light_Speed;
+    comorb(&ephemeris, 0, by_satellite_clock, state, relativistic);
+    const double transmitted = by_satellite_clock - state[6] - relativistic;
+    compra_t(&ephemeris, 0, transmitted, station.data(), state, range, relativistic);
+
+    const double dx = state[0] - station[0], dy = state[1] - station[1], dz = state[2] - station[2];
+    const double latitude = Latitude(station), longitude = std::atan2(station[1], station[0]);
+    const double outwards = std::cos(longitude) * dx + std::sin(longitude) * dy;
+    const double east = std::cos(longitude) * dy - std::sin(longitude) * dx;
+    const double north = std::cos(latitude) * dz - std::sin(latitude) * outwards;
+    const double up = std::cos(latitude) * outwards + std::sin(latitude) * dz;
+    double azimuth = std::atan2(east, north);
+    if (azimuth < 0) azimuth += 2 * std::numbers::pi;
+    const Satellite_View view{std::atan2(up, std::hypot(east, north)), azimuth, range[0], range[1]};
+    if (!std::isfinite(view.elevation + view.range_rate)) return {};
+    return view;
+}
+
+}  // namespace host
