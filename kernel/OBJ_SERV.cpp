@@ -154,7 +154,7 @@ bool Object_Server::Work()
     while (pending_) {
         if (!Tell_Locked(Mesg_Request_Invite)) return false;
         Tell_Locked(Mesg_Data_Ready);
-        ++count_;
+        if (client_) ++count_;  // it may have disconnected: the count is 0 then
     }
     return true;
 }

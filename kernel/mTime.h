@@ -89,7 +89,8 @@ public:
     // In whole milliseconds. A time that the system cannot convert comes back as it was.
     static mTime UTCToLocalTime(const mTime &utc);
     // Starts from the zone of now and corrects once, which finds the daylight saving of other dates. The hour that is shown
-    // twice is one of its two. Parts of a millisecond are lost.
+    // twice is one of its two. The parts of a
+    // millisecond are off by up to half of one.
     static mTime LocalTimeToUTC(const mTime &local);
 
     // The date in whole milliseconds, rounded; all zero when the year has no place in 16 bits.

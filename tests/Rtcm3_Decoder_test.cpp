@@ -135,6 +135,60 @@ std::vector<std::string> Codes(char system, int set)
     return codes.at(system)[static_cast<std::size_t>(set)];
 }
 
+// Of all ephemerides the row's is there, and says what the row says.
+void Expect_Gps(const std::vector<KeplerData> &all, const Csv_Row &row)
+{
+    const auto found = std::find_if(all.begin(), all.end(), [&](const KeplerData &e) {
+        return e.Get(Kepler_prn) == static_cast<unsigned int>(row.Int("prn")) && e[Kepler_IODE] == row.Number("iode");
+    });
+    ASSERT_NE(found, all.end()) << row.Line();
+    const KeplerData &e = *found;
+    const std::pair<const char *, KeplerIndex> fields[] = {{"week_from_message", Kepler_week},
+                                                           {"toe_s", Kepler_toe},
+                                                           {"omega0", Kepler_Omega0},
+                                                           {"i0", Kepler_i0},
+                                                           {"omega", Kepler_omega},
+                                                           {"A", Kepler_A},
+                                                           {"e", Kepler_e},
+                                                           {"M0", Kepler_M0},
+                                                           {"omegadot", Kepler_OmegaDot},
+                                                           {"idot", Kepler_IDot},
+                                                           {"deltan", Kepler_DeltaN},
+                                                           {"crs", Kepler_Crs},
+                                                           {"crc", Kepler_Crc},
+                                                           {"cis", Kepler_Cis},
+                                                           {"cic", Kepler_Cic},
+                                                           {"cus", Kepler_Cus},
+                                                           {"cuc", Kepler_Cuc},
+                                                           {"toc_s", Kepler_toc},
+                                                           {"af0", Kepler_af0},
+                                                           {"af1", Kepler_af1},
+                                                           {"af2", Kepler_af2},
+                                                           {"tgd", Kepler_TGD},
+                                                           {"iodc", Kepler_IODC}};
+    for (const auto &[column, index] : fields)
+        EXPECT_NEAR(e[index], row.Number(column), 1e-15 * std::abs(row.Number(column))) << column;
+    EXPECT_EQ(e.Get(Kepler_health), static_cast<unsigned int>(row.Int("health")));
+    EXPECT_EQ(e.Get(Kepler_accuracy), static_cast<unsigned int>(row.Int("ura_index")));
+    EXPECT_EQ(e.Get(Kepler_L2_code), static_cast<unsigned int>(row.Int("code_l2")));
+}
+
+void Expect_Glonass(const std::vector<GlonassEph> &all, const Csv_Row &row)
+{
+    const int tk = row.Int("tk_h") * 3600 + row.Int("tk_m") * 60 + row.Int("tk_s");
+    const auto found = std::find_if(all.begin(), all.end(), [&](const GlonassEph &e) {
+        return e.slot == row.Int("prn") && e.tb == row.Number("tb_s") && e.tk == tk;
+    });
+    ASSERT_NE(found, all.end()) << row.Line();
+    EXPECT_EQ(found->channel, row.Int("frq"));
+    EXPECT_NEAR(found->position[2], row.Number("pz"), 1e-6);
+    EXPECT_NEAR(found->velocity[0], row.Number("vx"), 1e-9);
+    EXPECT_NEAR(found->acceleration[1], row.Number("ay"), 1e-18);
+    EXPECT_NEAR(found->tau_n, row.Number("taun"), 1e-18);
+    EXPECT_EQ(found->NT, row.Int("NT"));
+    EXPECT_EQ(found->P1, row.Int("P1"));
+}
+
 // A payload as a frame.
 std::string Frame(const std::vector<unsigned char> &payload)
 {
@@ -171,7 +225,9 @@ TEST(Rtcm3_Decoder, puts_each_signal_where_the_record_has_its_carrier)
     const Cells cells = Cell_Table("gmsd7_cells.csv");
     Chain chain(gmsd7);
     chain.Play("GMSD7_20121014.rtcm3");
+    std::map<std::pair<std::string, int>, std::pair<std::string, int>> last;  // code and lock by satellite and set
     std::size_t satellites = 0, sets = 0;
+    int slips = 0;
     for (const EPO_DATA &epoch : chain.epochs) {
         const double time = epoch.ReadGPSTime().secondsSinceGPS();
         if (time > cells.rbegin()->first.first) break;
@@ -186,14 +242,22 @@ TEST(Rtcm3_Decoder, puts_each_signal_where_the_record_has_its_carrier)
                 const bool tracked = (epoch.ReadUint8Obs(TRACKING_FLAG, sat) >> set & 1) != 0;
                 ASSERT_EQ(tracked, code != codes.end()) << set;
                 if (!tracked) continue;
-                Expect_Set(epoch, sat, set, signals.at(*code));
+                const Wanted &wanted = signals.at(*code);
+                Expect_Set(epoch, sat, set, wanted);
                 ++sets;
+                auto &[last_code, last_lock] = last[{name, set}];
+                const bool slip = !last_code.empty() && (*code != last_code || std::stoi(wanted.lock) < last_lock);
+                EXPECT_EQ(epoch.ReadUint8Obs(OBS_LOSS_OF_LOCK, sat) >> set & 1, slip);
+                slips += slip;
+                last_code = *code;
+                last_lock = std::stoi(wanted.lock);
             }
         }
         ASSERT_FALSE(HasFailure());
     }
     EXPECT_EQ(satellites, 4617u);
     EXPECT_GT(sets, 2 * satellites);
+    EXPECT_GT(slips, 0);
 }
 
 TEST(Rtcm3_Decoder, tells_glonass_channels)
@@ -228,56 +292,9 @@ TEST(Rtcm3_Decoder, gives_ephemerides_once)
         EXPECT_EQ(chain.gps.size(), c.gps);
         EXPECT_EQ(chain.glonass.size(), c.glonass);
         EXPECT_EQ(chain.decoder->Reader().Messages(1019).frames, c.messages);
-        for (const Csv_Row &row : Csv_Rows(c.gps_table)) {
-            const auto found = std::find_if(chain.gps.begin(), chain.gps.end(), [&](const KeplerData &e) {
-                return e.Get(Kepler_prn) == static_cast<unsigned int>(row.Int("prn")) &&
-                       e[Kepler_IODE] == row.Number("iode");
-            });
-            ASSERT_NE(found, chain.gps.end()) << row.Line();
-            const KeplerData &e = *found;
-            const std::pair<const char *, KeplerIndex> fields[] = {{"week_from_message", Kepler_week},
-                                                                   {"toe_s", Kepler_toe},
-                                                                   {"omega0", Kepler_Omega0},
-                                                                   {"i0", Kepler_i0},
-                                                                   {"omega", Kepler_omega},
-                                                                   {"A", Kepler_A},
-                                                                   {"e", Kepler_e},
-                                                                   {"M0", Kepler_M0},
-                                                                   {"omegadot", Kepler_OmegaDot},
-                                                                   {"idot", Kepler_IDot},
-                                                                   {"deltan", Kepler_DeltaN},
-                                                                   {"crs", Kepler_Crs},
-                                                                   {"crc", Kepler_Crc},
-                                                                   {"cis", Kepler_Cis},
-                                                                   {"cic", Kepler_Cic},
-                                                                   {"cus", Kepler_Cus},
-                                                                   {"cuc", Kepler_Cuc},
-                                                                   {"toc_s", Kepler_toc},
-                                                                   {"af0", Kepler_af0},
-                                                                   {"af1", Kepler_af1},
-                                                                   {"af2", Kepler_af2},
-                                                                   {"tgd", Kepler_TGD},
-                                                                   {"iodc", Kepler_IODC}};
-            for (const auto &[column, index] : fields)
-                EXPECT_NEAR(e[index], row.Number(column), 1e-15 * std::abs(row.Number(column))) << column;
-            EXPECT_EQ(e.Get(Kepler_health), static_cast<unsigned int>(row.Int("health")));
-            EXPECT_EQ(e.Get(Kepler_accuracy), static_cast<unsigned int>(row.Int("ura_index")));
-            EXPECT_EQ(e.Get(Kepler_L2_code), static_cast<unsigned int>(row.Int("code_l2")));
-        }
-        for (const Csv_Row &row : Csv_Rows(c.glonass_table)) {
-            const int tk = row.Int("tk_h") * 3600 + row.Int("tk_m") * 60 + row.Int("tk_s");
-            const auto found = std::find_if(chain.glonass.begin(), chain.glonass.end(), [&](const GlonassEph &e) {
-                return e.slot == row.Int("prn") && e.tb == row.Number("tb_s") && e.tk == tk;
-            });
-            ASSERT_NE(found, chain.glonass.end()) << row.Line();
-            EXPECT_EQ(found->channel, row.Int("frq"));
-            EXPECT_NEAR(found->position[2], row.Number("pz"), 1e-6);
-            EXPECT_NEAR(found->velocity[0], row.Number("vx"), 1e-9);
-            EXPECT_NEAR(found->acceleration[1], row.Number("ay"), 1e-18);
-            EXPECT_NEAR(found->tau_n, row.Number("taun"), 1e-18);
-            EXPECT_EQ(found->NT, row.Int("NT"));
-            EXPECT_EQ(found->P1, row.Int("P1"));
-        }
+        ASSERT_FALSE(Csv_Rows(c.gps_table).empty() || Csv_Rows(c.glonass_table).empty());
+        for (const Csv_Row &row : Csv_Rows(c.gps_table)) Expect_Gps(chain.gps, row);
+        for (const Csv_Row &row : Csv_Rows(c.glonass_table)) Expect_Glonass(chain.glonass, row);
     }
 }
 

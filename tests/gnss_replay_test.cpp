@@ -203,7 +203,8 @@ std::vector<std::string> Lines(const std::string &text)
 {
     std::vector<std::string> lines;
     std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    for (std::string line; std::getline(in, line); lines.push_back(line))
+        if (!line.empty() && line.back() == '\r') line.pop_back();
     return lines;
 }
 

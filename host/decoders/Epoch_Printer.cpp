@@ -179,7 +179,7 @@ Epoch_Printer::Csv::~Csv()
 bool Epoch_Printer::Csv::Open(const std::string &path, const std::string &header, Error_Handler &handler)
 {
     name = path;
-    file = std::fopen(path.c_str(), "w");
+    file = std::fopen(path.c_str(), "wb");
     if (!file) {
         handler.Set(unit, __LINE__)->Print_Out(Error_Handler::ES_Error, "Could not create file %s.", name.c_str());
         return false;

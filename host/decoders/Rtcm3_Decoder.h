@@ -26,16 +26,17 @@ namespace host {
 // Connect clients to its four servers, connect it to a byte server, and call Finish when the stream has ended: the last
 // epoch is closed then. How an epoch fills its record stands in Rtcm3_Epoch_Record.h.
 //
-// An ephemeris that says the same as the last one of its satellite which a client took is not sent again; a Kepler_sent it
-// has not (the message does not tell). A position is that of the antenna reference point as the message has it, static and
+// An ephemeris that says the same as the last one of its satellite which a client took is not sent again. Kepler_sent is
+// unknown: the message does not tell. A position is that of the antenna reference point as the message has it, static and
 // POSITION_KNOWN; its point number is the station's, its time that of the last epoch, where that has a week.
 //
 // Threads:   Send and Finish belong to the byte server's thread, and all records are sent on it. Counters are read when it
 //            does not send; Reader().Progress() at any time.
 // Ownership: belongs to the byte server it is connected to, unless Dont_Delete_Me was called (see Client_Server). Owns the
 //            four servers, and they their clients: a client that shall live longer calls Dont_Delete_Me.
-// Errors:    what could not be decoded is reported as a warning once per kind, and at Finish with its count; a new run
-//            begins then. Memory that is short is reported by the server concerned and costs that record.
+// Errors:    what could not be decoded is reported as a warning (code 60 and the fault's number) once per kind, and at
+//            Finish with its count, as are GLONASS messages that could not be dated (code 60); a new run begins then.
+//            Memory that is short is reported by the server concerned and costs that record.
 class Rtcm3_Decoder : public kernel::Byte_Client {
 public:
     static const char Name[];  // "Rtcm3_Decoder"

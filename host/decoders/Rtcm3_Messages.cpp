@@ -490,7 +490,8 @@ void Read_Glonass_Start(Ephemeris_Reader &bits, Rtcm3_Glonass_Ephemeris &out)
     const auto hours = static_cast<std::int32_t>(bits.Unsigned(5));
     const auto minutes = static_cast<std::int32_t>(bits.Unsigned(6));
     const auto halves = static_cast<std::int32_t>(bits.Unsigned(1));
-    out.tk = hours * 3600 + minutes * 60 + halves * 30;
+    constexpr std::int32_t no_time = 86400;  // refused, as an hour above 23 is
+    out.tk = minutes < 60 ? hours * 3600 + minutes * 60 + halves * 30 : no_time;
     bits.Read(1, out.bn_msb);
     bits.Read(1, out.p2);
     out.tb = static_cast<std::int32_t>(bits.Unsigned(7)) * 900;
