@@ -1,10 +1,10 @@
 // One replay: a file server, perhaps a recording tap, and at the end the frame reader, or a decoder and its printer.
 #pragma once
 
-#include "host/decoders/Epoch_Printer.h"
 #include "host/decoders/Rtcm3_Decoder.h"
 #include "host/decoders/Rtcm3_Frame_Reader.h"
 #include "host/tools/Console.h"
+#include "host/tools/Epoch_Printer.h"
 #include "host/tools/Replay_Options.h"
 #include "kernel/file_client_server.h"
 #include "kernel/file_server.h"

@@ -1,4 +1,4 @@
-#include "host/decoders/Epoch_Printer.h"
+#include "host/tools/Epoch_Printer.h"
 
 #include "kernel/Error_Handler.h"
 #include "kernel/mTime.h"
