@@ -178,7 +178,7 @@ struct WAAS_Data {
 
     int Preamble() const { return bits[0]; }   // 0x53, 0x9A, 0xC6 in turn
     int Type() const { return bits[1] >> 2; }  // 0..63
-    // Whether the last 24 of the 250 bits are the parity of those before.
+    // Whether the last 24 of the 250 bits are the parity of those before. True for an empty record: look at the preamble.
     KERNEL_API bool Has_Good_Parity() const;
 };
 

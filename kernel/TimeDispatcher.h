@@ -52,6 +52,8 @@ private:
 
 // Base of simulated receivers: all that live are moved along together, in the order in which they were created. A copy has
 // the creation number of its original and comes after it, and after earlier copies.
+// Destructors are not virtual: mark a concrete simulator `final`, and delete it as what it is. None may be created before
+// main in a program that links the archive: the register may not be there yet.
 //
 // Threads:   the register has no lock: create, destroy, copy and update on one thread, or under one lock of the host's. An
 //            update may create and destroy simulators, itself included; new ones are reached in the same round.

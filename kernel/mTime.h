@@ -10,7 +10,8 @@
 
 namespace kernel {
 
-// A date and time of day with the fields of Win32's structure of this name.
+// A date and time of day with the fields of Win32's structure of this name. A program that includes the system's as well
+// says kernel::SYSTEMTIME and copies the fields.
 struct SYSTEMTIME {
     std::uint16_t wYear;
     std::uint16_t wMonth;      // 1 to 12
@@ -53,6 +54,7 @@ public:
     virtual int get_GPSweek() const { return week_; }
     virtual double get_GPSsecs() const { return seconds_; }  // [s] of the week
     virtual double get_roguetime() const;                    // [s] since the GPS epoch
+    // Before 15 October 1582 the date is Julian; a carry by the tolerance reads it as Gregorian there, and the date jumps.
     virtual void get_caldat(int &year, int &month, int &day, int &hour, int &min, double &sec,
                             double tol = Tolerance) const;
     virtual int get_year(double tol = Tolerance) const;
