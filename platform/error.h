@@ -20,7 +20,16 @@ enum Error : std::uint32_t {
     error_invalid_parameter = 87,
     error_disk_full = 112,
     error_invalid_name = 123,
+    error_busy = 170,
     error_operation_aborted = 995,
+    error_io_incomplete = 996,
+    error_io_pending = 997,
+    error_invalid_window = 1400,
+    error_not_enough_quota = 1816,
+    error_not_socket = 10038,
+    error_already_connected = 10056,
+    error_connection_refused = 10061,
+    error_host_not_found = 11001,
 };
 
 // The calling thread's last error: good right after a call that failed; a successful one may change it.
@@ -29,5 +38,7 @@ void set_last_error(std::uint32_t error);
 
 // The system's own words for a number, with whatever line end they have; never empty.
 std::string error_text(std::uint32_t error);
+// What error_text answers where the system has no words.
+inline std::string unknown_error_text(std::uint32_t error) { return "Unknown error " + std::to_string(error); }
 
 }  // namespace platform

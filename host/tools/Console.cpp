@@ -41,6 +41,11 @@ std::string On_One_Line(std::string text)
 void Console::Do_Print(Enum_Status status, kernel::Err_Code, const char *text)
 {
     if (status >= ES_Error) faults_.fetch_add(1, std::memory_order_relaxed);
+    Print(status, text);
+}
+
+void Console::Print(Enum_Status status, const std::string &text)
+{
     const std::string line = Time_Of_Day() + " " + Level_Word(status) + ": " + On_One_Line(text);
     const std::lock_guard lock(lock_);
     const std::string blanks(live_.size(), ' ');
@@ -63,6 +68,25 @@ void Console::Keep_Live()
     const std::lock_guard lock(lock_);
     if (!live_.empty()) std::fputc('\n', stderr);
     live_.clear();
+}
+
+void End_Handler::Do_Print(Enum_Status status, kernel::Err_Code code, const char *text)
+{
+    if (status >= ES_Error) errors_.fetch_add(1, std::memory_order_relaxed);
+    if (counts_faults_)
+        console_.Set(File(), Line())->Print_Out(status, code, "%s", text);
+    else if (!muted_.load(std::memory_order_relaxed) && !Is_Repetition(text))
+        console_.Print(status, text);
+}
+
+bool End_Handler::Is_Repetition(const std::string &text)
+{
+    const auto now = std::chrono::steady_clock::now();
+    const std::lock_guard lock(lock_);
+    if (text == last_ && now - last_time_ < std::chrono::minutes(1)) return true;
+    last_ = text;
+    last_time_ = now;
+    return false;
 }
 
 }  // namespace host

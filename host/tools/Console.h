@@ -4,6 +4,7 @@
 #include "kernel/Error_Handler.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <mutex>
 #include <string>
@@ -17,8 +18,9 @@ namespace host {
 // Errors:    what standard error refuses is lost.
 class Console : public kernel::Error_Handler {
 public:
-    void Show_Live(const std::string &line);  // replaces the live line
-    void Keep_Live();                         // leaves the live line standing; the next one starts below
+    void Print(Enum_Status status, const std::string &text);  // without counting it
+    void Show_Live(const std::string &line);                  // replaces the live line
+    void Keep_Live();  // leaves the live line standing; the next one starts below
 
     unsigned long Faults() const
     {
@@ -31,6 +33,32 @@ private:
     std::atomic<unsigned long> faults_{0};
     std::mutex lock_;
     std::string live_;  // on the screen; guarded by lock_
+};
+
+// The handler of one end of a stream. Of an end that may come and go no report is a fault of the run, while it is tried
+// again and again none need be heard, and what is said over and over is printed once a minute.
+//
+// Threads:   any.
+// Ownership: the console outlives it.
+// Errors:    as Console.
+class End_Handler : public kernel::Error_Handler {
+public:
+    End_Handler(Console &console, bool counts_faults) : console_(console), counts_faults_(counts_faults) {}
+
+    void Mute(bool mute) { muted_.store(mute, std::memory_order_relaxed); }
+    unsigned long Errors() const { return errors_.load(std::memory_order_relaxed); }  // of level Error and above
+
+private:
+    void Do_Print(Enum_Status status, kernel::Err_Code code, const char *text) override;
+    bool Is_Repetition(const std::string &text);
+
+    Console &console_;
+    const bool counts_faults_;
+    std::atomic<bool> muted_{false};
+    std::atomic<unsigned long> errors_{0};
+    std::mutex lock_;
+    std::string last_;  // printed; guarded by lock_, as is its time
+    std::chrono::steady_clock::time_point last_time_;
 };
 
 }  // namespace host

@@ -47,18 +47,59 @@ constexpr Row table[] = {
     {EDEADLK, 1131},
     {EINTR, 10004},
     {ECANCELED, error_operation_aborted},
+    {EALREADY, 10037},
+    {ENOTSOCK, error_not_socket},
+    {EDESTADDRREQ, 10039},
+    {EMSGSIZE, 10040},
+    {EPROTOTYPE, 10041},
+    {ENOPROTOOPT, 10042},
+    {EPROTONOSUPPORT, 10043},
+    {EOPNOTSUPP, 10045},
+    {EPFNOSUPPORT, 10046},
+    {EAFNOSUPPORT, 10047},
     {EADDRINUSE, 10048},
     {EADDRNOTAVAIL, 10049},
     {ENETDOWN, 10050},
     {ENETUNREACH, 10051},
+    {ENETRESET, 10052},
     {ECONNABORTED, 10053},
     {ECONNRESET, 10054},
     {ENOBUFS, 10055},
-    {EISCONN, 10056},
+    {EISCONN, error_already_connected},
     {ENOTCONN, 10057},
+    {ESHUTDOWN, 10058},
     {ETIMEDOUT, 10060},
-    {ECONNREFUSED, 10061},
+    {ECONNREFUSED, error_connection_refused},
+    {EHOSTDOWN, 10064},
     {EHOSTUNREACH, 10065},
+};
+
+// What Winsock numbers apart from the rest of Win32.
+constexpr Row socket_table[] = {
+    {EACCES, 10013}, {EPERM, 10013},  {EFAULT, 10014}, {EINVAL, 10022},      {EMFILE, 10024},
+    {ENFILE, 10024}, {ENOMEM, 10055}, {EPIPE, 10054},  {EINPROGRESS, 10036}, {EBADF, error_not_socket},
+};
+
+// What errno has no words for, or misleading ones.
+struct Words {
+    std::uint32_t win32;
+    const char *text;
+};
+constexpr Words words[] = {
+    {error_path_not_found, "No such file or directory"},
+    {error_sharing_violation, "File is in use by another program"},
+    {232, "The pipe is being closed"},
+    {233, "No process is on the other end of the pipe"},
+    {536, "Waiting for a process to open the other end of the pipe"},
+    {error_operation_aborted, "The operation was given up"},
+    {error_io_incomplete, "The operation has not ended yet"},
+    {error_io_pending, "The operation is under way"},
+    {error_invalid_window, "There is no such window"},
+    {error_not_enough_quota, "The queue is full"},
+    {error_host_not_found, "No such host is known"},
+    {11002, "The name could not be looked up now; try again"},
+    {11003, "The name could not be looked up"},
+    {11004, "The name is known, but has no address"},
 };
 
 thread_local std::uint32_t last = 0;
@@ -74,9 +115,23 @@ std::uint32_t posix::from_errno(int error)
     return 31;
 }
 
+std::uint32_t posix::from_socket_errno(int error)
+{
+    for (const Row &row : socket_table) {
+        if (row.posix == error) return row.win32;
+    }
+    return from_errno(error);
+}
+
 bool posix::fail()
 {
     last = from_errno(errno);
+    return false;
+}
+
+bool posix::fail_socket()
+{
+    last = from_socket_errno(errno);
     return false;
 }
 
@@ -87,12 +142,16 @@ void set_last_error(std::uint32_t error) { last = error; }
 std::string error_text(std::uint32_t error)
 {
     if (error == error_none) return std::strerror(0);
-    if (error == error_path_not_found) return std::strerror(ENOENT);
-    if (error == error_sharing_violation) return "File is in use by another program";
+    for (const Words &row : words) {
+        if (row.win32 == error) return row.text;
+    }
     for (const Row &row : table) {
         if (row.win32 == error) return std::strerror(row.posix);
     }
-    return "Unknown error " + std::to_string(error);
+    for (const Row &row : socket_table) {
+        if (row.win32 == error) return std::strerror(row.posix);
+    }
+    return unknown_error_text(error);
 }
 
 }  // namespace platform

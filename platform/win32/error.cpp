@@ -14,7 +14,7 @@ std::string error_text(std::uint32_t error)
     const DWORD length = FormatMessageA(
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error,
         MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<char *>(&text), 0, nullptr);
-    std::string result = length > 0 ? std::string(text, length) : "Unknown error " + std::to_string(error);
+    std::string result = length > 0 ? std::string(text, length) : unknown_error_text(error);
     LocalFree(text);
     return result;
 }

@@ -33,8 +33,10 @@ TEST(error, is_per_thread)
 TEST(error, has_words_for_every_number)
 {
     std::set<std::string> texts;
-    for (const std::uint32_t error : {2u, 5u, 32u, 87u, 112u, 10061u}) texts.insert(error_text(error));
-    EXPECT_EQ(texts.size(), 6u);  // all different
+    const std::uint32_t errors[] = {2,   5,   32,   87,   112,   232,   233,   536,  995,
+                                    996, 997, 1400, 1816, 10058, 10061, 11001, 11002};
+    for (const std::uint32_t error : errors) texts.insert(error_text(error));
+    EXPECT_EQ(texts.size(), std::size(errors));  // all different
     EXPECT_FALSE(texts.contains(""));
     EXPECT_NE(error_text(0x7FFFFFF1).find("Unknown error"), std::string::npos);
 }
@@ -59,6 +61,9 @@ TEST(error, translates_errno)
                           {ETIMEDOUT, 10060},
                           {EPROTO, 31}})
         EXPECT_EQ(posix::from_errno(c.posix), c.win32) << c.posix;
+    EXPECT_EQ(posix::from_socket_errno(EPIPE), 10054u);  // Winsock's own, where it has one
+    EXPECT_EQ(posix::from_socket_errno(EMFILE), 10024u);
+    EXPECT_EQ(posix::from_socket_errno(ECONNREFUSED), 10061u);
     errno = ENOSPC;
     EXPECT_FALSE(posix::fail());
     EXPECT_EQ(last_error(), 112u);

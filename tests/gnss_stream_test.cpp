@@ -1,91 +1,12 @@
-// The program as its users start it: command line, exit status, table, recorded files.
-#include "tests/support/Message_Counts.h"
-#include "tests/support/folder.h"
-
-#include <gtest/gtest.h>
+// The program as its users start it: command line, exit status, tables, files, peers.
+#include "tests/support/caster.h"
+#include "tests/support/environment.h"
+#include "tests/support/gnss_stream.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <map>
-#include <sstream>
-#include <string>
-#include <vector>
-
-#ifndef _WIN32
-#include <sys/wait.h>
-#endif
 
 namespace {
-
-#ifdef _WIN32
-constexpr bool windows = true;
-int Exit_Status(int result) { return result; }
-#else
-constexpr bool windows = false;
-int Exit_Status(int result) { return WIFEXITED(result) ? WEXITSTATUS(result) : -1; }
-#endif
-
-std::string Quoted(const std::string &text) { return '"' + text + '"'; }
-
-std::string Native(const std::string &path) { return std::filesystem::absolute(path).make_preferred().string(); }
-
-std::string Recording(const std::string &name) { return Native(KERNEL_TEST_DATA "/" + name); }
-
-const char week_change[] = "GMSD7_20121014.rtcm3";
-const char clean[] = "day30_first1000.rtcm3";
-
-struct Result {
-    int exit = -1;
-    std::string out, err;
-    Message_Counts messages;
-    std::map<std::string, std::uint64_t> totals;
-};
-
-// "1004 125 21164" is a message, "bytes read 262144" a total.
-void Read_Table(Result &result)
-{
-    std::istringstream lines(result.out);
-    for (std::string line; std::getline(lines, line);) {
-        std::istringstream fields(line);
-        unsigned int message = 0;
-        std::pair<std::uint64_t, std::uint64_t> count;
-        if (fields >> message >> count.first >> count.second) {
-            result.messages[message] = count;
-            continue;
-        }
-        const std::size_t name_end = line.find("  ");
-        const std::size_t value = line.find_last_of(' ');
-        if (name_end != 0 && name_end != std::string::npos)
-            result.totals[line.substr(0, name_end)] = std::strtoull(line.c_str() + value, nullptr, 10);
-    }
-}
-
-class gnss_replay : public testing::Test {
-protected:
-    Result Run(const std::string &arguments, const std::string &before = "")
-    {
-        const std::string out = folder / "out", err = folder / "err";
-        std::string command =
-            before + Quoted(Native(GNSS_REPLAY)) + " " + arguments + " > " + Quoted(out) + " 2> " + Quoted(err);
-        if (windows) command = Quoted(command);  // the command interpreter takes the outer pair away
-        Result result;
-        result.exit = Exit_Status(std::system(command.c_str()));
-        result.out = Whole_File(out);
-        result.err = Whole_File(err);
-        Read_Table(result);
-        return result;
-    }
-    std::string List(const std::vector<std::string> &entries) const
-    {
-        std::string text;
-        for (const std::string &entry : entries) text += entry + "\n";
-        return folder.Write("list.txt", text);
-    }
-
-    Test_Folder folder;
-};
 
 Message_Counts Sum(Message_Counts a, const Message_Counts &b)
 {
@@ -98,7 +19,7 @@ Message_Counts Sum(Message_Counts a, const Message_Counts &b)
 
 }  // namespace
 
-TEST_F(gnss_replay, gives_the_same_table_and_copy_by_every_way)
+TEST_F(gnss_stream, gives_the_same_table_and_copy_by_every_way)
 {
     const std::string recording = Recording(week_change);
     const std::string list = List({recording});
@@ -115,7 +36,7 @@ TEST_F(gnss_replay, gives_the_same_table_and_copy_by_every_way)
     for (const std::string &way : ways) {
         SCOPED_TRACE(way);
         const std::string copy = folder / ("copy " + std::to_string(++number));
-        const Result result = Run(way + " --record " + Quoted(copy));
+        const Result result = Run(way + " --frames --record " + Quoted(copy));
         EXPECT_EQ(result.exit, 0) << result.err;
         EXPECT_EQ(result.messages, Counts_Of(week_change)) << result.out;
         const std::map<std::string, std::uint64_t> totals = {{"bytes read", 262144},
@@ -130,24 +51,24 @@ TEST_F(gnss_replay, gives_the_same_table_and_copy_by_every_way)
     }
 }
 
-TEST_F(gnss_replay, plays_the_recordings_of_a_list_as_one_stream)
+TEST_F(gnss_stream, plays_the_recordings_of_a_list_as_one_stream)
 {
     const std::string bytes = Whole_File(Recording(week_change));
     const std::string first = folder.Write("first", bytes.substr(0, 100001));  // cut inside a frame
     const std::string second = folder.Write("second", bytes.substr(100001));
     const std::string list = List({Recording(clean), first, "// a comment", second});
     const std::string copy = folder / "copy";
-    const Result result = Run("--list " + Quoted(list) + " --record " + Quoted(copy));
+    const Result result = Run("--frames --list " + Quoted(list) + " --record " + Quoted(copy));
     EXPECT_EQ(result.exit, 0) << result.err;
     EXPECT_EQ(result.messages, Sum(Counts_Of(clean), Counts_Of(week_change)));
     EXPECT_TRUE(Whole_File(copy) == Whole_File(Recording(clean)) + bytes);
 }
 
-TEST_F(gnss_replay, goes_past_a_missing_entry_and_says_so)
+TEST_F(gnss_stream, goes_past_a_missing_entry_and_says_so)
 {
     for (const std::string rate : {"", "--rate 2000000 "}) {
         const std::string list = List({Recording(clean), folder / "missing", Recording(week_change)});
-        const Result result = Run(rate + "--list " + Quoted(list));
+        const Result result = Run(rate + "--frames --list " + Quoted(list));
         EXPECT_EQ(result.exit, 1);
         EXPECT_EQ(result.messages, Sum(Counts_Of(clean), Counts_Of(week_change)));
         EXPECT_NE(result.err.find("Z Error: Could not open file " + (folder / "missing")), std::string::npos)
@@ -155,16 +76,16 @@ TEST_F(gnss_replay, goes_past_a_missing_entry_and_says_so)
     }
 }
 
-TEST_F(gnss_replay, says_when_frames_are_damaged)
+TEST_F(gnss_stream, says_when_frames_are_damaged)
 {
-    const Result result = Run(Quoted(Recording("day30_dirty4h.rtcm3")));
+    const Result result = Run("--frames " + Quoted(Recording("day30_dirty4h.rtcm3")));
     EXPECT_EQ(result.exit, 1);
     EXPECT_EQ(result.totals.at("frames"), 3764u);
     EXPECT_GT(result.totals.at("CRC failures"), 0u);
     EXPECT_GT(result.totals.at("skipped bytes"), 0u);
 }
 
-TEST_F(gnss_replay, does_not_start_without_usable_files)
+TEST_F(gnss_stream, does_not_start_without_usable_files)
 {
     const std::string good = Quoted(Recording(clean)) + " ";
     const std::string full = folder.Write("full", "old");
@@ -179,6 +100,11 @@ TEST_F(gnss_replay, does_not_start_without_usable_files)
         good + "--record " + Quoted(full),
         good + "--record " + Quoted(folder / "missing/copy"),
         good + "--record " + Quoted(folder / ""),
+        good + "--out " + Quoted(folder / "missing/copy"),
+        good + "--out " + Quoted(Recording(clean)),
+        good + "--out " + Quoted(folder / "twice") + " --record " + Quoted(folder / "./twice"),
+        "ntrip://127.0.0.1:1/M --user me --password-file " + Quoted(folder / "missing"),
+        "ntrip://127.0.0.1:1/" + std::string(256, 'M'),
     };
     for (const std::string &arguments : cases) {
         SCOPED_TRACE(arguments);
@@ -190,7 +116,7 @@ TEST_F(gnss_replay, does_not_start_without_usable_files)
     EXPECT_EQ(Whole_File(full), "old");
 }
 
-TEST_F(gnss_replay, leaves_no_record_file_when_the_input_is_missing)
+TEST_F(gnss_stream, leaves_no_record_file_when_the_input_is_missing)
 {
     const std::string copy = folder / "copy";
     EXPECT_EQ(Run(Quoted(folder / "missing") + " --record " + Quoted(copy)).exit, 4);
@@ -210,7 +136,7 @@ std::vector<std::string> Lines(const std::string &text)
 
 }  // namespace
 
-TEST_F(gnss_replay, decodes_by_every_way)
+TEST_F(gnss_stream, decodes_by_every_way)
 {
     const std::string recording = Quoted(Recording(week_change));
     const std::string list = "--list " + Quoted(List({Recording(week_change)}));
@@ -248,7 +174,7 @@ TEST_F(gnss_replay, decodes_by_every_way)
     EXPECT_NE(text.find("station position [m]             none"), std::string::npos) << lines.back();
 }
 
-TEST_F(gnss_replay, shows_where_gps_satellites_stand)
+TEST_F(gnss_stream, shows_where_gps_satellites_stand)
 {
     const Result result = Run(Quoted(Recording(clean)) + " --epochs");
     EXPECT_EQ(result.exit, 0) << result.err;
@@ -270,7 +196,7 @@ TEST_F(gnss_replay, shows_where_gps_satellites_stand)
     EXPECT_GT(seen, 1000u);
 }
 
-TEST_F(gnss_replay, does_not_start_when_a_table_cannot_be_created)
+TEST_F(gnss_stream, does_not_start_when_a_table_cannot_be_created)
 {
     const std::string copy = folder / "copy";
     const Result result =
@@ -280,7 +206,7 @@ TEST_F(gnss_replay, does_not_start_when_a_table_cannot_be_created)
     EXPECT_FALSE(std::filesystem::exists(copy));
 }
 
-TEST_F(gnss_replay, appends_when_told)
+TEST_F(gnss_stream, appends_when_told)
 {
     const std::string copy = folder.Write("copy", "old");
     const Result result = Run(Quoted(Recording(clean)) + " --append --record " + Quoted(copy));
@@ -288,7 +214,7 @@ TEST_F(gnss_replay, appends_when_told)
     EXPECT_TRUE(Whole_File(copy) == "old" + Whole_File(Recording(clean)));
 }
 
-TEST_F(gnss_replay, explains_itself)
+TEST_F(gnss_stream, explains_itself)
 {
     const struct {
         const char *arguments;
@@ -296,11 +222,21 @@ TEST_F(gnss_replay, explains_itself)
         const char *out, *err;
     } cases[] = {
         {"--help", 0, "Exit status", ""},
-        {"--version", 0, "gnss_replay ", ""},
-        {"", 2, "", "FILE is required"},
+        {"--version", 0, "gnss_stream ", ""},
         {"--nonsense x", 2, "", "--nonsense"},
         {"one two", 2, "", "two"},
-        {"\"\"", 2, "", "must not be empty"},
+        {"one --in two", 2, "", "--in"},
+        {"tcpcli://host", 2, "", "INPUT: there is no port"},
+        {"x --out serial://7", 2, "", "--out: a number"},
+        {"x --out ntrip://host", 2, "", "inputs only"},
+        {"x --out - --out -", 2, "", "one output only"},
+        {"x --out - --frames", 2, "", "--frames"},
+        {"x --out - --csv y --epochs", 2, "", "--epochs"},
+        {"--list", 2, "", "--list"},
+        {"--rate 5 tcpsvr://:0", 2, "", "--rate"},
+        {"--user me x", 2, "", "ntrip://"},
+        {"--user me ntrip://you@host", 2, "", "--user"},
+        {"--password-file y ntrip://host", 2, "", "--user"},
         {"--rate fast x", 2, "", "--rate"},
         {"--rate -1 x", 2, "", "--rate"},
         {"--csv \"\" x", 2, "", "must not be empty"},
@@ -309,6 +245,7 @@ TEST_F(gnss_replay, explains_itself)
         {"--decode --near-week -1 x", 2, "", "--near-week"},
         {"--append x", 2, "", "--record"},
         {"--quiet --progress x", 2, "", "--quiet"},
+        {"--reconnect -1 x", 2, "", "--reconnect"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.arguments);
@@ -319,34 +256,111 @@ TEST_F(gnss_replay, explains_itself)
     }
 }
 
-#ifndef _WIN32
-TEST_F(gnss_replay, ends_in_order_when_interrupted)
+TEST_F(gnss_stream, passes_bytes_on_to_every_output)
 {
-    for (const std::string signal : {"INT", "TERM"}) {
-        const std::string copy = folder / signal;
-        const Result result = Run("--rate 50000 --record " + Quoted(copy) + " " + Quoted(Recording(week_change)),
-                                  "timeout --foreground --preserve-status -s " + signal + " 0.7 ");
+    const std::string bytes = Pattern(1000000);  // all values, among them those at which text would end
+    const std::string file = Quoted(folder.Write("bytes", bytes));
+    const std::string one = folder / "one", two = folder / "two", record = folder / "record";
+    const std::string cases[] = {file, "< " + file, "- --out \"\" < " + file, "--in " + file + " --out -"};
+    for (const std::string &arguments : cases) {
+        SCOPED_TRACE(arguments);
+        const Result result = Run(arguments);
         EXPECT_EQ(result.exit, 0) << result.err;
-        EXPECT_GT(result.totals.at("frames"), 0u);
-        EXPECT_LT(result.totals.at("bytes read"), 262144u);
-        EXPECT_EQ(Whole_File(copy).size(), result.totals.at("bytes read"));
+        EXPECT_TRUE(result.out == bytes);
+    }
+    const Result result = Run(file + " --out " + Quoted(one) + " --out file://" + Quoted(two) +
+                              " --out - --append --record " + Quoted(record));
+    EXPECT_EQ(result.exit, 0) << result.err;
+    EXPECT_TRUE(result.out == bytes);
+    for (const std::string &copy : {one, two, record}) EXPECT_TRUE(Whole_File(copy) == bytes) << copy;
+}
+
+TEST_F(gnss_stream, goes_from_file_to_file_through_a_server_and_a_client)
+{
+    const std::string recording = Recording(week_change), copy = folder / "copy";
+    Started server = Start(Quoted(recording) + " --out tcpsvr://:0 --wait 30 --status-interval 1");
+    const std::uint16_t port = Port_Of(server);
+    ASSERT_NE(port, 0);
+    const Result result = Run("--in tcpcli://127.0.0.1:" + std::to_string(port) + " --reconnect 0 --out " +
+                              Quoted(copy) + " --csv " + Quoted(folder / "table"));
+    EXPECT_EQ(result.exit, 0) << result.err;
+    EXPECT_EQ(result.messages, Counts_Of(week_change));
+    EXPECT_TRUE(Whole_File(copy) == Whole_File(recording));
+    const Result sent = server.result.get();
+    EXPECT_EQ(sent.exit, 0) << sent.err;
+    EXPECT_NE(sent.err.find("output 1 tcpsvr://:0: connected, 262144 bytes, "), std::string::npos) << sent.err;
+}
+
+TEST_F(gnss_stream, sends_to_a_peer_that_comes_back)
+{
+    Host host = Host().Open();
+    const std::string bytes = Pattern(300000);
+    Started sender = Start(Quoted(folder.Write("bytes", bytes)) +
+                           " --rate 200000 --reconnect 1 --out tcpcli://127.0.0.1:" + std::to_string(host.Port()));
+    Peer first = host.Accept();
+    EXPECT_EQ(first.Hear(1000), bytes.substr(0, 1000));
+    first.Leave();
+    const std::string heard = host.Accept().Hear(bytes.size());  // until the end
+    EXPECT_GT(heard.size(), 0u);
+    EXPECT_TRUE(bytes.ends_with(heard));
+    EXPECT_EQ(sender.result.get().exit, 0);
+}
+
+TEST_F(gnss_stream, tells_the_caster_the_password_and_nobody_else)
+{
+    const std::string data = Pattern(5000), answer = "ICY 200 OK\r\n\r\n" + data;
+    Caster caster([&](Peer &client) { client.Say(answer); });
+    const std::string host = "127.0.0.1:" + std::to_string(caster.Port()) + "/MOUNT";
+    const Environment_Setting password("GNSS_STREAM_PASSWORD", "hush:hush");
+    const std::string file = Quoted(folder.Write("password", "hush:hush\r\nsecond line\n"));
+    const std::string ways[] = {"ntrip://secretary:hush:hush@" + host, "ntrip://" + host + " --user secretary",
+                                "ntrip://" + host + " --user secretary --password-file " + file};
+    for (const std::string &way : ways) {
+        SCOPED_TRACE(way);
+        const Result result = Run(way + " --reconnect 0 --status-interval 1 --out " + Quoted(folder / "copy"));
+        EXPECT_EQ(result.exit, 0) << result.err;
+        EXPECT_TRUE(Whole_File(folder / "copy") == data);
+        EXPECT_NE(caster.Requests().back().find("Basic c2VjcmV0YXJ5Omh1c2g6aHVzaA==\r\n"), std::string::npos);
+        EXPECT_NE(result.err.find("input ntrip://" + host + ": "), std::string::npos) << result.err;
+        EXPECT_EQ((result.out + result.err).find("hush"), std::string::npos) << result.err;
+        EXPECT_EQ((result.out + result.err).find("secretary"), std::string::npos) << result.err;
+    }
+    EXPECT_EQ(Run("ntrip://" + host.substr(0, host.find('/')) + " --reconnect 0").out, answer);
+    EXPECT_TRUE(caster.Requests().back().starts_with("GET / HTTP/1.0\r\n"));  // for the source table
+    const Result usage = Run(ways[0] + " " + ways[0]);
+    EXPECT_EQ(usage.exit, 2);
+    EXPECT_EQ(usage.err.find("hush"), std::string::npos) << usage.err;
+}
+
+TEST_F(gnss_stream, says_when_the_caster_refuses)
+{
+    Caster caster([](Peer &client) { client.Say("HTTP/1.0 401 Unauthorized\r\nServer: caster on loopback\r\n\r\n"); });
+    const Result result = Run("ntrip://127.0.0.1:" + std::to_string(caster.Port()) + "/M --reconnect 0");
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_NE(result.err.find("Unauthorized"), std::string::npos) << result.err;
+}
+
+TEST_F(gnss_stream, starts_without_a_peer_unless_it_is_strict)
+{
+    const std::string bytes = "some bytes", file = Quoted(folder.Write("bytes", bytes)) + " --wait 1 ";
+    Host refuses, taken = Host().Open();
+    const struct {
+        std::string arguments;
+        int exit;
+    } cases[] = {
+        {file + "--out tcpcli://127.0.0.1:" + std::to_string(refuses.Port()), 0},
+        {file + "--out tcpsvr://:" + std::to_string(taken.Port()), 0},
+        {file + "--out serial://none/such", 0},
+        {"tcpcli://127.0.0.1:" + std::to_string(refuses.Port()) + " --reconnect 0", 1},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.arguments);
+        const std::string copy = " --out " + Quoted(folder / "copy");
+        const Result result = Run(c.arguments + copy);
+        EXPECT_EQ(result.exit, c.exit) << result.err;
+        EXPECT_EQ(Whole_File(folder / "copy"), c.exit == 0 ? bytes : "");
+        const Result strict = Run(c.arguments + copy + " --strict");
+        EXPECT_EQ(strict.exit, 4) << strict.err;
+        EXPECT_NE(strict.err.find("Could not start"), std::string::npos) << strict.err;
     }
 }
-
-// The server repeats a failed read for ever.
-TEST_F(gnss_replay, can_be_interrupted_while_reads_fail)
-{
-    const Result result = Run("/proc/self/mem", "timeout --foreground --preserve-status -k 10 -s INT 0.5 ");
-    EXPECT_EQ(result.exit, 0);  // killed: 137
-    EXPECT_NE(result.err.find("Interrupted."), std::string::npos) << result.err;
-    EXPECT_EQ(result.totals.at("bytes read"), 0u);
-}
-
-TEST_F(gnss_replay, says_when_the_recording_cannot_be_written)
-{
-    const Result result = Run(Quoted(Recording(clean)) + " --record /dev/full");
-    EXPECT_EQ(result.exit, 1);
-    EXPECT_EQ(result.messages, Counts_Of(clean));
-    EXPECT_NE(result.err.find("Could not write to file /dev/full"), std::string::npos) << result.err;
-}
-#endif

@@ -1,0 +1,136 @@
+#include "host/tools/Standard_Endpoint.h"
+
+#include "kernel/String_Byte_Server.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <iostream>
+#include <mutex>
+
+namespace host {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+const char unit[] = "host/Standard_Endpoint";
+constexpr long ring_size = 8192;              // bytes
+constexpr std::streamsize block_size = 4096;  // bytes
+constexpr auto end_limit = 50ms;              // for a thread that is not stuck
+
+// The one way of the standard library to a read that does not wait for a whole block: sgetc has the buffer filled by one
+// call of the system, and in_avail then says how much has come. 0: the end. A failure is thrown.
+std::streamsize Read_Some(std::array<char, block_size> &block)
+{
+    std::streambuf &in = *std::cin.rdbuf();
+    if (in.sgetc() == std::char_traits<char>::eof()) return 0;
+    return in.sgetn(block.data(), std::clamp<std::streamsize>(in.in_avail(), 1, block_size));
+}
+
+bool Write_All(std::span<const unsigned char> block)
+{
+    return std::fwrite(block.data(), 1, block.size(), stdout) == block.size() && std::fflush(stdout) == 0;
+}
+
+}  // namespace
+
+// Lives as long as the thread, which may be left behind in a read.
+struct Standard_Input::State {
+    explicit State(Console &c) : console(c) {}
+    ~State() { kernel::String_Byte_Server::Destruct(server); }
+
+    Console &console;
+    kernel::String_Byte_Server *const server = kernel::String_Byte_Server::Construct(ring_size, nullptr);
+    std::atomic<bool> ended{false};
+
+    // What a read brings after the stop is nobody's.
+    std::mutex lock;
+    std::condition_variable delivered;
+    bool stop = false, delivering = false;  // guarded by the lock
+};
+
+Standard_Input::Standard_Input(Console &console) : state_(std::make_shared<State>(console)) {}
+
+bool Standard_Input::Connect(kernel::Byte_Client &client) { return state_->server && state_->server->Connect(&client); }
+
+void Standard_Input::Start()
+{
+    std::ios::sync_with_stdio(false);  // gives std::cin a buffer of its own
+    thread_.Start([state = state_] {
+        try {
+            Run(*state);
+        } catch (const std::ios_base::failure &) {
+            state->console.Set(unit, __LINE__)
+                ->Print_Out(kernel::Error_Handler::ES_Error, 1, "Could not read standard input.");
+        }
+        state->ended = true;
+    });
+}
+
+void Standard_Input::Run(State &state)
+{
+    std::array<char, block_size> block;
+    for (std::streamsize n; (n = Read_Some(block)) > 0;) {
+        {
+            const std::lock_guard held(state.lock);
+            if (state.stop) return;
+            state.delivering = true;
+        }
+        state.server->PutBin(reinterpret_cast<const unsigned char *>(block.data()), static_cast<unsigned int>(n));
+        state.server->Work();
+        state.server->Clear();
+        {
+            const std::lock_guard held(state.lock);
+            state.delivering = false;
+        }
+        state.delivered.notify_all();
+    }
+}
+
+bool Standard_Input::Ended() const { return state_->ended; }
+
+void Standard_Input::Stop()
+{
+    std::unique_lock held(state_->lock);
+    state_->stop = true;
+    state_->delivered.wait(held, [&] { return !state_->delivering; });
+}
+
+Stream_Status Standard_Input::Status() const { return {Ended() ? "ended" : "reading", ""}; }
+
+bool Standard_Input::Close() { return thread_.Join(end_limit); }
+
+Standard_Output::Standard_Output(std::size_t queue_size, Console &console)
+    : writer_(queue_size,
+              [&console](std::span<const unsigned char> block) {
+                  if (Write_All(block)) return true;
+                  console.Set(unit, __LINE__)
+                      ->Print_Out(kernel::Error_Handler::ES_Error, 1, "Could not write to standard output.");
+                  return false;
+              }),
+      console_(console)
+{
+}
+
+bool Standard_Output::Open()
+{
+    writer_.Start();
+    return true;
+}
+
+void Standard_Output::Put(std::span<const unsigned char> block)
+{
+    if (!writer_.Put(block))
+        console_.Set(unit, __LINE__)
+            ->Print_Out(kernel::Error_Handler::ES_Warning, 15,
+                        "Standard output takes too little: what was waiting for it has been discarded.");
+}
+
+Stream_Status Standard_Output::Status() const { return {Has_Failed() ? "failed" : "writing", ""}; }
+
+bool Standard_Output::Close() { return writer_.Stop(end_limit); }
+
+}  // namespace host

@@ -1,0 +1,64 @@
+// The names of streams, as the field writes them:
+//
+//   serial://PORT[:baud[:bits[:parity[:stop[:flow]]]]]            parity n, e or o; flow off or rts; 9600:8:n:1:off
+//   tcpcli://HOST:PORT
+//   tcpsvr://:PORT                                                0: a free one
+//   ntrip://[USER:PASSWORD@]HOST[:PORT][/MOUNTPOINT]              port 2101; no mountpoint: the caster's source table
+//   [file://]NAME
+//   - or nothing                                                  standard input or output
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+namespace host {
+
+struct Standard_Path {};
+
+struct File_Path {
+    std::string name;
+};
+
+struct Serial_Path {
+    std::string port;           // "COM7", "ttyS0", "/dev/pts/3"
+    std::uint32_t baud = 9600;  // [bit/s]
+    int bits = 8;
+    char parity = 'n';
+    int stop = 1;
+    bool rts = false;  // hardware flow control
+};
+
+struct Tcp_Client_Path {
+    std::string host;
+    std::uint16_t port = 0;
+};
+
+struct Tcp_Server_Path {
+    std::uint16_t port = 0;
+};
+
+struct Ntrip_Path {
+    std::optional<std::pair<std::string, std::string>> credentials;  // user and password
+    std::string host;
+    std::uint16_t port = 2101;
+    std::string mountpoint;  // empty: the source table
+};
+
+using Stream_Path = std::variant<Standard_Path, File_Path, Serial_Path, Tcp_Client_Path, Tcp_Server_Path, Ntrip_Path>;
+
+// Nothing when the text names no stream; `error` then says what is wrong with it, and shows nothing that could be a
+// password.
+std::optional<Stream_Path> Parse_Stream_Path(std::string_view text, std::string &error);
+
+// For reports and status lines: the path without its credentials.
+std::string Shown(const Stream_Path &path);
+
+// Where credentials stand in an argument of a command line, if it may hold some: between "://" (or "ntrip:", however it
+// goes on) and the last '@'. Empty: nowhere.
+std::string_view Credentials_In(std::string_view argument);
+
+}  // namespace host

@@ -1,0 +1,32 @@
+// The table of socket errors: Winsock's numbers, names and titles, and what each means. Not installed.
+#pragma once
+
+#include <cstddef>
+
+namespace kernel {
+
+// A text filled up with blanks to the width of a column; a longer one stands as it is.
+template <std::size_t width>
+struct Padded {
+    char text[width + 16] = {};
+
+    constexpr Padded(const char *words)
+    {
+        std::size_t n = 0;
+        for (; words[n] != '\0'; ++n) text[n] = words[n];
+        for (; n < width; ++n) text[n] = ' ';
+    }
+};
+
+// A row of the table; all of it is constant.
+struct Socket_Error {
+    int code;
+    const char *name;         // "WSAECONNREFUSED"
+    Padded<35> title;         // "Connection refused"
+    const char *description;  // a sentence or two
+};
+
+// The first row with this number; null where there is none.
+const Socket_Error *Find_Socket_Error(int code);
+
+}  // namespace kernel

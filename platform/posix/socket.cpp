@@ -1,0 +1,220 @@
+#include "platform/socket.h"
+
+#include "platform/error.h"
+#include "platform/fault.h"
+#include "platform/posix/errno_table.h"
+#include "platform/posix/stream_internal.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace platform {
+
+namespace {
+
+int descriptor_of(std::intptr_t native) { return static_cast<int>(native); }
+
+sockaddr_in to_system(const Address &address)
+{
+    sockaddr_in result{};
+    result.sin_family = AF_INET;
+    result.sin_port = htons(address.port);
+    result.sin_addr.s_addr = htonl(address.host);
+    return result;
+}
+
+Address from_system(const sockaddr_in &address) { return {ntohl(address.sin_addr.s_addr), ntohs(address.sin_port)}; }
+
+bool set_option(std::intptr_t native, int level, int option)
+{
+    const int on = 1;
+    return setsockopt(descriptor_of(native), level, option, &on, sizeof on) == 0 || posix::fail_socket();
+}
+
+bool aborted()
+{
+    set_last_error(error_operation_aborted);
+    return false;
+}
+
+// Waits until the socket is ready, the stream is closed, or `stop` is set.
+bool wait_ready(std::intptr_t native, std::uint32_t events, int closing_event, Event &stop)
+{
+    posix::Ready ready(descriptor_of(native), events, closing_event);
+    Waitable *const both[] = {&stop, &ready};
+    const int first = wait_any(both, wait_forever);
+    return first == 1 || (first == 0 && aborted());
+}
+
+// Where nobody listens, a port of this machine that the system has just given to the connecting socket answers itself.
+bool is_connected_to_itself(int descriptor)
+{
+    sockaddr_in near{}, far{};
+    socklen_t size = sizeof near;
+    return getsockname(descriptor, reinterpret_cast<sockaddr *>(&near), &size) == 0 &&
+           getpeername(descriptor, reinterpret_cast<sockaddr *>(&far), &size) == 0 && near.sin_port == far.sin_port &&
+           near.sin_addr.s_addr == far.sin_addr.s_addr;
+}
+
+}  // namespace
+
+bool socket_startup(std::uint16_t, Socket_Library &library)
+{
+    const fault::Socket_Library_Plan *const plan = fault::planned_socket_library();
+    library = {plan ? plan->version : std::uint16_t{0x0202}, 0x0202, "POSIX sockets", "Running"};
+    set_last_error(plan ? plan->error : error_none);
+    return last_error() == error_none;
+}
+
+void socket_cleanup() {}
+
+// Everything but the names' own failures counts as one that will not go away by itself.
+std::uint32_t look_up(const char *name, std::uint32_t &host)
+{
+    addrinfo wanted{};
+    wanted.ai_family = AF_INET;
+    wanted.ai_socktype = SOCK_STREAM;
+    addrinfo *found = nullptr;
+    const int error = getaddrinfo(name, nullptr, &wanted, &found);
+    switch (error) {
+    case 0: break;
+    case EAI_NONAME: return error_host_not_found;
+    case EAI_AGAIN: return 11002;
+    case EAI_SYSTEM: return posix::from_socket_errno(errno);
+#ifdef EAI_NODATA
+    case EAI_NODATA: return 11004;
+#endif
+    default: return 11003;
+    }
+    sockaddr_in address{};
+    std::memcpy(&address, found->ai_addr, sizeof address);
+    freeaddrinfo(found);
+    host = from_system(address).host;
+    return 0;
+}
+
+Socket::Socket(std::uintptr_t native) : Stream(static_cast<std::intptr_t>(native), true) {}
+
+Socket::~Socket() = default;
+
+std::shared_ptr<Socket> Socket::create()
+{
+    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (descriptor >= 0) return adopt(static_cast<std::uintptr_t>(descriptor));
+    posix::fail_socket();
+    return nullptr;
+}
+
+// Transfers never block, whoever else has the descriptor; connect and accept rely on the flag.
+std::shared_ptr<Socket> Socket::adopt(std::uintptr_t native)
+{
+    const int descriptor = static_cast<int>(native);
+    int type = 0;
+    socklen_t size = sizeof type;
+    if (getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &size) != 0 || type != SOCK_STREAM) {
+        set_last_error(error_not_socket);
+        return nullptr;
+    }
+    fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
+    fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    set_option(descriptor, IPPROTO_TCP, TCP_NODELAY);
+    return std::shared_ptr<Socket>(new Socket(native));
+}
+
+bool Socket::set_keep_alive() { return set_option(native_, SOL_SOCKET, SO_KEEPALIVE); }
+
+bool Socket::set_reuse_address() { return set_option(native_, SOL_SOCKET, SO_REUSEADDR); }
+
+// What an earlier listener has left behind (connections, or their traces) does not occupy the port, as on Windows.
+bool Socket::bind(const Address &address)
+{
+    const sockaddr_in system = to_system(address);
+    return set_reuse_address() &&
+           (::bind(descriptor_of(native_), reinterpret_cast<const sockaddr *>(&system), sizeof system) == 0 ||
+            posix::fail_socket());
+}
+
+bool Socket::listen(int backlog)
+{
+    closing_->listening.store(true, std::memory_order_relaxed);
+    if (::listen(descriptor_of(native_), backlog) != 0) return posix::fail_socket();
+    if (!closed()) return true;
+    ::shutdown(descriptor_of(native_), SHUT_RDWR);  // close() came too early to do it
+    return aborted();
+}
+
+bool Socket::local_address(Address &address) const
+{
+    sockaddr_in system{};
+    socklen_t size = sizeof system;
+    if (getsockname(descriptor_of(native_), reinterpret_cast<sockaddr *>(&system), &size) != 0)
+        return posix::fail_socket();
+    address = from_system(system);
+    return true;
+}
+
+bool Socket::peer_address(Address &address) const
+{
+    sockaddr_in system{};
+    socklen_t size = sizeof system;
+    if (getpeername(descriptor_of(native_), reinterpret_cast<sockaddr *>(&system), &size) != 0)
+        return posix::fail_socket();
+    address = from_system(system);
+    return true;
+}
+
+// The second call of the system tells how the first one has ended, and makes the socket one that is connected already.
+bool Socket::connect(const Address &address, Event &stop)
+{
+    const sockaddr_in system = to_system(address);
+    const auto connected = [this, &system] {
+        return ::connect(descriptor_of(native_), reinterpret_cast<const sockaddr *>(&system), sizeof system) == 0;
+    };
+    if (closed()) return aborted();
+    if (!connected()) {
+        if (errno != EINPROGRESS && errno != EINTR) return posix::fail_socket();
+        if (!wait_ready(native_, EPOLLOUT, closing_->event, stop)) return false;
+        if (closed()) return aborted();
+        if (!connected()) return posix::fail_socket();
+    }
+    if (!is_connected_to_itself(descriptor_of(native_))) return true;
+    set_last_error(error_connection_refused);
+    return false;
+}
+
+// A peer that has gone again while it waited in the queue (ECONNABORTED) is nobody.
+bool Socket::accept_now(Address &peer, std::uintptr_t &accepted)
+{
+    if (closed()) return aborted();
+    sockaddr_in system{};
+    socklen_t size = sizeof system;
+    const int descriptor =
+        accept4(descriptor_of(native_), reinterpret_cast<sockaddr *>(&system), &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (descriptor >= 0) {
+        accepted = static_cast<std::uintptr_t>(descriptor);
+        peer = from_system(system);
+        return true;
+    }
+    if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR || errno == ECONNABORTED) return true;
+    return closed() ? aborted() : posix::fail_socket();
+}
+
+bool Socket::wait_for_peer(Event &stop) { return wait_ready(native_, EPOLLIN, closing_->event, stop); }
+
+void Socket::shutdown_send()
+{
+    closing_->shut_down.store(true, std::memory_order_relaxed);
+    ::shutdown(descriptor_of(native_), SHUT_WR);
+}
+
+std::uintptr_t Socket::native() const { return static_cast<std::uintptr_t>(native_); }
+
+}  // namespace platform

@@ -1,0 +1,46 @@
+// What the POSIX half knows of a stream beside its descriptor, and how it waits for one.
+#pragma once
+
+#include "platform/stream.h"
+
+#include <atomic>
+#include <cstdint>
+
+namespace platform {
+
+// Threads:   constant, but for the flags.
+// Ownership: the event is owned.
+// Errors:    without an event (-1) nothing on the stream can be waited for: transfers that would be pending fail.
+struct Stream::Closing {
+    explicit Closing(int descriptor);
+    ~Closing();
+
+    const int event;       // an eventfd, signalled for good by close()
+    const bool uses_send;  // a socket of some kind (Unix-domain ones too): moved by send and recv
+    std::atomic<bool> listening{false};
+    std::atomic<bool> shut_down{false};  // for sending, by this side
+};
+
+namespace posix {
+
+// Watches a descriptor in an epoll descriptor, which then polls readable while the other is ready. False with last_error().
+bool watch(int epoll, int descriptor, std::uint32_t events);
+void unwatch(int epoll, int descriptor);
+
+// Signalled while a descriptor is ready for `events` (EPOLLIN, EPOLLOUT), or once its stream is closed.
+//
+// Threads:   as Waitable.
+// Ownership: owns its epoll descriptor; both descriptors outlive it.
+// Errors:    as Waitable, with last_error().
+class Ready : public Waitable {
+public:
+    Ready(int descriptor, std::uint32_t events, int closing_event);
+    ~Ready() override;
+
+private:
+    bool take() override { return true; }
+};
+
+}  // namespace posix
+
+}  // namespace platform

@@ -1,0 +1,175 @@
+#include "platform/serial.h"
+
+#include "platform/error.h"
+#include "platform/fault.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+
+namespace platform {
+
+namespace {
+
+// The enumerators are Win32's numbers: they are passed on as they are.
+static_assert(Serial_Settings::space_parity == SPACEPARITY && Serial_Settings::even_parity == EVENPARITY);
+static_assert(Serial_Settings::one5_stop_bits == ONE5STOPBITS && Serial_Settings::two_stop_bits == TWOSTOPBITS);
+static_assert(Serial_Settings::handshake == RTS_CONTROL_HANDSHAKE && Serial_Settings::toggle == RTS_CONTROL_TOGGLE);
+static_assert(Serial_Settings::handshake == DTR_CONTROL_HANDSHAKE);
+
+HANDLE handle_of(std::intptr_t native) { return reinterpret_cast<HANDLE>(native); }
+
+bool get_state(std::intptr_t native, DCB &state)
+{
+    state = DCB{};
+    state.DCBlength = sizeof state;
+    return GetCommState(handle_of(native), &state) != 0;
+}
+
+bool fail_closed()
+{
+    SetLastError(ERROR_INVALID_HANDLE);
+    return false;
+}
+
+}  // namespace
+
+struct Serial_Port::State {
+    explicit State(HANDLE port) : handle(port) {}
+
+    // Asking how much is there takes the errors away: they are kept for clear_error.
+    bool look(COMSTAT &status)
+    {
+        DWORD found = 0;
+        if (!ClearCommError(handle, &found, &status)) return false;
+        errors.fetch_or(found);
+        return true;
+    }
+
+    const HANDLE handle;
+    Transfer reading, writing;  // for read and write, which come back when these have ended
+    std::atomic<bool> waits{true};
+    std::atomic<std::uint32_t> errors{0};
+};
+
+Serial_Port::Serial_Port(std::intptr_t native)
+    : Stream(native, false), state_(std::make_unique<State>(handle_of(native)))
+{
+}
+
+Serial_Port::~Serial_Port() = default;
+
+// For overlapped transfers, also where the caller waits: on another handle reads queue up behind a write, and close()
+// might come just too early to end one.
+std::shared_ptr<Serial_Port> Serial_Port::open(const char *name)
+{
+    HANDLE handle =
+        CreateFileA(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) return nullptr;
+    auto port = adopt(handle);
+    if (!port) {
+        CloseHandle(handle);
+        SetLastError(ERROR_FILE_NOT_FOUND);  // it is something, but no port
+    }
+    return port;
+}
+
+std::shared_ptr<Serial_Port> Serial_Port::adopt(void *handle)
+{
+    const auto native = reinterpret_cast<std::intptr_t>(handle);
+    DCB state;
+    if (!handle || handle == INVALID_HANDLE_VALUE || !get_state(native, state)) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    return std::shared_ptr<Serial_Port>(new Serial_Port(native));
+}
+
+bool Serial_Port::set_queues(std::uint32_t in, std::uint32_t out)
+{
+    return closed() ? fail_closed() : SetupComm(handle_of(native_), in, out) != 0;
+}
+
+bool Serial_Port::get_settings(Serial_Settings &settings) const
+{
+    DCB state;
+    if (closed()) return fail_closed();
+    if (!get_state(native_, state)) return false;
+    settings.baud = state.BaudRate;
+    settings.byte_size = state.ByteSize;
+    settings.parity = static_cast<Serial_Settings::Parity>(state.Parity);
+    settings.stop_bits = static_cast<Serial_Settings::Stop_Bits>(state.StopBits);
+    settings.rts = static_cast<Serial_Settings::Control>(state.fRtsControl);
+    settings.dtr = static_cast<Serial_Settings::Control>(state.fDtrControl);
+    settings.cts_flow = state.fOutxCtsFlow != 0;
+    settings.dsr_flow = state.fOutxDsrFlow != 0;
+    settings.abort_on_error = state.fAbortOnError != 0;
+    return true;
+}
+
+bool Serial_Port::set_settings(const Serial_Settings &settings)
+{
+    DCB state;
+    if (closed()) return fail_closed();
+    if (!get_state(native_, state)) return false;
+    state.BaudRate = settings.baud;
+    state.ByteSize = settings.byte_size;
+    state.Parity = settings.parity;
+    state.StopBits = settings.stop_bits;
+    state.fRtsControl = settings.rts & 3;
+    state.fDtrControl = settings.dtr & 3;
+    state.fOutxCtsFlow = settings.cts_flow;
+    state.fOutxDsrFlow = settings.dsr_flow;
+    state.fAbortOnError = settings.abort_on_error;
+    return SetCommState(handle_of(native_), &state) != 0;
+}
+
+bool Serial_Port::set_timeouts(const Serial_Timeouts &timeouts)
+{
+    COMMTIMEOUTS times{timeouts.read_interval, timeouts.read_multiplier, timeouts.read_constant,
+                       timeouts.write_multiplier, timeouts.write_constant};
+    if (closed()) return fail_closed();
+    state_->waits = timeouts.read_interval != Serial_Timeouts::no_wait || timeouts.read_multiplier > 0 ||
+                    timeouts.read_constant > 0;
+    return SetCommTimeouts(handle_of(native_), &times) != 0;
+}
+
+bool Serial_Port::set_event_mask(std::uint32_t events)
+{
+    return closed() ? fail_closed() : SetCommMask(handle_of(native_), events) != 0;
+}
+
+// The driver keeps to the time-outs, for transfers as well. Not each one does where a read is not to wait (Wine's lets
+// it wait for ever): that is given no more to do than fetch what is there.
+bool Serial_Port::read(void *buffer, std::size_t n, std::size_t &got)
+{
+    got = 0;
+    if (!state_->waits && !closed()) {
+        COMSTAT status{};
+        if (!state_->look(status)) return false;
+        n = std::min<std::size_t>(n, status.cbInQue);
+        if (n == 0) return true;
+    }
+    Transfer &transfer = state_->reading;
+    return finish(transfer, transfer.read(shared_from_this(), buffer, n), wait_forever, got);
+}
+
+bool Serial_Port::write(const void *buffer, std::size_t n, std::size_t &put, Event &stop)
+{
+    Transfer &transfer = state_->writing;
+    return finish(transfer, transfer.write(shared_from_this(), buffer, n), wait_forever, put, &stop);
+}
+
+bool Serial_Port::clear_error(std::uint32_t &errors)
+{
+    COMSTAT ignored{};
+    if (closed()) return fail_closed();
+    if (!state_->look(ignored)) return false;
+    errors = state_->errors.exchange(0) | fault::planned_serial_errors();
+    return true;
+}
+
+void *Serial_Port::native() const { return handle_of(native_); }
+
+}  // namespace platform

@@ -1,0 +1,223 @@
+#include "platform/socket.h"
+
+#include "platform/error.h"
+#include "platform/fault.h"
+#include "platform/win32/stream_internal.h"
+
+#include <winsock2.h>
+
+#include <windows.h>
+#include <ws2tcpip.h>
+
+#include <cstring>
+
+namespace platform {
+
+namespace {
+
+HANDLE handle_of(std::intptr_t native) { return reinterpret_cast<HANDLE>(native); }
+
+SOCKET socket_of(std::intptr_t native) { return static_cast<SOCKET>(native); }
+
+sockaddr_in to_system(const Address &address)
+{
+    sockaddr_in result{};
+    result.sin_family = AF_INET;
+    result.sin_port = htons(address.port);
+    result.sin_addr.s_addr = htonl(address.host);
+    return result;
+}
+
+Address from_system(const sockaddr_in &address) { return {ntohl(address.sin_addr.s_addr), ntohs(address.sin_port)}; }
+
+bool set_option(std::intptr_t native, int level, int option)
+{
+    const BOOL on = TRUE;
+    return setsockopt(socket_of(native), level, option, reinterpret_cast<const char *>(&on), sizeof on) == 0;
+}
+
+bool aborted()
+{
+    set_last_error(error_operation_aborted);
+    return false;
+}
+
+// Makes a socket block again that was told to tell events, as transfers and hosts expect it.
+void unselect(SOCKET socket)
+{
+    unsigned long non_blocking = 0;
+    WSAEventSelect(socket, nullptr, 0);
+    ioctlsocket(socket, static_cast<long>(FIONBIO), &non_blocking);
+}
+
+// The socket sets the event when one of `events` happens; it does not block from now on.
+bool select(std::intptr_t native, std::intptr_t event, long events)
+{
+    return WSAEventSelect(socket_of(native), handle_of(event), events) == 0;
+}
+
+// The event of a stream.
+//
+// Threads:   as Waitable.
+// Ownership: the event stays the stream's.
+// Errors:    as Waitable.
+class Network_Event : public Waitable {
+public:
+    explicit Network_Event(std::intptr_t event) { native_ = event; }
+
+    // Waits until it is set; false when it was `stop`.
+    bool wait_or(Event &stop)
+    {
+        Waitable *const both[] = {&stop, this};
+        const int first = wait_any(both, wait_forever);
+        return first == 1 || (first == 0 && aborted());
+    }
+
+private:
+    bool take() override { return true; }
+};
+
+// Of a socket that tells FD_CONNECT by the event. It may have been set by close() as well, which the caller looks at.
+bool wait_connect(std::intptr_t native, std::intptr_t event, const Address &address, Event &stop)
+{
+    const sockaddr_in system = to_system(address);
+    if (::connect(socket_of(native), reinterpret_cast<const sockaddr *>(&system), sizeof system) == 0) return true;
+    if (WSAGetLastError() != WSAEWOULDBLOCK || !Network_Event(event).wait_or(stop)) return false;
+    WSANETWORKEVENTS happened{};
+    if (WSAEnumNetworkEvents(socket_of(native), handle_of(event), &happened) != 0) return false;
+    const int error = happened.iErrorCode[FD_CONNECT_BIT];
+    set_last_error(static_cast<std::uint32_t>(error));
+    return error == 0 && (happened.lNetworkEvents & FD_CONNECT) != 0;
+}
+
+}  // namespace
+
+bool socket_startup(std::uint16_t wanted_version, Socket_Library &library)
+{
+    library = {};
+    const fault::Socket_Library_Plan *const plan = fault::planned_socket_library();
+    WSADATA data{};
+    const int error = plan && plan->error != 0 ? static_cast<int>(plan->error) : WSAStartup(wanted_version, &data);
+    library.version = plan ? plan->version : data.wVersion;
+    library.high_version = data.wHighVersion;
+    library.description = data.szDescription;
+    library.status = data.szSystemStatus;
+    set_last_error(static_cast<std::uint32_t>(error));
+    return error == 0;
+}
+
+void socket_cleanup() { WSACleanup(); }
+
+// The system answers Winsock's numbers already.
+std::uint32_t look_up(const char *name, std::uint32_t &host)
+{
+    addrinfo wanted{};
+    wanted.ai_family = AF_INET;
+    wanted.ai_socktype = SOCK_STREAM;
+    addrinfo *found = nullptr;
+    const int error = getaddrinfo(name, nullptr, &wanted, &found);
+    if (error != 0) return static_cast<std::uint32_t>(error);
+    sockaddr_in address{};
+    std::memcpy(&address, found->ai_addr, sizeof address);
+    freeaddrinfo(found);
+    host = from_system(address).host;
+    return 0;
+}
+
+Socket::Socket(std::uintptr_t native) : Stream(static_cast<std::intptr_t>(native), true) {}
+
+Socket::~Socket() = default;
+
+std::shared_ptr<Socket> Socket::create()
+{
+    const SOCKET socket = WSASocketA(AF_INET, SOCK_STREAM, 0, nullptr, 0, WSA_FLAG_OVERLAPPED);
+    return socket == INVALID_SOCKET ? nullptr : adopt(socket);
+}
+
+std::shared_ptr<Socket> Socket::adopt(std::uintptr_t native)
+{
+    int type = 0, size = sizeof type;
+    if (getsockopt(native, SOL_SOCKET, SO_TYPE, reinterpret_cast<char *>(&type), &size) != 0 || type != SOCK_STREAM) {
+        set_last_error(error_not_socket);
+        return nullptr;
+    }
+    SetHandleInformation(reinterpret_cast<HANDLE>(native), HANDLE_FLAG_INHERIT, 0);
+    const std::shared_ptr<Socket> result(new Socket(native));
+    set_option(result->native_, IPPROTO_TCP, TCP_NODELAY);
+    return result;
+}
+
+bool Socket::set_keep_alive() { return set_option(native_, SOL_SOCKET, SO_KEEPALIVE); }
+
+bool Socket::set_reuse_address() { return set_option(native_, SOL_SOCKET, SO_REUSEADDR); }
+
+bool Socket::bind(const Address &address)
+{
+    const sockaddr_in system = to_system(address);
+    return ::bind(socket_of(native_), reinterpret_cast<const sockaddr *>(&system), sizeof system) == 0;
+}
+
+// From here on close() closes the socket at once, and each call on it must be sure that it is still there.
+bool Socket::listen(int backlog)
+{
+    const std::lock_guard guard(closing_->lock);
+    if (closed()) return aborted();
+    closing_->listening = true;
+    return ::listen(socket_of(native_), backlog) == 0;
+}
+
+bool Socket::local_address(Address &address) const
+{
+    const std::lock_guard guard(closing_->lock);
+    if (closing_->released) return aborted();
+    sockaddr_in system{};
+    int size = sizeof system;
+    if (getsockname(socket_of(native_), reinterpret_cast<sockaddr *>(&system), &size) != 0) return false;
+    address = from_system(system);
+    return true;
+}
+
+bool Socket::peer_address(Address &address) const
+{
+    sockaddr_in system{};
+    int size = sizeof system;
+    if (getpeername(socket_of(native_), reinterpret_cast<sockaddr *>(&system), &size) != 0) return false;
+    address = from_system(system);
+    return true;
+}
+
+bool Socket::connect(const Address &address, Event &stop)
+{
+    ResetEvent(handle_of(closing_->event));  // whatever happens from now on sets it again
+    if (closed()) return aborted();
+    if (!select(native_, closing_->event, FD_CONNECT)) return false;
+    const bool connected = wait_connect(native_, closing_->event, address, stop) && !closed();
+    const std::uint32_t error = last_error();
+    unselect(socket_of(native_));
+    set_last_error(error);
+    return connected || (closed() && aborted());
+}
+
+bool Socket::accept_now(Address &peer, std::uintptr_t &accepted)
+{
+    const std::lock_guard guard(closing_->lock);
+    ResetEvent(handle_of(closing_->event));  // as in connect
+    if (closed()) return aborted();
+    closing_->listening = true;
+    if (!select(native_, closing_->event, FD_ACCEPT)) return false;
+    sockaddr_in system{};
+    int size = sizeof system;
+    accepted = ::accept(socket_of(native_), reinterpret_cast<sockaddr *>(&system), &size);
+    if (accepted == INVALID_SOCKET) return WSAGetLastError() == WSAEWOULDBLOCK || WSAGetLastError() == WSAECONNRESET;
+    unselect(accepted);
+    peer = from_system(system);
+    return true;
+}
+
+bool Socket::wait_for_peer(Event &stop) { return Network_Event(closing_->event).wait_or(stop); }
+
+void Socket::shutdown_send() { shutdown(socket_of(native_), SD_SEND); }
+
+std::uintptr_t Socket::native() const { return static_cast<std::uintptr_t>(native_); }
+
+}  // namespace platform

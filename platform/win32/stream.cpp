@@ -1,0 +1,193 @@
+#include "platform/stream.h"
+
+#include "platform/error.h"
+#include "platform/fault.h"
+#include "platform/transfer.h"
+#include "platform/win32/stream_internal.h"
+
+#include <winsock2.h>
+
+#include <windows.h>
+
+#include <algorithm>
+#include <mutex>
+
+namespace platform {
+
+namespace {
+
+using fault::Operation;
+
+HANDLE handle_of(std::intptr_t native) { return reinterpret_cast<HANDLE>(native); }
+
+SOCKET socket_of(std::intptr_t native) { return static_cast<SOCKET>(native); }
+
+// What was received and never read would make the system cut the connection off, and what it still has to send with it.
+void drop_received(SOCKET socket)
+{
+    char dropped[4096];
+    unsigned long non_blocking = 1;
+    ioctlsocket(socket, static_cast<long>(FIONBIO), &non_blocking);
+    for (int i = 0; i < 1024; ++i) {
+        if (recv(socket, dropped, sizeof dropped, 0) <= 0) break;
+    }
+}
+
+}  // namespace
+
+Stream::Closing::Closing(bool is_socket)
+{
+    if (is_socket) event = reinterpret_cast<std::intptr_t>(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+}
+
+Stream::Closing::~Closing()
+{
+    if (event != 0) CloseHandle(handle_of(event));
+}
+
+Stream::Stream(std::intptr_t native, bool is_socket)
+    : native_(native), is_socket_(is_socket), closing_(std::make_unique<Closing>(is_socket))
+{
+}
+
+Stream::~Stream()
+{
+    if (closing_->released) return;
+    if (is_socket_) {
+        drop_received(socket_of(native_));
+        closesocket(socket_of(native_));
+    } else {
+        CloseHandle(handle_of(native_));
+    }
+}
+
+// A transfer that another thread begins at this moment is either cancelled here, or sees the mark and cancels itself. The
+// event wakes connect and accept, which wait for no transfer. A listening port is free only when its socket is closed.
+void Stream::close()
+{
+    const std::lock_guard guard(closing_->lock);
+    if (closed_.exchange(true, std::memory_order_acq_rel)) return;
+    if (closing_->event != 0) SetEvent(handle_of(closing_->event));
+    CancelIoEx(handle_of(native_), nullptr);
+    if (!is_socket_) return;
+    if (closing_->listening) {
+        closesocket(socket_of(native_));
+        closing_->released = true;
+    } else {
+        shutdown(socket_of(native_), SD_SEND);  // the peer gets what is on its way, and then the end
+    }
+}
+
+// The OVERLAPPED and the buffer are the system's while the transfer is under way.
+struct Transfer::Native : State {
+    explicit Native(HANDLE event) { overlapped.hEvent = event; }
+    ~Native() override;
+
+    std::uint32_t start(void *bytes) override;
+    void look() override;
+    void forget_signal() override;
+    void cancel() override;
+    bool take() override;
+
+    std::uint32_t issue(void *bytes, DWORD n);
+    std::uint32_t judge(DWORD code) const;
+    bool has_ended() const { return HasOverlappedIoCompleted(&overlapped); }
+
+    OVERLAPPED overlapped{};  // its event is the Transfer's, auto-reset
+    bool signal_due = false;  // a transfer was pending, and nobody has taken its signal yet
+};
+
+Transfer::Native::~Native()
+{
+    if (under_way()) cancel();
+    if (overlapped.hEvent) CloseHandle(overlapped.hEvent);
+}
+
+// Writes are handed over as a whole, whatever a test allows per call: the system moves all of it, or fails. A transfer that
+// is done at once sets the event as well.
+std::uint32_t Transfer::Native::start(void *bytes)
+{
+    const std::size_t n = operation == Operation::read ? fault::piece(admitted) : admitted;
+    const std::uint32_t started = issue(bytes, static_cast<DWORD>(std::min<std::size_t>(n, 0x40000000)));
+    signal_due = started == error_io_pending;
+    if (signal_due && stream->closed()) CancelIoEx(handle_of(stream->native_), &overlapped);
+    if (signal_due) return started;
+    ResetEvent(overlapped.hEvent);
+    moved = started == error_none ? overlapped.InternalHigh : 0;
+    return started;
+}
+
+// Sockets have their own calls, so that the numbers of their failures are Winsock's.
+std::uint32_t Transfer::Native::issue(void *bytes, DWORD n)
+{
+    const bool is_read = operation == Operation::read;
+    HANDLE const event = overlapped.hEvent;
+    overlapped = {};
+    overlapped.hEvent = event;
+    if (!stream->is_socket_) {
+        HANDLE const handle = handle_of(stream->native_);
+        const BOOL done = is_read ? ReadFile(handle, bytes, n, nullptr, &overlapped)
+                                  : WriteFile(handle, bytes, n, nullptr, &overlapped);
+        return done ? 0 : judge(GetLastError());
+    }
+    SOCKET const socket = socket_of(stream->native_);
+    WSABUF buffer{n, static_cast<char *>(bytes)};
+    DWORD flags = 0;
+    const int result = is_read ? WSARecv(socket, &buffer, 1, nullptr, &flags, &overlapped, nullptr)
+                               : WSASend(socket, &buffer, 1, nullptr, 0, &overlapped, nullptr);
+    return result == 0 ? 0 : static_cast<std::uint32_t>(WSAGetLastError());
+}
+
+// The end of a pipe is no failure of a read.
+std::uint32_t Transfer::Native::judge(DWORD code) const
+{
+    const bool is_end = code == ERROR_BROKEN_PIPE || code == ERROR_HANDLE_EOF;
+    return is_end && operation == Operation::read ? DWORD{ERROR_SUCCESS} : code;
+}
+
+// The stream is held until somebody asks: the system does not tell us the end otherwise.
+void Transfer::Native::look()
+{
+    if (!under_way() || !has_ended()) return;
+    DWORD bytes = 0, flags = 0;
+    const BOOL good = stream->is_socket_
+                          ? WSAGetOverlappedResult(socket_of(stream->native_), &overlapped, &bytes, FALSE, &flags)
+                          : GetOverlappedResult(handle_of(stream->native_), &overlapped, &bytes, FALSE);
+    moved = bytes;
+    end(good ? std::uint32_t{error_none} : judge(GetLastError()));
+}
+
+// The system may be about to set the event of a transfer whose end was seen already: it must not count for the next one.
+void Transfer::Native::forget_signal()
+{
+    if (signal_due) WaitForSingleObject(overlapped.hEvent, 100);
+    signal_due = false;
+}
+
+// Waits in slices: somebody else may take the signal. It is given back to those who wait.
+void Transfer::Native::cancel()
+{
+    bool taken = false;
+    CancelIoEx(handle_of(stream->native_), &overlapped);
+    while (!has_ended()) taken = WaitForSingleObject(overlapped.hEvent, 10) == WAIT_OBJECT_0 || taken;
+    look();
+    if (taken) SetEvent(overlapped.hEvent);
+}
+
+bool Transfer::Native::take()
+{
+    look();
+    signal_due = false;
+    return true;
+}
+
+Transfer::Transfer()
+{
+    HANDLE const event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    if (event) native_ = reinterpret_cast<std::intptr_t>(event);
+    state_ = std::make_unique<Native>(event);
+}
+
+Transfer::~Transfer() = default;
+
+}  // namespace platform

@@ -1,0 +1,137 @@
+#include "platform/window.h"
+
+#include "platform/clock.h"
+#include "platform/error.h"
+
+#include "tests/support/environment.h"
+#include "tests/support/folder.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <sstream>
+#include <thread>
+
+using namespace platform;
+
+namespace {
+
+constexpr std::uint32_t first_message = 0x400, broadcast = 27003;
+
+// "message wparam lparam", or "nothing" when none comes.
+std::string Received(Window &window, unsigned long ms = 0)
+{
+    Window_Message message;
+    if (!window.receive(message, ms)) return "nothing";
+    std::ostringstream text;
+    text << message.message << ' ' << message.wparam << ' ' << message.lparam;
+    return text.str();
+}
+
+void *Dead_Window() { return Window::create()->handle(); }
+
+// The POSIX half keeps its windows in it, and so does the other process of a test; elsewhere it stays empty.
+class Runtime_Folder : public Test_Folder {
+public:
+    Runtime_Folder() { std::filesystem::permissions(*this / "", std::filesystem::perms::owner_all); }
+    std::size_t Entries() const
+    {
+        using Iterator = std::filesystem::directory_iterator;
+        return static_cast<std::size_t>(std::distance(Iterator(*this / ""), Iterator()));
+    }
+
+private:
+    Environment_Setting setting_{"GNSS_KERNEL_RUNTIME_DIR", std::filesystem::path(*this / "").parent_path().string()};
+};
+
+// The other process of reaches_windows_of_other_processes is this program again: it says its window's number, writes
+// down what comes first, and dies with the window.
+const bool is_other_process = [] {
+    const char *folder = std::getenv("WINDOW_FOLDER");
+    if (!folder || !*folder) return false;
+    const auto window = Window::create();
+    std::ofstream(std::string(folder) + "/number.new") << reinterpret_cast<std::uintptr_t>(window->handle());
+    std::filesystem::rename(std::string(folder) + "/number.new", std::string(folder) + "/number");
+    std::ofstream(std::string(folder) + "/received") << Received(*window, 30000);
+    std::_Exit(0);
+}();
+
+}  // namespace
+
+TEST(window, gets_messages_in_order)
+{
+    const auto window = Window::create(), other = Window::create();
+    ASSERT_TRUE(window && other);
+    EXPECT_NE(window->handle(), nullptr);
+    EXPECT_NE(window->handle(), other->handle());
+    for (std::uint32_t i = 0; i < 1000; ++i) ASSERT_TRUE(post_message(window->handle(), {first_message + i, i, -7}));
+    ASSERT_TRUE(post_message(other->handle(), {first_message, 0x7FFFFFFF, 0x7FFFFFFF}));
+    for (std::uint32_t i = 0; i < 1000; ++i)
+        ASSERT_EQ(Received(*window), std::to_string(first_message + i) + " " + std::to_string(i) + " -7");
+    EXPECT_EQ(Received(*other), "1024 2147483647 2147483647");
+    const std::uint64_t begin = clock_ms();
+    EXPECT_EQ(Received(*window, 30), "nothing");
+    EXPECT_GE(clock_ms() - begin, 29u);
+}
+
+TEST(window, wakes_for_a_message_of_another_thread)
+{
+    const auto window = Window::create();
+    ASSERT_TRUE(window);
+    std::thread sender([&] {
+        sleep_ms(30);
+        post_message(window->handle(), {first_message, 1, 2});
+    });
+    EXPECT_EQ(Received(*window, 30000), "1024 1 2");
+    sender.join();
+}
+
+TEST(window, the_dead_and_the_unborn_take_nothing)
+{
+    for (void *window : {Dead_Window(), static_cast<void *>(nullptr), reinterpret_cast<void *>(0xFFFF)}) {
+        EXPECT_FALSE(is_window(window));
+        set_last_error(0);
+        EXPECT_FALSE(post_message(window, {first_message, 0, 0}));
+        EXPECT_EQ(last_error(), 1400u);
+    }
+}
+
+TEST(window, a_full_queue_refuses_and_loses_nothing)
+{
+    const auto window = Window::create();
+    ASSERT_TRUE(window);
+    std::uint32_t posted = 0;
+    while (posted < 20000 && post_message(window->handle(), {first_message, posted, 0})) ++posted;
+    if (posted == 20000) GTEST_SKIP() << "no limit here";  // Wine
+    EXPECT_EQ(last_error(), 1816u);
+    EXPECT_TRUE(is_window(window->handle()));
+    EXPECT_GE(posted, 1000u);
+    for (std::uint32_t i = 0; i < posted; ++i) ASSERT_EQ(Received(*window), "1024 " + std::to_string(i) + " 0");
+    EXPECT_EQ(Received(*window), "nothing");
+    EXPECT_TRUE(post_message(window->handle(), {first_message, posted, 0}));
+}
+
+TEST(window, reaches_windows_of_other_processes)
+{
+    Runtime_Folder runtime;
+    Test_Folder folder;
+    const auto here = Window::create();
+    ASSERT_TRUE(here);
+    const Environment_Setting setting("WINDOW_FOLDER", folder / "");
+    std::thread process([self = "\"" + ::testing::internal::GetArgvs()[0] + "\""] { std::system(self.c_str()); });
+    for (int i = 0; i < 4000 && !std::filesystem::exists(folder / "number"); ++i) sleep_ms(5);
+    std::uintptr_t number = 0;
+    std::istringstream(Whole_File(folder / "number")) >> number;
+    auto *const there = reinterpret_cast<void *>(number);
+    EXPECT_TRUE(is_window(there));
+    EXPECT_GE(broadcast_message({broadcast, 5, -5}), 2);
+    process.join();
+    EXPECT_EQ(Whole_File(folder / "received"), "27003 5 -5");
+    EXPECT_EQ(Received(*here), "27003 5 -5");
+
+    EXPECT_FALSE(is_window(there));
+    const std::size_t with_leftover = runtime.Entries();
+    EXPECT_GE(broadcast_message({broadcast, 6, 0}), 1);
+    EXPECT_EQ(Received(*here), "27003 6 0");
+    EXPECT_TRUE(with_leftover == 0 || (with_leftover == 2 && runtime.Entries() == 1)) << with_leftover;
+}

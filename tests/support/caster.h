@@ -1,0 +1,51 @@
+// An NTRIP caster on loopback, with a thread of its own: hears requests and answers each as the test says.
+#pragma once
+
+#include "tests/support/peer.h"
+
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+class Caster {
+public:
+    // Speaks to a client whose request has been heard; the connection ends when this comes back.
+    using Answer = std::function<void(Peer &client)>;
+
+    explicit Caster(Answer answer) : answer_(std::move(answer)), thread_([this] { Serve(); }) {}
+    ~Caster()
+    {
+        stop_.set();
+        thread_.join();
+    }
+    std::uint16_t Port() const { return host_.Port(); }
+    std::vector<std::string> Requests()
+    {
+        const std::lock_guard lock(guard_);
+        return requests_;
+    }
+
+private:
+    void Serve()
+    {
+        while (Peer client = host_.Accept(stop_)) {
+            std::string request = client.Hear_To("\r\n\r\n");
+            {
+                const std::lock_guard lock(guard_);
+                requests_.push_back(std::move(request));
+            }
+            answer_(client);
+            client.Leave();
+        }
+    }
+
+    const Answer answer_;
+    Host host_ = Host().Open();
+    platform::Event stop_;
+    std::mutex guard_;
+    std::vector<std::string> requests_;
+    std::thread thread_;  // last: it uses the others
+};
