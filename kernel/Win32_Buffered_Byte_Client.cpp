@@ -90,8 +90,7 @@ void Win32_Buffered_Byte_Client::ResetVariables()
     handle_.reset();
     write_.reset();
     receive_.reset();
-    in_flight_.reset();
-    in_flight_size_ = 0;
+    in_flight_ = {};
     state_ = State::idle;
     buffers_ = {};
     for (auto *event : {&reader_stop_event_, &stop_event_, &write_done_event_, &data_event_}) event->reset();
@@ -177,7 +176,7 @@ unsigned int Win32_Buffered_Byte_Client::Unsent() const
 {
     const Semaphore_Guard guard(*this);
     if (state_ == State::idle) return 0;
-    return static_cast<unsigned int>(buffers_[0].fill + buffers_[1].fill + in_flight_size_);
+    return static_cast<unsigned int>(buffers_[0].fill + buffers_[1].fill + in_flight_.size);
 }
 
 unsigned int Win32_Buffered_Byte_Client::cache_avail() const
@@ -403,15 +402,16 @@ std::uint32_t Win32_Buffered_Byte_Client::Take_Result()
     std::size_t moved = 0;
     last_error_ = write_->result(moved) ? platform::error_none : platform::last_error();
     bytes_out_.fetch_add(moved, std::memory_order_relaxed);
-    in_flight_.reset();
-    in_flight_size_ = 0;
+    in_flight_ = {};
     return last_error_;
 }
 
-// The buffer that is being filled to the system, which returns at once: the lock may be held.
+// The buffer that is being filled to the system. It counts as on its way from here on, so that the lock need not be held
+// while the system copies it: a megabyte takes its time, and the producer goes on in the other buffer.
 Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Write()
 {
-    std::uint32_t error = 0;
+    std::shared_ptr<platform::Stream> handle;
+    Block block;
     {
         const Semaphore_Guard guard(*this);
         // A request was in a hurry; the block on its way comes first, and its end brings the writer here again.
@@ -426,31 +426,36 @@ Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Write()
             state_ = State::idle;
             return Next::end;
         }
-        error = Hand_Over(buffer);
-        if (state_ == State::write_pending) return Next::wait;
-        if (state_ == State::idle) return Next::end;
+        handle = handle_;
+        block = in_flight_ = {buffer.base, std::exchange(buffer.fill, 0)};
+        state_ = State::write_pending;
+        Flip();
+    }
+    if (!write_->write(handle, block.base.get(), block.size) && platform::last_error() == platform::error_io_pending)
+        return Next::wait;
+    return Written_At_Once(block);
+}
+
+// Whatever came of it, the other buffer is the next to be filled. A quiet failure empties that one and leaves the
+// block where it is: it goes out behind the next. That is how it has always been: a pipe whose client comes late gets
+// the latest blocks.
+Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Written_At_Once(const Block &block)
+{
+    std::uint32_t error = 0;
+    {
+        const Semaphore_Guard guard(*this);
+        error = Take_Result();
+        if (Is_Quiet(error)) {
+            Buffer &left = buffers_[1 - current_];
+            if (left.base == block.base) left.fill = block.size;  // another size may have been set meanwhile
+            buffers_[current_].fill = 0;
+            state_ = State::idle;
+            return Next::end;
+        }
+        state_ = State::waiting;
         if (error == platform::error_none) return buffers_[current_].fill > 0 ? Next::gather : Next::wait;
     }
     return Report_Failed_Write(error);
-}
-
-// Whatever comes of it, the other buffer is the next to be filled. A quiet failure empties that one and leaves the
-// block where it is: it goes out behind the next. That is how it has always been: a pipe whose client comes late gets
-// the latest blocks.
-std::uint32_t Win32_Buffered_Byte_Client::Hand_Over(Buffer &buffer)
-{
-    if (!write_->write(handle_, buffer.base.get(), buffer.fill) &&
-        platform::last_error() == platform::error_io_pending) {
-        in_flight_ = buffer.base;
-        in_flight_size_ = buffer.fill;
-        last_error_ = platform::error_io_pending;
-        state_ = State::write_pending;
-    } else {
-        state_ = Is_Quiet(Take_Result()) ? State::idle : State::waiting;
-    }
-    Flip();
-    (state_ == State::idle ? buffers_[current_] : buffer).fill = 0;
-    return last_error_;
 }
 
 // The pending block is through, or has failed. One that this side cancelled by closing its transport is no failure to

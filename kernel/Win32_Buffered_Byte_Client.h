@@ -132,6 +132,11 @@ private:
         std::size_t Room() const { return size - fill; }
     };
 
+    struct Block {
+        std::shared_ptr<unsigned char[]> base;
+        std::size_t size = 0;
+    };
+
     struct Writer : Member_Thread<Win32_Buffered_Byte_Client> {
         using Base_Thread::Is_Own_Thread;
         using Base_Thread::Request_Stop;
@@ -157,10 +162,10 @@ private:
     unsigned long overlapped_terminate();
     void overlapped_pre_stop();
     Next Write();
+    Next Written_At_Once(const Block &block);
     Next Transfer_Ended();
     Next Report_Failed_Write(std::uint32_t error);
     unsigned long End_Writer(bool drop, unsigned long exit_code);
-    std::uint32_t Hand_Over(Buffer &buffer) KERNEL_REQUIRES(this);
     std::uint32_t Take_Result() KERNEL_REQUIRES(this);
     void Flip() KERNEL_REQUIRES(this) { current_ = 1 - current_; }
 
@@ -170,8 +175,7 @@ private:
     int stopping_ KERNEL_GUARDED_BY(this) = 0;           // those who are at it now; no writer begins meanwhile
     std::uint32_t current_ KERNEL_GUARDED_BY(this) = 0;  // index of the buffer that Send fills
     std::array<Buffer, 2> buffers_ KERNEL_GUARDED_BY(this);
-    std::shared_ptr<unsigned char[]> in_flight_ KERNEL_GUARDED_BY(this);  // set exactly while a write is pending
-    std::size_t in_flight_size_ KERNEL_GUARDED_BY(this) = 0;
+    Block in_flight_ KERNEL_GUARDED_BY(this);  // empty unless a write is under way
     std::unique_ptr<platform::Transfer> write_;
     Writer writer_;
 };

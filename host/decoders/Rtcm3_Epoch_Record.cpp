@@ -9,7 +9,10 @@ namespace {
 
 using namespace kernel;
 
-constexpr ObsDataTypes Of_Set(ObsDataTypes of_a, std::size_t set) { return static_cast<ObsDataTypes>(of_a + set); }
+constexpr ObsDataTypes Of_Set(ObsDataTypes of_a, std::size_t set)
+{
+    return static_cast<ObsDataTypes>(static_cast<std::size_t>(of_a) + set);
+}
 
 // Signals by preference, two letters each, in the sets A, B and C.
 struct Carrier_Sets {

@@ -18,7 +18,10 @@ using namespace kernel;
 const char unit[] = "host/Epoch_Printer";
 constexpr char set_names[] = "ABC";
 
-constexpr ObsDataTypes Of_Set(ObsDataTypes of_a, std::size_t set) { return static_cast<ObsDataTypes>(of_a + set); }
+constexpr ObsDataTypes Of_Set(ObsDataTypes of_a, std::size_t set)
+{
+    return static_cast<ObsDataTypes>(static_cast<std::size_t>(of_a) + set);
+}
 constexpr double Degrees(double radians) { return radians * 180 / std::numbers::pi; }
 
 // --- Out of the record

@@ -10,7 +10,8 @@ namespace {
 using namespace std::chrono_literals;
 using std::chrono::steady_clock;
 
-constexpr auto look = 1ms;  // at an output that has no room
+constexpr auto look = 100us;  // at an output that has no room
+constexpr auto live_wait = 250ms;
 
 }  // namespace
 
@@ -47,18 +48,29 @@ bool Fan_Out::Pull(kernel::Byte_Server &server)
     for (long got; (got = server.GetNBytes(block_.data(), most)) > 0 && got <= most; pulled = true) {
         const auto n = static_cast<std::size_t>(got);
         bytes_.fetch_add(n, std::memory_order_relaxed);
-        for (Output *output : outputs_) Hand_On(*output, {block_.data(), n});
+        for (Branch &branch : branches_) Hand_On(branch, {block_.data(), n});
     }
     if (pulled) last_ = steady_clock::now();
     return pulled;
 }
 
-void Fan_Out::Hand_On(Output &output, std::span<const unsigned char> block)
+void Fan_Out::Hand_On(Branch &branch, std::span<const unsigned char> block)
 {
-    if (!input_can_wait_ || Wait_For_Room(output, block.size()))
-        output.Put(block);
+    if (!input_can_wait_) Wait_Briefly(branch, block.size());
+    if (!input_can_wait_ || Wait_For_Room(*branch.output, block.size()))
+        branch.output->Put(block);
     else
         lost_.fetch_add(block.size(), std::memory_order_relaxed);
+}
+
+void Fan_Out::Wait_Briefly(Branch &branch, std::size_t n)
+{
+    const Output &output = *branch.output;
+    if (output.Room() >= n || !output.Is_Up() || branch.gave_up_at == output.Sent()) return;
+    const auto end = steady_clock::now() + live_wait;
+    while (output.Room() < n && output.Is_Up() && steady_clock::now() < end) std::this_thread::sleep_for(look);
+    branch.gave_up_at.reset();
+    if (output.Room() < n) branch.gave_up_at = output.Sent();
 }
 
 // Room comes when the system takes bytes. There is nothing to be woken by: the outputs' buffers are emptied by threads of

@@ -5,6 +5,7 @@
 #include "host/tools/Left_Thread.h"
 #include "kernel/Socket_Client_Server.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -28,19 +29,20 @@ constexpr auto listen_time = 300ms;    // in which a server that cannot listen h
 constexpr auto retry_time = 1s;        // of a server whose thread has ended
 constexpr long block_size = 4096;      // bytes
 
-// Tells what the library tells a window only.
+// Tells what the library tells a window only, and takes the answer of a caster off its stream.
 class Link : public kernel::Socket_Client_Server {
 public:
     Link(const char *name, End_Handler &handler, unsigned int buffer_size)
         : Object(name, &handler), Socket_Client_Server(handler, buffer_size)
     {
     }
-    ~Link() override { stop(); }
+    ~Link() override { Stop_Threads(); }
 
     bool Set_Up(const Ntrip_Path &path)
     {
         Set_Ntrip_Mode(true);
         Set_Stream_Wanted(!path.mountpoint.empty());
+        answers_ = !path.mountpoint.empty();
         if (path.credentials &&
             !(Set_User(path.credentials->first.c_str()) && Set_Password(path.credentials->second.c_str())))
             return false;
@@ -49,15 +51,40 @@ public:
     void SetStatus(Status status) override
     {
         if (status == Status_Failed) failed_at_ms_ = Now_Ms();
+        if (answers_ && status == Status_Connected_As_Client)
+            answer_.Expect();  // on the reader's thread, as all pulling
         Socket_Client_Server::SetStatus(status);
     }
     bool Failed_Lately() const { return Now_Ms() - failed_at_ms_ < std::chrono::milliseconds(retry_time).count(); }
+
+    using Socket_Client_Server::GetNBytes;
+    long GetNBytes(unsigned char *buffer, long n) override
+    {
+        if (!answer_.Is_Expected() && data_.empty()) return Socket_Client_Server::GetNBytes(buffer, n);
+        if (data_.empty()) Look_For_Data(buffer, n);
+        const std::size_t taken = std::min(data_.size(), static_cast<std::size_t>(std::max(n, 0L)));
+        std::copy_n(data_.begin(), taken, buffer);
+        data_.erase(0, taken);
+        return static_cast<long>(taken);
+    }
+    long MinAvail(long n) override { return static_cast<long>(data_.size()) + Socket_Client_Server::MinAvail(n); }
 
 private:
     static std::int64_t Now_Ms()
     {
         return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now().time_since_epoch()).count();
     }
+    void Look_For_Data(unsigned char *buffer, long n)
+    {
+        const auto keep = [this](Caster_Answer::Bytes bytes) { data_.append(bytes.begin(), bytes.end()); };
+        const long got = Socket_Client_Server::GetNBytes(buffer, n);
+        if (got > 0) answer_.Pass({buffer, static_cast<std::size_t>(got)}, keep);
+        if (!is_connected()) answer_.End(keep);
+    }
+
+    bool answers_ = false;
+    Caster_Answer answer_;
+    std::string data_;  // what stood behind an answer, or was none, and is not yet pulled
     std::atomic<std::int64_t> failed_at_ms_{std::numeric_limits<std::int64_t>::min() / 2};
 };
 

@@ -13,6 +13,8 @@ template <class... Cases>
 struct Match : Cases... {
     using Cases::operator()...;
 };
+template <class... Cases>
+Match(Cases...) -> Match<Cases...>;
 
 // Bytes that may wait for a peer. Where the input waits, many are of no use: it takes longer to see that the peer has
 // stopped reading, and at the end of the program they want to be sent.

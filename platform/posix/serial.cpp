@@ -193,8 +193,8 @@ bool Serial_Port::State::set_format(const Serial_Settings &settings) const
         settings.rts == Serial_Settings::handshake || settings.cts_flow;  // termios has one switch for both
     termios2 line = before;
     line.c_cflag &= ~(CBAUD | format_flags | CRTSCTS);
-    line.c_cflag |= name_of(settings.baud) | format_of(settings) | (flow ? CRTSCTS : 0);
-    line.c_cflag &= ~(CBAUD << IBSHIFT);  // received at the same speed
+    line.c_cflag |= name_of(settings.baud) | format_of(settings) | (flow ? CRTSCTS : 0u);
+    line.c_cflag &= ~(static_cast<tcflag_t>(CBAUD) << IBSHIFT);  // received at the same speed
     line.c_ispeed = line.c_ospeed = settings.baud;
     termios2 after{};
     if (!set_line(line) || !get_line(after)) return false;
