@@ -381,13 +381,20 @@ TEST_P(Serial, the_last_write_comes_to_its_end)
 {
     Start(3);
     Upstream upstream(*port);
-    const std::size_t n = (Pty().Fill() / 4096 + 1) * 4096;  // the last one does not fit
-    std::thread producer([&] {
-        for (std::size_t at = 0; at < n; at += 4096) EXPECT_TRUE(upstream.Give(std::string(4096, 'x')));
-    });
-    if (GetParam() == overlapped) producer.join();  // and this one does not wait for it
-    EXPECT_EQ(line.Receive(n).size(), n);
-    if (producer.joinable()) producer.join();
+    // More each time, until the line does not take it at once: the time before, the last write was still pending.
+    std::atomic<bool> given{true};
+    for (std::size_t n = 4096; given; n += 4096) {
+        given = false;
+        std::thread producer([&] {
+            for (std::size_t at = 0; at < n; at += 4096) EXPECT_TRUE(upstream.Give(std::string(4096, 'x')));
+            given = true;
+        });
+        platform::sleep_ms(50);
+        const bool at_once = given;
+        EXPECT_EQ(line.Receive(n).size(), n);
+        producer.join();
+        given = at_once;
+    }
 }
 
 TEST_P(Serial, writing_keeps_to_the_seconds_of_the_reader)

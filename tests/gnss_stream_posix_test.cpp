@@ -173,7 +173,7 @@ TEST_F(gnss_stream_on_posix, writes_to_a_serial_line_to_the_last_byte)
     const std::string bytes = Pattern(200000), file = Quoted(folder.Write("bytes", bytes));
     Started writer = Start_Endless(file + " --out serial://" + port.Name() + ":57600:7:e:2");
     const std::string heard = port.Receive(bytes.size());
-    EXPECT_TRUE(heard == bytes) << heard.size();
+    EXPECT_TRUE(heard == bytes) << heard.size() << Whole_File(writer.err);
     const termios line = port.Line();
     EXPECT_EQ(cfgetospeed(&line), speed_t{B57600});
     EXPECT_TRUE(line.c_cflag & CSTOPB);  // a pseudo-terminal has no other bits and no parity

@@ -75,18 +75,29 @@ void End_Handler::Do_Print(Enum_Status status, kernel::Err_Code code, const char
     if (status >= ES_Error) errors_.fetch_add(1, std::memory_order_relaxed);
     if (counts_faults_)
         console_.Set(File(), Line())->Print_Out(status, code, "%s", text);
-    else if (!muted_.load(std::memory_order_relaxed) && !Is_Repetition(text))
+    else if (!muted_.load(std::memory_order_relaxed) && !Is_Repetition(text)) {
+        Tell_Repetitions();
         console_.Print(status, text);
+        const std::lock_guard lock(lock_);
+        last_ = text;
+        last_status_ = status;
+        last_time_ = std::chrono::steady_clock::now();
+    }
 }
 
 bool End_Handler::Is_Repetition(const std::string &text)
 {
-    const auto now = std::chrono::steady_clock::now();
     const std::lock_guard lock(lock_);
-    if (text == last_ && now - last_time_ < std::chrono::minutes(1)) return true;
-    last_ = text;
-    last_time_ = now;
-    return false;
+    if (text != last_ || std::chrono::steady_clock::now() - last_time_ >= std::chrono::minutes(1)) return false;
+    ++repetitions_;
+    return true;
+}
+
+void End_Handler::Tell_Repetitions()
+{
+    const std::lock_guard lock(lock_);
+    if (repetitions_ > 0) console_.Print(last_status_, last_ + " (" + std::to_string(repetitions_) + " more times)");
+    repetitions_ = 0;
 }
 
 }  // namespace host

@@ -36,7 +36,7 @@ private:
 };
 
 // The handler of one end of a stream. Of an end that may come and go no report is a fault of the run, while it is tried
-// again and again none need be heard, and what is said over and over is printed once a minute.
+// again and again none need be heard, and what is said over and over is printed once a minute, with the number of times.
 //
 // Threads:   any.
 // Ownership: the console outlives it.
@@ -44,6 +44,7 @@ private:
 class End_Handler : public kernel::Error_Handler {
 public:
     End_Handler(Console &console, bool counts_faults) : console_(console), counts_faults_(counts_faults) {}
+    ~End_Handler() override { Tell_Repetitions(); }
 
     void Mute(bool mute) { muted_.store(mute, std::memory_order_relaxed); }
     unsigned long Errors() const { return errors_.load(std::memory_order_relaxed); }  // of level Error and above
@@ -51,14 +52,17 @@ public:
 private:
     void Do_Print(Enum_Status status, kernel::Err_Code code, const char *text) override;
     bool Is_Repetition(const std::string &text);
+    void Tell_Repetitions();
 
     Console &console_;
     const bool counts_faults_;
     std::atomic<bool> muted_{false};
     std::atomic<unsigned long> errors_{0};
     std::mutex lock_;
-    std::string last_;  // printed; guarded by lock_, as is its time
+    std::string last_;  // printed; guarded by lock_, as are its level, its time, and how often it came since
+    Enum_Status last_status_ = ES_Message;
     std::chrono::steady_clock::time_point last_time_;
+    unsigned long repetitions_ = 0;
 };
 
 }  // namespace host

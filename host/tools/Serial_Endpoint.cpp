@@ -5,6 +5,7 @@
 #include "kernel/Serial_Client_Server_Overlapped.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <chrono>
 #include <filesystem>
@@ -69,9 +70,11 @@ public:
 
     Line &The_Line() const { return *line_; }
     void Open();
-    void Start() { is_started_ = true; }
+    void Start();
     void Tend();
     bool Is_Open() const { return line_->IsActive(); }
+    // Open, and the reader runs: while that is being started the line takes nothing.
+    bool Is_Up() const { return up_.load(std::memory_order_acquire) && line_->IsActive(); }
     Stream_Status Status() const { return {Is_Open() ? "open" : "not there", ""}; }
     void Say(Error_Handler::Enum_Status level, unsigned int line, const char *what);
 
@@ -80,7 +83,8 @@ private:
     Console &console_;
     End_Handler handler_;
     const std::unique_ptr<Line> line_;
-    bool is_started_ = false, is_lost_ = false;
+    bool is_started_ = false;
+    std::atomic<bool> up_{false};  // until the reader has ended, and that was seen
     Clock::time_point tried_;
 };
 
@@ -91,28 +95,31 @@ void Port::Say(Error_Handler::Enum_Status level, unsigned int line, const char *
 
 void Port::Open()
 {
-    if (line_->Open()) return;
-    is_lost_ = true;
     tried_ = Clock::now();
-    Say(Error_Handler::ES_Warning, __LINE__, "cannot be opened: it is tried again each second.");
+    if (!line_->Open()) Say(Error_Handler::ES_Warning, __LINE__, "cannot be opened: it is tried again each second.");
+}
+
+void Port::Start()
+{
+    is_started_ = true;
+    up_ = line_->IsActive() && line_->Work();
 }
 
 // The reader ends when the port has gone.
 void Port::Tend()
 {
-    if (!is_started_ || line_->is_running()) return;
-    if (!is_lost_ && line_->IsActive() && line_->Work()) return;
-    if (!is_lost_) {
-        is_lost_ = true;
+    if (!is_started_ || (up_ && line_->is_running())) return;
+    if (up_) {
+        up_ = false;
         tried_ = Clock::now();
         Say(Error_Handler::ES_Warning, __LINE__, "has gone: it is tried again each second.");
     }
     if (Clock::now() - tried_ < retry_time) return;
     tried_ = Clock::now();
     handler_.Mute(true);
-    is_lost_ = !line_->Open() || !line_->Work();
+    up_ = line_->Open() && line_->Work();
     handler_.Mute(false);
-    if (!is_lost_) Say(Error_Handler::ES_Warning, __LINE__, "is back.");
+    if (up_) Say(Error_Handler::ES_Warning, __LINE__, "is back.");
 }
 
 class Serial_Input : public Input {
@@ -195,7 +202,7 @@ public:
         port_.Tend();
         if (!Is_Up()) writer_.Discard();
     }
-    bool Is_Up() const override { return port_.Is_Open(); }
+    bool Is_Up() const override { return port_.Is_Up(); }
     std::size_t Room() const override { return writer_.Room(); }
     void Put(std::span<const unsigned char> block) override
     {

@@ -51,19 +51,6 @@ public:
         }
         return bytes;
     }
-    // How many bytes a port takes that nobody receives. Puts them into this line.
-    std::size_t Fill() const
-    {
-        const int port = open(name_.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
-        termios line = Line();
-        cfmakeraw(&line);
-        tcsetattr(port, TCSANOW, &line);
-        std::size_t taken = 0;
-        for (ssize_t put = 0; (put = write(port, std::string(4096, 'x').data(), 4096)) > 0;)
-            taken += static_cast<std::size_t>(put);
-        close(port);
-        return taken;
-    }
     // The line settings as the system has them.
     termios Line() const
     {
