@@ -18,6 +18,7 @@ const char unit[] = "kernel/Serial_Client_Server_Overlapped";
 
 constexpr Err_Code serial_code = 72;
 constexpr std::uint64_t wait_ms = 1000;
+constexpr unsigned long look_again_ms = 100;  // at a write, see platform::Transfer::write
 
 using platform::error_invalid_handle;
 using platform::error_io_pending;
@@ -191,6 +192,7 @@ bool Serial_Client_Server_Overlapped::Await()
             return true;
         }
         if (index != platform::wait_timeout) return Wait_Failed(index);
+        overlap_->writing.pending();  // for a write that nobody else looks after
         if (!Silence()) return false;
     }
 }
@@ -269,7 +271,7 @@ bool Serial_Client_Server_Overlapped::Previous_Write_Ended()
     platform::Waitable *const waited_for[] = {&line_->send_stop, &overlap_->writing, &overlap_->write_done};
     while (overlap_->writing.pending()) {
         if (Stop_Requested()) return false;
-        if (platform::wait_any(waited_for, wait_ms) == 0) return false;
+        if (platform::wait_any(waited_for, look_again_ms) == 0) return false;
     }
     std::size_t moved = 0;
     if (!std::exchange(overlap_->write_unjudged, false) || overlap_->writing.result(moved)) return true;

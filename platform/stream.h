@@ -65,7 +65,8 @@ public:
     // error_busy when the last one has not ended yet; that one goes on).
     bool read(const std::shared_ptr<Stream> &stream, void *buffer, std::size_t n);
     // Begins a write of n bytes; it has ended when all of them are with the system: a short write of the system goes on as
-    // soon as there is room, when this transfer is waited for (POSIX) or by itself (Win32).
+    // soon as there is room, when this transfer is waited for (POSIX) or by itself (Win32). Who waits for a write to a
+    // terminal asks pending() now and then: POSIX may forget to tell that there is room again.
     bool write(const std::shared_ptr<Stream> &stream, const void *buffer, std::size_t n);
     // Under way? False does not take the signal: that is forgotten when the next transfer begins.
     bool pending() const;

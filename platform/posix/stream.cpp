@@ -199,11 +199,17 @@ std::uint32_t Transfer::Native::failure() const
     return code == EIO || code == ENXIO || code == ENODEV ? error_invalid_handle : posix::from_errno(code);
 }
 
-// A transfer goes on only where it is waited for; but that it is closed is seen by those who only ask, too.
+// A transfer goes on where it is waited for; but that it is closed is seen by those who only ask, too. A terminal may forget
+// to tell that it has room again (a pseudo-terminal's other end has read, and the room comes a moment later): epoll would
+// then wait for ever, so a write to one is tried again by whoever asks.
 void Transfer::Native::look()
 {
-    if (!under_way() || !stream->closed()) return;
-    end_watched(error_operation_aborted);
+    if (!under_way()) return;
+    const bool may_be_forgotten = operation == Operation::write && !stream->closing_->uses_send;
+    std::uint32_t now = error_io_pending;
+    if (may_be_forgotten || stream->closed()) now = advance();
+    if (now == error_io_pending) return;
+    end_watched(now);
     signal();
 }
 
