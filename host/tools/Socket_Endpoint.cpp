@@ -6,7 +6,6 @@
 #include "kernel/Socket_Client_Server.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -212,60 +211,16 @@ bool Connection::Close()
     return ended;
 }
 
-// Between a caster's stream and its client: the caster's answer goes no further.
-class Answer_Filter : public kernel::Byte_Client {
-public:
-    explicit Answer_Filter(kernel::Byte_Client &client) : Object("Answer_Filter"), feed_(client) { Dont_Delete_Me(); }
-
-    bool Send(kernel::Byte_Server &server, kernel::CL_Mesg message) override
-    {
-        switch (message) {
-        case kernel::Mesg_Request_Invite: server.Request(1); return true;
-        case kernel::Mesg_Data_Ready: return Pull(server);
-        case kernel::Mesg_Byte_Type:
-        case kernel::Mesg_Disconnect_Query:
-        case kernel::Mesg_PreDisconnect_Query:
-        case kernel::Mesg_Delete_Query: return Byte_Client::Send(server, message);
-        case kernel::Mesg_Attached: answer_.Expect(); break;
-        case kernel::Mesg_Detached:
-            Pull(server);
-            answer_.End([this](auto bytes) { feed_.Give(bytes); });
-            break;
-        default: break;
-        }
-        return feed_.Tell(message);
-    }
-
-private:
-    bool Pull(kernel::Byte_Server &server)
-    {
-        bool pulled = false;
-        for (long got; (got = server.GetNBytes(block_.data(), block_size)) > 0; pulled = true)
-            answer_.Pass({block_.data(), static_cast<std::size_t>(got)}, [this](auto bytes) { feed_.Give(bytes); });
-        return pulled;
-    }
-
-    Caster_Answer answer_;
-    Feed feed_;
-    std::array<unsigned char, block_size> block_;
-};
-
 class Socket_Input : public Input {
 public:
     Socket_Input(const Socket_Path &path, const Socket_Options &options, Console &console)
-        : path_(path), connection_(path, options, console)
+        : connection_(path, options, console)
     {
     }
 
     bool Open() override { return connection_.Prepare(); }
     bool Can_Wait() const override { return false; }
-    bool Connect(kernel::Byte_Client &client) override
-    {
-        const auto *caster = std::get_if<Ntrip_Path>(&path_);
-        if (!caster || caster->mountpoint.empty()) return connection_.Connect(&client);
-        filter_.emplace(client);
-        return connection_.Connect(&*filter_);
-    }
+    bool Connect(kernel::Byte_Client &client) override { return connection_.Connect(&client); }
     void Start() override { connection_.Start(); }
     void Tend() override { connection_.Tend(); }
     bool Ended() const override { return connection_.Has_Ended(); }
@@ -275,9 +230,7 @@ public:
     bool Close() override { return connection_.Close(); }
 
 private:
-    const Socket_Path path_;
-    std::optional<Answer_Filter> filter_;
-    Connection connection_;  // goes before the filter
+    Connection connection_;
 };
 
 class Socket_Output : public Output {

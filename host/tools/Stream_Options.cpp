@@ -27,10 +27,9 @@ Without --in the input is standard input. Without any --out, --record and decodi
 
 const char footer[] =
     R"(A file and standard input wait for the outputs: nothing is lost towards a peer that reads. A serial line, TCP and NTRIP
-do so for a quarter of a second at most: what an output then has no room for (1 MiB) is discarded and reported. Outputs that
-nobody is connected to drop
-what comes; what an output receives is discarded. What goes away is opened again: a serial port each second, TCP as
---reconnect says; a TCP or NTRIP input that is silent for a minute counts as gone.
+do so for a quarter of a second at most: what an output then has no room for (1 MiB) is discarded and reported. Outputs
+that nobody is connected to drop what comes; what an output receives is discarded. What goes away is opened again: a
+serial port each second, TCP as --reconnect says; a TCP or NTRIP input that is silent for a minute counts as gone.
 
 At the end of a file or of standard input, and after Ctrl-C or SIGTERM, what has been received is handed on, and all is
 closed when the outputs have taken what waits for them. One that takes nothing for 3 s has lost it, as has one that takes
