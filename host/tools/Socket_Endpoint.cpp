@@ -99,7 +99,7 @@ public:
     ~Connection() { Close(); }
 
     Link &The_Link() const { return *link_; }
-    bool Connect(kernel::Byte_Client *reader) { return static_cast<kernel::Byte_Server &>(*link_).Connect(reader); }
+    bool Connect(kernel::Byte_Client *reader) { return link_->Connect(reader); }
 
     bool Prepare();
     void Start();
