@@ -46,10 +46,12 @@ wake() {
     done
     fail "nothing arrives"
 }
-# At a pace that str2str can follow: what its socket does not take at once it drops.
-feed() {
-    for ((at = 0; at < recording_size; at += 4096)); do
-        dd if="$recording" bs=4096 skip=$((at / 4096)) count=1 status=none >&7
+# At a pace that str2str can follow: what its socket does not take at once it drops, and after a line that was once full it
+# writes no more. A serial line is a slow thing, also to programs that a sanitizer slows down.
+feed() {  # [BYTES]: at a time, 4096 if not said
+    local block=${1-4096}
+    for ((at = 0; at < recording_size; at += block)); do
+        dd if="$recording" bs="$block" skip=$((at / block)) count=1 status=none >&7
         sleep 0.02
     done
 }
@@ -126,7 +128,7 @@ on_serial_lines() {  # WRITER... -- READER...
     run reader "$@"
     run writer "${writer[@]}" < "$out/feed"
     wake
-    feed
+    feed 1024
     same
 }
 case_serial_to_str2str() {
