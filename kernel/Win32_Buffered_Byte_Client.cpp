@@ -429,6 +429,8 @@ Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Write()
         handle = handle_;
         block = in_flight_ = {buffer.base, std::exchange(buffer.fill, 0)};
         state_ = State::write_pending;
+        Reset(
+            data_event_);  // it told of these bytes: left standing, it would have the next ones wait with an empty buffer
         Flip();
     }
     if (!write_->write(handle, block.base.get(), block.size) && platform::last_error() == platform::error_io_pending)
