@@ -79,6 +79,7 @@ int Serial_Client_Server_Base::Create(void *const handle)
     Serial_Settings settings;
     bool good = !port || port->get_settings(settings);
     if (std::exchange(settings.abort_on_error, false)) good = good && port->set_settings(settings);
+    if (port && good) baud_ = settings.baud;
     if (port && !(good && SetCommNoWait())) {
         Set_Last_Error(platform::last_error());
         Close();
@@ -152,7 +153,10 @@ bool Serial_Client_Server_Base::Set_Speed(unsigned long baud)
         settings.baud = Limited(baud);
         good = port->set_settings(settings);
     }
-    if (!good) Fail(platform::last_error());
+    if (good)
+        baud_ = settings.baud;
+    else
+        Fail(platform::last_error());
     return good;
 }
 
@@ -206,10 +210,6 @@ bool Serial_Client_Server_Base::Hang_Up()
 }
 
 bool Serial_Client_Server_Base::Dial(const char *, const char *, const char *) { return false; }
-
-bool Serial_Client_Server_Base::IsBusy() { return is_running() && IsActive(); }
-
-const char *Serial_Client_Server_Base::GetRemoteName() { return GetComName(); }
 
 // The thread.
 
@@ -291,14 +291,19 @@ bool Serial_Client_Server_Base::Lost()
     return false;
 }
 
-// False when the client refuses; it is told of the end. A client that answers true and takes nothing is asked for ever,
-// but for a stop.
+// False when the client refuses; it is told of the end.
+bool Serial_Client_Server_Base::Offer()
+{
+    if (Tell(Mesg_Data_Ready)) return true;
+    Tell(Mesg_Detached);
+    return false;
+}
+
+// A client that answers true and takes nothing is asked for ever, but for a stop.
 bool Serial_Client_Server_Base::Deliver()
 {
     while (Requested() > 0 && Requested() <= Held() && !Stop_Requested()) {
-        if (Tell(Mesg_Data_Ready)) continue;
-        Tell(Mesg_Detached);
-        return false;
+        if (!Offer()) return false;
     }
     return true;
 }

@@ -101,8 +101,6 @@ public:
 
     bool Hang_Up() override;                                       // Close; whether a port was open
     bool Dial(const char *, const char *, const char *) override;  // false: a line without a modem has nobody to dial
-    bool IsBusy() override;                                        // the thread runs, and a port is open
-    const char *GetRemoteName() override;                          // as GetComName
 
     void pre_stop() override;
     ~Serial_Client_Server_Base() override;
@@ -133,7 +131,8 @@ protected:
     bool Is_Patient() const;              // is it not over?
     bool Still_Wanted(const char *what);  // asks the client; refused: reported, with this word for the data
     bool Lost();                          // tells the client, and closes; false, for `return Lost()`
-    bool Deliver();
+    bool Offer();                         // what is held, once
+    bool Deliver();                       // as long as it is enough
     // The server's bytes, at most block_size: their number; -1: a stop has come.
     long Take(Byte_Server &server, unsigned char *block);
     void Count_Out(std::size_t n) { bytes_out_.fetch_add(n, std::memory_order_relaxed); }

@@ -107,7 +107,7 @@ unsigned long Serial_Client_Server_Overlapped::thread()
     overlap_->stop.reset();
     Attach();
     while (!Stop_Requested()) {
-        if (!Ask() || !Fill() || !Deliver()) return 0;
+        if (!Ask() || !Fill() || !Offer() || !Deliver()) return 0;
     }
     Tell(Mesg_Detached);
     return 0;
@@ -191,7 +191,7 @@ bool Serial_Client_Server_Overlapped::Await()
             Take_In();
             return true;
         }
-        if (index != platform::wait_timeout) return Wait_Failed(index);
+        if (index != platform::wait_timeout) return Wait_Failed();
         overlap_->writing.pending();  // for a write that nobody else looks after
         if (!Silence()) return false;
     }
@@ -210,12 +210,12 @@ bool Serial_Client_Server_Overlapped::Stopped()
     return false;
 }
 
-bool Serial_Client_Server_Overlapped::Wait_Failed(long result)
+bool Serial_Client_Server_Overlapped::Wait_Failed()
 {
     Lost();
     Report(unit, __LINE__)
         .Print_Out(Error_Handler::ES_Error, serial_code, "Unexpected Wait return value '%lx'",
-                   static_cast<unsigned long>(result));
+                   static_cast<unsigned long>(platform::win32_wait_failed));
     return false;
 }
 

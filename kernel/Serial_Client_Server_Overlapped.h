@@ -51,7 +51,7 @@ private:
     bool Await();
     bool Silence();
     bool Stopped();
-    bool Wait_Failed(long result);
+    bool Wait_Failed();
     std::size_t Take_In();
     bool Nothing_Came();
     bool Previous_Write_Ended();

@@ -142,9 +142,9 @@ bool Win32_Buffered_Byte_Client::Allocate(unsigned int size)
     bool done = true;
     for (Buffer &buffer : buffers_) {
         buffer = {};
+        buffer.size = size;
         try {
             buffer.base = std::make_shared<unsigned char[]>(size);
-            buffer.size = size;
         } catch (const std::bad_alloc &) {
             done = false;
         }
@@ -327,7 +327,9 @@ bool Win32_Buffered_Byte_Client::Go_On()
         data_event_->set();
         return Start_Writer();
     }
-    for (Buffer &buffer : buffers_) std::fill_n(buffer.base.get(), buffer.size, static_cast<unsigned char>(0));
+    for (Buffer &buffer : buffers_) {
+        if (buffer.base) std::fill_n(buffer.base.get(), buffer.size, static_cast<unsigned char>(0));
+    }
     current_ = 0;
     return true;
 }
@@ -360,7 +362,7 @@ unsigned long Win32_Buffered_Byte_Client::overlapped_thread()
         platform::Waitable *const signals[] = {stop_event_.get(), write_done_event_.get(), write_.get(),
                                                data_event_.get()};
         Next next = Next::write;
-        switch (const int signal = platform::wait_any(signals, platform::wait_forever)) {
+        switch (platform::wait_any(signals, platform::wait_forever)) {
         case 0: return End_Writer(true, 1);
         case 1: break;  // somebody is in a hurry
         case 2: next = Transfer_Ended(); break;
@@ -369,7 +371,7 @@ unsigned long Win32_Buffered_Byte_Client::overlapped_thread()
             End_Writer(true, 0);
             Report(unit, __LINE__)
                 .Print_Out(Error_Handler::ES_Error, wait_code, "%s: Unexpected wait return value '%lx'.", GetName(),
-                           static_cast<unsigned long>(static_cast<std::uint32_t>(signal)));
+                           static_cast<unsigned long>(platform::win32_wait_failed));
             return 0;
         }
         while (next == Next::gather || next == Next::write) {
@@ -429,24 +431,29 @@ Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Write()
         handle = handle_;
         block = in_flight_ = {buffer.base, std::exchange(buffer.fill, 0)};
         state_ = State::write_pending;
-        Reset(
-            data_event_);  // it told of these bytes: left standing, it would have the next ones wait with an empty buffer
+        // It told of these bytes. Left standing, it would make the next round wait for more with an empty buffer.
+        Reset(data_event_);
         Flip();
     }
     if (!write_->write(handle, block.base.get(), block.size) && platform::last_error() == platform::error_io_pending)
         return Next::wait;
-    return Written_At_Once(block);
+    return Written_At_Once(*handle, block);
 }
 
 // Whatever came of it, the other buffer is the next to be filled. A quiet failure empties that one and leaves the
 // block where it is: it goes out behind the next. That is how it has always been: a pipe whose client comes late gets
 // the latest blocks.
-Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Written_At_Once(const Block &block)
+Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Written_At_Once(const platform::Stream &handle,
+                                                                             const Block &block)
 {
     std::uint32_t error = 0;
     {
         const Semaphore_Guard guard(*this);
         error = Take_Result();
+        if (error != platform::error_none && Is_Given_Up(handle)) {
+            state_ = State::waiting;
+            return Next::write;
+        }
         if (Is_Quiet(error)) {
             Buffer &left = buffers_[1 - current_];
             if (left.base == block.base) left.fill = block.size;  // another size may have been set meanwhile
@@ -460,8 +467,15 @@ Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Written_At_Once(con
     return Report_Failed_Write(error);
 }
 
-// The pending block is through, or has failed. One that this side cancelled by closing its transport is no failure to
-// report: the next step sees what is connected now.
+// This side has closed the transport, or has another one by now. What became of a block is then no failure to report:
+// the next step sees what is connected.
+bool Win32_Buffered_Byte_Client::Is_Given_Up(const platform::Stream &handle)
+{
+    return handle.closed() || !is_connected();
+}
+
+// The pending block is through, or has failed. A failure takes along what waits in the other buffer: it was for the same
+// connection, and the next one must not begin in the middle of it. A quiet one is left to the next write.
 Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Transfer_Ended()
 {
     std::uint32_t error = 0;
@@ -470,12 +484,9 @@ Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Transfer_Ended()
         if (state_ != State::write_pending) return Next::wait;
         error = Take_Result();
         state_ = State::waiting;
-        if (error == platform::error_none || error == platform::error_operation_aborted || !is_connected())
-            return Next::write;
-        if (Is_Quiet(error)) {
-            state_ = State::idle;
-            return Next::end;
-        }
+        const bool is_fine = error == platform::error_none || error == platform::error_operation_aborted;
+        if (is_fine || Is_Quiet(error) || !is_connected()) return Next::write;
+        buffers_[current_].fill = 0;
     }
     return Report_Failed_Write(error);
 }
@@ -486,7 +497,7 @@ Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Report_Failed_Write
 {
     ReportErrorIntern(error, "Write", data_code, Error_Handler::ES_Error);
     const Semaphore_Guard guard(*this);
-    if (state_ == State::data_signalled) return Next::wait;  // the next data have come meanwhile
+    if (buffers_[current_].fill > 0) return Next::write;  // the next data have come meanwhile
     state_ = State::idle;
     return Next::end;
 }

@@ -124,12 +124,12 @@ private:
     enum class Next { wait, gather, write, end };  // what the writer does next
 
     struct Buffer {
-        std::shared_ptr<unsigned char[]> base;  // shared with the transfer that takes it out
+        std::shared_ptr<unsigned char[]> base;  // shared with the transfer that takes it out; null: no memory for it
         std::size_t size = 0;
         std::size_t fill = 0;
 
         unsigned char *End() const { return base.get() + fill; }
-        std::size_t Room() const { return size - fill; }
+        std::size_t Room() const { return base ? size - fill : 0; }
     };
 
     struct Block {
@@ -162,7 +162,8 @@ private:
     unsigned long overlapped_terminate();
     void overlapped_pre_stop();
     Next Write();
-    Next Written_At_Once(const Block &block);
+    Next Written_At_Once(const platform::Stream &handle, const Block &block);
+    bool Is_Given_Up(const platform::Stream &handle);
     Next Transfer_Ended();
     Next Report_Failed_Write(std::uint32_t error);
     unsigned long End_Writer(bool drop, unsigned long exit_code);

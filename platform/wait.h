@@ -53,6 +53,7 @@ private:
 
 constexpr int wait_timeout = -1;
 constexpr int wait_failed = -2;
+constexpr std::uint32_t win32_wait_failed = 0xFFFFFFFF;  // what Win32 answers in its place; for reports
 
 // Waits for the first signalled of at most 64, at most ms milliseconds: its index (the lowest when several are signalled;
 // only its signal is taken), wait_timeout, or wait_failed.

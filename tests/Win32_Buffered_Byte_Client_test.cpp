@@ -274,13 +274,26 @@ TEST_F(Buffered, a_pending_block_ends_with_its_connection)
     transport->Use(listener->Connect());
     Stall();
     listener.reset();  // a connection that nobody has accepted is reset
+    EXPECT_TRUE(Comes([&] { return reports.Has(Failed(10054).text); }));
     EXPECT_TRUE(Writer_Rests());
     EXPECT_EQ(reports.Take(), Reports{Failed(10054)});
+    EXPECT_EQ(transport->Room(), largest);  // what waited was for that connection, too
 
     Open(largest);
     Stall();
     transport->Close();  // nothing to report: this side did it
     EXPECT_TRUE(Writer_Rests());
+
+    Reconnect();
+    line.near->close();  // the same, between the look at the connection and the write
+    EXPECT_TRUE(Give("lost"));
+    EXPECT_TRUE(Comes([&] { return transport->Room() == largest; }));
+    transport->Stop_Writer();
+    Reconnect();
+    for (const char *fresh : {"new", "more"}) {
+        EXPECT_TRUE(Give(fresh));
+        EXPECT_EQ(Arrived(1), fresh);
+    }
     EXPECT_EQ(reports.Take(), Reports{});
 }
 

@@ -122,7 +122,9 @@ bool Serial_Port::set_settings(const Serial_Settings &settings)
     state.fOutxCtsFlow = settings.cts_flow;
     state.fOutxDsrFlow = settings.dsr_flow;
     state.fAbortOnError = settings.abort_on_error;
-    return SetCommState(handle_of(native_), &state) != 0;
+    if (SetCommState(handle_of(native_), &state)) return true;
+    if (GetLastError() == ERROR_NOT_SUPPORTED) SetLastError(ERROR_INVALID_PARAMETER);  // a driver's word for the same
+    return false;
 }
 
 bool Serial_Port::set_timeouts(const Serial_Timeouts &timeouts)
