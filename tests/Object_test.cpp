@@ -1,6 +1,5 @@
 #include "kernel/Object.h"
 
-#include "kernel/BYTE_SER.h"
 #include "kernel/Error_Handler.h"
 
 #include "tests/support/clients.h"
@@ -12,14 +11,17 @@ using namespace kernel;
 
 namespace {
 
-class Mortal_Handler : public Error_Handler {
+class Mortal_Handler : public Capturing_Handler {
 public:
     explicit Mortal_Handler(int &deaths) : deaths_(deaths) {}
     ~Mortal_Handler() override { ++deaths_; }
 
 private:
-    void Do_Print(Enum_Status, Err_Code, const char *) override {}
     int &deaths_;
+};
+
+struct Copyable_Object : Object {
+    using Object::Object;
 };
 
 class Invalid_Object : public Object {
@@ -38,17 +40,11 @@ private:
 TEST(Object, has_a_name_a_class_and_a_handler)
 {
     Capturing_Handler handler;
-    Object nameless(nullptr, &handler);
+    const Object nameless(nullptr, &handler);
     EXPECT_STREQ(nameless.GetName(), "No Name");
     EXPECT_EQ(nameless.Get_Error_Handler(), &handler);
-    EXPECT_TRUE(nameless.IsInheritedFrom("Abstrakte Basisklasse"));
-    EXPECT_FALSE(nameless.IsInheritedFrom("abstrakte basisklasse"));
-    EXPECT_FALSE(nameless.IsInheritedFrom(nullptr));
-    EXPECT_EQ(Object("x").Get_Error_Handler(), Object::Get_Default_Handler());
+    EXPECT_FALSE(nameless.IsInheritedFrom("abstrakte basisklasse") || nameless.IsInheritedFrom(nullptr));
     EXPECT_NE(Object::Get_Default_Handler(), static_cast<Error_Handler *>(&Trace_Handler));
-    EXPECT_FALSE(Object::valid(nullptr));
-    Object::Destruct(nullptr);
-
     bool gone = false;
     EXPECT_EQ(Invalid_Object::Construct(gone), nullptr);
     EXPECT_TRUE(gone);
@@ -57,15 +53,13 @@ TEST(Object, has_a_name_a_class_and_a_handler)
 TEST(Object, knows_its_bases_by_name)
 {
     const Recording_Client client;
-    for (const char *name :
-         {"Abstrakte Basisklasse", "Basisklasse Client_Server", "Basisklasse Client", "Basisklasse Byte_Client"})
-        EXPECT_TRUE(client.IsInheritedFrom(name)) << name;
-    EXPECT_FALSE(client.IsInheritedFrom("Basisklasse Server"));
     const Bare_Server server;
-    for (const char *name :
-         {"Abstrakte Basisklasse", "Basisklasse Client_Server", "Basisklasse Server", "Basisklasse Byte_Server"})
-        EXPECT_TRUE(server.IsInheritedFrom(name)) << name;
-    EXPECT_FALSE(server.IsInheritedFrom("Basisklasse Client"));
+    for (const char *name : {"Abstrakte Basisklasse", "Basisklasse Client_Server"})
+        EXPECT_TRUE(client.IsInheritedFrom(name) && server.IsInheritedFrom(name)) << name;
+    for (const char *name : {"Basisklasse Client", "Basisklasse Byte_Client"})
+        EXPECT_TRUE(client.IsInheritedFrom(name) && !server.IsInheritedFrom(name)) << name;
+    for (const char *name : {"Basisklasse Server", "Basisklasse Byte_Server"})
+        EXPECT_TRUE(server.IsInheritedFrom(name) && !client.IsInheritedFrom(name)) << name;
 }
 
 TEST(Object, the_library_owns_default_handlers_but_not_the_built_in_one)
@@ -76,19 +70,21 @@ TEST(Object, the_library_owns_default_handlers_but_not_the_built_in_one)
     Object::Set_Default_Handler(first);
     Object::Set_Default_Handler(first);  // the same once more: nothing to delete
     EXPECT_EQ(deaths, 0);
-    Object old("old");
-    EXPECT_EQ(old.Get_Error_Handler(), first);
+    Copyable_Object old("old");
+    const Copyable_Object copy(old);
+    EXPECT_EQ(copy.Get_Error_Handler(), first);
 
     auto *second = new Mortal_Handler(deaths);
     Object::SetDefaultHandler(second);
     EXPECT_EQ(deaths, 1);
     EXPECT_EQ(old.Get_Error_Handler(), built_in);  // its handler is gone; its reports are not
+    EXPECT_EQ(copy.Get_Error_Handler(), built_in);
     EXPECT_EQ(Object("new").Get_Error_Handler(), second);
 
     Object::Set_Default_Handler(nullptr);
     EXPECT_EQ(deaths, 2);
-    const Object silent("silent");
-    EXPECT_EQ(silent.Get_Error_Handler(), nullptr);
+    const Copyable_Object silent("silent");
+    EXPECT_EQ(Copyable_Object(silent).Get_Error_Handler(), nullptr);
     silent.Report("kernel/X", 1).Print_Out(Error_Handler::ES_Error, 1, "vanishes");
 
     Object::Set_Default_Handler(built_in);

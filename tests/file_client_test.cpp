@@ -13,7 +13,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cctype>
 #include <memory>
 
@@ -21,268 +20,181 @@ using namespace kernel;
 
 namespace {
 
-// A source, and what is connected to it.
-class Source {
+// A source with a recorder connected to it, a folder, and what is reported.
+template <class T>
+class Recording {
 public:
-    explicit Source(Byte_Client *client) : server(String_Byte_Server::Construct(20000, nullptr))
+    explicit Recording(const std::string &before = "")
+        : name(folder.Write("copy", before)), recorder(T::Construct(name.c_str()))
     {
-        server->Connect(client);
+        server->Connect(recorder);
     }
-    ~Source() { platform::fault::clear(); }
-    void Feed(const std::string &bytes)
+    ~Recording() { platform::fault::clear(); }
+    // True when the recorder took all of it.
+    bool Feed(const std::string &bytes)
     {
-        ASSERT_TRUE(server->PutBin(reinterpret_cast<const unsigned char *>(bytes.data()),
-                                   static_cast<unsigned int>(bytes.size())));
+        server->PutStr(bytes.c_str());
         server->Work();
+        return server->MinAvail(0) == 0;
     }
-    std::unique_ptr<String_Byte_Server> server;
+    std::string Copy() const { return Whole_File(name); }
+
+    const Test_Folder folder;
+    const std::string name;
+    Heard_Reports reports;
+    T *const recorder;  // the server's
+    const std::unique_ptr<String_Byte_Server> server{String_Byte_Server::Construct(20000, nullptr)};
 };
 
-std::string Upper(std::string text)
+std::string Letters(std::size_t n)
 {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::toupper(c); });
+    std::string text(n, '\0');
+    for (std::size_t i = 0; i < n; ++i) text[i] = static_cast<char>('A' + i % 57);
     return text;
 }
 
-Reports Write_Failure(const std::string &unit, const std::string &name, const std::string &cause)
+std::string Upper(std::string text)
 {
-    return {{3, 9, "Could not write to file " + name, unit}, {3, 15, "Initialization Error\nCode: " + cause, unit}};
+    for (char &c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return text;
 }
 
 }  // namespace
 
 TEST(File_Client, records_all_that_comes)
 {
-    Test_Folder folder;
-    const std::string name = folder.Write("copy", "what was there before");
-    const std::string bytes = Pattern(15000);
-    {
-        auto *client = File_Client::Construct(name.c_str());
-        ASSERT_TRUE(client);
-        EXPECT_STREQ(client->GetName(), "Client or File Communication");
-        Source source(client);
-        for (std::size_t at = 0; at < bytes.size(); at += 5000) source.Feed(bytes.substr(at, 5000));
-        EXPECT_EQ(Whole_File(name), bytes);  // nothing waits in a buffer
-    }
-    EXPECT_EQ(Whole_File(name), bytes);
-}
-
-TEST(File_Client, knows_the_file_that_is_open)
-{
-    Test_Folder folder;
-    Heard_Reports reports;
-    const std::string name = folder / "copy", other = folder / "other";
-    auto *client = File_Client::Construct(name.c_str());
-    Source source(client);
-    source.Feed("one");
-    EXPECT_TRUE(client->Create(Upper(name).c_str()));  // goes on recording
-    EXPECT_EQ(reports->Take(), (Reports{{2, 9, "File " + Upper(name) + " already open", "kernel/file_client"}}));
-    source.Feed("two");
-    EXPECT_EQ(Whole_File(name), "onetwo");
-    const File_Client copy(*client);
-    EXPECT_STREQ(copy.GetName(), client->GetName());
-    EXPECT_TRUE(client->Create(other.c_str()));
-    source.Feed("three");
-    EXPECT_TRUE(client->Create(nullptr));
-    source.Feed("four");  // taken and dropped
-    EXPECT_EQ(source.server->MinAvail(0), 0);
-    EXPECT_EQ(Whole_File(name) + "|" + Whole_File(other), "onetwo|three");
-}
-
-TEST(File_Client, takes_single_bytes)
-{
-    Test_Folder folder;
-    auto *client = File_Client::Construct((folder / "copy").c_str());
-    Source source(client);
-    for (const char *byte : {"a", "b", "c"}) {
-        source.Feed(byte);
-        EXPECT_EQ(source.server->MinAvail(0), 0);
-    }
-    EXPECT_EQ(Whole_File(folder / "copy"), "abc");
-    // A tap that nobody feeds answers 65535 bytes and brings none.
-    auto *tap = File_Client_Server::Construct(nullptr);
-    auto *end = File_Client::Construct((folder / "end").c_str());
-    tap->Connect(end);
-    EXPECT_TRUE(end->Send(*tap, Mesg_Data_Ready));
-    EXPECT_EQ(Whole_File(folder / "end"), "");
-    Object::Destruct(static_cast<Byte_Server *>(tap));
-}
-
-TEST(File_Client, a_copy_reports_where_the_original_does)
-{
-    Error_Handler *const built_in = Object::Get_Default_Handler();
-    Object::Set_Default_Handler(new Capturing_Handler);
-    const std::unique_ptr<File_Client> original(File_Client::Construct()), muted(File_Client::Construct());
-    muted->Set_Error_Handler(nullptr);
-    const File_Client copy(*original), muted_copy(*muted);
-    EXPECT_EQ(copy.Get_Error_Handler(), original->Get_Error_Handler());
-    EXPECT_EQ(muted_copy.Get_Error_Handler(), nullptr);
-    Object::Set_Default_Handler(built_in);  // deletes the one that both had
-    EXPECT_EQ(copy.Get_Error_Handler(), built_in);
+    Recording<File_Client> to("what was there before");
+    EXPECT_STREQ(to.recorder->GetName(), "Client or File Communication");
+    const std::string bytes = Letters(15000), other = to.folder / "other";
+    for (std::size_t at = 0; at < bytes.size(); at += 5000) EXPECT_TRUE(to.Feed(bytes.substr(at, 5000)));
+    EXPECT_EQ(to.Copy(), bytes);  // nothing waits in a buffer
+    EXPECT_TRUE(to.recorder->Create(Upper(to.name).c_str()));
+    EXPECT_EQ(to.reports->Take(), (Reports{{2, 9, "File " + Upper(to.name) + " already open", "kernel/file_client"}}));
+    EXPECT_TRUE(to.Feed("!"));  // goes on recording
+    EXPECT_TRUE(to.recorder->Create(other.c_str()) && to.Feed("three"));
+    EXPECT_TRUE(to.recorder->Create(nullptr) && to.Feed("four"));  // taken and dropped
+    EXPECT_EQ(to.Copy() + "|" + Whole_File(other), bytes + "!|three");
 }
 
 TEST(File_Client, names_every_cause)
 {
-    struct Case {
-        std::uint32_t error;
-        const char *text;
-    };
-    const Open_Error_Words words = {"N", "D"};
-    for (const Case &c : {Case{0, ""},
-                          {2, "N"},
-                          {4, "too many open files"},
-                          {5, "D"},
-                          {6, "invalid handle"},
-                          {8, "not enough memory"},
-                          {9, "invalid block"},
-                          {10, "bad environment"},
-                          {11, "bad format"},
-                          {12, "invalid access"},
-                          {13, "invalid Data"},
-                          {21, "not ready"},
-                          {110, "open failed"},
-                          {123, "File name invalid"},
-                          {1450, "No system resources"},
-                          {1816, "Not enough quota is available to process this command."},
-                          {3, "NT ErrorCode: 3 = 0x00000003"}})
-        EXPECT_EQ(Open_Error_Text(c.error, words), c.text) << c.error;
+    std::string texts;
+    for (const std::uint32_t error : {0, 2, 4, 5, 6, 8, 9, 10, 11, 12, 13, 21, 110, 123, 1450, 1816, 3})
+        texts += Open_Error_Text(error, {"N", "D"}) + "|";
+    EXPECT_EQ(texts, "|N|too many open files|D|invalid handle|not enough memory|invalid block|bad environment|"
+                     "bad format|invalid access|invalid Data|not ready|open failed|File name invalid|"
+                     "No system resources|Not enough quota is available to process this command.|"
+                     "NT ErrorCode: 3 = 0x00000003|");
 }
 
 TEST(File_Client, says_what_it_cannot_open)
 {
-    Test_Folder folder;
-    Heard_Reports reports;
-    const std::string busy = folder / "busy", missing = folder / "no folder/x";
-    const std::unique_ptr<File_Client> writer(File_Client::Construct(busy.c_str()));
-    ASSERT_TRUE(writer);
-    struct Case {
-        std::string name, cause;
-    };
-    for (const Case &c : {Case{folder / "", "access denied (File open ?)"}, {busy, "NT ErrorCode: 32 = 0x00000020"}}) {
-        const std::unique_ptr<File_Client> client(File_Client::Construct(c.name.c_str()));
+    Recording<File_Client> writer;
+    const std::string folder = writer.folder / "", unit = "kernel/file_client";
+    const std::pair<std::string, std::string> cases[] = {{folder, "access denied (File open ?)"},
+                                                         {writer.name, "NT ErrorCode: 32 = 0x00000020"}};
+    for (const auto &[name, cause] : cases) {
+        const std::unique_ptr<File_Client> client(File_Client::Construct(name.c_str()));
         EXPECT_TRUE(client && client->IsValid());  // it runs without a file
-        EXPECT_EQ(reports->Take(), (Reports{{3, 9, "Could not open file " + c.name, "kernel/file_client"},
-                                            {3, 15, "Initialization Error\nCode: " + c.cause, "kernel/file_client"}}));
+        EXPECT_EQ(writer.reports->Take(), (Reports{{3, 9, "Could not open file " + name, unit},
+                                                   {3, 15, "Initialization Error\nCode: " + cause, unit}}));
     }
-    const std::unique_ptr<File_Client_Server> tap(File_Client_Server::Construct(missing.c_str()));
+    const std::unique_ptr<File_Client_Server> tap(File_Client_Server::Construct(folder.c_str()));
     EXPECT_TRUE(tap && tap->IsValid());
-    EXPECT_FALSE(tap->Create(missing.c_str()));
-    const Reports heard = reports->Take();
+    EXPECT_FALSE(tap->Create(nullptr) && tap->Create(folder.c_str()));
+    const Reports heard = writer.reports->Take();
     ASSERT_EQ(heard.size(), 4u);
-    EXPECT_FALSE(tap->Create((folder / "").c_str()));
-    EXPECT_EQ(reports->Take().at(1).text, "Initialization Error\nCode: access denied (Device open ?)");
-    EXPECT_EQ(heard[2], (Reported{3, 9, "Could not open File " + missing, "kernel/file_client_server"}));
+    EXPECT_EQ(heard[2], (Reported{3, 9, "Could not open File " + folder, unit + "_server"}));
+    EXPECT_EQ(heard[3].text, "Initialization Error\nCode: access denied (Device open ?)");
 }
 
 TEST(File_Client, a_full_disk_closes_the_file_and_not_the_stream)
 {
-    Test_Folder folder;
-    Heard_Reports reports;
-    const std::string name = folder / "copy", bytes = Pattern(9000);
-    auto *client = File_Client::Construct(name.c_str());
-    Source source(client);
-    platform::fault::fail_after(platform::fault::Operation::write, 5000, 112);
-    source.Feed(bytes);
-    EXPECT_EQ(reports->Take(), Write_Failure("kernel/file_client", name, "NT ErrorCode: 112 = 0x00000070"));
-    EXPECT_EQ(Whole_File(name), bytes.substr(0, 5000));
-    source.Feed("more");
-    EXPECT_EQ(source.server->MinAvail(0), 0);
-    EXPECT_EQ(reports->Take(), Reports{});
-    EXPECT_TRUE(client->IsValid());
+    const std::string bytes = Letters(9000);
+    const auto fill = [&](auto &to, const std::string &unit) {
+        platform::fault::fail_after(platform::fault::Operation::write, 5000, 112);
+        EXPECT_TRUE(to.Feed(bytes) && to.Feed(bytes));
+        const std::string cause = "Initialization Error\nCode: NT ErrorCode: 112 = 0x00000070";
+        EXPECT_EQ(to.reports->Take(),
+                  (Reports{{3, 9, "Could not write to file " + to.name, unit}, {3, 15, cause, unit}}));
+        EXPECT_EQ(to.Copy(), bytes.substr(0, 5000));
+        EXPECT_TRUE(to.recorder->IsValid());
+    };
+    {
+        Recording<File_Client> end;
+        fill(end, "kernel/file_client");
+    }
+    Recording<File_Client_Server> tap;
+    auto *client = new Recording_Client;
+    tap.recorder->Connect(&client->Pull_All());
+    fill(tap, "kernel/file_client_server");
+    EXPECT_EQ(client->pulled, bytes + bytes);
 }
 
 TEST(File_Client_Server, records_what_its_client_takes)
 {
-    Test_Folder folder;
-    const std::string name = folder.Write("copy", "before|");
-    auto *tap = File_Client_Server::Construct(name.c_str());
-    ASSERT_TRUE(tap);
-    EXPECT_STREQ(tap->GetName(), "Client Server for File Communication");
+    Recording<File_Client_Server> to("before|");
+    EXPECT_STREQ(to.recorder->GetName(), "Client Server for File Communication");
     auto *client = new Recording_Client;
-    Source source(tap);
-    tap->Connect(&client->Pull(3));
+    to.recorder->Connect(&client->Pull(3));
     client->Take();
-    source.Feed("abcdefgh");  // the last two are not asked for yet
+    EXPECT_FALSE(to.Feed("abcdefgh"));  // the last two are not asked for yet
     EXPECT_EQ(client->Take(), (Heard{70, 80, 70, 80, 70, 40}));
-    EXPECT_EQ(client->senders.back(), tap);
-    EXPECT_EQ(client->pulled, "abcdef");
-    EXPECT_EQ(Whole_File(name), "before|abcdef");
-
-    EXPECT_TRUE(tap->Create(Upper(name).c_str()));  // stays, and silently
-    source.Feed("i");
-    EXPECT_EQ(Whole_File(name), "before|abcdefghi");
-    EXPECT_TRUE(tap->Create(nullptr));
-    source.Feed("jkl");
+    EXPECT_EQ(client->senders.back(), to.recorder);
+    EXPECT_EQ(to.Copy(), "before|abcdef");
+    EXPECT_TRUE(to.recorder->Create(Upper(to.name).c_str()) && to.Feed("i"));  // stays, and silently
+    EXPECT_TRUE(to.recorder->Create(nullptr) && to.Feed("jkl"));
+    EXPECT_EQ(to.reports->Take(), Reports{});
     EXPECT_EQ(client->pulled, "abcdefghijkl");
-    EXPECT_EQ(Whole_File(name), "before|abcdefghi");
+    EXPECT_EQ(to.Copy(), "before|abcdefghi");
 }
 
 TEST(File_Client_Server, passes_single_bytes_and_takes_one_back)
 {
-    Test_Folder folder;
-    const std::string name = folder / "copy";
-    auto *tap = File_Client_Server::Construct(name.c_str());
+    Recording<File_Client_Server> to;
     auto *client = new Recording_Client;
-    Source source(tap);
     std::string got;
     client->On(Mesg_Request_Invite, [](Byte_Server &s) { return s.Request(1), true; });
     client->On(Mesg_Data_Ready, [&](Byte_Server &s) {
-        got += static_cast<char>(s.GetByte());
-        got += static_cast<char>(s.GetByte());
-        got += static_cast<char>(s.UnGetByte(static_cast<unsigned char>('x')));  // takes one more
+        for (int i = 0; i < 2; ++i) got += static_cast<char>(s.GetByte());
+        got += static_cast<char>(s.UnGetByte('x'));  // takes one more
         EXPECT_EQ(s.MinAvail(0), 2);
-        got += static_cast<char>(s.GetByte());
-        got += static_cast<char>(s.GetByte());
-        EXPECT_EQ(s.GetByte(), No_Byte);
-        return true;
+        for (int i = 0; i < 2; ++i) got += static_cast<char>(s.GetByte());
+        return s.GetByte() == No_Byte;
     });
-    tap->Connect(client);
-    source.Feed("abcde");
+    to.recorder->Connect(client);
+    EXPECT_TRUE(to.Feed("abcde"));
     EXPECT_EQ(got, "abcde");
-    EXPECT_EQ(Whole_File(name), "ade");  // the d replaced the b
+    EXPECT_EQ(to.Copy(), "ade");  // the d replaced the b
 }
 
 TEST(File_Client_Server, outside_a_message_there_is_no_upstream)
 {
-    const std::unique_ptr<File_Client_Server> tap(File_Client_Server::Construct(nullptr));
-    tap->Byte_Server::Dont_Delete_Me();
-    Bare_Server upstream;
+    Recording<File_Client_Server> to;
+    File_Client_Server &tap = *to.recorder;
+    Byte_Server &upstream = *to.server;
     unsigned char byte = 0;
-    EXPECT_EQ(tap->GetNBytes(&byte, 1), 65535);
-    EXPECT_EQ(tap->GetByte(), No_Byte);
-    EXPECT_EQ(tap->UnGetByte(byte), No_Byte);
-    EXPECT_EQ(tap->MinAvail(1), 0);
-    EXPECT_FALSE(tap->Request(1));
-    EXPECT_TRUE(tap->Send(upstream, Mesg_Byte_Type));
-    EXPECT_FALSE(tap->Send(upstream, Mesg_Data_Ready));  // nobody downstream
-    EXPECT_TRUE(tap->IsInheritedFrom("Basisklasse Byte_Server") && tap->IsInheritedFrom("Basisklasse Byte_Client"));
+    EXPECT_EQ(tap.GetNBytes(&byte, 1), 65535);
+    EXPECT_EQ(tap.GetByte(), No_Byte);
+    EXPECT_EQ(tap.UnGetByte(byte), No_Byte);
+    EXPECT_EQ(tap.MinAvail(1), 0);
+    EXPECT_FALSE(tap.Request(1));
+    EXPECT_FALSE(tap.Send(upstream, Mesg_Data_Ready));  // nobody downstream
+    const std::string name = to.folder / "end";
+    auto *end = File_Client::Construct(name.c_str());
+    tap.Connect(end);
+    EXPECT_TRUE(end->Send(tap, Mesg_Data_Ready));  // the 65535 brought no bytes
+    EXPECT_EQ(Whole_File(name), "");
 
     auto *client = new Recording_Client;
-    tap->Connect(client);
+    tap.Connect(client);
     client->Take();
     // A message from inside a message leaves the outer one its bytes.
     client->On(Mesg_Status_40, [&](Byte_Server &s) {
-        tap->Send(upstream, Mesg_Status_50);
+        tap.Send(upstream, Mesg_Status_50);
         return s.MinAvail(0) == 0 && s.GetNBytes(&byte, 1) == 0;
     });
-    EXPECT_TRUE(tap->Send(upstream, Mesg_Status_40));
-    EXPECT_TRUE(tap->Send(upstream, Mesg_Byte_Type));
+    EXPECT_TRUE(tap.Send(upstream, Mesg_Status_40));
+    EXPECT_TRUE(tap.Send(upstream, Mesg_Byte_Type));
     EXPECT_EQ(client->Take(), (Heard{40, 50}));
-}
-
-TEST(File_Client_Server, a_full_disk_does_not_stop_the_stream)
-{
-    Test_Folder folder;
-    Heard_Reports reports;
-    const std::string name = folder / "copy", bytes = Pattern(9000);
-    auto *tap = File_Client_Server::Construct(name.c_str());
-    auto *client = new Recording_Client;
-    Source source(tap);
-    tap->Connect(&client->Pull_All());
-    platform::fault::fail_after(platform::fault::Operation::write, 5000, 112);
-    source.Feed(bytes);
-    source.Feed(bytes);
-    EXPECT_EQ(client->pulled, bytes + bytes);
-    EXPECT_EQ(reports->Take(), Write_Failure("kernel/file_client_server", name, "NT ErrorCode: 112 = 0x00000070"));
-    EXPECT_EQ(Whole_File(name), bytes.substr(0, 5000));
 }

@@ -2,7 +2,6 @@
 
 #include "kernel/file_list_server.h"
 
-#include "platform/clock.h"
 #include "platform/fault.h"
 #include "platform/file.h"
 #include "platform/message_box.h"
@@ -11,6 +10,7 @@
 #include "tests/support/clients.h"
 #include "tests/support/folder.h"
 #include "tests/support/reports.h"
+#include "tests/support/timing.h"
 
 #include <gtest/gtest.h>
 
@@ -24,22 +24,21 @@ namespace {
 
 std::vector<std::string> boxes;
 
+File_Server *Plain() { return File_Server::Construct(nullptr, false); }
+
 // A file server with a client that pulls everything; reports and message boxes are kept.
 template <class T>
 class Replay {
 public:
-    Replay()
+    explicit Replay(T *made) : server(made)
     {
         boxes.clear();
         platform::set_message_box(
             [](const char *text, const char *title) { boxes.push_back(std::string(title) + ": " + text); });
-        if constexpr (std::is_same_v<T, File_Server>)
-            server.reset(T::Construct(nullptr, false));
-        else
-            server.reset(T::Construct(nullptr));
-        client->Dont_Delete_Me();
-        client->records = false;
-        server->Connect(&client->Pull_All());
+        made->Set_Error_Handler(&reports);
+        client.Dont_Delete_Me();
+        client.records = false;
+        server->Connect(&client.Pull_All());
     }
     ~Replay()
     {
@@ -47,515 +46,352 @@ public:
         platform::set_message_box(nullptr);
         platform::fault::clear();
     }
-    // Steps until the last file ends.
-    std::string All(unsigned long step = 5000)
+    T *operator->() const { return server.get(); }
+    // Opens a new file with these bytes; its name.
+    std::string Open(const std::string &bytes, unsigned long rate = 0)
     {
-        while (server->GetFilename() && server->Work(step)) continue;
-        return client->pulled;
+        const std::string name = folder.Write("file" + std::to_string(++files_), bytes);
+        EXPECT_TRUE(server->Create(name.c_str(), rate));
+        return name;
     }
-    bool Thread_Ends()
+    // Steps until the last file ends; what was pulled.
+    std::string All()
     {
-        for (int i = 0; i < 2000 && server->is_running(); ++i) platform::sleep_ms(5);
-        return !server->is_running();
+        while (server->GetFilename() && server->Work(5000)) continue;
+        return std::exchange(client.pulled, {});
+    }
+    bool Brings(std::int64_t n) const
+    {
+        return Comes([&] { return server->GetBytesIn() >= n; });
+    }
+    bool Rests() const
+    {
+        const std::int64_t before = server->GetBytesIn();
+        platform::sleep_ms(120);
+        return server->GetBytesIn() == before;
+    }
+    bool Ends() const
+    {
+        return Comes([&] { return !server->is_running(); });
     }
 
-    Heard_Reports reports;
-    const std::unique_ptr<Recording_Client> client = std::make_unique<Recording_Client>();  // outlives the server
+    const Test_Folder folder;
+    Capturing_Handler reports;
+    Recording_Client client;
     std::unique_ptr<T> server;
+
+private:
+    int files_ = 0;
 };
 
 const char unit[] = "kernel/file_server";
 const char list_unit[] = "kernel/file_list_server";
 
 Reported Eof(const std::string &name) { return {2, 16, "EOF of file \"" + name + "\"", unit}; }
-Reported Opened(const std::string &name) { return {1, 8, "Opened next file \"" + name + "\".", list_unit}; }
-const Reported end_of_list = {1, 0, "Reached end of list file.", list_unit};
 
 }  // namespace
 
 TEST(File_Server, replays_exactly_what_is_granted)
 {
-    Test_Folder folder;
-    const std::string bytes = Pattern(10000);
-    Replay<File_Server> replay;
-    File_Server &server = *replay.server;
-    EXPECT_STREQ(server.GetName(), "Server for File Communication");
-    EXPECT_EQ(server.GetFilePos(), 0xFFFFFFFFu);
-    const std::string name = folder.Write("a", bytes);
-    ASSERT_TRUE(server.Create(name.c_str(), 0));
-    EXPECT_EQ(server.GetFilename(), name);
-    EXPECT_TRUE(server.Work(1));
-    EXPECT_TRUE(server.Work(4999));
-    EXPECT_EQ(replay.client->pulled, bytes.substr(0, 5000));
-    EXPECT_EQ(server.GetFilePos(), 5000u);
-    EXPECT_TRUE(server.Work(5000));  // the end is seen by the read that comes back short
-    EXPECT_FALSE(server.Work(1));
-    EXPECT_EQ(replay.client->pulled, bytes);
-    EXPECT_EQ(server.GetBytesIn(), 10000);
-    EXPECT_EQ(replay.reports->Take(), Reports{Eof(name)});
-
-    ASSERT_TRUE(server.Create(name.c_str(), 0));
-    EXPECT_FALSE(server.Work(20000));
-    EXPECT_EQ(server.GetBytesIn(), 20000);  // never reset
-    EXPECT_TRUE(server.Create(nullptr, 0));
-    EXPECT_EQ(server.GetFilename(), nullptr);
+    Replay replay(Plain());
+    EXPECT_EQ(replay->GetFilePos(), 0xFFFFFFFFu);
+    const std::string bytes = Pattern(10000), name = replay.Open(bytes);
+    EXPECT_TRUE(replay->Work(1) && replay->Work(4999));
+    EXPECT_EQ(replay.client.pulled, bytes.substr(0, 5000));
+    EXPECT_EQ(replay->GetFilePos(), 5000u);
+    EXPECT_TRUE(replay->Work(5000));  // the end is seen by the read that comes back short
+    EXPECT_FALSE(replay->Work(1));
+    EXPECT_EQ(replay.client.pulled, bytes);
+    EXPECT_EQ(replay.reports.Take(), Reports{Eof(name)});
+    replay.Open(bytes);
+    EXPECT_FALSE(replay->Work(20000));
+    EXPECT_EQ(replay->GetBytesIn(), 20000);  // never reset
+    replay.Open(bytes);
+    File_Server::IsUsedByOrgScan = replay.client.records = true;
+    EXPECT_TRUE(replay->Work(2));
+    EXPECT_EQ(replay.client.Take(), (Heard{70, 80, 70, 80}));  // byte by byte
+    delete Plain();                                            // sets it for all
+    EXPECT_FALSE(File_Server::IsUsedByOrgScan);
+    replay->SetClient(nullptr);
+    EXPECT_TRUE(replay->Work(10) && replay.Rests());  // nobody to read for
+    EXPECT_TRUE(replay->Create(nullptr, 0));
+    EXPECT_EQ(replay->GetFilename(), nullptr);
 }
 
 TEST(File_Server, its_thread_serves_grants_and_ends_with_the_file)
 {
-    Test_Folder folder;
+    Replay replay(Plain());
     const std::string bytes = Pattern(9000);
-    const std::string name = folder.Write("a", bytes);
-    Replay<File_Server> replay;
-    File_Server &server = *replay.server;
-    ASSERT_TRUE(server.Create(name.c_str(), 0));
-    EXPECT_TRUE(server.Work());
-    EXPECT_TRUE(server.Work());  // runs already
-    platform::sleep_ms(120);
-    EXPECT_EQ(server.GetBytesIn(), 0);
-    server.Insert(5000);
-    for (int i = 0; i < 2000 && server.GetBytesIn() < 5000; ++i) platform::sleep_ms(5);
-    EXPECT_EQ(server.GetBytesIn(), 5000);
-    EXPECT_TRUE(server.is_running());
-    server.Insert(5000);
-    EXPECT_TRUE(replay.Thread_Ends());
-    EXPECT_EQ(replay.client->pulled, bytes);
-    EXPECT_EQ(replay.reports->Take(), Reports{Eof(name)});
+    replay.Open(bytes);
+    replay->Insert(50000);
+    replay.Open(bytes);  // the grant was for the old one
+    EXPECT_TRUE(replay->Work() && replay->Work());
+    EXPECT_TRUE(replay.Rests());
+    replay->Insert(1000);
+    EXPECT_TRUE(replay.Brings(1000));
+    const std::string last = replay.Open(bytes);  // the thread goes on with it, from its start
+    replay->Insert(5000);
+    EXPECT_TRUE(replay.Brings(6000) && replay.Rests() && replay->is_running());
+    replay->Insert(5000);
+    EXPECT_TRUE(replay.Ends());
+    EXPECT_EQ(replay.client.pulled, bytes.substr(0, 1000) + bytes);
+    EXPECT_EQ(replay.reports.Take(), Reports{Eof(last)});
+    EXPECT_TRUE(replay->Create("", 0) && replay->Work() && replay.Ends());  // nothing to read
+    EXPECT_EQ(replay.reports.Take(), Reports{});
 
-    EXPECT_TRUE(server.Create("", 0));  // nothing to read: the thread ends at once
-    EXPECT_STREQ(server.GetFilename(), "");
-    server.Work();
-    EXPECT_TRUE(replay.Thread_Ends());
-    server.stop();
-    EXPECT_EQ(replay.reports->Take(), Reports{});
-}
-
-TEST(File_Server, without_a_client_nothing_is_read)
-{
-    Test_Folder folder;
-    std::unique_ptr<File_Server> server(File_Server::Construct("own name", false));
-    EXPECT_STREQ(server->GetName(), "own name");
-    ASSERT_TRUE(server->Create(folder.Write("a", "abc").c_str(), 0));
-    EXPECT_EQ(server->thread(), ~0UL);
-    EXPECT_TRUE(server->Work(10));
-    EXPECT_EQ(server->GetBytesIn(), 0);
+    const std::string more = Pattern(100000);
+    replay.Open(more);
+    replay->Work();
+    replay->Insert(50000);
+    EXPECT_TRUE(replay.Brings(10001));
+    EXPECT_FALSE(replay->Work(200000));  // waits for the thread to leave
+    EXPECT_EQ(replay.client.pulled, bytes.substr(0, 1000) + bytes + more);
 }
 
 TEST(File_Server, says_what_it_cannot_open)
 {
-    Test_Folder folder;
-    const std::string busy = folder.Write("busy", "abc");
+    Replay replay(Plain());
+    const std::string busy = replay.folder.Write("busy", "abc");
     const auto writer = platform::File::open(busy.c_str(), platform::File::Mode::append);
-    struct Case {
-        std::string name, cause;
-    };
-    for (const Case &c : {Case{folder / "missing", "file not found"},
-                          {folder / "", "access denied"},
-                          {busy, "NT ErrorCode: 32 = 0x00000020"}}) {
-        Replay<File_Server> replay;
-        EXPECT_FALSE(replay.server->Create(c.name.c_str(), 0));
-        const std::string text = "Initialization Error\nCode: " + c.cause;
-        EXPECT_EQ(replay.reports->Take(),
-                  (Reports{{3, 9, "Could not open file " + c.name, unit}, {3, 15, text, unit}}));
-        EXPECT_EQ(boxes, std::vector<std::string>{"Error: " + text});
-        EXPECT_EQ(replay.server->GetFilename(), nullptr);
+    const std::pair<std::string, std::string> cases[] = {{replay.folder / "missing", "file not found"},
+                                                         {replay.folder / "", "access denied"},
+                                                         {busy, "NT ErrorCode: 32 = 0x00000020"}};
+    for (const auto &[name, cause] : cases) {
+        EXPECT_FALSE(replay->Create(name.c_str(), 0));
+        const std::string text = "Initialization Error\nCode: " + cause;
+        EXPECT_EQ(replay.reports.Take(), (Reports{{3, 9, "Could not open file " + name, unit}, {3, 15, text, unit}}));
+        EXPECT_EQ(std::exchange(boxes, {}), std::vector<std::string>{"Error: " + text});
+        EXPECT_EQ(replay->GetFilename(), nullptr);
     }
 }
 
-TEST(File_Server, keeps_its_pace)
+TEST(File_Server, keeps_the_pace_of_the_clock)
 {
-    Test_Folder folder;
-    const std::string name = folder.Write("a", Pattern(2000000));
-    Replay<File_Server> replay;
-    File_Server &server = *replay.server;
-    constexpr double rate = 20000;  // bytes per second
-    ASSERT_TRUE(server.Create(name.c_str(), static_cast<unsigned long>(rate)));
+    Replay replay(Plain());
+    const std::string name = replay.Open(Pattern(3000000), 100000);
+    replay->Work();
+    ASSERT_TRUE(replay.Brings(1));  // only now the run has surely begun
+    platform::advance_clock(5000);  // the pace follows the clock, not the passes
+    ASSERT_TRUE(replay.Brings(500000));
+    replay->AutoRun(0);
+    platform::sleep_ms(250);
+    ASSERT_TRUE(replay.Rests());
+
+    // A new rate counts from its own start. Never ahead of it, and after 20 s behind it by a pass of 50 ms at most: the least
+    // of several looks, since a busy machine may be late itself.
+    const std::int64_t before = replay->GetBytesIn();
     const std::uint64_t begin = platform::clock_ms();
-    server.AutoRun(static_cast<unsigned long>(rate));
-    server.Work();
-    // Never ahead of the rate, and after ten seconds behind it by a pass of 50 ms at most; the least of several looks, since
-    // a busy machine may be late itself.
-    double least_behind = 1e9;
-    for (double now = 0; now < 10.5;) {
-        platform::sleep_ms(now < 10 ? 100 : 5);
-        const double bytes = static_cast<double>(server.GetBytesIn());
-        now = static_cast<double>(platform::clock_ms() - begin) / 1000;
-        EXPECT_LE(bytes, rate * now);
-        if (now >= 10) least_behind = std::min(least_behind, (rate * now - bytes) / (rate * now));
+    replay->AutoRun(20000);
+    platform::advance_clock(20000);
+    double least_behind = 1;
+    for (int look = 0; look < 80; ++look) {
+        platform::sleep_ms(5);
+        const auto bytes = static_cast<double>(replay->GetBytesIn() - before);
+        const double due = 20.0 * static_cast<double>(platform::clock_ms() - begin);
+        EXPECT_LE(bytes, due);
+        least_behind = std::min(least_behind, (due - bytes) / due);
     }
     EXPECT_LT(least_behind, 0.01);
 
-    const auto pushed = static_cast<std::int64_t>(30 * rate);
-    platform::advance_clock(20000);  // the pace follows the clock, not the passes
-    for (int i = 0; i < 2000 && server.GetBytesIn() < pushed; ++i) platform::sleep_ms(5);
-    EXPECT_GE(server.GetBytesIn(), pushed);
-    server.AutoRun(0);
-    platform::sleep_ms(150);
-    const std::int64_t ended = server.GetBytesIn();
-    platform::sleep_ms(150);
-    EXPECT_EQ(server.GetBytesIn(), ended);
-}
-
-TEST(File_Server, reads_byte_by_byte_for_those_who_want_it)
-{
-    Test_Folder folder;
-    Replay<File_Server> replay;
-    File_Server::IsUsedByOrgScan = true;
-    Heard pulls;
-    ASSERT_TRUE(replay.server->Create(folder.Write("a", "abc").c_str(), 0));
-    replay.client->records = true;
-    EXPECT_TRUE(replay.server->Work(3));
-    EXPECT_EQ(replay.client->Take(), (Heard{70, 80, 70, 80, 70, 80}));
-    delete File_Server::Construct(nullptr, false);  // sets it for all
-    EXPECT_FALSE(File_Server::IsUsedByOrgScan);
-}
-
-TEST(File_Server, a_new_file_starts_with_nothing_granted)
-{
-    Test_Folder folder;
-    const std::string bytes = Pattern(60000), name = folder.Write("a", bytes), other = folder.Write("b", bytes);
-    Replay<File_Server> replay;
-    File_Server &server = *replay.server;
-    ASSERT_TRUE(server.Create(name.c_str(), 0));
-    server.Insert(50000);
-    ASSERT_TRUE(server.Create(other.c_str(), 0));  // the grant was for the old one
-    server.Work();
-    platform::sleep_ms(120);
-    EXPECT_EQ(server.GetBytesIn(), 0);
-    server.Insert(1000);
-    for (int i = 0; i < 2000 && server.GetBytesIn() < 1000; ++i) platform::sleep_ms(5);
-
-    // The same with a running thread, which goes on with the new file from its start.
-    ASSERT_TRUE(server.Create(name.c_str(), 0));
-    EXPECT_TRUE(server.is_running());
-    server.Insert(5000);
-    for (int i = 0; i < 2000 && server.GetBytesIn() < 6000; ++i) platform::sleep_ms(5);
-    platform::sleep_ms(120);
-    EXPECT_TRUE(server.is_running());
-    server.stop();
-    EXPECT_EQ(replay.client->pulled, bytes.substr(0, 1000) + bytes.substr(0, 5000));
-}
-
-TEST(File_Server, a_new_rate_counts_from_its_own_start)
-{
-    Test_Folder folder;
-    const std::string name = folder.Write("a", Pattern(3000000));
-    Replay<File_Server> replay;
-    File_Server &server = *replay.server;
-    ASSERT_TRUE(server.Create(name.c_str(), 100000));
-    server.Work();
-    platform::advance_clock(5000);
-    while (server.GetBytesIn() < 500000) platform::sleep_ms(5);
-    platform::advance_clock(5000);
-    server.AutoRun(20000);  // neither the five seconds before it nor what was granted then count
-    const std::int64_t before = server.GetBytesIn();
-    platform::sleep_ms(300);
-    EXPECT_GT(server.GetBytesIn(), before);
-    EXPECT_LT(server.GetBytesIn(), before + 60000);
     // A lower rate through Create puts the target behind what was granted: it goes on slowly, and not all at once.
-    ASSERT_TRUE(server.Create(name.c_str(), 10000));
-    const std::int64_t changed = server.GetBytesIn();
+    ASSERT_TRUE(replay->Create(name.c_str(), 10000));
+    const std::int64_t changed = replay->GetBytesIn();
     platform::sleep_ms(300);
-    EXPECT_LT(server.GetBytesIn(), changed + 60000);
-    EXPECT_TRUE(server.is_running());
-}
-
-TEST(File_Server, a_stopped_one_is_closed_and_stays_quiet)
-{
-    Test_Folder folder;
-    const std::string name = folder.Write("a", Pattern(2000000));
-    Replay<File_Server> replay;
-    File_Server &server = *replay.server;
-    ASSERT_TRUE(server.Create(name.c_str(), 1000000));
-    server.Work();
-    while (server.GetBytesIn() == 0) platform::sleep_ms(5);
-    server.stop();
-    EXPECT_EQ(server.GetFilename(), nullptr);
-    EXPECT_TRUE(platform::File::open(name.c_str(), platform::File::Mode::append));  // nobody reads it any more
-
-    ASSERT_TRUE(server.Create(name.c_str(), 1000000));
-    EXPECT_TRUE(server.Work(10));  // a step ends auto-run
-    const std::int64_t before = server.GetBytesIn();
-    server.Work();
-    platform::sleep_ms(200);
-    EXPECT_EQ(server.GetBytesIn(), before);
+    EXPECT_LT(replay->GetBytesIn(), changed + 60000);
+    EXPECT_TRUE(replay->is_running());
+    replay->stop();
+    ASSERT_TRUE(replay->Create(name.c_str(), 10000));
+    EXPECT_TRUE(replay->Work(10) && replay->Work() && replay.Rests());  // a step ends auto-run
 }
 
 TEST(File_Server, its_control_operations_wait_for_the_lock_of_the_file)
 {
-    Test_Folder folder;
-    const std::string name = folder.Write("a", Pattern(100));
-    Replay<File_Server> replay;
-    ASSERT_TRUE(replay.server->Create(name.c_str(), 0));
-    platform::Named_Lock lock(name);  // as another process would hold it
+    Replay replay(Plain());
+    platform::Named_Lock lock(replay.Open(Pattern(100)));  // as another process would hold it
     lock.lock();
     std::atomic<bool> done{false};
     std::thread control([&] {
-        replay.server->Insert(10);
+        replay->Insert(10);
         done = true;
     });
     platform::sleep_ms(50);
     EXPECT_FALSE(done);
     lock.unlock();
     control.join();
-    EXPECT_TRUE(done);
 }
 
 TEST(File_Server, runs_again_after_its_reader_was_given_up_on)
 {
-    Test_Folder folder;
-    const std::string name = folder.Write("a", Pattern(9000));
-    Replay<File_Server> replay;
-    File_Server &server = *replay.server;
-    static std::atomic<bool> holds;
-    static std::atomic<bool> held;
+    struct Impatient_Server : File_Server {  // gives up after 0.2 s and not after ten
+        Impatient_Server() : Object("impatient"), File_Server("impatient") {}
+        ~Impatient_Server() override { Close(false); }
+        void Sleep(unsigned long) override { platform::sleep_ms(1); }
+    };
+    static std::atomic<bool> holds, held;
     holds = true;
     held = false;
+    Replay replay(new Impatient_Server);
     Recording_Client stuck;
-    stuck.Dont_Delete_Me();
     stuck.On(Mesg_Request_Invite, [](Byte_Server &) {
-        held = true;
-        while (holds) platform::sleep_ms(1);
+        for (held = true; holds;) platform::sleep_ms(1);
         return false;
     });
-    server.Connect(&stuck);
-    ASSERT_TRUE(server.Create(name.c_str(), 0));
-    server.Insert(100);
-    server.Work();
-    while (!held) platform::sleep_ms(1);
-    server.stop();  // ten seconds
-    EXPECT_FALSE(server.is_running());
-    server.SetClient(replay.client.get());
-    ASSERT_TRUE(server.Create(name.c_str(), 0));
-    EXPECT_FALSE(server.Work(10000));
-    EXPECT_EQ(replay.client->pulled.size(), 9100u);  // with the hundred that nobody pulled
+    replay.Open(Pattern(9000));
+    replay->SetClient(&stuck);
+    replay->Insert(100);
+    replay->Work();
+    EXPECT_TRUE(Comes([] { return held.load(); }));
+    replay->stop();
+    replay->SetClient(&replay.client);
+    replay.Open(Pattern(9000));
+    EXPECT_FALSE(replay->Work(10000));
+    EXPECT_EQ(replay.client.pulled.size(), 9100u);  // with the hundred that nobody pulled
     holds = false;
 }
 
 TEST(File_Server, retries_a_failing_read)
 {
-    Test_Folder folder;
+    Replay replay(Plain());
     const std::string bytes = Pattern(10000);
-    Replay<File_Server> replay;
-    File_Server &server = *replay.server;
-    ASSERT_TRUE(server.Create(folder.Write("a", bytes).c_str(), 0));
+    replay.Open(bytes);
     platform::fault::fail_after(platform::fault::Operation::read, 6000, 31);
-    server.Work();
-    server.Insert(9000);
-    for (int i = 0; i < 2000 && server.GetBytesIn() < 6000; ++i) platform::sleep_ms(5);
-    platform::sleep_ms(30);
-    EXPECT_TRUE(server.is_running());
+    replay->Work();
+    replay->Insert(9000);
+    EXPECT_TRUE(replay.Brings(6000) && replay.Rests() && replay->is_running());
     platform::fault::clear();
-    EXPECT_TRUE(replay.Thread_Ends());  // a failure ends the run when the budget is spent
-    server.stop();
-    EXPECT_EQ(replay.client->pulled, bytes.substr(0, 9000));
+    EXPECT_TRUE(replay.Ends());  // a failure ends the run when the budget is spent
+    EXPECT_EQ(replay.client.pulled, bytes.substr(0, 9000));
 
-    ASSERT_TRUE(server.Create(folder.Write("b", bytes).c_str(), 0));
+    replay.Open(bytes);
     platform::fault::fail_after(platform::fault::Operation::read, 0, 31);
-    server.Work();
-    server.Insert(9000);
-    platform::sleep_ms(30);
-    server.stop();  // a read that never comes back to life does not hold the end up
-    EXPECT_FALSE(server.is_running());
-    EXPECT_EQ(replay.reports->Take(), Reports{});
+    replay->Work();
+    replay->Insert(9000);
+    EXPECT_TRUE(replay.Rests());
+    replay->stop();  // a read that never comes back to life does not hold the end up
+    EXPECT_EQ(replay.reports.Take(), Reports{});
 }
 
 TEST(File_Server, can_be_stopped_from_anywhere_at_any_time)
 {
-    Test_Folder folder;
-    const std::string name = folder.Write("a", Pattern(1000000));
-    const std::uint64_t begin = platform::clock_ms();
-    for (int i = 0; i < 5; ++i) {
-        Replay<File_Server> replay;
-        File_Server &server = *replay.server;
-        ASSERT_TRUE(server.Create(name.c_str(), 0));
-        server.Work();
-        server.Insert(i % 2 ? 1000000 : 500000);
-        std::thread other([&] {
-            for (int n = 0; n < 50; ++n) {
-                server.AutoRun(100000);
-                server.Insert(100);
-                server.GetFilePos();
-            }
-        });
-        switch (i) {
-        case 0: server.Disconnect(); break;
-        case 1: server.Close(false); break;
-        case 2: server.Create(nullptr, 0); break;
-        case 3: server.stop(); break;
-        default: break;
-        }
-        other.join();
-    }
-    EXPECT_LT(platform::clock_ms() - begin, 5 * 2000u);  // nobody was waited out
-}
-
-TEST(File_Server, its_client_may_stop_it)
-{
-    Test_Folder folder;
-    const std::string name = folder.Write("a", Pattern(20000));
-    const std::function<void(File_Server &)> actions[] = {
+    void (*const ends[])(File_Server &) = {
         [](File_Server &s) { s.stop(); },
         [](File_Server &s) { s.Close(false); },
         [](File_Server &s) { s.Disconnect(); },
+        [](File_Server &s) { s.Create(nullptr, 0); },
     };
-    for (const auto &action : actions) {
-        Replay<File_Server> replay;
-        File_Server &server = *replay.server;
-        auto *client = new Recording_Client;
-        client->Dont_Delete_Me();
-        client->On(Mesg_Request_Invite, [&](Byte_Server &s) {
-            action(server);
-            return s.Request(1), true;
+    const std::string bytes = Pattern(1000000);
+    for (const auto &end : ends) {
+        Replay replay(Plain());
+        replay.Open(bytes);
+        replay->Work();
+        replay->Insert(500000);
+        std::thread other([&] {
+            for (int n = 0; n < 50; ++n) {
+                replay->AutoRun(100000);
+                replay->Insert(100);
+                replay->GetFilePos();
+            }
         });
-        client->On(Mesg_Data_Ready, [](Byte_Server &s) {
-            unsigned char block[8192];
-            return s.GetNBytes(block, sizeof block) > 0;
-        });
-        server.Connect(client);
-        ASSERT_TRUE(server.Create(name.c_str(), 0));
-        server.Insert(4096);
-        server.Work();
-        EXPECT_TRUE(replay.Thread_Ends());
-        server.stop();
-        server.Disconnect();
-        delete client;
+        EXPECT_LT(Elapsed([&] { end(*replay.server); }), 4000u);  // nobody is waited out
+        EXPECT_EQ(replay->GetFilename(), nullptr);
+        other.join();
     }
-}
-
-TEST(File_Server, work_with_a_running_thread_waits_for_it)
-{
-    Test_Folder folder;
-    const std::string bytes = Pattern(100000);
-    Replay<File_Server> replay;
-    ASSERT_TRUE(replay.server->Create(folder.Write("a", bytes).c_str(), 0));
-    replay.server->Work();
-    replay.server->Insert(50000);
-    while (replay.server->GetBytesIn() == 0) platform::sleep_ms(1);
-    EXPECT_FALSE(replay.server->Work(200000));
-    EXPECT_EQ(replay.client->pulled, bytes);
+    for (const auto &end : ends) {  // by its client
+        Replay replay(Plain());
+        Recording_Client client;
+        client.On(Mesg_Request_Invite, [&](Byte_Server &s) { return end(*replay.server), s.Request(1), true; });
+        replay->SetClient(&client.Pull(8192));
+        replay.Open(bytes);
+        replay->Insert(4096);
+        replay->Work();
+        EXPECT_TRUE(replay.Ends());
+        replay->stop();
+        replay->SetClient(nullptr);
+    }
 }
 
 TEST(File_List_Server, replays_its_entries_in_turn)
 {
-    Test_Folder folder;
-    const std::string a = folder.Write("a", "first "), b = folder.Write("b", "second "), c = folder.Write("c", "third");
-    const std::string list = folder.Write("list", "// recordings\r\n\r\n \t" + a + "  \r\n" + b + "\n   \n" + c);
-    Replay<File_List_Server> replay;
-    EXPECT_STREQ(replay.server->GetName(), "Server for File Communication from List");
-    ASSERT_TRUE(replay.server->Create(list.c_str(), 0));
-    EXPECT_EQ(replay.All(), "first second third");
-    EXPECT_EQ(replay.reports->Take(), (Reports{Opened(a), Opened(b), Opened(c), end_of_list, Eof(c)}));
-    EXPECT_EQ(replay.server->GetFilename(), nullptr);
-
-    EXPECT_TRUE(replay.server->Next_File());
-    EXPECT_EQ(replay.reports->Take(), (Reports{{3, 12, "List file not open.", list_unit}}));
-    ASSERT_TRUE(replay.server->Create(list.c_str(), 0));
-    EXPECT_TRUE(replay.server->Create(nullptr, 0));
-    EXPECT_EQ(replay.server->GetFilename(), nullptr);
-    replay.reports->Take();
-    replay.server->Next_File();  // the list is closed, too
-    EXPECT_EQ(replay.reports->Take().at(0).code, 12);
-}
-
-TEST(File_List_Server, its_thread_runs_through_the_list_at_a_rate)
-{
-    Test_Folder folder;
+    Replay replay(File_List_Server::Construct(nullptr));
+    const Test_Folder &folder = replay.folder;
     const std::string a = folder.Write("a", Pattern(20000)), b = folder.Write("b", Pattern(30000));
     const std::string missing = folder / "missing";
-    const std::string list = folder.Write("list", a + "\n" + missing + "\n" + b + "\n");
-    Replay<File_List_Server> replay;
-    ASSERT_TRUE(replay.server->Create(list.c_str(), 200000));
-    replay.server->Work();
-    EXPECT_TRUE(replay.Thread_Ends());
-    replay.server->stop();
-    EXPECT_EQ(replay.client->pulled, Pattern(20000) + Pattern(30000));
-    EXPECT_EQ(replay.reports->Take(), (Reports{Opened(a),
-                                               {3, 9, "Could not open file " + missing, unit},
-                                               {3, 15, "Initialization Error\nCode: file not found", unit},
-                                               Opened(b),
-                                               end_of_list,
-                                               Eof(b)}));
+    const std::string list = folder.Write("list", a + "\n" + missing + "\n" + b);
+    const auto opened = [](const std::string &name) {
+        return Reported{1, 8, "Opened next file \"" + name + "\".", list_unit};
+    };
+    for (const unsigned long rate : {0, 200000}) {  // stepwise, and by the thread
+        ASSERT_TRUE(replay->Create(list.c_str(), rate));
+        if (rate > 0) replay->Work();
+        EXPECT_TRUE(rate == 0 || replay.Ends());
+        EXPECT_EQ(replay.All(), Pattern(20000) + Pattern(30000));
+        EXPECT_EQ(replay.reports.Take(), (Reports{opened(a),
+                                                  {3, 9, "Could not open file " + missing, unit},
+                                                  {3, 15, "Initialization Error\nCode: file not found", unit},
+                                                  opened(b),
+                                                  {1, 0, "Reached end of list file.", list_unit},
+                                                  Eof(b)}));
+        EXPECT_EQ(replay->GetFilename(), nullptr);
+    }
+    ASSERT_TRUE(replay->Create(list.c_str(), 0) && replay->Create(nullptr, 0));
+    EXPECT_EQ(replay->GetFilename(), nullptr);
+    replay.reports.Take();
+    EXPECT_TRUE(replay->Next_File());  // the list is closed, too
+    EXPECT_FALSE(replay->Create(missing.c_str(), 0));
+    EXPECT_EQ(replay.reports.Take(), (Reports{{3, 12, "List file not open.", list_unit},
+                                              {3, 8, "Cannot open list file \"" + missing + "\".", list_unit}}));
 }
 
 TEST(File_List_Server, takes_lists_as_they_come)
 {
-    Test_Folder folder;
-    const std::string a = folder.Write("a", "A");
-    const auto current = std::filesystem::current_path();
-    std::filesystem::current_path(std::filesystem::path(a).parent_path());  // names without a slash
-    struct Case {
+    const struct {
         const char *what;
-        std::string list;
-        std::string pulled;
-        std::vector<std::string> opened;
+        std::string list, pulled;  // of files that hold their names
+    } cases[] = {
+        {"Ctrl-Z ends it", "a\n\x1A\na\n", "a"},
+        {"Ctrl-Z behind a name", "b\x1Az\na\n", "b"},
+        {"comments and blanks", "// x\n\n  \t\r\n\ta  // the first\n//y", "a"},
+        {"empty", "", ""},
+        {"a comment behind a slash hides", "./a // none\nb\n", "b"},
+        {"a NUL ends its line", std::string("a\0a\nb", 5), "ab"},
+        {"a line of NULs", std::string("\0\0\n", 3) + "a", "a"},
+        {"CR LF and LF", "a\r\nb\na", "aba"},
+        {"a longer line counts as two", std::string(255, ' ') + "ab\n", "ab"},
     };
-    const Case cases[] = {
-        {"Ctrl-Z ends it", "a\n\x1A\na\n", "A", {"a"}},
-        {"Ctrl-Z behind a name", "a\x1Az\na\n", "A", {"a"}},
-        {"only comments", "// x\n\n  \t\r\n//y", "", {}},
-        {"empty", "", "", {}},
-        {"a trailing comment", "a  // the first\n", "A", {"a"}},
-        {"a comment behind a slash hides", "./a // none\na\n", "A", {"a"}},
-        {"a NUL ends its line", std::string("a\0b\na", 5), "AA", {"a", "a"}},
-        {"a line of NULs", std::string("\0\0\n", 3) + "a", "A", {"a"}},
-        {"CR LF and LF", "a\r\na\na", "AAA", {"a", "a", "a"}},
-        {"256 characters", std::string(255, ' ') + "a\n", "A", {"a"}},
-        {"a longer line counts as two", std::string(256, ' ') + "a\n", "A", {"a"}},
-        {"a long name", std::string(300, 'x') + "\na\n", "A", {"a"}},
-    };
-    for (const Case &c : cases) {
-        Replay<File_List_Server> replay;
-        replay.server->Create(folder.Write("list", c.list).c_str(), 0);
+    Replay replay(File_List_Server::Construct(nullptr));
+    replay.folder.Write("a", "a");
+    replay.folder.Write("b", "b");
+    const auto current = std::filesystem::current_path();
+    std::filesystem::current_path(replay.folder / "");  // names without a slash
+    for (const auto &c : cases) {
+        replay->Create(replay.folder.Write("list", c.list).c_str(), 0);
         EXPECT_EQ(replay.All(), c.pulled) << c.what;
-        std::vector<std::string> opened;
-        for (const Reported &r : replay.reports->Take()) {
-            if (r.level == 1 && r.code == 8) opened.push_back(r.text.substr(18, r.text.size() - 20));
-        }
-        EXPECT_EQ(opened, c.opened) << c.what;
     }
     std::filesystem::current_path(current);
-
-    Replay<File_List_Server> replay;
-    for (const std::string &name : {folder / "missing", folder / ""}) {
-        EXPECT_FALSE(replay.server->Create(name.c_str(), 0));
-        EXPECT_EQ(replay.reports->Take(), (Reports{{3, 8, "Cannot open list file \"" + name + "\".", list_unit}}));
-    }
 }
 
 TEST(Simulator_File_Server, has_a_switch_and_a_master)
 {
-    Test_Folder folder;
-    const std::string bytes = Pattern(50000);
-    const std::string a = folder.Write("a", bytes), list = folder.Write("list", a + "\n" + a + "\n");
-    Replay<Simulator_File_Server> replay;
-    Simulator_File_Server &server = *replay.server;
-    EXPECT_EQ(server.GetBytesPerSec(), 1000u);
-    ASSERT_TRUE(server.Create(list.c_str(), true, 100));
+    Replay replay(Simulator_File_Server::Construct(nullptr));
+    const std::string bytes = Pattern(50000), a = replay.folder.Write("a", bytes);
+    const std::string list = replay.folder.Write("list", a + "\n" + a + "\n");
+    EXPECT_EQ(replay->GetBytesPerSec(), 1000u);
+    ASSERT_TRUE(replay->Create(list.c_str(), true, 100));
     EXPECT_EQ(replay.All(), bytes + bytes);
-    replay.client->pulled.clear();
-    ASSERT_TRUE(server.Create(a.c_str(), false, 100));
+    ASSERT_TRUE(replay->Create(a.c_str(), false, 77));
+    EXPECT_EQ(replay->GetBytesPerSec(), 77u);
     EXPECT_EQ(replay.All(), bytes);
 
-    ASSERT_TRUE(server.Create(a.c_str(), false, 77));
-    EXPECT_EQ(server.GetBytesPerSec(), 77u);
-    ASSERT_TRUE(server.Create(a.c_str(), false, 0));
-    server.SetBytesPerSec(100000);
-    server.Work();
-    const auto moves = [&] {
-        const std::int64_t before = server.GetBytesIn();
-        platform::sleep_ms(250);
-        return server.GetBytesIn() > before;
-    };
-    EXPECT_FALSE(moves());
-    server.Enable();
-    EXPECT_TRUE(moves());
-    server.SetWorkingAsMaster(1);
-    server.Disable();  // the master goes on
-    EXPECT_EQ(server.IsWorkingAsMaster(), 1);
-    EXPECT_TRUE(moves() || !server.is_running());
-    server.SetWorkingAsMaster(0);
-    server.Disable();
-    platform::sleep_ms(120);
-    EXPECT_FALSE(moves());
+    ASSERT_TRUE(replay->Create(a.c_str(), false, 0));
+    replay->SetBytesPerSec(20000);
+    replay->Work();
+    EXPECT_TRUE(replay.Rests());
+    replay->Enable();
+    replay->SetWorkingAsMaster(1);
+    replay->Disable();  // the master goes on
+    EXPECT_TRUE(replay.Brings(150001));
+    replay->SetWorkingAsMaster(0);
+    replay->Disable();
+    platform::sleep_ms(250);
+    EXPECT_TRUE(replay.Rests() && replay->is_running());
 }

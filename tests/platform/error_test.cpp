@@ -44,23 +44,10 @@ TEST(error, has_words_for_every_number)
 #ifndef _WIN32
 TEST(error, translates_errno)
 {
-    struct Case {
-        int posix;
-        std::uint32_t win32;
-    };
-    for (const Case &c : {Case{0, 0},
-                          {ENOENT, 2},
-                          {ENOTDIR, 3},
-                          {EMFILE, 4},
-                          {EACCES, 5},
-                          {EISDIR, 5},
-                          {EBADF, 6},
-                          {ENOSPC, 112},
-                          {EPIPE, 109},
-                          {ECONNREFUSED, 10061},
-                          {ETIMEDOUT, 10060},
-                          {EPROTO, 31}})
-        EXPECT_EQ(posix::from_errno(c.posix), c.win32) << c.posix;
+    const std::pair<int, std::uint32_t> cases[] = {
+        {0, 0},     {ENOENT, 2},   {ENOTDIR, 3}, {EMFILE, 4},           {EACCES, 5},        {EISDIR, 5},
+        {EBADF, 6}, {ENOSPC, 112}, {EPIPE, 109}, {ECONNREFUSED, 10061}, {ETIMEDOUT, 10060}, {EPROTO, 31}};
+    for (const auto &[number, error] : cases) EXPECT_EQ(posix::from_errno(number), error) << number;
     EXPECT_EQ(posix::from_socket_errno(EPIPE), 10054u);  // Winsock's own, where it has one
     EXPECT_EQ(posix::from_socket_errno(EMFILE), 10024u);
     EXPECT_EQ(posix::from_socket_errno(ECONNREFUSED), 10061u);

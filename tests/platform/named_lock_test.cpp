@@ -1,8 +1,8 @@
 #include "platform/named_lock.h"
 
-#include "platform/clock.h"
-
+#include "tests/support/environment.h"
 #include "tests/support/folder.h"
+#include "tests/support/timing.h"
 
 #include <gtest/gtest.h>
 
@@ -10,18 +10,13 @@
 #include <cstdlib>
 #include <thread>
 
-#ifndef _WIN32
-#include <sys/stat.h>
-#endif
-
 using namespace platform;
 
 namespace {
 
-void Wait_For(const std::string &file)
+bool Exists(const std::string &file)
 {
-    for (int i = 0; i < 2000 && !std::filesystem::exists(file); ++i) sleep_ms(5);
-    ASSERT_TRUE(std::filesystem::exists(file));
+    return Comes([&] { return std::filesystem::exists(file); });
 }
 
 constexpr char between_processes[] = "C:\\recordings\\a/b.bin";
@@ -30,12 +25,12 @@ constexpr char between_processes[] = "C:\\recordings\\a/b.bin";
 // to main.
 const bool is_holder = [] {
     const char *folder_name = std::getenv("HOLDER_FOLDER");
-    if (!folder_name) return false;
+    if (!folder_name || !*folder_name) return false;
     const std::string folder = folder_name;
     Named_Lock lock(between_processes);
     lock.lock();
     std::ofstream(folder + "/held") << "x";
-    Wait_For(folder + "/release");
+    Exists(folder + "/release");
     std::ofstream(folder + "/released") << "x";
     std::_Exit(0);  // dies with the lock
 }();
@@ -45,8 +40,7 @@ const bool is_holder = [] {
 TEST(named_lock, serialises_threads_by_name)
 {
     const std::string name = "one " + std::to_string(clock_ms());
-    Named_Lock a(name), same(name), other(name + "x");
-    ASSERT_TRUE(a.valid() && same.valid() && other.valid());
+    Named_Lock a(name), same(name), other(name + "x"), nameless(""), nameless_too("");
     long shared = 0;
     const auto count = [&](Named_Lock &lock) {
         for (int i = 0; i < 2000; ++i) {
@@ -62,35 +56,27 @@ TEST(named_lock, serialises_threads_by_name)
     thread.join();
     EXPECT_EQ(shared, 4000);
 
-    a.lock();
+    for (Named_Lock *lock : {&a, &nameless}) lock->lock();
     std::thread([&] {
-        other.lock();  // another name does not wait
-        other.unlock();
-        Named_Lock nameless(""), nameless_too("");
-        nameless.lock();
-        nameless_too.lock();
-        nameless_too.unlock();
-        nameless.unlock();
+        for (Named_Lock *lock : {&other, &nameless_too}) {  // does not wait
+            lock->lock();
+            lock->unlock();
+        }
     }).join();
-    a.unlock();
+    for (Named_Lock *lock : {&a, &nameless}) lock->unlock();
 }
 
 TEST(named_lock, serialises_processes_and_outlives_a_dead_one)
 {
     Test_Folder folder;
-#ifdef _WIN32
-    _putenv_s("HOLDER_FOLDER", (folder / "").c_str());
-#else
-    setenv("HOLDER_FOLDER", (folder / "").c_str(), 1);
-#endif
+    const Environment_Setting setting("HOLDER_FOLDER", folder / "");
     std::thread process([self = "\"" + ::testing::internal::GetArgvs()[0] + "\""] { std::system(self.c_str()); });
-    Wait_For(folder / "held");
+    EXPECT_TRUE(Exists(folder / "held"));
     Named_Lock lock(between_processes);
     std::atomic<bool> got{false};
-    bool released_before = false;
     std::thread waiter([&] {
         lock.lock();
-        released_before = std::filesystem::exists(folder / "released");
+        EXPECT_TRUE(std::filesystem::exists(folder / "released"));
         got = true;
         lock.unlock();
     });
@@ -99,7 +85,6 @@ TEST(named_lock, serialises_processes_and_outlives_a_dead_one)
     folder.Write("release", "x");
     waiter.join();
     process.join();
-    EXPECT_TRUE(released_before);
 }
 
 #ifndef _WIN32
@@ -107,23 +92,27 @@ TEST(named_lock, lives_in_a_folder_of_its_own_and_leaves_nothing_behind)
 {
     Test_Folder folder;
     const std::string runtime = folder / "run";
-    setenv("GNSS_KERNEL_RUNTIME_DIR", runtime.c_str(), 1);
+    const Environment_Setting setting("GNSS_KERNEL_RUNTIME_DIR", runtime);
+    const auto files = [&] { return std::distance(std::filesystem::directory_iterator(runtime), {}); };
     {
         Named_Lock a("x"), b("x");
         a.lock();
         a.unlock();
-        EXPECT_FALSE(std::filesystem::is_empty(runtime));
+        EXPECT_EQ(files(), 1);
     }
-    EXPECT_TRUE(std::filesystem::is_empty(runtime));
+    EXPECT_EQ(files(), 0);
     {
         Named_Lock waiting("x");
-        std::filesystem::remove_all(runtime);  // somebody tidies up
+        std::filesystem::remove(*std::filesystem::directory_iterator(runtime));  // somebody tidies up
+        waiting.lock();
+        EXPECT_EQ(files(), 1);
+        waiting.unlock();
+        std::filesystem::remove_all(runtime);
         waiting.lock();
         waiting.unlock();
     }
     std::filesystem::create_directories(runtime);
-    chmod(runtime.c_str(), 0777);  // open to others: not ours
+    std::filesystem::permissions(runtime, std::filesystem::perms::all);  // open to others: not ours
     EXPECT_FALSE(Named_Lock("x").valid());
-    unsetenv("GNSS_KERNEL_RUNTIME_DIR");
 }
 #endif

@@ -26,6 +26,17 @@ inline std::uint32_t Naive_Crc24q(std::span<const unsigned char> bytes)
     return crc;
 }
 
+// A payload of at most 1023 bytes as a frame.
+inline std::vector<unsigned char> Naive_Framed(const std::vector<unsigned char> &payload)
+{
+    std::vector<unsigned char> frame = {0xD3, static_cast<unsigned char>(payload.size() >> 8),
+                                        static_cast<unsigned char>(payload.size())};
+    for (const unsigned char byte : payload) frame.push_back(byte);
+    const std::uint32_t crc = Naive_Crc24q(frame);
+    for (int shift = 16; shift >= 0; shift -= 8) frame.push_back(static_cast<unsigned char>(crc >> shift));
+    return frame;
+}
+
 inline std::vector<Naive_Frame> Naive_Frames(std::span<const unsigned char> bytes)
 {
     std::vector<Naive_Frame> frames;

@@ -3,6 +3,7 @@
 
 #include "tests/support/folder.h"
 
+#include <cmath>
 #include <cstdlib>
 #include <map>
 #include <sstream>
@@ -19,6 +20,18 @@ public:
     const std::string &Text(const std::string &column) const { return fields_.at(column); }
     double Number(const std::string &column) const { return std::strtod(Text(column).c_str(), nullptr); }
     int Int(const std::string &column) const { return std::atoi(Text(column).c_str()); }
+    // All fields in their order; what is no number reads as not-a-number.
+    std::vector<double> Numbers() const
+    {
+        std::vector<double> numbers;
+        std::istringstream fields(line_);
+        for (std::string field; std::getline(fields, field, ',');) {
+            char *end = nullptr;
+            const double number = std::strtod(field.c_str(), &end);
+            numbers.push_back(end == field.c_str() ? std::nan("") : number);
+        }
+        return numbers;
+    }
     const std::string &Line() const { return line_; }
 
 private:
