@@ -207,7 +207,7 @@ private:
     Next Failed_To_Connect(const Target &target, Tries &tries, bool resolved, unsigned long error);
     void Report_Failed_Try(const Target &target, Tries &tries, unsigned long error);
     Next Accept_As_Server();
-    Next Failed_To_Accept(bool listening, unsigned long error);
+    Next Failed_To_Accept(unsigned long error);
     Next Stopped();
     void Finish();
 

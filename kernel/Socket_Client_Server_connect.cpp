@@ -109,7 +109,6 @@ bool Socket_Client_Server::CreateServer(unsigned int socket, int port, sockaddr_
     target->address = Sockaddr_Of(0, target->port);
     Close();
     auto accepted = platform::Socket::adopt(socket);
-    const std::uint32_t error = platform::last_error();
     {
         const Semaphore_Guard guard(*this);
         target_ = target;
@@ -117,8 +116,8 @@ bool Socket_Client_Server::CreateServer(unsigned int socket, int port, sockaddr_
         socket_ = accepted;
     }
     if (accepted) return true;
-    ReportErrorIntern(error, "Could not create socket server communication object.\n", socket_code,
-                      Error_Handler::ES_Error);
+    Report(unit, __LINE__)
+        .Print_Out(Error_Handler::ES_Error, socket_code, "Could not create socket server communication object.\n");
     SetStatus(Status_Failed);
     return false;
 }
@@ -278,11 +277,14 @@ bool Socket_Client_Server::CreateServerSocket()
     return true;
 }
 
+// The cause is told when there is nothing to accept from: it stays the last error.
 bool Socket_Client_Server::Fail_To_Listen(const char *text)
 {
-    ReportErrorIntern(platform::last_error(), text, socket_code, Error_Handler::ES_Error);
+    const std::uint32_t error = platform::last_error();
+    Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, socket_code, "%s", text);
     Close_Socket();
     SetStatus(Status_Failed);
+    platform::set_last_error(error);
     return false;
 }
 
@@ -290,7 +292,7 @@ bool Socket_Client_Server::Fail_To_Listen(const char *text)
 // accept, for days perhaps, nobody waits for the writer either: terminate_refused_.
 Socket_Client_Server::Next Socket_Client_Server::Accept_As_Server()
 {
-    const bool listening = CreateServerSocket();
+    std::uint32_t error = CreateServerSocket() ? std::uint32_t{platform::error_none} : platform::last_error();
     std::shared_ptr<platform::Socket> listener, accepted;
     {
         const Semaphore_Guard guard(*this);
@@ -298,15 +300,15 @@ Socket_Client_Server::Next Socket_Client_Server::Accept_As_Server()
         listener = socket_;
     }
     platform::Address peer;
-    std::uint32_t error = platform::error_operation_aborted;  // as for one that is closed while it waits
-    if (listening && listener) {
+    if (error == platform::error_none) error = platform::error_operation_aborted;  // for one that is closed meanwhile
+    if (listener) {
         terminate_refused_ = 1;
         accepted = listener->accept(peer, *reader_stop_event_);
         error = platform::last_error();
         terminate_refused_ = 0;
     }
     if (Stop_Requested()) return Stopped();
-    if (!accepted) return Failed_To_Accept(listening, error);
+    if (!accepted) return Failed_To_Accept(error);
     Report(unit, __LINE__)
         .Print_Out(Error_Handler::ES_Warning, transfer_code, "Client %s:%d has connected.",
                    platform::dotted(peer.host).c_str(), int{peer.port});
@@ -320,11 +322,10 @@ Socket_Client_Server::Next Socket_Client_Server::Accept_As_Server()
     return Next::serve;
 }
 
-// A server that cannot listen has said why; it tries again in the same way.
-Socket_Client_Server::Next Socket_Client_Server::Failed_To_Accept(bool listening, unsigned long error)
+// A server that cannot listen tries again in the same way.
+Socket_Client_Server::Next Socket_Client_Server::Failed_To_Accept(unsigned long error)
 {
-    if (listening)
-        ReportErrorIntern(error, "Error accepting inbound connection.", socket_code, Error_Handler::ES_Error);
+    ReportErrorIntern(error, "Error accepting inbound connection.", socket_code, Error_Handler::ES_Error);
     SetStatus(Status_Disconnected);
     Sleep(accept_retry_ms);
     if (++accept_errors_ % accept_errors_per_report == 0)

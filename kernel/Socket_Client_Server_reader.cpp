@@ -231,6 +231,10 @@ Socket_Client_Server::Next Socket_Client_Server::Take_In(std::size_t n, bool han
         received_->Add(n);
     }
     if (!answer_->Is_Awaited() || NtripCheckRequestResponse(static_cast<int>(n), piece)) return Next::serve;
+    {
+        const Semaphore_Guard guard(*this);
+        received_->Drop();  // a refusal is no data, not for the next connection either
+    }
     if (hang_up)
         Hang_Up();
     else

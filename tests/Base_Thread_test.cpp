@@ -156,7 +156,7 @@ TEST(Base_Thread, may_stop_and_suspend_itself)
         return self.Stop_Requested() ? 5UL : 6UL;
     });
     ASSERT_TRUE(thread.start(false));
-    EXPECT_TRUE(Comes([&] { return stage == 1 && thread.GetSuspendCount() == 1; }));  // the bookkeeping is free
+    EXPECT_TRUE(Soon([&] { return stage == 1 && thread.GetSuspendCount() == 1; }));  // the bookkeeping is free
     platform::sleep_ms(20);
     EXPECT_EQ(stage, 1);
     thread.Resume();
@@ -202,7 +202,7 @@ TEST(Base_Thread, hundreds_in_turn_leak_nothing)
     run_one();  // a sanitizer's runtime brings a thread of its own with the first
     const long before = Resources();
     for (int i = 0; i < 300; ++i) run_one();
-    EXPECT_TRUE(Comes([&] { return Resources() <= before; })) << Resources() - before;
+    EXPECT_TRUE(Soon([&] { return Resources() <= before; })) << Resources() - before;
 }
 
 // The 5 s of terminate are waited out, the 10 s of stop only counted.
@@ -270,7 +270,7 @@ TEST(Member_Thread, runs_members)
     thread.Init(&worker, &Worker::Body, &Worker::Terminate, &Worker::Pre_Stop);
     ASSERT_TRUE(thread.start(false));
     thread.pre_stop();
-    EXPECT_TRUE(Comes([&] { return !thread.is_running(); }));
+    EXPECT_TRUE(Soon([&] { return !thread.is_running(); }));
     thread.stop();
     EXPECT_EQ(worker.terminated, 0u);  // it had ended by itself
     worker.ends = false;

@@ -25,21 +25,22 @@ std::string Passed(const std::string &stream, std::size_t n)
 TEST(Caster_Answer, comes_off_in_pieces_of_every_size_and_takes_no_data_along)
 {
     const std::string rtcm("\xD3\x00\x13\r\nA: b", 9), ok = "ICY 200 OK\r\n";
-    const struct {
-        std::string stream, data;
-    } cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {ok + rtcm, rtcm},
         {ok + "\r\n" + rtcm, rtcm},
         {ok + "Server: NTRIP x/1.0\r\nDate: today\r\n\r\n" + rtcm, rtcm},
         {ok + "$GPGGA,1*00\r\n", "$GPGGA,1*00\r\n"},
-        {ok + "RD006 data", "RD006 data"},  // text, and no header
         {ok + "\r" + rtcm, "\r" + rtcm},    // no whole line end
         {ok + "Name: v\rX", "Name: v\rX"},  // no header after all
         {rtcm + ok, rtcm + ok},             // no answer at all
         {"ICY 200 O", "ICY 200 O"},         // cut short
-        {"ICY 401 Unauthorized\r\n", "ICY 401 Unauthorized\r\n"},
-        {"SOURCETABLE 200 OK\r\n", "SOURCETABLE 200 OK\r\n"},
-        {ok + std::string(5000, 'h'), std::string(5000, 'h')},  // a header without an end
+        {"SOURCETABLE 200 OK\r\n", ""},     // a refusal, as are
+        {"ICY 401 Unauthorized\r\nno data", ""},
+        {"HTTP/1.0 401 Unauthorized\r\n\r\n", ""},
+        {"ERROR - Bad Password\r\n", ""},
+        {"ICY 200 OKAY\r\n" + rtcm, "ICY 200 OKAY\r\n" + rtcm},  // and this is none,
+        {"HTTP/" + rtcm, "HTTP/" + rtcm},                        // nor this
+        {ok + std::string(5000, 'h'), std::string(5000, 'h')},   // a header without an end
         {ok, ""},
     };
     for (const auto &[stream, data] : cases)

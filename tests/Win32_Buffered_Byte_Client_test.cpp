@@ -9,6 +9,7 @@
 #include "tests/support/folder.h"
 #include "tests/support/reports.h"
 #include "tests/support/sockets.h"
+#include "tests/support/timing.h"
 
 #include <gtest/gtest.h>
 
@@ -107,14 +108,9 @@ struct Buffered : testing::Test {
         while (bytes.size() < n && !(block = Read(line.far, 60001)).empty() && block != "hangs") bytes += block;
         return bytes;
     }
-    bool Comes(const std::function<bool()> &done)
-    {
-        for (int i = 0; i < 10000 && !done(); ++i) platform::sleep_ms(1);
-        return done();
-    }
     bool Writer_Rests()
     {
-        return Comes([&] { return transport->Unsent() == 0; });
+        return Soon([&] { return transport->Unsent() == 0; });
     }
     Reported Overrun(unsigned int size)
     {
@@ -167,7 +163,7 @@ TEST_F(Buffered, brings_every_byte_over_in_order)
     std::thread producer([&] {
         for (const std::size_t size :
              {1u, 1u, 63u, 64u, 65u, 1000u, 4096u, largest, 3u, 700001u, largest, largest, 5u}) {
-            Comes([&] { return transport->Room() >= size; });
+            Soon([&] { return transport->Room() >= size; });
             EXPECT_TRUE(Give(pattern.substr(sent, size)));
             sent += size;
         }
@@ -175,7 +171,7 @@ TEST_F(Buffered, brings_every_byte_over_in_order)
     const std::size_t all = 3 * largest + 705299;
     EXPECT_TRUE(Arrived(all) == pattern.substr(0, all));
     producer.join();
-    EXPECT_TRUE(Comes([&] { return transport->GetBytesOut() == all; }));
+    EXPECT_TRUE(Soon([&] { return transport->GetBytesOut() == all; }));
     EXPECT_TRUE(Writer_Rests());
     EXPECT_EQ(reports.Take(), Reports{});
 }
@@ -236,12 +232,12 @@ TEST_F(Buffered, failed_writes_end_the_writer_and_the_next_data_start_it_again)
         Open(256);
         platform::fault::fail_after(Operation::write, 0, static_cast<std::uint32_t>(error));
         EXPECT_TRUE(Give("A"));
-        EXPECT_TRUE(quiet ? Writer_Rests() : Comes([&] { return reports.Has(Failed(error).text); }));
+        EXPECT_TRUE(quiet ? Writer_Rests() : Soon([&] { return reports.Has(Failed(error).text); }));
         EXPECT_EQ(reports.Take(), quiet ? Reports{} : Reports{Failed(error)});
         platform::fault::clear();
         EXPECT_TRUE(Give("B"));
         EXPECT_EQ(Arrived(expected.size()), expected);
-        EXPECT_TRUE(Comes([&] { return transport->GetBytesOut() == expected.size(); }));
+        EXPECT_TRUE(Soon([&] { return transport->GetBytesOut() == expected.size(); }));
     }
 }
 
@@ -263,7 +259,7 @@ TEST_F(Buffered, a_report_may_send_on_and_detach)
         detached = transport->Send(*source, Mesg_Detached);
     };
     Give("C");
-    EXPECT_TRUE(Comes([&] { return detached.load(); }));
+    EXPECT_TRUE(Soon([&] { return detached.load(); }));
     EXPECT_TRUE(Give("D"));
     EXPECT_EQ(Arrived(1), "D");
 }
@@ -274,7 +270,7 @@ TEST_F(Buffered, a_pending_block_ends_with_its_connection)
     transport->Use(listener->Connect());
     Stall();
     listener.reset();  // a connection that nobody has accepted is reset
-    EXPECT_TRUE(Comes([&] { return reports.Has(Failed(10054).text); }));
+    EXPECT_TRUE(Soon([&] { return reports.Has(Failed(10054).text); }));
     EXPECT_TRUE(Writer_Rests());
     EXPECT_EQ(reports.Take(), Reports{Failed(10054)});
     EXPECT_EQ(transport->Room(), largest);  // what waited was for that connection, too
@@ -287,7 +283,7 @@ TEST_F(Buffered, a_pending_block_ends_with_its_connection)
     Reconnect();
     line.near->close();  // the same, between the look at the connection and the write
     EXPECT_TRUE(Give("lost"));
-    EXPECT_TRUE(Comes([&] { return transport->Room() == largest; }));
+    EXPECT_TRUE(Soon([&] { return transport->Room() == largest; }));
     transport->Stop_Writer();
     Reconnect();
     for (const char *fresh : {"new", "more"}) {
@@ -308,7 +304,7 @@ TEST_F(Buffered, stops_at_once_and_starts_again)
     };
     platform::fault::fail_after(Operation::write, 0, 10054);
     Give("lost");
-    EXPECT_TRUE(Comes([&] { return reporting > 0; }));
+    EXPECT_TRUE(Soon([&] { return reporting > 0; }));
     transport->Stop_Writer();
     EXPECT_EQ(reporting, 2);
 

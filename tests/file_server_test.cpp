@@ -62,7 +62,7 @@ public:
     }
     bool Brings(std::int64_t n) const
     {
-        return Comes([&] { return server->GetBytesIn() >= n; });
+        return Soon([&] { return server->GetBytesIn() >= n; });
     }
     bool Rests() const
     {
@@ -72,7 +72,7 @@ public:
     }
     bool Ends() const
     {
-        return Comes([&] { return !server->is_running(); });
+        return Soon([&] { return !server->is_running(); });
     }
 
     const Test_Folder folder;
@@ -240,7 +240,7 @@ TEST(File_Server, runs_again_after_its_reader_was_given_up_on)
     replay->SetClient(&stuck);
     replay->Insert(100);
     replay->Work();
-    EXPECT_TRUE(Comes([] { return held.load(); }));
+    EXPECT_TRUE(Soon([] { return held.load(); }));
     replay->stop();
     replay->SetClient(&replay.client);
     replay.Open(Pattern(9000));

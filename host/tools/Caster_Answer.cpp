@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <string_view>
 
 namespace host {
@@ -9,6 +10,7 @@ namespace host {
 namespace {
 
 constexpr std::string_view first_line = "ICY 200 OK\r\n";
+constexpr std::string_view refusals[] = {"HTTP/", "SOURCETABLE ", "ERROR", "ICY "};
 constexpr std::string_view line_end = "\r\n";
 constexpr std::ptrdiff_t longest_name = 40;  // characters of a header's name: letters without end are data
 
@@ -28,12 +30,23 @@ bool May_Be_Header(std::string_view text)
     return Can_Begin(line_end, std::string_view(text).substr(static_cast<std::size_t>(value_end - text.begin())));
 }
 
+// The same of a line that begins like a refusal.
+bool May_Be_Refusal(std::string_view text)
+{
+    const auto begins = [=](std::string_view refusal) {
+        return Can_Begin(refusal, text.substr(0, std::min(text.size(), refusal.size())));
+    };
+    const auto text_end = std::find_if_not(text.begin(), text.end(), Is_Text);
+    return !text.starts_with("ICY 200 OK") && std::any_of(std::begin(refusals), std::end(refusals), begins) &&
+           Can_Begin(line_end, text.substr(static_cast<std::size_t>(text_end - text.begin())));
+}
+
 }  // namespace
 
 void Caster_Answer::Expect()
 {
     expected_ = true;
-    accepted_ = false;
+    accepted_ = refused_ = false;
     held_.clear();
 }
 
@@ -52,10 +65,13 @@ Caster_Answer::Bytes Caster_Answer::Skip(Bytes piece)
 bool Caster_Answer::Judge()
 {
     if (!accepted_) {
-        if (!Can_Begin(first_line, held_)) return false;
         accepted_ = held_ == first_line;
         if (accepted_) held_.clear();
-        return true;
+        if (accepted_ || Can_Begin(first_line, held_)) return true;
+        if (!May_Be_Refusal(held_)) return false;
+        refused_ = held_.ends_with(line_end);
+        if (refused_) held_.resize(held_.size() - line_end.size());
+        return !refused_;
     }
     if (held_ == line_end) {  // the blank line behind the headers
         held_.clear();

@@ -8,7 +8,8 @@
 namespace host {
 
 // The library leaves "ICY 200 OK" and whatever header lines follow in front of the data. This takes them off, in whatever
-// pieces they come; any other beginning is data from its first byte on.
+// pieces they come. A refusal that the library has not seen as one, since it judges no piece below 50 bytes, is dropped
+// with all that follows it. Any other beginning is data from its first byte on.
 //
 // Threads:   one.
 // Ownership: keeps copies of at most `longest` bytes while it cannot tell yet what they are.
@@ -19,20 +20,23 @@ public:
 
     void Expect();  // a connection begins
     bool Is_Expected() const { return expected_; }
+    bool Is_Refusal() const { return refused_; }
+    std::string Refusal() const { return refused_ ? held_ : ""; }  // its first line, without the line end
     // Gives what is data of this piece, and of earlier ones, to `take` (none, one or two calls).
     template <class Taker>
     void Pass(Bytes piece, Taker take)
     {
         if (expected_) piece = Skip(piece);
         Give_Held(take);
-        if (!piece.empty()) take(piece);
+        if (!piece.empty() && !refused_) take(piece);
     }
-    // The connection has ended: what was held back is data.
+    // The connection has ended: what was held back is data, but for a refusal.
     template <class Taker>
     void End(Taker take)
     {
         expected_ = false;
         Give_Held(take);
+        if (refused_) held_.clear();
     }
 
 private:
@@ -43,13 +47,14 @@ private:
     template <class Taker>
     void Give_Held(Taker take)
     {
-        if (expected_ || held_.empty()) return;
+        if (expected_ || refused_ || held_.empty()) return;
         take(Bytes(reinterpret_cast<const unsigned char *>(held_.data()), held_.size()));
         held_.clear();
     }
 
     bool expected_ = false;
     bool accepted_ = false;  // the first line is off
+    bool refused_ = false;   // the first line is a refusal, and held
     std::string held_;       // the line that has begun
 };
 

@@ -59,7 +59,8 @@ public:
     using Socket_Client_Server::GetNBytes;
     long GetNBytes(unsigned char *buffer, long n) override
     {
-        if (!answer_.Is_Expected() && data_.empty()) return Socket_Client_Server::GetNBytes(buffer, n);
+        if (!answer_.Is_Expected() && !answer_.Is_Refusal() && data_.empty())
+            return Socket_Client_Server::GetNBytes(buffer, n);
         if (data_.empty()) Look_For_Data(buffer, n);
         const std::size_t taken = std::min(data_.size(), static_cast<std::size_t>(std::max(n, 0L)));
         std::copy_n(data_.begin(), taken, buffer);
@@ -77,7 +78,12 @@ private:
     {
         const auto keep = [this](Caster_Answer::Bytes bytes) { data_.append(bytes.begin(), bytes.end()); };
         const long got = Socket_Client_Server::GetNBytes(buffer, n);
+        const bool was_refused = answer_.Is_Refusal();
         if (got > 0) answer_.Pass({buffer, static_cast<std::size_t>(got)}, keep);
+        if (answer_.Is_Refusal() && !was_refused)
+            Report(unit, __LINE__)
+                .Print_Out(kernel::Error_Handler::ES_Error, 91, "%s: the caster refuses: %s", GetName(),
+                           answer_.Refusal().c_str());
         if (!is_connected()) answer_.End(keep);
     }
 
@@ -137,7 +143,9 @@ bool Connection::Prepare()
     if (!caster || link_->Set_Up(*caster)) return true;
     console_.Set(unit, __LINE__)
         ->Print_Out(kernel::Error_Handler::ES_Error, 1,
-                    "%s: mountpoint, user and password have 255 characters each at most.", name_.c_str());
+                    "%s: mountpoint, user and password have 255 characters each at most, and a mountpoint has no "
+                    "blank and begins with no further /.",
+                    name_.c_str());
     return false;
 }
 

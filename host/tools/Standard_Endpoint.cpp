@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <iostream>
 #include <mutex>
+#include <utility>
 
 namespace host {
 
@@ -17,12 +18,13 @@ namespace {
 using namespace std::chrono_literals;
 
 const char unit[] = "host/Standard_Endpoint";
-constexpr long ring_size = 8192;              // bytes
-constexpr std::streamsize block_size = 4096;  // bytes
-constexpr auto end_limit = 50ms;              // for a thread that is not stuck
+constexpr std::streamsize block_size = std::max(BUFSIZ, 4096);  // bytes; all that std::cin's buffer holds
+constexpr long ring_size = 2 * block_size;                      // bytes
+constexpr auto end_limit = 50ms;                                // for a thread that is not stuck
 
 // The one way of the standard library to a read that does not wait for a whole block: sgetc has the buffer filled by one
-// call of the system, and in_avail then says how much has come. 0: the end. A failure is thrown.
+// call of the system, and in_avail then says how much has come. Nothing stays in that buffer. 0: the end. A failure is
+// thrown.
 std::streamsize Read_Some(std::array<char, block_size> &block)
 {
     std::streambuf &in = *std::cin.rdbuf();
@@ -46,10 +48,9 @@ struct Standard_Input::State {
     kernel::String_Byte_Server *const server = kernel::String_Byte_Server::Construct(ring_size, nullptr);
     std::atomic<bool> ended{false};
 
-    // What a read brings after the stop is nobody's.
     std::mutex lock;
-    std::condition_variable delivered;
-    bool stop = false, delivering = false;  // guarded by the lock
+    std::condition_variable changed;
+    bool stop = false, delivering = false, abandoned = false;  // guarded by the lock
 };
 
 Standard_Input::Standard_Input(Console &console) : state_(std::make_shared<State>(console)) {}
@@ -73,30 +74,31 @@ void Standard_Input::Start()
 void Standard_Input::Run(State &state)
 {
     std::array<char, block_size> block;
-    for (std::streamsize n; (n = Read_Some(block)) > 0;) {
-        {
-            const std::lock_guard held(state.lock);
-            if (state.stop) return;
-            state.delivering = true;
-        }
+    const auto set_delivering = [&state](bool delivering) {  // false: it is over
+        const std::lock_guard held(state.lock);
+        if (state.abandoned) return false;
+        state.delivering = delivering;
+        state.changed.notify_all();
+        return delivering || !state.stop;
+    };
+    for (std::streamsize n; (n = Read_Some(block)) > 0 && set_delivering(true);) {
         state.server->PutBin(reinterpret_cast<const unsigned char *>(block.data()), static_cast<unsigned int>(n));
         state.server->Work();
         state.server->Clear();
-        {
-            const std::lock_guard held(state.lock);
-            state.delivering = false;
-        }
-        state.delivered.notify_all();
+        if (!set_delivering(false)) return;
     }
 }
 
 bool Standard_Input::Ended() const { return state_->ended; }
 
+// What was there to be read is delivered; what a read brings later is nobody's.
 void Standard_Input::Stop()
 {
     std::unique_lock held(state_->lock);
-    state_->stop = true;
-    state_->delivered.wait(held, [&] { return !state_->delivering; });
+    if (std::exchange(state_->stop, true)) return;
+    state_->changed.wait_for(held, end_limit, [&] { return state_->delivering || state_->ended; });
+    state_->changed.wait(held, [&] { return !state_->delivering; });
+    state_->abandoned = true;
 }
 
 Stream_Status Standard_Input::Status() const { return {Ended() ? "ended" : "reading", ""}; }

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cstdlib>
 #include <iostream>
 #include <sstream>
 
@@ -32,8 +33,11 @@ that nobody is connected to drop what comes; what an output receives is discarde
 serial port each second, TCP as --reconnect says; a TCP or NTRIP input that is silent for a minute counts as gone.
 
 At the end of a file or of standard input, and after Ctrl-C or SIGTERM, what has been received is handed on, and all is
-closed when the outputs have taken what waits for them. One that takes nothing for 3 s has lost it, as has one that takes
-longer than a minute after a signal. A second signal ends the program at once.
+closed when the outputs have taken what waits for them. One that takes nothing for the time of --linger has lost it, as
+has one that takes longer than a minute after a signal. A second signal ends the program at once.
+
+User and password of a caster are best given as $GNSS_STREAM_USER and $GNSS_STREAM_PASSWORD, or the password in a file: on
+Linux they are wiped off the command line when the program starts, on Windows they stay to be seen there.
 
 --frames, --decode, --epochs and --csv look at RTCM 3 frames and show, at the end, message number, frames, bytes (of whole
 frames); a frame with too little payload for a number is counted as message 0. Then totals; but for --frames alone also
@@ -83,15 +87,14 @@ void Declare_Streams(CLI::App &app, Stream_Options &options, Paths &paths)
 
 void Declare_Connections(CLI::App &app, Stream_Options &options)
 {
-    CLI::Option *user = app.add_option("--user", options.user,
-                                       "For a caster. The password is not for a command line: it "
-                                       "comes from --password-file or $GNSS_STREAM_PASSWORD")
-                            ->option_text("NAME")
-                            ->check(not_empty);
+    app.add_option("--user", options.user,
+                   "For a caster; absent: $GNSS_STREAM_USER. The password is not for a command line: it "
+                   "comes from --password-file or $GNSS_STREAM_PASSWORD")
+        ->option_text("NAME")
+        ->check(not_empty);
     app.add_option("--password-file", options.password_file, "A file whose first line is the password")
         ->option_text("NAME")
-        ->check(not_empty)
-        ->needs(user);
+        ->check(not_empty);
     app.add_option("--reconnect", options.reconnect,
                    "Time between two tries to connect, 10 when absent; 0: there is only one")
         ->option_text("SECONDS")
@@ -101,6 +104,10 @@ void Declare_Connections(CLI::App &app, Stream_Options &options)
            "A file or standard input waits this long, 5 when absent, for outputs that nobody is connected to yet")
         ->option_text("SECONDS")
         ->check(CLI::Range(0, 86400));
+    app.add_option("--linger", options.linger,
+                   "At the end, an output that takes nothing for this long, 20 when absent, has lost what waits for it")
+        ->option_text("SECONDS")
+        ->check(CLI::Range(1, 86400));
     app.add_flag("--strict", options.strict,
                  "A missing device or a refused port at the start ends the program instead of being tried again");
 }
@@ -170,6 +177,10 @@ void Set_Input(const CLI::App &app, const Paths &paths, Stream_Options &options)
     const auto *caster = std::get_if<Ntrip_Path>(&options.input);
     if (!options.user.empty() && !caster) throw CLI::RequiresError("--user", "an input ntrip://");
     if (!options.user.empty() && caster->credentials) throw CLI::ExcludesError("--user", "credentials in ntrip://");
+    const char *const user = std::getenv("GNSS_STREAM_USER");
+    if (caster && !caster->credentials && options.user.empty() && user) options.user = user;
+    if (!options.password_file.empty() && options.user.empty())
+        throw CLI::RequiresError("--password-file", "--user or $GNSS_STREAM_USER, and an input ntrip://");
 }
 
 void Set_Outputs(const Paths &paths, Stream_Options &options)
@@ -209,14 +220,24 @@ std::string Without(const std::vector<std::string> &secrets, std::string text)
     return text;
 }
 
+void Overwrite(std::string_view part, char *argument)
+{
+    std::fill_n(argument + (part.data() - argument), part.size(), '*');
+}
+
+// Answers those that errors would quote.
 std::vector<std::string> Overwrite_Credentials(int argc, char **argv)
 {
+    constexpr std::string_view user = "--user=";
     std::vector<std::string> secrets;
     for (int i = 1; i < argc; ++i) {
-        const std::string_view secret = Credentials_In(argv[i]);
-        if (secret.empty()) continue;
-        secrets.emplace_back(secret);
-        std::fill_n(argv[i] + (secret.data() - argv[i]), secret.size(), '*');
+        const std::string_view argument = argv[i], secret = Credentials_In(argument);
+        if (!secret.empty()) {
+            secrets.emplace_back(secret);
+            Overwrite(secret, argv[i]);
+        }
+        if (std::string_view(argv[i - 1]) == "--user") Overwrite(argument, argv[i]);
+        if (argument.starts_with(user)) Overwrite(argument.substr(user.size()), argv[i]);
     }
     return secrets;
 }

@@ -17,11 +17,12 @@ struct Stream_Options {
     std::string record;                // the tap's file; empty: none
     bool append = false;
 
-    std::string user;             // for the caster; empty: as the path says
+    std::string user;             // for the caster; empty: as the path or the environment says
     std::string password_file;    // its first line; empty: the environment
     unsigned int reconnect = 10;  // [s] between two tries of a TCP client; 0: only one
     unsigned int wait = 5;        // [s] that an input which can wait waits for its outputs at the start
-    bool strict = false;          // whatever cannot be had at the start ends the program
+    unsigned int linger = 20;  // [s] without progress, at the end, after which a peer counts as one that does not read
+    bool strict = false;       // whatever cannot be had at the start ends the program
 
     bool frames = false;  // the table of messages
     Rtcm3_Output::Options rtcm3;

@@ -19,8 +19,8 @@ namespace fs = std::filesystem;
 
 const char unit[] = "host/Stream_Run";
 constexpr auto pass_time = 20ms;
-constexpr auto standstill = 3s;       // after which a peer counts as one that does not read
 constexpr auto end_limit = 60s;       // after a signal, for peers that read slowly
+constexpr auto note_time = 3s;        // after which a user is told what the program waits for
 constexpr auto connect_limit = 30s;   // with --strict
 constexpr auto quiet_time = 60ms;     // without bytes: what was on its way has come
 constexpr auto settle_limit = 500ms;  // for that to be so
@@ -243,7 +243,7 @@ bool Stream_Run::Is_Over() const
 void Stream_Run::Finish()
 {
     if (!input_->Can_Wait()) Let_Settle();
-    fan_out_.Limit_Waiting(standstill);
+    fan_out_.Limit_Waiting(std::chrono::seconds(options_.linger));
     ending_ = true;
     input_->Stop();
     Drain();
@@ -273,9 +273,16 @@ void Stream_Run::Drain()
     for (const auto &output : outputs_) progress.push_back({output->Sent(), Clock::now()});
     const auto waits = [&](std::size_t i) {
         if (outputs_[i]->Sent() != progress[i].sent) progress[i] = {outputs_[i]->Sent(), Clock::now()};
-        return !outputs_[i]->Is_Drained() && Clock::now() - progress[i].since < standstill;
+        return !outputs_[i]->Is_Drained() && Clock::now() - progress[i].since < std::chrono::seconds(options_.linger);
     };
+    auto note = Clock::now() + note_time;
     for (auto end = Clock::time_point::max(); Clock::now() < end; Pass()) {
+        if (Clock::now() >= note) {
+            note = Clock::time_point::max();
+            console_.Set(unit, __LINE__)
+                ->Print_Out(kernel::Error_Handler::ES_Information,
+                            "Waiting for the outputs to take the rest; %sCtrl-C gives it up.", stop_ ? "another " : "");
+        }
         if (stop_) end = std::min(end, Clock::now() + end_limit);
         bool some_wait = false;
         for (std::size_t i = 0; i < outputs_.size(); ++i) some_wait |= waits(i);

@@ -16,7 +16,7 @@ namespace {
 
 bool Exists(const std::string &file)
 {
-    return Comes([&] { return std::filesystem::exists(file); });
+    return Soon([&] { return std::filesystem::exists(file); });
 }
 
 constexpr char between_processes[] = "C:\\recordings\\a/b.bin";

@@ -32,7 +32,7 @@ struct Counter {
     }
     bool Moves() const
     {
-        return Comes([&, before = count.load()] { return count != before; });
+        return Soon([&, before = count.load()] { return count != before; });
     }
     bool Stands() const
     {

@@ -108,7 +108,7 @@ TEST(window, reaches_windows_of_other_processes)
     ASSERT_TRUE(here);
     const Environment_Setting setting("WINDOW_FOLDER", folder / "");
     std::thread process([self = "\"" + ::testing::internal::GetArgvs()[0] + "\""] { std::system(self.c_str()); });
-    EXPECT_TRUE(Comes([&] { return std::filesystem::exists(folder / "number"); }));
+    EXPECT_TRUE(Soon([&] { return std::filesystem::exists(folder / "number"); }));
     std::uintptr_t number = 0;
     std::istringstream(Whole_File(folder / "number")) >> number;
     auto *const there = reinterpret_cast<void *>(number);

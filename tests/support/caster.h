@@ -2,9 +2,9 @@
 #pragma once
 
 #include "tests/support/peer.h"
+#include "tests/support/shared.h"
 
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -22,21 +22,13 @@ public:
         thread_.join();
     }
     std::uint16_t Port() const { return host_.Port(); }
-    std::vector<std::string> Requests()
-    {
-        const std::lock_guard lock(guard_);
-        return requests_;
-    }
+    std::vector<std::string> Requests() const { return requests_.Now(); }
 
 private:
     void Serve()
     {
         while (Peer client = host_.Accept(stop_)) {
-            std::string request = client.Hear_To("\r\n\r\n");
-            {
-                const std::lock_guard lock(guard_);
-                requests_.push_back(std::move(request));
-            }
+            requests_.Add({client.Hear_To("\r\n\r\n")});
             answer_(client);
             client.Leave();
         }
@@ -45,7 +37,6 @@ private:
     const Answer answer_;
     Host host_ = Host().Open();
     platform::Event stop_;
-    std::mutex guard_;
-    std::vector<std::string> requests_;
+    Shared<std::vector<std::string>> requests_;
     std::thread thread_;  // last: it uses the others
 };

@@ -17,14 +17,11 @@
 #include <utility>
 #include <vector>
 
-#ifndef _WIN32
-#include <sys/wait.h>
-#endif
-
 #ifdef _WIN32
 constexpr bool windows = true;
 inline int Exit_Status(int result) { return result; }
 #else
+#include <sys/wait.h>
 constexpr bool windows = false;
 inline int Exit_Status(int result) { return WIFEXITED(result) ? WEXITSTATUS(result) : -1; }
 #endif

@@ -1,25 +1,14 @@
 // The other end of a TCP connection on loopback, driven by the test.
 #pragma once
 
-#include "platform/clock.h"
-
 #include "tests/support/sockets.h"
+#include "tests/support/timing.h"
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
-
-// Waits for something that other threads do.
-template <class Done>
-bool Soon(Done done, int ms = 10000)
-{
-    for (; !done(); ms -= 2) {
-        if (ms <= 0) return false;
-        platform::sleep_ms(2);
-    }
-    return true;
-}
 
 class Peer {
 public:
@@ -85,10 +74,13 @@ public:
         platform::Address peer;
         return Peer(socket_->accept(peer, stop));
     }
-    Peer Accept()
+    Peer Accept()  // nobody, when none comes for 20 s
     {
-        platform::Event stop;
-        return Accept(stop);
+        platform::Event late;
+        const std::jthread clock([&](const std::stop_token &over) {
+            if (!Soon([&] { return over.stop_requested(); }, 20000)) late.set();
+        });
+        return Accept(late);
     }
 
 private:

@@ -1,4 +1,4 @@
-// How long a test waits for something, and how long something took.
+// How long a test waits for something that other threads do, and how long something took.
 #pragma once
 
 #include "platform/clock.h"
@@ -6,11 +6,14 @@
 #include <cstdint>
 #include <functional>
 
-// True once `done` is; false after ten seconds.
-inline bool Comes(const std::function<bool()> &done)
+template <class Done>
+bool Soon(Done done, int ms = 10000)
 {
-    for (int i = 0; i < 2000 && !done(); ++i) platform::sleep_ms(5);
-    return done();
+    for (; !done(); ms -= 2) {
+        if (ms <= 0) return false;
+        platform::sleep_ms(2);
+    }
+    return true;
 }
 
 inline std::uint64_t Elapsed(const std::function<void()> &action)  // [ms]
