@@ -36,6 +36,7 @@ bool Remote_Control::IsBusy() { return false; }
 
 const char *Remote_Control::GetRemoteName() { return nullptr; }
 
+// With the lock also where only the status is wanted: the transport's thread may be setting it.
 Remote_Control::Status Remote_Control::GetStatus(unsigned long *const changes)
 {
     const Semaphore_Guard guard(lock_);
@@ -51,12 +52,15 @@ void Remote_Control::SetMessage(void *const window, long message, long wparam)
     wparam_ = wparam;
 }
 
+// For a start that is no news to the host: nothing is counted, nothing posted.
 void Remote_Control::Set_Status_Quietly(Status status)
 {
     const Semaphore_Guard guard(lock_);
     status_ = status;
 }
 
+// Counted even when it stays the same, so that a host that polls sees that something happened; posted only when it
+// changes.
 void Remote_Control::SetStatus(Status status)
 {
     void *window = nullptr;
@@ -72,7 +76,8 @@ void Remote_Control::SetStatus(Status status)
     if (window) Post(window, message, wparam, status);
 }
 
-// Outside the lock: it may take as long as the host takes to look at its messages.
+// Without an end, on purpose: no change is lost while the window lives, however long the host does not look at its
+// messages. Outside the lock, so that it can ask for the status meanwhile.
 void Remote_Control::Post(void *window, long message, long wparam, Status status)
 {
     const platform::Window_Message post{static_cast<std::uint32_t>(message), static_cast<std::uint64_t>(wparam),

@@ -412,7 +412,6 @@ std::uint32_t Win32_Buffered_Byte_Client::Take_Result()
 // while the system copies it: a megabyte takes its time, and the producer goes on in the other buffer.
 Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Write()
 {
-    std::shared_ptr<platform::Stream> handle;
     Block block;
     {
         const Semaphore_Guard guard(*this);
@@ -428,29 +427,28 @@ Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Write()
             state_ = State::idle;
             return Next::end;
         }
-        handle = handle_;
-        block = in_flight_ = {buffer.base, std::exchange(buffer.fill, 0)};
+        block = in_flight_ = {buffer.base, std::exchange(buffer.fill, 0), nullptr};
+        block.to = handle_;
         state_ = State::write_pending;
         // It told of these bytes. Left standing, it would make the next round wait for more with an empty buffer.
         Reset(data_event_);
         Flip();
     }
-    if (!write_->write(handle, block.base.get(), block.size) && platform::last_error() == platform::error_io_pending)
+    if (!write_->write(block.to, block.base.get(), block.size) && platform::last_error() == platform::error_io_pending)
         return Next::wait;
-    return Written_At_Once(*handle, block);
+    return Written_At_Once(block);
 }
 
 // Whatever came of it, the other buffer is the next to be filled. A quiet failure empties that one and leaves the
 // block where it is: it goes out behind the next. That is how it has always been: a pipe whose client comes late gets
 // the latest blocks.
-Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Written_At_Once(const platform::Stream &handle,
-                                                                             const Block &block)
+Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Written_At_Once(const Block &block)
 {
     std::uint32_t error = 0;
     {
         const Semaphore_Guard guard(*this);
         error = Take_Result();
-        if (error != platform::error_none && Is_Given_Up(handle)) {
+        if (error != platform::error_none && Is_Given_Up(block)) {
             state_ = State::waiting;
             return Next::write;
         }
@@ -469,10 +467,7 @@ Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Written_At_Once(con
 
 // This side has closed the transport, or has another one by now. What became of a block is then no failure to report:
 // the next step sees what is connected.
-bool Win32_Buffered_Byte_Client::Is_Given_Up(const platform::Stream &handle)
-{
-    return handle.closed() || !is_connected();
-}
+bool Win32_Buffered_Byte_Client::Is_Given_Up(const Block &block) { return block.to->closed() || !is_connected(); }
 
 // The pending block is through, or has failed. A failure takes along what waits in the other buffer: it was for the same
 // connection, and the next one must not begin in the middle of it. A quiet one is left to the next write.

@@ -135,6 +135,7 @@ private:
     struct Block {
         std::shared_ptr<unsigned char[]> base;
         std::size_t size = 0;
+        std::shared_ptr<platform::Stream> to;  // the writer's alone: its last holder may take its time to close it
     };
 
     struct Writer : Member_Thread<Win32_Buffered_Byte_Client> {
@@ -162,8 +163,8 @@ private:
     unsigned long overlapped_terminate();
     void overlapped_pre_stop();
     Next Write();
-    Next Written_At_Once(const platform::Stream &handle, const Block &block);
-    bool Is_Given_Up(const platform::Stream &handle);
+    Next Written_At_Once(const Block &block);
+    bool Is_Given_Up(const Block &block);
     Next Transfer_Ended();
     Next Report_Failed_Write(std::uint32_t error);
     unsigned long End_Writer(bool drop, unsigned long exit_code);

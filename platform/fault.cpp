@@ -61,6 +61,7 @@ Plan &plan_of(Operation operation) { return plans[static_cast<int>(operation)]; 
 
 }  // namespace
 
+// All that a data path looks at when no test has made a plan.
 std::atomic<bool> armed{false};
 
 void fail_after(Operation operation, std::uint64_t bytes, std::uint32_t error)

@@ -16,6 +16,7 @@ namespace platform {
 
 namespace {
 
+// O_NOCTTY: a terminal that is opened as a file does not become the program's own, with its Ctrl-C.
 int open_descriptor(const char *name, File::Mode mode)
 {
     const int flags = mode == File::Mode::read ? O_RDONLY : O_WRONLY | O_CREAT;
@@ -85,12 +86,14 @@ std::shared_ptr<File> File::open(const char *name, Mode mode)
         ::close(descriptor);
         return nullptr;
     }
+    // Whoever reads here replays from front to back: the system may read further ahead.
     if (mode == Mode::read) posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
     return std::shared_ptr<File>(new File(descriptor));
 }
 
 File::~File() { ::close(descriptor_of(native_)); }
 
+// EINTR, here and below: threads are suspended by a signal, and a host may have signals of its own.
 bool File::read_once(void *buffer, std::size_t n, std::size_t &got)
 {
     ssize_t moved = 0;

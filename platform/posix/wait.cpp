@@ -26,6 +26,7 @@ int left_ms(Clock::time_point end)
 
 }  // namespace
 
+// One descriptor per event, which poll takes beside those of sockets and transfers.
 Event::Event() { native_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); }
 
 Event::~Event()
@@ -33,6 +34,7 @@ Event::~Event()
     if (valid()) close(static_cast<int>(native_));
 }
 
+// Fails only when the counter is at its limit, and then the event is set.
 void Event::set()
 {
     const std::uint64_t one = 1;
@@ -41,6 +43,7 @@ void Event::set()
 
 void Event::reset() { take(); }
 
+// Reading takes the whole counter: two sets are one signal.
 bool Event::take()
 {
     std::uint64_t count = 0;
@@ -51,6 +54,8 @@ bool Event::take()
     return got == sizeof count;
 }
 
+// The lowest index wins, as on Win32. A signal that another waiter has taken between poll and here is no reason to come
+// back: the rest of the time is waited. Nor is a signal of the system, which suspends threads.
 int wait_any(std::span<Waitable *const> waitables, unsigned long ms)
 {
     pollfd polled[most_waitables];
