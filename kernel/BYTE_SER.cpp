@@ -13,6 +13,8 @@ namespace {
 const char unit[] = "kernel/BYTE_SER";
 
 // The notices that an object in the middle of a chain passes down.
+// What is settled between neighbours (counters, disconnection, deletion, stream types, 250) and the offers of data are
+// not among them: whoever forwards answers those itself.
 bool Is_Forwarded(CL_Mesg message)
 {
     switch (message) {
@@ -47,6 +49,7 @@ Byte_Server::Byte_Server() : Object(nullptr) {}
 // By now the subclass is gone: a client that pulls while it is asked finds the base operations.
 Byte_Server::~Byte_Server()
 {
+    // An object in the middle is a client as well: nobody that goes in the course of this may delete it a second time.
     Dont_Delete_Me();
     Byte_Client *former = nullptr;
     {
@@ -55,6 +58,7 @@ Byte_Server::~Byte_Server()
         if (former) Byte_Server::Disconnect();
     }
     // Outside the lock: deleting may wait for a thread of the client's.
+    // Asked even when it has refused disconnection: the server ends either way.
     if (former && former->Send(*this, Mesg_Delete_Query)) Object::Destruct(former);
 }
 
@@ -63,12 +67,16 @@ bool Byte_Server::IsInheritedFrom(const char *name) const
     return (name && std::strcmp(name, Name) == 0) || Server::IsInheritedFrom(name);
 }
 
+// Read once: Disconnect on another thread may clear it between the look and the call. The client then hears one message
+// more from a server that it has left; Disconnect deletes nothing.
 bool Byte_Server::Tell(CL_Mesg message)
 {
     Byte_Client *client = Get_Byte_Client();
     return client && client->Send(*this, message);
 }
 
+// The lock is held over the question: of two threads that disconnect, the second finds nobody, and a client that agrees
+// is asked once.
 void Byte_Server::Disconnect()
 {
     const Semaphore_Guard guard(*this);
@@ -83,6 +91,8 @@ void Byte_Server::SetClient(Client *client)
     client_.store(dynamic_cast<Byte_Client *>(client), std::memory_order_release);
 }
 
+// A client that refuses the type stays the caller's; Switch deletes it. Both are meant. It is connected while it is
+// asked, and remains so if it refuses disconnection, too.
 bool Byte_Server::Connect(Byte_Client *client)
 {
     if (!Server::Connect(client)) return false;
@@ -97,6 +107,7 @@ bool Byte_Server::Connect(Byte_Client *client)
 Byte_Client *Byte_Server::Switch(Byte_Client *client)
 {
     Byte_Client *old = Get_Byte_Client();
+    // Null says no more than that nothing was handed over; GetClient tells whether the new one is in.
     if (!old) {
         Connect(client);
         return nullptr;
@@ -111,6 +122,8 @@ Byte_Client *Byte_Server::Switch(Byte_Client *client)
         Object::Destruct(client);
         return nullptr;
     }
+    // The old one is told, not asked: it goes on in its caller's hands, also when it allows no disconnection. Each
+    // hears its message from a server whose client it is.
     old->Send(*this, Mesg_Detached);
     SetClient(client);
     client->Send(*this, Mesg_Attached);
@@ -156,6 +169,7 @@ long Byte_Server::GetString(char *buffer, long n)
     return stored;
 }
 
+// Nobody to ask counts as a yes: upstream a no may end the connection.
 bool Byte_Server::Forward_Send(Byte_Server &origin, CL_Mesg message)
 {
     Byte_Client *client = Get_Byte_Client();
@@ -184,6 +198,7 @@ unsigned short Byte_Server::UnGetByte(unsigned short byte)
 namespace {
 
 // Asks for one byte at a time until `matches` accepts one; that byte, or No_Byte when the data ends first.
+// Request replaces what the client had asked for, and the pull takes it off: a match leaves no request standing.
 template <class Matches>
 unsigned short Scan(Byte_Server &server, Matches matches)
 {
@@ -223,7 +238,10 @@ bool Byte_Server::Sync_String(const char *text)
         const unsigned short byte = GetByte();
         if (byte == No_Byte) return false;
         if (int{byte} == static_cast<signed char>(*next)) continue;
+        // It may begin the text itself: the second $ of "$$GP". The first character is not given back, as whoever scans
+        // on would get it again for ever.
         if (next != text) UnGetByte(byte);
+        // What was asked for is void: the server invites again instead of telling of the rest.
         Request(0);
         return false;
     }
@@ -265,6 +283,8 @@ bool Byte_Client::Send(Byte_Server &server, CL_Mesg message)
     if (!Client::Send(server, message)) return false;
     if (Ticks() % 60 != 0) return true;
     const Semaphore_Guard guard(*this);
+    // Through the server: its client, mostly this object, gets the minute as a message like any other, and a subclass
+    // hears it in its own Send.
     server.Tell(Mesg_Minute);
     if (Ticks() % 3600 == 0) server.Tell(Mesg_Hour);
     if (Ticks() % 86400 == 0) server.Tell(Mesg_Day);
@@ -276,6 +296,7 @@ const char Byte_Client_NULL::Name[] = "Byte_Client_NULL";
 Byte_Client_NULL::Byte_Client_NULL(long request_size)
     : Object(Byte_Client::ClassName()), request_size_(static_cast<std::int32_t>(request_size))
 {
+    // A negative size never requests, as 0.
     if (request_size_ > 1) buffer_.reset(new (std::nothrow) unsigned char[static_cast<std::size_t>(request_size_)]);
 }
 
@@ -295,7 +316,10 @@ bool Byte_Client_NULL::Send(Byte_Server &server, CL_Mesg message)
 {
     ++messages_;
     switch (message) {
+    // Freed whatever the answer is. From then on the object is not valid, and a server that replaces it deletes it
+    // unasked.
     case Mesg_Disconnect_Query: buffer_.reset(); return Byte_Client::Send(server, message);
+    // It is there to keep a line empty: no transport is to wait for it.
     case Mesg_Pause: return true;
     case Mesg_Request_Invite:
         if (request_size_ <= 0) return false;
@@ -312,11 +336,13 @@ bool Byte_Client_NULL::Drain(Byte_Server &server)
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 28, "Server sends Data without request");
         return false;
     }
+    // More than was asked for; the server takes that as it comes (its count of what is wanted goes below 0).
     if (request_size_ == 1) {
         while (server.GetByte() != No_Byte) ++bytes_;
         return true;
     }
     if (!buffer_) return false;  // disconnected since: true would be asked again for ever
+    // A block that comes full need not be the last one; a short one is.
     long got = 0;
     do {
         got = server.GetNBytes(buffer_.get(), request_size_);

@@ -22,6 +22,7 @@ constexpr unsigned long stop_poll_ms = 50;
 constexpr long kill_at_once = -5;
 
 // Values of the flag. A stop that comes between start and begin turns pending into requested and is not forgotten.
+// Stop_Requested() asks for not clear: between start and begin it says yes as well.
 constexpr std::uint32_t clear = 0, requested = 1, pending = 2;
 
 bool Runs(const std::shared_ptr<platform::Thread> &thread)
@@ -67,6 +68,8 @@ bool Base_Thread::is_running() const
 void Base_Thread::pre_stop()
 {
     const Semaphore_Guard guard(Bookkeeping());
+    // Flag first, event second: a body that is woken looks at the flag. Without a thread there is nobody to ask, and
+    // nobody who would take the request back.
     flag_.store(requested, std::memory_order_release);
     if (is_running())
         stop_event_->set();
@@ -80,6 +83,8 @@ void Base_Thread::Sleep(unsigned long ms)
         platform::sleep_ms(ms);
         return;
     }
+    // The signal ends one sleep and is gone with it: a body that sleeps again without a look at the flag sleeps the
+    // time out.
     if (stop_event_->valid()) {
         stop_event_->wait(ms);
         return;
@@ -99,11 +104,13 @@ bool Base_Thread::start_virtual() { return start(Tracing_Entry, this, false); }
 
 bool Base_Thread::start(Entry entry, void *context, bool suspended)
 {
+    // The last run may be at its end: it gets that long before the start is refused.
     if (is_running()) platform::sleep_ms(100);
     if (!Create(entry, context, suspended)) return false;
     // A look every 50 ms, and sooner when it is settled whether the body runs.
     for (int poll = 0; poll < start_polls; ++poll) {
         if (begun_->wait(start_poll_ms)) break;
+        // Without an event the flag tells, though only after a whole pause.
         if (begun_->valid()) continue;
         platform::sleep_ms(start_poll_ms);
         if (flag_.load(std::memory_order_acquire) != pending) break;
@@ -111,14 +118,17 @@ bool Base_Thread::start(Entry entry, void *context, bool suspended)
     return true;
 }
 
+// The lock is held until the handle is stored: the new thread asks for its own, and waits here for it.
 bool Base_Thread::Create(Entry entry, void *context, bool suspended)
 {
     const Semaphore_Guard guard(Bookkeeping());
     if (is_running()) return false;
+    // Left signalled by a body that began after its start had stopped waiting: one started suspended.
     begun_->reset();
     flag_.store(pending, std::memory_order_release);
     handle_ = platform::Thread::start(entry, context, suspended, stack_size);
     if (!handle_) return false;
+    // Refused for want of rights, the thread runs all the same, with the priority that it has.
     handle_->set_priority(priority_);
     return true;
 }
@@ -126,7 +136,10 @@ bool Base_Thread::Create(Entry entry, void *context, bool suspended)
 bool Base_Thread::Begin()
 {
     std::uint32_t expected = pending;
+    // Not a plain store: that would forget a stop that came before the beginning.
     flag_.compare_exchange_strong(expected, clear, std::memory_order_acq_rel);
+    // An earlier run's signal. A stop that comes between flag and event loses its signal here, and not its flag: that
+    // is looked at below.
     stop_event_->reset();
     platform::sleep_ms(1);
     const bool runs = !Stop_Requested();
@@ -138,10 +151,12 @@ unsigned long Base_Thread::Tracing_Entry(void *context)
 {
     auto *self = static_cast<Base_Thread *>(context);
     const bool runs = self->Begin();
+    // The trace goes nowhere (BWTraceDebug is empty) and is kept for builds that trace. The pointer is for print alone.
     const void *handle = self->Handle().get();
     const int priority = self->GetPriorty();
     BWTraceDebug("Thread %8.8d=0x%08X started with priorty %d\n", handle, handle, priority);
     unsigned long exit_code = runs ? self->thread() : 0;
+    // As an exit code, 259 would read as a thread that runs for ever.
     if (exit_code == platform::Thread::still_active) {
         exit_code = 0;
         BWTraceDebug("Thread %8.8d=0x%08X priorty %d stopped with illegal exit_code STILL_ACTIVE\n", handle, handle,
@@ -149,6 +164,7 @@ unsigned long Base_Thread::Tracing_Entry(void *context)
     } else {
         BWTraceDebug("Thread %8.8d=0x%08X priorty %d stopped with exit_code %d\n", handle, handle, priority, exit_code);
     }
+    // A signal that came too late for the body must not end a later sleep.
     self->stop_event_->reset();
     return exit_code;
 }
@@ -170,6 +186,7 @@ unsigned long Base_Thread::terminate()
         stop_event_->set();
     }
     for (int poll = 0; poll < terminate_polls && Runs(handle); ++poll) handle->wait(terminate_poll_ms);
+    // 2 is the exit code of the kill, if it comes to one.
     if (Runs(handle)) return 2;
     const Semaphore_Guard guard(Bookkeeping());
     flag_.store(clear, std::memory_order_release);
@@ -187,11 +204,14 @@ void Base_Thread::stop()
     long code = -1;
     if (Runs(handle)) code = static_cast<std::int32_t>(terminate());
     if (code != kill_at_once) {
+        // The object's own Sleep, which a subclass may shorten. It may take the stop signal from the body, which then
+        // has the flag.
         for (int poll = 0; poll < stop_polls && Runs(handle); ++poll) Sleep(stop_poll_ms);
     }
     // Under the lock, so that a thread that is inside the bookkeeping leaves it first.
     const Semaphore_Guard guard(Bookkeeping());
     if (Runs(handle)) handle->kill(code == kill_at_once ? 0 : static_cast<std::uint32_t>(code));
+    // Started again by another thread meanwhile: that run is not ours to clear away.
     if (handle_ != handle) return;
     stop_event_->reset();
     handle_.reset();
@@ -203,6 +223,7 @@ bool Base_Thread::Suspend()
     const auto handle = Handle();
     unsigned long previous = 0;
     if (handle && handle->is_current()) return handle->suspend(previous);
+    // Any other, under the lock: a thread that is stopped while it holds the lock would stop everybody.
     const Semaphore_Guard guard(Bookkeeping());
     return handle_ && handle_->suspend(previous);
 }
@@ -220,6 +241,7 @@ bool Base_Thread::ResumeAll()
     const Semaphore_Guard guard(Bookkeeping());
     if (!handle_) return false;
     unsigned long previous = 0;
+    // The answer is the count before: at 1 the thread runs now.
     while (handle_->resume(previous) && previous > 1) continue;
     return true;
 }
@@ -230,6 +252,7 @@ unsigned long Base_Thread::GetSuspendCount()
     if (!handle_ || handle_->is_current()) return 0;  // who asks about itself runs
     unsigned long count = 0;
     unsigned long ignored = 0;
+    // The count is told only to who changes it; the thread stands still for that moment.
     if (!handle_->suspend(count)) return 0;
     handle_->resume(ignored);
     return count;

@@ -12,6 +12,7 @@ namespace kernel {
 namespace {
 
 const char unit[] = "kernel/CLIENT";
+// Slept on the sender's thread: a serial line that has found nothing to read is slowed down by its client.
 constexpr unsigned long pause_ms = 40;
 
 }  // namespace
@@ -30,11 +31,14 @@ bool Client::Send(Server &server, CL_Mesg message)
     switch (message) {
     case Mesg_Status_250: return true;
 
+    // The counts alone: a client that is attached hears no 140 after this and must go on counting.
     case Mesg_Reset_Counters: ticks_ = attached_ticks_ = 0; return true;
     case Mesg_Disconnect_Query:
     case Mesg_PreDisconnect_Query: return DisconnectAllowed();
     case Mesg_Pause: platform::sleep_ms(pause_ms); return true;
     case Mesg_Delete_Query: return Delete_Me();
+    // The other count runs on over losses of the connection. Byte clients derive minutes from that one, object clients
+    // from this one; both are meant.
     case Mesg_Attached:
         attached_ticks_ = 0;
         counts_attached_ = true;
@@ -45,6 +49,7 @@ bool Client::Send(Server &server, CL_Mesg message)
         if (counts_attached_) ++attached_ticks_;
         return true;
 
+    // Notices. Who does not care must not say no: a socket, for one, ends when its client refuses 140 or 50.
     case Mesg_Status_40:
     case Mesg_Status_50:
     case Mesg_Status_90:
@@ -60,6 +65,7 @@ bool Client::Send(Server &server, CL_Mesg message)
     case Mesg_Status_220:
     case Mesg_Status_230: return true;
 
+    // Offers and questions. A yes would be a promise to pull, or to understand records of that type.
     case Mesg_Request_Invite:
     case Mesg_Data_Ready:
     case Mesg_Byte_Type:

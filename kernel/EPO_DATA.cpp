@@ -11,6 +11,7 @@ namespace kernel {
 
 namespace {
 
+// An enumeration may hold any int, by way of a cast; the index may not be read there.
 bool Is_Type(EpoDataTypes type) { return type >= 0 && type < EPO_END; }
 bool Is_Type(ObsDataTypes type) { return type >= 0 && type < OBS_END; }
 
@@ -36,6 +37,7 @@ template <class Arrays>
 void Copy_Arrays(Arrays &to, const Arrays &from, std::size_t entries)
 {
     for (int i = 0; i < from.used; ++i) std::copy_n(from.item[i], entries, to.item[i]);
+    // No index leads to the others any more, and they would hold places that a store may want.
     Free_From(to, from.used);
 }
 
@@ -55,6 +57,7 @@ EPO_DATA::EPO_DATA(int capacity) : capacity_(static_cast<std::uint8_t>(capacity 
     std::fill(std::begin(obs_index_), std::end(obs_index_), not_present);
 }
 
+// A failure stays unsaid: the result is a whole epoch, if an empty one.
 EPO_DATA::EPO_DATA(const EPO_DATA &other) : EPO_DATA(other.capacity_) { copy(&other); }
 
 EPO_DATA &EPO_DATA::operator=(const EPO_DATA &other)
@@ -73,6 +76,7 @@ EPO_DATA::~EPO_DATA()
 template <class T, int first, int limit>
 int EPO_DATA::Places<T, first, limit>::Add(std::uint8_t &place, T value)
 {
+    // The index counts over all kinds, so that it knows the kind; callers are told the place within it.
     place = static_cast<std::uint8_t>(first + used);
     item[used] = value;
     return used++;
@@ -84,6 +88,7 @@ int EPO_DATA::Store_Epo(Places<T, first, limit> &values, EpoDataTypes type, T va
     if (!Is_Type(type)) return -1;
     std::uint8_t &place = epo_index_[type];
     if (values.Is_Free(place)) return values.Add(place, value);
+    // Find knows the places of its own kind: a quantity that lives in another one is -1 here.
     const int found = values.Find(place);
     if (found >= 0) values.item[found] = value;
     return found;
@@ -107,6 +112,8 @@ T *EPO_DATA::New_Array(int fill) const
 template <class T, int first, int limit>
 int EPO_DATA::Store_Obs(Places<T *, first, limit> &arrays, ObsDataTypes type, T value, unsigned char sat, int fill)
 {
+    // The array before the entry: a quantity counts as present from its first store on, also when that is refused with
+    // -2.
     if (!Is_Type(type)) return -1;
     std::uint8_t &place = obs_index_[type];
     if (arrays.Is_Free(place)) {
@@ -124,6 +131,7 @@ int EPO_DATA::Store_Obs(Places<T *, first, limit> &arrays, ObsDataTypes type, T 
 template <class T, int first, int limit>
 T EPO_DATA::Read_Obs(const Places<T *, first, limit> &arrays, ObsDataTypes type, unsigned char sat, T absent) const
 {
+    // Beyond the capacity there is nothing to read: answered as absent rather than read from behind the array.
     const int found = Is_Type(type) && sat <= capacity_ ? arrays.Find(obs_index_[type]) : -1;
     return found < 0 ? absent : arrays.item[found][sat];
 }
@@ -168,6 +176,7 @@ unsigned char EPO_DATA::ReadUint8Obs(ObsDataTypes type, unsigned char sat) const
 
 int EPO_DATA::StoreGPSTime(const Gps_Time &time)
 {
+    // Each is tried, also when one before it has found no place.
     const int seconds = StoreDoubleEpo(EPO_SECONDS, time.sec);
     const int low = StoreUint8Epo(EPO_WEEK_LOW, static_cast<unsigned char>(time.week & 0xFF));
     const int high = StoreUint8Epo(EPO_WEEK_HIGH, static_cast<unsigned char>(time.week >> 8));
@@ -192,10 +201,12 @@ int EPO_DATA::All_Present(std::initializer_list<ObsDataTypes> types) const
 
 void EPO_DATA::RemoveEpoIndex(unsigned char sat)
 {
+    // Only a count that lives where it belongs, among the bytes, can go down.
     const int count_at = epo_bytes_.Find(epo_index_[EPO_SATELLITES]);
     if (count_at < 0 || sat >= epo_bytes_.item[count_at]) return;
     // The producer's count may say more than there are entries.
     const std::size_t end = std::min<std::size_t>(epo_bytes_.item[count_at]--, Entries());
+    // The last entry, or one that has no place in the arrays: the count was all there was to change.
     if (sat + std::size_t{1} >= end) return;
     Close_Gap(doubles_, sat, end);
     Close_Gap(floats_, sat, end);
@@ -204,6 +215,7 @@ void EPO_DATA::RemoveEpoIndex(unsigned char sat)
 
 bool EPO_DATA::Can_Hold(const EPO_DATA &source) const
 {
+    // Numbers say it all: arrays of one kind are alike, and which quantity is in which one is copied with the index.
     return capacity_ == source.capacity_ && doubles_.used >= source.doubles_.used &&
            floats_.used >= source.floats_.used && bytes_.used >= source.bytes_.used;
 }
@@ -214,6 +226,7 @@ bool EPO_DATA::Allocate_As(const EPO_DATA &source)
     const auto allocate = [this](auto &arrays, int wanted) {
         while (arrays.used < wanted) {
             auto *&array = arrays.item[arrays.used];
+            // Filled with anything: copy writes over all of it.
             array = New_Array<std::remove_reference_t<decltype(*array)>>(0);
             if (!array) return false;
             ++arrays.used;
@@ -224,6 +237,7 @@ bool EPO_DATA::Allocate_As(const EPO_DATA &source)
            allocate(bytes_, source.bytes_.used);
 }
 
+// For copy only: index, epoch values and their counts stay behind, since copy sets them next.
 void EPO_DATA::Swap(EPO_DATA &other)
 {
     std::swap(capacity_, other.capacity_);
@@ -239,6 +253,7 @@ int EPO_DATA::copy(const EPO_DATA *source)
     if (!Can_Hold(*source)) {  // made aside: without memory, this epoch stays whole
         EPO_DATA fresh(source->capacity_);
         if (!fresh.Allocate_As(*source)) return -1;
+        // The arrays that were here before go with it.
         Swap(fresh);
     }
     std::copy(std::begin(source->epo_index_), std::end(source->epo_index_), epo_index_);

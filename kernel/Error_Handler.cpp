@@ -13,11 +13,13 @@ namespace kernel {
 
 namespace {
 
+// Print_Out makes its texts on the stack: that memory is short can be reported without any.
 constexpr std::size_t text_size = 2048;  // with the terminator
 constexpr Err_Code no_code = 1;
 constexpr Err_Code os_error_code = 3;
 
-// Two threads may come to their end at once, and a destructor of the exit may report once more: exit itself runs only once.
+// Two threads may come to their end at once, and a destructor of the exit may report once more: exit itself runs only
+// once.
 [[noreturn]] void End_Process()
 {
     static std::atomic<std::thread::id> ending{};
@@ -44,6 +46,7 @@ void Format(char (&text)[text_size], const char *format, std::va_list arguments)
 
 Trace_Error_Handler Trace_Handler;
 
+// For handlers of hosts; those of the library print none of these. The last is spelled so on purpose.
 const char *const Error_Handler::StatusMesg[6] = {"Message", "Information", "Warning",
                                                   "Error",   "Fatal Error", "Unrecoverble Error"};
 
@@ -82,6 +85,7 @@ void Error_Handler::Print_Out(Enum_Status status, const char *format, ...)
 
 void Error_Handler::OS_Error(Enum_Status status, const char *format, ...)
 {
+    // Before anything else: what formats the text may change it.
     const unsigned long error = platform::last_error();
     std::va_list arguments;
     va_start(arguments, format);
@@ -102,6 +106,7 @@ void Error_Handler::Report_OS(unsigned long error, Enum_Status status, const cha
 {
     if (error == 0) return;
     const auto code = static_cast<unsigned int>(error);
+    // Half of a report at most: the caller's text keeps the rest, and `room` below cannot fall below 0.
     char cause[text_size / 2];
     std::snprintf(cause, sizeof cause, "OS Error-Code: %d=0x%08X => %s", static_cast<int>(code), code,
                   platform::error_text(code).c_str());
@@ -131,14 +136,18 @@ void Simple_Error_Handler::Do_Print(Enum_Status status, Err_Code, const char *te
 {
     {
         const Semaphore_Guard guard(lock_);
+        // A null name would be the runtime's business; most print these letters.
         if (print_location_) std::fprintf(stream_, "Line %u in File %s\n", Line(), File() ? File() : "(null)");
         std::fprintf(stream_, "%s\n", text);
     }
+    // With the lock free: destructors at the exit may wait for threads that want to report.
     if (status == ES_Unrecoverable) End_Process();
 }
 
 void Trace_Error_Handler::Do_Print(Enum_Status status, Err_Code, const char *text)
 {
+    // Words of its own, padded to one column. Piece by piece below: whoever hooks the debugger's output gets each as a
+    // call.
     static const char *const prefix[] = {nullptr, nullptr, "Warning: ", "Error  : ", "Fatal  : ", "Terminate: "};
     {
         const Semaphore_Guard guard(lock_);
@@ -147,6 +156,7 @@ void Trace_Error_Handler::Do_Print(Enum_Status status, Err_Code, const char *tex
         platform::debug_output("\n");
     }
     if (status == ES_Unrecoverable) {
+        // Before the end, while the stack still shows who reported.
         platform::debug_break();
         End_Process();
     }

@@ -10,6 +10,7 @@ namespace kernel {
 namespace {
 
 const char unit[] = "kernel/OBJ_SERV";
+// Said of a client that refuses 10 or 20: both are orders, and a no is taken for silence.
 constexpr const char *no_answer = "Client %s didn't answer";
 
 // The record types that Object_Client_NULL can be made for; events and WAAS records are left out on purpose.
@@ -49,17 +50,21 @@ bool Object_Server::IsInheritedFrom(const char *name) const
     return (name && std::strcmp(name, Name) == 0) || Server::IsInheritedFrom(name);
 }
 
+// Comes twice, from the subclass's destructor and from this base's: the second time nothing is left to do.
 void Object_Server::End()
 {
+    // An object in the middle is a client as well: nobody that goes in the course of this may delete it a second time.
     Dont_Delete_Me();
     Object_Client *former = nullptr;
     {
         const Semaphore_Guard guard(*this);
         former = client_;
         if (former) Object_Server::Disconnect();
+        // Also without a client: SetClient takes it away and leaves its records here.
         Object_Server::Reset_Data();
     }
     // Outside the lock: deleting may wait for a thread of the client's.
+    // Asked even when it has refused disconnection: the server ends either way.
     if (former && former->Send(*this, Mesg_Delete_Query)) Object::Destruct(former);
 }
 
@@ -88,6 +93,7 @@ void Object_Server::SetClient(Client *client)
 void Object_Server::Disconnect()
 {
     const Semaphore_Guard guard(*this);
+    // One that is not valid is not told: its Send may need what it never got.
     if (Object::valid(client_) && !Tell_Locked(Mesg_Disconnect_Query))
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 25, no_answer, client_->GetName());
     client_ = nullptr;
@@ -100,10 +106,13 @@ bool Object_Server::Connect(Object_Client *client)
     Handshake result = Handshake::Done;
     {
         const Semaphore_Guard guard(*this);
+        // False for a null client alone. The one that is connected already goes on from here: it shakes hands again,
+        // and the mode may change.
         if (!Server::Connect(client)) return true;
         result = Shake_Hands(*client);
     }
     if (result == Handshake::Done) return true;
+    // Said with the lock free: a host's handler may wait for a thread that wants it.
     Error_Handler &report = Report(unit, __LINE__);
     switch (result) {
     case Handshake::Done: break;
@@ -116,6 +125,7 @@ bool Object_Server::Connect(Object_Client *client)
         report.Print_Out(Error_Handler::ES_Error, 18, "No memory for static data of %s.", GetName());
         break;
     }
+    // Without that answer its counters may be off; records flow all the same.
     return result == Handshake::No_Answer;
 }
 
@@ -125,8 +135,11 @@ Object_Server::Handshake Object_Server::Shake_Hands(Object_Client &client)
         Disconnect();
         return Handshake::Wrong_Type;
     }
+    // Before the mode changes: a record that the former client left (it may have been deleted, and never disconnected)
+    // goes by the rules of its own mode.
     Reset_Data();
     static_mode_ = !client.Send(*this, Mesg_Object_Connect);
+    // Made now, so that a lack of memory is known while somebody can still say no.
     if (static_mode_ && !Static_Record()) {
         Disconnect();
         return Handshake::No_Memory;
@@ -136,6 +149,7 @@ Object_Server::Handshake Object_Server::Shake_Hands(Object_Client &client)
 
 bool Object_Server::Connect_Typed(Object_Client *client, const char *refusal, const char *source, unsigned int line)
 {
+    // Qualified: the caller is the subclass's Connect.
     if (!Object_Server::Connect(client)) return false;
     if (!client || Tell(record_type_)) return true;
     Report(source, line)
@@ -153,6 +167,7 @@ bool Object_Server::Work()
     }
     while (pending_) {
         if (!Tell_Locked(Mesg_Request_Invite)) return false;
+        // The answer does not count: whether the record was taken is seen in pending_.
         Tell_Locked(Mesg_Data_Ready);
         if (client_) ++count_;  // it may have disconnected: the count is 0 then
     }
@@ -162,6 +177,8 @@ bool Object_Server::Work()
 bool Object_Server::Send_Data(void *&record)
 {
     const Semaphore_Guard guard(*this);
+    // The same one again is no change of records: in static mode there is only one, and a producer may repeat what was
+    // not wanted.
     if (pending_ != record) Free(pending_);
     pending_ = std::exchange(record, nullptr);
     return Work();
@@ -176,6 +193,7 @@ void *Object_Server::Get_Object()
 void *Object_Server::Malloc()
 {
     const Semaphore_Guard guard(*this);
+    // The text is that of a refused type and stays so; the code says that memory was short.
     void *const record = static_mode_ ? Static_Record() : _Alloc_Object();
     if (!record)
         Report(unit, __LINE__)
@@ -200,6 +218,7 @@ void Object_Server::Free(void *&record)
 void Object_Server::Reset_Data()
 {
     const Semaphore_Guard guard(*this);
+    // In static mode Free only forgets the pending record: it is the static one, which is released once, below.
     Free(pending_);
     count_ = 0;
     if (static_) _Free_Object(std::exchange(static_, nullptr));
@@ -275,6 +294,7 @@ bool Object_Client_NULL::Send(Object_Server &server, CL_Mesg message)
     }
     case Mesg_Object_Connect: return false;
     default:
+        // Events and WAAS records reach the base's answers: a no, and a no with a report.
         if (Is_Droppable(message)) return type_ == Mesg_Object_Type || type_ == message;
         return Object_Client::Send(server, message);
     }

@@ -6,6 +6,7 @@
 
 namespace kernel {
 
+// Objects keep this beside the handler they took at birth: it outlives the handler and tells when that one is gone.
 struct Object::Default {
     explicit Default(Error_Handler *the_handler) : handler(the_handler) {}
 
@@ -15,6 +16,7 @@ struct Object::Default {
 
 namespace {
 
+// Objects made before main get its address; it must not be reported to before this file's statics stand.
 Trace_Error_Handler built_in_handler;
 
 }  // namespace
@@ -34,6 +36,7 @@ Object::Object(const char *name, Error_Handler *handler)
 {
 }
 
+// With the record of the default: a copy made after its handler was deleted must know that, too.
 Object::Object(const Object &other)
     : name_(other.name_), handler_(other.handler_.load(std::memory_order_relaxed)),
       default_at_birth_(other.default_at_birth_), uses_default_(other.uses_default_.load(std::memory_order_relaxed))
@@ -79,6 +82,7 @@ void Object::Set_Default_Handler(Error_Handler *handler)
 {
     std::shared_ptr<Default> old = Default_Handler();
     if (handler == old->handler) return;  // deleting it would leave the default dangling
+    // In place before the old one goes: what that one's destructor makes gets the new one.
     Default_Handler() = std::make_shared<Default>(handler);
     if (!old->handler || old->handler == &built_in_handler) return;
     old->deleted.store(true, std::memory_order_release);  // read by objects made under it, before they report

@@ -40,6 +40,8 @@ void Position::Set_Time(double t)
     if (t > 0) Set(time_, t, Has_Time);
 }
 
+// The product wraps in 32 bits on purpose, and is stored also where it came out negative: only the arguments are
+// judged. Unsigned, as a signed overflow is undefined.
 void Position::Set_Time(int week, double second)
 {
     if (week > 0 && second >= 0)
@@ -53,6 +55,7 @@ int Position::Read_Solution(Solution_Type &solution) const
 
 const char *Position::Get_Solution_Name(Solution_Type solution)
 {
+    // A negative value becomes a large one.
     const auto index = static_cast<std::size_t>(solution);
     return index < std::size(solution_names) ? solution_names[index] : solution_names[UNKNOWN];
 }

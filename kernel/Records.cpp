@@ -16,6 +16,7 @@ int GloFreqTable::Channel(int slot) const
     return slot < 1 || slot > Slots ? No_Channel : channels_[static_cast<std::size_t>(slot) - 1];
 }
 
+// 0 rather than what channel 0 has: a wrong carrier would spoil every phase unnoticed.
 double GloFreqTable::L1(int slot) const
 {
     const int channel = Channel(slot);
@@ -28,7 +29,8 @@ double GloFreqTable::L2(int slot) const
     return channel == No_Channel ? 0 : L2_Of(channel);
 }
 
-// The remainder of all 250 bits, message and parity, by the polynomial of CRC-24Q: zero when no bit was hurt.
+// The remainder of all 250 bits, message and parity, by the polynomial of CRC-24Q: zero when no bit was hurt. Bit by
+// bit, as 250 is no number of bytes; a satellite sends one message a second.
 bool WAAS_Data::Has_Good_Parity() const
 {
     constexpr std::uint32_t polynomial = 0x1864CFB, top = 1u << 24;

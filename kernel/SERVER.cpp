@@ -32,6 +32,8 @@ bool Server::Request(long)
 bool Server::IsConnected() { return GetClient() != nullptr; }
 
 // The base knows its families by name; each has its own way to disconnect.
+// Qualified, since the virtual one may be the override that has called this. An object of both families counts as a
+// server of records. A name without the family behind it does nothing.
 void Server::Disconnect()
 {
     if (IsInheritedFrom(Object_Server::Name)) {
@@ -79,10 +81,13 @@ bool Server::May_Delete(Client *old)
 
 void Server::Replace_Client(Client *old)
 {
+    // One that is not valid has no say, not even after Dont_Delete_Me. Nobody stops a delivering thread before the
+    // deletion: that is why connecting belongs to that thread, or to a time without one.
     if (!old->IsValid() || May_Delete(old))
         Object::Destruct(old);
     else
         Disconnect();
+    // Also when it refused both questions: it loses its place, lives on and is its owner's.
     SetClient(nullptr);
 }
 

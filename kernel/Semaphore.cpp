@@ -10,6 +10,7 @@ Semaphore::~Semaphore()
     section_ = nullptr;
 }
 
+// Const, as Release is: who only looks at an object has to lock it, too.
 void Semaphore::Request() const
 {
     if (section_) section_->lock();

@@ -11,6 +11,7 @@ namespace kernel {
 
 namespace {
 
+// On the stack of whoever puts: a line of text costs no heap.
 constexpr std::size_t format_size = 5052;  // with the terminator
 
 }  // namespace
@@ -19,6 +20,7 @@ const char String_Byte_Server::Name[] = "String_Byte_Server";
 
 String_Byte_Server::String_Byte_Server(const char *name, long size, Error_Handler *handler) : Object(name, handler)
 {
+    // Not valid then; yet every operation stands a missing ring.
     if (size < 2) return;
     ring_.reset(new (std::nothrow) unsigned char[static_cast<std::size_t>(size)]());
     if (ring_) size_ = static_cast<std::size_t>(size);
@@ -45,6 +47,7 @@ bool String_Byte_Server::IsValid() const { return ring_ && Client_Server::IsVali
 
 bool String_Byte_Server::Request(long n)
 {
+    // Bounded first: where long has 64 bits, a large request must not come out small or negative.
     requested_ = static_cast<std::int32_t>(std::clamp(n, 0L, long{std::numeric_limits<std::int32_t>::max()}));
     return Stored() >= static_cast<std::size_t>(requested_);
 }
@@ -52,7 +55,9 @@ bool String_Byte_Server::Request(long n)
 // Lets the client pull while its request can be met. False when it refused.
 bool String_Byte_Server::Serve(long &available)
 {
+    // From inside the message the client may ask anew and give bytes back: request and stock are both looked at again.
     while (Is_Pending(available)) {
+        // Also when there is no client any more: it may have had itself disconnected from inside its last answer.
         if (!Tell(Mesg_Data_Ready)) {
             requested_ = 0;
             return false;
@@ -65,9 +70,11 @@ bool String_Byte_Server::Serve(long &available)
 bool String_Byte_Server::Work()
 {
     if (!Get_Byte_Client()) return false;
+    // What the last round left open is dropped: the client, invited again, says what it wants now.
     requested_ = 0;
     long available = MinAvail(0);
     while (available > 0 && available >= requested_) {
+        // A refusal counts even when the client has asked before it refused.
         if (!Tell(Mesg_Request_Invite)) requested_ = 0;
         if (requested_ <= 0) return false;  // below: it pulled without asking, and would be invited for ever
         if (!Serve(available)) return false;
@@ -76,9 +83,11 @@ bool String_Byte_Server::Work()
     return true;
 }
 
+// Unlike Work it invites with the ring empty, too: the answer is the request that the next call waits for.
 bool String_Byte_Server::ContinueWork()
 {
     long available = MinAvail(0);
+    // Not yet: the client has been told so (40) and is not told again with every piece that comes.
     if (available < requested_) return true;
     for (;;) {
         if (!Get_Byte_Client()) return false;
@@ -107,6 +116,8 @@ unsigned short String_Byte_Server::GetByte()
     return byte;
 }
 
+// The request stays as it is, on purpose, where the transports raise theirs: a byte that is given back and pulled again
+// is taken off twice.
 unsigned short String_Byte_Server::UnGetByte(unsigned char byte)
 {
     if (!ring_) return No_Byte;
@@ -145,6 +156,7 @@ unsigned short String_Byte_Server::Put(unsigned char byte)
     return byte;
 }
 
+// Takes what GetByte answers as it is: the end mark adds nothing.
 unsigned short String_Byte_Server::Put(unsigned short value)
 {
     return value == No_Byte ? No_Byte : Put(static_cast<unsigned char>(value & 0xFF));
@@ -204,6 +216,7 @@ bool String_Byte_Server::Put(const char *format, ...)
     return length >= 0 && PutStr(text);
 }
 
+// A pending request outlives this and waits for what is put next.
 void String_Byte_Server::Clear() { read_ = write_ = 0; }
 
 }  // namespace kernel

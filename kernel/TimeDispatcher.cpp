@@ -19,6 +19,8 @@ void TimeDispatcher::Register(TimeDispatcherFunction *object, Function function)
 unsigned int SynchronReceiverSimulator::ObjCount = 0;
 std::map<SynchronReceiverSimulator::Place, SynchronReceiverSimulator *> SynchronReceiverSimulator::tree;
 
+// In the register before the derived class is built, and still there when that is gone: an update from another thread
+// would call an operation that nobody has.
 SynchronReceiverSimulator::SynchronReceiverSimulator() : place_(Join(ObjCount)) { ++ObjCount; }
 
 SynchronReceiverSimulator::SynchronReceiverSimulator(const SynchronReceiverSimulator &original)
@@ -29,6 +31,7 @@ SynchronReceiverSimulator::SynchronReceiverSimulator(const SynchronReceiverSimul
 SynchronReceiverSimulator &SynchronReceiverSimulator::operator=(const SynchronReceiverSimulator &original)
 {
     if (this != &original) {
+        // Out first: among others of the same number it would queue behind itself.
         tree.erase(place_);
         place_ = Join(original.place_.first);
     }

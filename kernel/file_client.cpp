@@ -26,6 +26,7 @@ File_Client::File_Client(const char *name) : Object(name ? name : ClassName()) {
 
 File_Client::File_Client() : File_Client(ClassName()) {}
 
+// Not Byte_Client's copy: counters and connection are not taken over.
 File_Client::File_Client(const File_Client &other) : Object(other), Byte_Client() { ResetValues(); }
 
 File_Client &File_Client::operator=(const File_Client &other)
@@ -77,6 +78,7 @@ bool File_Client::Create(const char *name)
     }
     file_ = platform::File::open(own_name.get(), platform::File::Mode::create);
     if (!file_) {
+        // The name is dropped with the failure: a client without both is valid, and records nothing.
         last_error_ = platform::last_error();
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not open file %s", own_name.get());
         ErrorBox();
@@ -87,6 +89,7 @@ bool File_Client::Create(const char *name)
     return true;
 }
 
+// Both together: with a name and no file the object would not be valid.
 void File_Client::Close()
 {
     file_.reset();
@@ -96,6 +99,8 @@ void File_Client::Close()
 bool File_Client::Send(Byte_Server &server, CL_Mesg message)
 {
     switch (message) {
+    // One byte: it wants to be called as soon as there is anything, and then takes what there is. Both are always true:
+    // a full disk must not end the stream.
     case Mesg_Request_Invite: server.Request(1); return true;
     case Mesg_Data_Ready: Record(server); return true;
     default: return Byte_Client::Send(server, message);
@@ -105,6 +110,7 @@ bool File_Client::Send(Byte_Server &server, CL_Mesg message)
 void File_Client::Record(Byte_Server &server)
 {
     unsigned char block[block_size];
+    // Not for the answer: a ring puts itself in order when it is asked.
     server.MinAvail(0);
     const long taken = server.GetNBytes(block, block_size);
     // More than was asked for is the word of a tap without an upstream, and no bytes came with it.

@@ -15,6 +15,7 @@ namespace {
 
 const char unit[] = "kernel/file_client_server";
 
+// No_Byte as a count. Whoever takes blocks through a tap has to see that it is more than was asked for.
 constexpr long no_upstream_count = 65535;
 constexpr Open_Error_Words words = {"device not found", "access denied (Device open ?)"};
 
@@ -56,6 +57,7 @@ bool File_Client_Server::Create(const char *name)
     std::uint32_t error = 0;
     {
         const Semaphore_Guard guard(*this);
+        // Good while the lock is held: who closes takes it, Record included.
         const char *open_name = file_->Name();
         if (open_name && Same_File_Name(open_name, name)) return true;
         Close();
@@ -77,6 +79,7 @@ std::uint32_t File_Client_Server::Open(const char *name)
 {
     auto file = platform::File::open(name, platform::File::Mode::append);
     if (!file) return platform::last_error();
+    // Opening for append leaves the position at the start.
     file->seek_end(0);
     file_->Set(std::move(file), name);
     return 0;
@@ -92,6 +95,7 @@ bool File_Client_Server::Request(long n) { return upstream_ && upstream_->Reques
 
 long File_Client_Server::MinAvail(long n) { return upstream_ ? upstream_->MinAvail(n) : 0; }
 
+// A call of the system per byte: a client in a hurry pulls blocks.
 unsigned short File_Client_Server::GetByte()
 {
     const unsigned short value = upstream_ ? upstream_->GetByte() : No_Byte;
@@ -106,6 +110,7 @@ unsigned short File_Client_Server::UnGetByte(unsigned char)
 {
     const unsigned short value = upstream_ ? upstream_->GetByte() : No_Byte;
     if (value == No_Byte) return value;
+    // Fails in an empty file, where there is nothing to replace.
     if (const auto file = file_->Get()) file->seek_end(-1);
     return value;
 }
@@ -114,6 +119,7 @@ long File_Client_Server::GetNBytes(unsigned char *buffer, long n)
 {
     if (!upstream_) return no_upstream_count;
     const long got = upstream_->GetNBytes(buffer, n);
+    // More than n is what a tap above says that has no upstream: nothing of it is in the buffer.
     if (got > 0 && got <= n) Record(buffer, static_cast<std::size_t>(got));
     return got;
 }
@@ -139,6 +145,8 @@ bool File_Client_Server::Send(Byte_Server &server, CL_Mesg message)
         Delete_Downstream();
         return Byte_Client::Send(server, message);
     }
+    // The tap answers for the chain; its client was asked when it was connected here. Everything below goes down, also
+    // whether disconnection is allowed: the end of the chain decides, and ticks are counted there.
     if (message == Mesg_Byte_Type) return true;
     Byte_Client *downstream = Get_Byte_Client();
     if (!downstream) return Byte_Client::Send(server, message);
@@ -154,6 +162,7 @@ void File_Client_Server::Delete_Downstream()
 {
     Byte_Client *downstream = Get_Byte_Client();
     if (!Delete_Me() || !downstream) return;
+    // Detached first, or this object's own end would ask a client that is gone.
     SetClient(nullptr);
     if (downstream->Send(*this, Mesg_Delete_Query)) Object::Destruct(downstream);
 }

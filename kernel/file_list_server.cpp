@@ -34,6 +34,7 @@ bool File_List_Server::IsInheritedFrom(const char *name) const
 bool File_List_Server::Create(const char *list_name, unsigned long rate)
 {
     Close(false);
+    // The list has no lock: from here until Work() no reader is there to use it.
     list_->Close();
     if (!list_name) return true;
     if (!list_->Open(list_name)) {
@@ -46,6 +47,7 @@ bool File_List_Server::Create(const char *list_name, unsigned long rate)
 
 bool File_List_Server::Next_File()
 {
+    // True is meant: the reader finds the same file again and asks once per pass, until it is stopped.
     if (!list_->Is_Open()) {
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 12, "List file not open.");
         return true;
@@ -53,6 +55,8 @@ bool File_List_Server::Next_File()
     for (std::string entry;;) {
         File_Lock lock(*this);
         if (!list_->Next(entry)) return End_List(lock);
+        // Let go first: Create drops this lock and makes one for the next name. The rate is that of now, which AutoRun
+        // may have changed.
         lock.Release();
         if (File_Server::Create(entry.c_str(), Rate())) {
             Report(unit, __LINE__)
@@ -78,6 +82,7 @@ Simulator_File_Server::Simulator_File_Server(const char *name)
 {
 }
 
+// The reader is stopped while Next_File is still this class's.
 Simulator_File_Server::~Simulator_File_Server() { Close(false); }
 
 Simulator_File_Server *Simulator_File_Server::Construct(const char *name)
@@ -92,6 +97,8 @@ bool Simulator_File_Server::IsInheritedFrom(const char *name) const
 
 bool Simulator_File_Server::Create(const char *name, bool list_mode, unsigned long bytes_per_second)
 {
+    // A reader that is at the end of the recording before this one may already see the new mode, and says that no list
+    // is open.
     list_mode_ = list_mode;
     SetBytesPerSec(bytes_per_second);
     return list_mode ? File_List_Server::Create(name, bytes_per_second) : File_Server::Create(name, bytes_per_second);

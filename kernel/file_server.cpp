@@ -22,6 +22,7 @@ const char unit[] = "kernel/file_server";
 
 constexpr long buffer_size = 8192;        // bytes of the ring that the client pulls from
 constexpr std::size_t block_size = 4096;  // bytes per read, at most
+// The grain of the pace: the budget grows once per pass.
 constexpr unsigned long pass_ms = 50;
 constexpr unsigned long retry_ms = 10;
 constexpr Open_Error_Words words = {"file not found", "access denied"};
@@ -55,6 +56,7 @@ bool File_Server::IsValid() const { return String_Byte_Server::IsValid(); }
 
 void File_Server::Disconnect()
 {
+    // The reader first: with it gone nobody is inside the client that is asked.
     stop();
     Byte_Server::Disconnect();
 }
@@ -67,6 +69,8 @@ bool File_Server::Work()
 
 File_Server::File_Lock::File_Lock(const File_Server &server)
 {
+    // The guard for the look alone: the wait may be for another process. Who waits while the file changes gets the old
+    // file's lock, and meets the holder of the new one; the counters are atomics for that.
     {
         const std::lock_guard guard(server.lock_guard_);
         lock_ = server.file_lock_;
@@ -91,6 +95,8 @@ bool File_Server::Create(const char *name, unsigned long rate)
 {
     {
         const File_Lock lock(*this);
+        // The reader rests until somebody grants anew. Auto-run is not begun anew: a list keeps its pace over its
+        // files.
         Set_Rate(rate);
         budget_ = 0;
     }
@@ -100,6 +106,8 @@ bool File_Server::Create(const char *name, unsigned long rate)
     }
     try {
         const std::string own_name(name);  // the caller's text may be the one that Close frees
+        // The thread is not stopped: it may be the caller, and goes on with the new file. When it is not, it may look
+        // between Close and Open, find no file and end: Work() starts it again.
         Close(true);
         return Open(own_name.c_str());
     } catch (const std::bad_alloc &) {
@@ -116,6 +124,7 @@ bool File_Server::Open(const char *name)
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "new ipcMutexSemaphore(%s) failed", name);
         return false;
     }
+    // The lock before the file: who controls meanwhile waits until it is settled whether there is one.
     {
         const std::lock_guard guard(lock_guard_);
         file_lock_ = file_lock;
@@ -128,6 +137,7 @@ bool File_Server::Open(const char *name)
             const std::uint32_t error = platform::last_error();
             lock.Release();
             Close(false);
+            // After Close, since a reader that ends there would report the error as one of its own.
             last_error_ = error;
             Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not open file %s", name);
             ErrorBox();
@@ -151,6 +161,7 @@ void File_Server::Close(bool from_thread)
     file_lock_.reset();
 }
 
+// Before Create it grants nothing: Create starts from 0.
 void File_Server::Insert(unsigned long n)
 {
     const File_Lock lock(*this);
@@ -160,6 +171,7 @@ void File_Server::Insert(unsigned long n)
 void File_Server::AutoRun(unsigned long rate)
 {
     const File_Lock lock(*this);
+    // What was granted before stays: a new rate takes nothing back.
     run_start_ = platform::clock_ms();
     granted_ = 0;
     Set_Rate(rate);
@@ -175,8 +187,8 @@ void File_Server::Freeze()
     rate_ = 0;
 }
 
-// Two readers would share one buffer: a running one is asked to leave, again and again, since it may be about to start. One
-// that was given up on does not count.
+// Two readers would share one buffer: a running one is asked to leave, again and again, since it may be about to start.
+// One that was given up on does not count.
 bool File_Server::Work(unsigned long n)
 {
     while (is_running() && !Is_Own_Thread()) {
@@ -188,6 +200,7 @@ bool File_Server::Work(unsigned long n)
     }
     {
         const File_Lock lock(*this);
+        // With a stop requested the body makes one pass: it spends the budget and returns.
         delivered_ = 0;
         budget_ = n;
         rate_ = 0;
@@ -198,6 +211,7 @@ bool File_Server::Work(unsigned long n)
 
 unsigned long File_Server::thread()
 {
+    // Asked only here: a client that SetClient takes away later leaves a reader that reads on for nobody.
     if (!Get_Byte_Client()) return static_cast<unsigned long>(-1);
     run_start_ = platform::clock_ms();
     granted_ = 0;
@@ -208,6 +222,8 @@ unsigned long File_Server::thread()
         Sleep(pass_ms);
         Top_Up();
     }
+    // Without a file there is nothing more to do: it was closed, or never there. An error of a read is told now, and
+    // not with each try.
     ErrorBox();
     return last_error_ == 0 ? 1 : 0;
 }
@@ -230,6 +246,8 @@ bool File_Server::Deliver()
         if (IsUsedByOrgScan.load(std::memory_order_relaxed)) block.n = 1;
 
         const bool read = Read(block);
+        // A read that fails may have brought bytes before it did; one that brings none at the end still invites the
+        // client to what it left.
         if (block.got > 0 || read) Hand_Over(block);
         if (read && block.got == block.n) continue;
 
@@ -239,6 +257,7 @@ bool File_Server::Deliver()
             Request_Stop();
             platform::sleep_ms(retry_ms);
         } else {
+            // Before Next_File, which closes the last file at the end of a list, its name included.
             const std::string ended = file_->Name_Copy();
             if (!Next_File()) {
                 Report(unit, __LINE__).Print_Out(Error_Handler::ES_Warning, 16, "EOF of file \"%s\"", ended.c_str());
@@ -259,6 +278,7 @@ bool File_Server::Read(Block &block)
     unsigned char bytes[block_size];
     unsigned char *const in_place = Reserve(block.n);
     const bool read = block.file->read(in_place ? in_place : bytes, block.n, block.got);
+    // Closed by another thread is no error of the file's.
     if (!read && !block.file->closed()) last_error_ = platform::last_error();
     if (in_place)
         Commit(block.got);
@@ -279,6 +299,7 @@ void File_Server::Hand_Over(const Block &block)
 void File_Server::Top_Up()
 {
     if (rate_ == 0) return;
+    // Against AutoRun, which changes start, rate and what was granted together.
     const File_Lock lock(*this);
     const double elapsed = static_cast<double>(platform::clock_ms() - run_start_) / 1000.0;  // s
     const auto target = static_cast<std::uint64_t>(static_cast<double>(rate_) * elapsed);
@@ -293,6 +314,7 @@ unsigned long File_Server::terminate()
         const File_Lock lock(*this);
         Freeze();
     }
+    // stop() does the waiting; 0 is the exit code, should it come to a kill.
     Close(true);
     return 0;
 }
@@ -313,6 +335,7 @@ unsigned long File_Server::GetFilePos() const
 
 void File_Server::ErrorBox()
 {
+    // No caller holds a lock here: on Windows the box stays until somebody has seen it.
     const std::string text = Report_Open_Error(*this, unit, __LINE__, last_error_, words);
     if (!text.empty()) platform::message_box(text.c_str(), "Error");
 }

@@ -12,6 +12,8 @@
 
 namespace kernel {
 
+// What has no words here comes out as its number, on purpose: 3 (no such folder), 32 (somebody else has the file), 112
+// (disk full).
 std::string Open_Error_Text(std::uint32_t error, const Open_Error_Words &words)
 {
     switch (error) {
@@ -57,6 +59,8 @@ std::unique_ptr<char[]> Copy_Text(const char *text)
     return copy;
 }
 
+// Case does not count on POSIX either, although two files may differ in nothing else there: the second is then taken
+// for the one that is open.
 bool Same_File_Name(const char *a, const char *b)
 {
     const auto lower = [](char c) { return std::tolower(static_cast<unsigned char>(c)); };
@@ -70,6 +74,7 @@ std::shared_ptr<platform::File> Open_File::Get() const
     return file_;
 }
 
+// The guard keeps the look whole; what it answers is the caller's to protect from Set and Close.
 const char *Open_File::Name() const
 {
     const std::lock_guard lock(guard_);
@@ -85,6 +90,7 @@ std::string Open_File::Name_Copy() const
 void Open_File::Set(std::shared_ptr<platform::File> file, const char *name)
 {
     const std::lock_guard lock(guard_);
+    // Marked for those who still hold it: their next transfer fails. The handle goes with the last of them.
     if (file_) file_->close();
     file_ = std::move(file);
     name_ = name ? std::make_unique<std::string>(name) : nullptr;

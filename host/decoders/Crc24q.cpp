@@ -22,12 +22,14 @@ constexpr std::array<std::uint32_t, 256> Make_Table()
     return table;
 }
 
+// What a byte in the top eight of the 24 bits leaves behind. The compiler's work: nothing to be made at the start.
 constexpr std::array<std::uint32_t, 256> table = Make_Table();
 
 }  // namespace
 
 std::uint32_t Crc24q(std::span<const unsigned char> bytes, std::uint32_t crc)
 {
+    // A result has 24 bits, also one that is handed in to go on with: the index stays within the table.
     for (const unsigned char byte : bytes) crc = ((crc << 8) & 0xFFFFFF) ^ table[(crc >> 16) ^ byte];
     return crc;
 }

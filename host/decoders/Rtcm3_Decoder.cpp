@@ -36,6 +36,7 @@ void Fill_Orbit(const Rtcm3_Gps_Ephemeris &from, KeplerData &to)
     to[Kepler_Cuc] = from.cuc;
 }
 
+// Kepler_sent stays 0: when the satellite sent it is not in the message.
 void Fill(const Rtcm3_Gps_Ephemeris &from, int near_week, KeplerData &to)
 {
     Fill_Orbit(from, to);
@@ -61,7 +62,7 @@ void Fill_Clock_And_Marks(const Rtcm3_Glonass_Ephemeris &from, GlonassEph &to)
     to.gamma_n = from.gamma;
     to.delta_tau_n = from.delta_tau;
     to.En = from.en;
-    to.Bn = from.bn_msb ? 4 : 0;
+    to.Bn = from.bn_msb ? 4 : 0;  // of its three bits only the highest is sent
     to.ln = from.ln_third;
     to.almanac_known = from.almanac_health_known;
     to.Cn = from.almanac_health;
@@ -127,6 +128,7 @@ bool Rtcm3_Decoder::Send(Byte_Server &server, CL_Mesg message)
 
 void Rtcm3_Decoder::Finish()
 {
+    // The reader first: a frame that was waiting for more bytes may hide one of the open epoch.
     reader_.Finish();
     assembler_.Finish();
     Report_Counts();
@@ -138,13 +140,15 @@ void Rtcm3_Decoder::Take(const Rtcm3_Frame &frame)
     if (!message) return Report_Fault(decoder_.Last_Fault(), frame.message);
     assembler_.Take(*message);
     if (const auto *station = std::get_if<Rtcm3_Station>(message)) Deliver(*station);
+    // PRN and slot are within the arrays: Decode lets no others pass.
     if (const auto *gps = std::get_if<Rtcm3_Gps_Ephemeris>(message))
         Deliver_New(*gps, frame.payload(), last_gps_[gps->prn]);
     if (const auto *glonass = std::get_if<Rtcm3_Glonass_Ephemeris>(message))
         Deliver_New(*glonass, frame.payload(), last_glonass_[glonass->slot]);
 }
 
-// A static record still holds the epoch before.
+// The time is noted also where nothing else can be used: positions carry that of the last epoch, or none. A static
+// record still holds the epoch before, and has its capacity.
 void Rtcm3_Decoder::Deliver(const Rtcm3_Epoch &epoch)
 {
     time_.reset();
@@ -158,6 +162,8 @@ void Rtcm3_Decoder::Deliver(const Rtcm3_Epoch &epoch)
     observations_->Send_Obs(record);
 }
 
+// As it was sent, bytes against bytes: no field can be forgotten. Remembered only when taken, so that who connects
+// later gets the current ones.
 template <class Ephemeris>
 void Rtcm3_Decoder::Deliver_New(const Ephemeris &ephemeris, std::span<const unsigned char> payload, Payload &last)
 {
@@ -169,6 +175,7 @@ bool Rtcm3_Decoder::Deliver(const Rtcm3_Gps_Ephemeris &ephemeris)
 {
     KeplerData *record = ephemerides_->Malloc_Eph();
     if (!record) return false;
+    // A static record holds the ephemeris before; likewise below.
     *record = KeplerData();
     Fill(ephemeris, options_.near_week, *record);
     return ephemerides_->Send_Eph(record);
@@ -185,6 +192,7 @@ bool Rtcm3_Decoder::Deliver(const Rtcm3_Glonass_Ephemeris &ephemeris)
 
 void Rtcm3_Decoder::Deliver(const Rtcm3_Station &station)
 {
+    // Each time, though it seldom changes: what is new is its time.
     Position *record = positions_->Malloc_Pos();
     if (!record) return;
     *record = Position(Position::POSITION_KNOWN);
@@ -197,6 +205,7 @@ void Rtcm3_Decoder::Deliver(const Rtcm3_Station &station)
 
 void Rtcm3_Decoder::Report_Fault(Rtcm3_Fault fault, unsigned int message)
 {
+    // The first one since the counts were reported last; the decoder has counted it already.
     const auto index = static_cast<std::size_t>(fault);
     if (decoder_.Count(fault) != reported_faults_[index] + 1) return;
     Report(unit, __LINE__)
@@ -207,8 +216,10 @@ void Rtcm3_Decoder::Report_Fault(Rtcm3_Fault fault, unsigned int message)
 
 void Rtcm3_Decoder::Report_Counts()
 {
+    // From 1 on: the count at 0 is that of messages without a fault.
     for (std::size_t index = 1; index < rtcm3_faults; ++index) {
         const auto fault = static_cast<Rtcm3_Fault>(index);
+        // Taken into the earlier runs at once: a stream may go on after Finish, and that is a new run.
         const std::uint64_t count = decoder_.Count(fault) - reported_faults_[index];
         reported_faults_[index] += count;
         if (count == 0) continue;

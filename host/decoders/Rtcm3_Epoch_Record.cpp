@@ -35,15 +35,18 @@ std::size_t Rank(Gnss gnss, std::size_t set, Signal_Code code)
     if (!code) return std::string_view::npos;
     const char name[] = {code.band, code.attribute};
     for (const Carrier_Sets &system : carrier_sets)
+        // Found at the start of a name only: a band is a digit and an attribute a letter.
         if (system.gnss == gnss) return system.signals[set].find({name, sizeof name});
     return std::string_view::npos;
 }
 
+// Cycles rather than metres: a phase whose frequency is not known has no place in a record.
 bool Has_Range(const Rtcm3_Cell &cell) { return Has_Value(cell.pseudorange) || Has_Value(cell.Phase_Cycles()); }
 
 // The place in the MSM signal mask of a signal that came in a legacy message.
 unsigned char Legacy_Place(const Signal_Code &code)
 {
+    // The places of GPS and GLONASS agree where both have the code.
     static constexpr struct {
         Signal_Code code;
         unsigned char place;
@@ -66,6 +69,7 @@ void Store_Cell(const Rtcm3_Cell &cell, std::size_t set, EPO_DATA &record, unsig
     Store_Double(record, Of_Set(OBS_DOPPLER_A, set), cell.Doppler(), sat);
     if (Has_Value(cell.cn0)) record.StoreFloatObs(Of_Set(OBS_CN0_A, set), static_cast<float>(cell.cn0), sat);
     record.StoreFloatObs(Of_Set(OBS_LOCK_TIME_A, set), static_cast<float>(cell.lock_time) / 1000.0F, sat);
+    // Byte arrays begin as 255, so that a code that is missing is not usable by itself.
     if (Has_Value(cell.pseudorange)) record.StoreUint8Obs(Of_Set(OBS_VALID_A, set), 0, sat);
     const unsigned char place = cell.msm_signal != 0 ? cell.msm_signal : Legacy_Place(cell.code);
     record.StoreUint8Obs(Of_Set(OBS_SIGNAL_A, set), place, sat);
@@ -82,11 +86,13 @@ int Rtcm3_Epoch_Record::Select(const Rtcm3_Epoch &epoch)
             Entry &entry = entries_[cell.satellite];
             const Rtcm3_Cell *&chosen = entry.cells[set];
             const std::size_t rank = Rank(entry.satellite->gnss, set, cell.code);
+            // A cell that A has taken is not B's as well.
             if (rank == std::string_view::npos || !Has_Range(cell) || entry.cells[0] == &cell) continue;
             if (!chosen || rank < Rank(entry.satellite->gnss, set, chosen->code)) chosen = &cell;
         }
     }
     std::erase_if(entries_, [](const Entry &entry) { return entry.cells == decltype(entry.cells){}; });
+    // A count of satellites is a byte.
     entries_.resize(std::min<std::size_t>(entries_.size(), 255));
     return static_cast<int>(entries_.size());
 }
@@ -100,6 +106,7 @@ void Rtcm3_Epoch_Record::Store(const Rtcm3_Epoch &epoch, EPO_DATA &record)
         record.StoreDoubleEpo(EPO_SECONDS, seconds);
     record.StoreUint8Epo(EPO_SATELLITES, static_cast<unsigned char>(entries_.size()));
     record.StoreUint8Epo(EPO_STATION_LOW, static_cast<unsigned char>(epoch.station & 255));
+    // Its upper bits, the issue of data station, stay 0: Rtcm3_Epoch does not carry it.
     record.StoreUint8Epo(EPO_STATION_HIGH, static_cast<unsigned char>(epoch.station >> 8));
     unsigned char sat = 0;
     for (const Entry &entry : entries_) {
@@ -113,6 +120,7 @@ void Rtcm3_Epoch_Record::Store(const Rtcm3_Epoch &epoch, EPO_DATA &record)
 
 void Rtcm3_Epoch_Record::Store_Satellite(const Rtcm3_Satellite &satellite, EPO_DATA &record, unsigned char sat)
 {
+    // QZSS counts from 1 in a record, and by PRN in the messages.
     const int number = satellite.number - (satellite.gnss == Gnss::qzss ? 192 : 0);
     record.StoreUint8Obs(OBS_SYSTEM, static_cast<unsigned char>(satellite.gnss), sat);
     record.StoreUint8Obs(OBS_SATELLITE, static_cast<unsigned char>(number), sat);
@@ -140,6 +148,7 @@ void Rtcm3_Epoch_Record::Store_Flags(const Entry &entry, EPO_DATA &record, unsig
 bool Rtcm3_Epoch_Record::Lock_Lost(const Rtcm3_Satellite &satellite, std::size_t set, const Rtcm3_Cell &cell)
 {
     if (satellite.number == 0) return false;
+    // Allocates when a satellite comes up for the first time, and never again for it.
     Lock &last = locks_[{satellite.gnss, satellite.number}][set];
     const bool lost = last.code && (last.code != cell.code || cell.lock_time < last.time);
     last = {cell.code, cell.lock_time};

@@ -29,6 +29,7 @@ std::optional<std::int64_t> Optional_Signed(Bit_Reader &bits, unsigned int n)
 }
 
 bool Time_Of_Week_Fits(std::uint32_t time) { return time < static_cast<std::uint32_t>(ms_per_week); }
+// GLONASS follows UTC: a day with a leap second has 86401.
 bool Time_Of_Day_Fits(std::uint32_t time) { return time < static_cast<std::uint32_t>(ms_per_day) + 1000; }
 
 // DF009: GPS 1 to 32, SBAS 40 to 58.
@@ -86,6 +87,7 @@ public:
     {
         const auto count = Header();
         const bool fits = format_.gnss == Gnss::glonass ? Time_Of_Day_Fits(out_.time) : Time_Of_Week_Fits(out_.time);
+        // A message that is cut is told as that, whatever its time says.
         if (!bits_.Failed() && !fits) return Rtcm3_Fault::bad_time;
         for (std::uint64_t i = 0; i < count; ++i) {
             const Rtcm3_Fault fault = Satellite();
@@ -122,6 +124,7 @@ private:
             if (satellite) satellite->glonass_channel = channel;
         }
         if (!satellite) return Rtcm3_Fault::bad_satellite;
+        // GLONASS satellites of unknown slot all have the number 0, and there may be several.
         if (id != 0 && (seen_ >> id & 1) != 0) return Rtcm3_Fault::repeated_satellite;
         seen_ |= std::uint64_t{1} << id;
 
@@ -155,7 +158,8 @@ private:
     }
 
     // Answers the range, which L2 stands on also where L1 has nothing else: without a phase (DF012 at its lowest) it is
-    // there for L2 only.
+    // there for L2 only. Units: 0.02 m (DF011, DF041), 0.0005 m (DF012, DF042). The cell is kept in any case, for lock
+    // and C/N0.
     double L1(const Rtcm3_Satellite &satellite, Signal_Code code)
     {
         Rtcm3_Cell cell = New_Cell(satellite, code);
@@ -181,6 +185,7 @@ private:
         const auto phase = Optional_Signed(bits_, 20);
         Lock(cell);
         Cn0(cell);
+        // Both are differences to the pseudorange on L1: DF017, DF018, DF047, DF048.
         if (difference) cell.pseudorange = l1_range + static_cast<double>(*difference) * 0.02;
         if (phase) cell.phase_range = l1_range + static_cast<double>(*phase) * 0.0005;
         if (difference || phase) out_.cell_table[out_.cell_count++] = cell;
@@ -202,6 +207,7 @@ struct Msm_System {
     std::string_view codes;     // two characters for each of the signals 1 to 32; blanks: reserved
 };
 
+// DF395 of each system, in the names of RINEX 3, where BeiDou's band 2 is B1I and its band 1 is B1C.
 constexpr Msm_System msm_systems[] = {
     {1070, Gnss::gps, 32, 1, "  1C1P1W      2C2P2W        2S2L2X        5I5Q5X          1S1L1X"},
     {1080, Gnss::glonass, 24, 1, "  1C1P        2C2P                                              "},
@@ -222,6 +228,7 @@ struct Msm_Format {
     bool rates;                           // extended satellite information, DF399 and DF404
 };
 
+// MSM1 to MSM3 are not here: they have no whole milliseconds (DF397), so that ranges would have to be guessed.
 constexpr Msm_Format msm_formats[] = {
     {15, 24, 22, 29, 4, 6, 1, false},         // MSM4
     {15, 24, 22, 29, 4, 6, 1, true},          // MSM5
@@ -260,6 +267,7 @@ private:
             const auto day = static_cast<std::uint8_t>(bits_.Unsigned(3));
             if (day < 7) out_.glonass_day = day;
             bits_.Read(27, out_.time);
+            // A header that is cut reads 0, a time like others: Masks finds the end.
             if (!Time_Of_Day_Fits(out_.time)) return Rtcm3_Fault::bad_time;
         } else {
             bits_.Read(30, out_.time);
@@ -267,7 +275,7 @@ private:
         }
         bits_.Read(1, out_.more_follows);
         bits_.Read(3, out_.issue_of_station);
-        bits_.Skip(7);
+        bits_.Skip(7);  // DF001, reserved
         bits_.Read(2, out_.clock_steering);
         bits_.Read(2, out_.external_clock);
         bits_.Read(1, out_.divergence_free);
@@ -281,8 +289,10 @@ private:
     {
         const std::uint64_t high = bits_.Unsigned(32);
         std::uint64_t satellites = high << 32 | bits_.Unsigned(32);
+        // In the upper half, so that the top bit is number 1 here, too.
         const std::uint64_t signals = bits_.Unsigned(32) << 32;
         if (bits_.Failed()) return Rtcm3_Fault::too_short;
+        // As the standard limits it (DF396), and as the tables have room: nothing may be written before.
         if (static_cast<std::size_t>(std::popcount(satellites)) * static_cast<std::size_t>(std::popcount(signals)) >
             Rtcm3_Observations::most)
             return Rtcm3_Fault::too_many_cells;
@@ -307,6 +317,7 @@ private:
             Rtcm3_Cell cell;
             cell.satellite = static_cast<std::uint8_t>(out_.satellite_count);
             cell.msm_signal = static_cast<std::uint8_t>(index + 1);
+            // A reserved signal has no code, but its fields are there and must be read.
             if (system_.codes[2 * index] != ' ') cell.code = {system_.codes[2 * index], system_.codes[2 * index + 1]};
             out_.cell_table[out_.cell_count++] = cell;
         }
@@ -319,6 +330,7 @@ private:
         const std::size_t count = satellites.size();
         for (std::size_t i = 0; i < count; ++i) {
             const std::uint64_t whole = bits_.Unsigned(8);  // DF397 [ms]; 255: no range
+            // Not-a-number stays so in every sum, up to the pseudorange.
             rough_range_[i] = whole == 255 ? no_value : static_cast<double>(whole);
         }
         if (format_.rates) {
@@ -414,6 +426,7 @@ bool Read_Texts(Bit_Reader &bits, Rtcm3_Equipment &out)
     bits.Read(12, out.station);
     if (!Read_Text(bits, out.antenna)) return false;
     bits.Read(8, out.setup);
+    // 1007 ends with the setup, 1008 with the antenna's serial number; 1033 goes on.
     if (out.message >= 1008 && !Read_Text(bits, out.antenna_serial)) return false;
     if (out.message < 1033) return true;
     return Read_Text(bits, out.receiver) && Read_Text(bits, out.firmware) && Read_Text(bits, out.receiver_serial);
@@ -441,6 +454,7 @@ public:
     }
 };
 
+// Lengths and scales are those of the satellite's own message: RTCM sends its bits as they are.
 void Read_Gps_Orbit(Ephemeris_Reader &bits, Rtcm3_Gps_Ephemeris &out)
 {
     out.crs = bits.Scaled(16, 5);
@@ -577,6 +591,7 @@ double Carrier_Frequency(Gnss gnss, Signal_Code code, std::optional<int> glonass
 
 Rtcm3_Fault Decode(std::span<const unsigned char> payload, Rtcm3_Observations &out)
 {
+    // The place is used again and again: what not every kind of message sets is cleared here.
     out.satellite_count = out.cell_count = 0;
     out.glonass_day.reset();
     out.issue_of_station = out.clock_steering = out.external_clock = 0;
@@ -629,6 +644,7 @@ Rtcm3_Fault Decode(std::span<const unsigned char> payload, Rtcm3_System_Paramete
     bits.Read(17, parameters.second_of_day);
     const std::uint64_t announced = bits.Unsigned(5);
     bits.Read(8, parameters.leap_seconds);
+    // DF055 to DF057 of each announced message: skipped, yet they must be there.
     for (std::uint64_t i = 0; i < announced; ++i) bits.Skip(29);
     const bool fits = parameters.second_of_day <= 86400;
     return Deliver(bits, fits ? Rtcm3_Fault::none : Rtcm3_Fault::bad_time, parameters, out);
@@ -670,6 +686,8 @@ namespace {
 template <class T>
 Rtcm3_Fault Decode_As(std::span<const unsigned char> payload, Rtcm3_Message &message)
 {
+    // Decoded in place where the message before was of this kind: observations are some 5 KB, too many to make anew
+    // each time.
     T *place = std::get_if<T>(&message);
     return Decode(payload, place ? *place : message.emplace<T>());
 }
@@ -702,6 +720,7 @@ const Rtcm3_Message *Rtcm3_Message_Decoder::Decode(std::span<const unsigned char
 
 int Full_Week(unsigned int ten_bits, int near)
 {
+    // 2048 keeps the sum above 0 for a negative `near`, too.
     const int ahead = (static_cast<int>(ten_bits % 1024) - near % 1024 + 2048) % 1024;
     return near + (ahead < 512 ? ahead : ahead - 1024);
 }
@@ -714,9 +733,10 @@ std::int32_t Legacy_Lock_Time(unsigned int indicator)
     return 937'000;
 }
 
+// DF402: each step doubles the time, from 32 ms for 1.
 std::int32_t Msm_Lock_Time(unsigned int indicator) { return indicator == 0 ? 0 : 16 << (indicator & 15); }
 
-// From 64 on, each 32 values double the step.
+// DF407: milliseconds below 64; from there on, each 32 values double the step.
 std::int32_t Msm_Long_Lock_Time(unsigned int indicator)
 {
     if (indicator > 704) return 0;

@@ -22,6 +22,7 @@ struct Candidate {
 // What starts at the first byte, a preamble.
 Candidate Judge(std::span<const unsigned char> bytes)
 {
+    // Reserved bits, which are zero: two bytes are enough to pass by most false preambles.
     if (bytes.size() > 1 && bytes[1] > 3) return {Verdict::no_frame};
     if (bytes.size() < 3) return {Verdict::incomplete};
     const std::size_t size = (std::size_t{bytes[1]} << 8 | bytes[2]) + overhead;
@@ -47,6 +48,7 @@ std::size_t Next_Preamble(std::span<const unsigned char> bytes, std::size_t at)
 std::size_t Next_Intact(std::span<const unsigned char> bytes)
 {
     std::size_t at = Next_Preamble(bytes, 1);
+    // Only a whole frame counts: another incomplete one would wait for bytes that never come.
     while (at < bytes.size() && Judge(bytes.subspan(at)).verdict != Verdict::intact) at = Next_Preamble(bytes, at + 1);
     return at;
 }
@@ -81,6 +83,7 @@ std::span<const unsigned char> Rtcm3_Scanner::Feed_Pending(std::span<const unsig
 
 void Rtcm3_Scanner::Keep(std::span<const unsigned char> rest)
 {
+    // memmove: the rest may lie in the same array.
     std::memmove(pending_.data(), rest.data(), rest.size());
     pending_size_ = rest.size();
 }
@@ -101,6 +104,7 @@ std::size_t Rtcm3_Scanner::Scan(std::span<const unsigned char> bytes)
             at += candidate.size;
             continue;
         }
+        // One byte on, not a frame: a true one may begin inside what a false length spans.
         if (candidate.verdict == Verdict::wrong_crc) ++count_.crc_failures;
         ++count_.skipped;
         ++at;

@@ -41,8 +41,11 @@ double Ephemeris_Age(const KeplerData &ephemeris, const Gps_Time &time)
 std::optional<Satellite_View> View_Of(const KeplerData &ephemeris, const Gps_Time &received, double pseudorange,
                                       const std::array<double, 3> &station)
 {
+    // Turned round, so that an age that is not a number is too old.
     if (!(std::abs(Ephemeris_Age(ephemeris, received)) <= oldest_ephemeris)) return {};
     double state[7], range[2], relativistic = 0;
+    // IS-GPS-200, 20.3.3.3.3.1. The clock's offset is asked for at its own reading, which it is off by less than a
+    // millisecond: that changes it by nothing. The group delay is left out: nanoseconds move no satellite.
     const double by_satellite_clock = received.sec - pseudorange / orbit::Light_Speed;
     comorb(&ephemeris, 0, by_satellite_clock, state, relativistic);
     const double transmitted = by_satellite_clock - state[6] - relativistic;
@@ -50,6 +53,7 @@ std::optional<Satellite_View> View_Of(const KeplerData &ephemeris, const Gps_Tim
 
     const double dx = state[0] - station[0], dy = state[1] - station[1], dz = state[2] - station[2];
     const double latitude = Latitude(station), longitude = std::atan2(station[1], station[0]);
+    // Into the horizon of the station: outwards is the part in the meridian's plane, away from the axis.
     const double outwards = std::cos(longitude) * dx + std::sin(longitude) * dy;
     const double east = std::cos(longitude) * dy - std::sin(longitude) * dx;
     const double north = std::cos(latitude) * dz - std::sin(latitude) * outwards;

@@ -9,6 +9,7 @@ namespace {
 
 std::string Time_Of_Day()
 {
+    // Not by gmtime, whose result all threads share.
     using namespace std::chrono;
     const auto now = floor<milliseconds>(system_clock::now());
     const hh_mm_ss time(now - floor<days>(now));
@@ -30,6 +31,7 @@ const char *Level_Word(kernel::Error_Handler::Enum_Status status)
     }
 }
 
+// Reports may have several lines, and a log has one for each report.
 std::string On_One_Line(std::string text)
 {
     for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos;) text.replace(at, 1, ", ");
@@ -46,6 +48,7 @@ void Console::Do_Print(Enum_Status status, kernel::Err_Code, const char *text)
 
 void Console::Print(Enum_Status status, const std::string &text)
 {
+    // The live line is blotted out and written again below, all inside the lock: threads report while it is shown.
     const std::string line = Time_Of_Day() + " " + Level_Word(status) + ": " + On_One_Line(text);
     const std::lock_guard lock(lock_);
     const std::string blanks(live_.size(), ' ');
@@ -57,6 +60,7 @@ void Console::Print(Enum_Status status, const std::string &text)
 void Console::Show_Live(const std::string &line)
 {
     const std::lock_guard lock(lock_);
+    // Blanks over what the line before had more.
     const std::size_t left = live_.size() > line.size() ? live_.size() - line.size() : 0;
     std::fprintf(stderr, "\r%s%s", line.c_str(), std::string(left, ' ').c_str());
     std::fflush(stderr);
@@ -72,10 +76,14 @@ void Console::Keep_Live()
 
 void End_Handler::Do_Print(Enum_Status status, kernel::Err_Code code, const char *text)
 {
+    // Counted before anything is held back: an end asks how many there were (File_Output).
     if (status >= ES_Error) errors_.fetch_add(1, std::memory_order_relaxed);
     if (counts_faults_)
+        // With the place that the report has; this way the console counts it as a fault, by Print it does not.
         console_.Set(File(), Line())->Print_Out(status, code, "%s", text);
     else if (!muted_.load(std::memory_order_relaxed) && !Is_Repetition(text)) {
+        // The lock is let go between question and note: two threads with the same text may both print it, which does no
+        // harm.
         Tell_Repetitions();
         console_.Print(status, text);
         const std::lock_guard lock(lock_);
@@ -88,6 +96,7 @@ void End_Handler::Do_Print(Enum_Status status, kernel::Err_Code code, const char
 bool End_Handler::Is_Repetition(const std::string &text)
 {
     const std::lock_guard lock(lock_);
+    // Counted from when it was printed, so that an end that never stops complaining is heard once a minute.
     if (text != last_ || std::chrono::steady_clock::now() - last_time_ >= std::chrono::minutes(1)) return false;
     ++repetitions_;
     return true;
@@ -95,6 +104,7 @@ bool End_Handler::Is_Repetition(const std::string &text)
 
 void End_Handler::Tell_Repetitions()
 {
+    // This lock, then the console's; never the other way round.
     const std::lock_guard lock(lock_);
     if (repetitions_ > 0) console_.Print(last_status_, last_ + " (" + std::to_string(repetitions_) + " more times)");
     repetitions_ = 0;

@@ -26,7 +26,8 @@ constexpr double Degrees(double radians) { return radians * 180 / std::numbers::
 
 // --- Out of the record
 
-// 0 stands for a value that was not measured.
+// 0 stands for a value that was not measured, a Doppler of exactly 0 with it. Asked for first: an absent quantity reads
+// -1, which a Doppler may well be.
 double Measured(const EPO_DATA &epoch, ObsDataTypes type, unsigned char sat)
 {
     const double value = epoch.is_ava_obs(type) ? epoch.ReadDoubleObs(type, sat) : 0;
@@ -46,6 +47,7 @@ Satellite_Line::Set Set_Of(const EPO_DATA &epoch, std::size_t set, unsigned char
     line.phase = Measured(epoch, Of_Set(OBS_PHASE_A, set), sat);
     line.doppler = Measured(epoch, Of_Set(OBS_DOPPLER_A, set), sat);
     line.cn0 = Measured_Float(epoch, Of_Set(OBS_CN0_A, set), sat);
+    // 0 is a value here: nothing is known yet of how long. The decoder stores one with every signal.
     line.lock_time = static_cast<double>(epoch.ReadFloatObs(Of_Set(OBS_LOCK_TIME_A, set), sat));
     line.signal = epoch.ReadUint8Obs(Of_Set(OBS_SIGNAL_A, set), sat);
     line.half_cycle = (epoch.ReadUint8Obs(OBS_HALF_CYCLE, sat) >> set & 1) != 0;
@@ -77,6 +79,7 @@ std::string Calendar_Time(const EPO_DATA &epoch)
     const Gps_Time time = epoch.ReadGPSTime();
     int year, month, day, hour, minute;
     double second;
+    // Half of the text's last digit, so that no second is shown as 60.000.
     mTime(time.week, time.sec).get_caldat(year, month, day, hour, minute, second, 0.0005);
     char text[80];
     std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%06.3f", year, month, day, hour, minute, second);
@@ -121,7 +124,7 @@ void Print_Satellite(std::FILE *out, const Satellite_Line &line)
 
 // --- Rows for programs
 
-// The fewest digits that give the same number back.
+// The fewest digits that give the same number back, with a point in any locale.
 std::string Exact(double value)
 {
     if (!Has_Value(value)) return "";
@@ -141,6 +144,7 @@ const char *const set_columns[] = {"signal",   "pseudorange_m", "phase_cycles", 
                                    "cn0_dbhz", "lock_time_s",   "half_cycle",   "lock_lost"};
 const char view_columns[] = ",elevation_deg,azimuth_deg,range_m,range_rate_m_s";
 
+// The columns follow Satellite_Row: what is added there is added here.
 std::string Satellite_Header()
 {
     std::string header = satellite_columns;
@@ -163,7 +167,7 @@ std::string Satellite_Row(const EPO_DATA &epoch, const Satellite_Line &line)
 {
     std::string row = Epoch_Row(epoch) + ',' + line.name + ',' + (line.channel ? std::to_string(*line.channel) : "");
     for (const auto &set : line.sets) row += Set_Fields(set);
-    if (!line.view) return row + ",,,,";
+    if (!line.view) return row + ",,,,";  // a comma per column of the view
     for (const double value :
          {Degrees(line.view->elevation), Degrees(line.view->azimuth), line.view->range, line.view->range_rate})
         row += ',' + Exact(value);
@@ -182,6 +186,7 @@ Epoch_Printer::Csv::~Csv()
 bool Epoch_Printer::Csv::Open(const std::string &path, const std::string &header, Error_Handler &handler)
 {
     name = path;
+    // Binary: a table has the same line ends on every system.
     file = std::fopen(path.c_str(), "wb");
     if (!file) {
         handler.Set(unit, __LINE__)->Print_Out(Error_Handler::ES_Error, "Could not create file %s.", name.c_str());
@@ -194,6 +199,7 @@ bool Epoch_Printer::Csv::Open(const std::string &path, const std::string &header
 bool Epoch_Printer::Csv::Close(Error_Handler &handler)
 {
     if (!file) return true;
+    // Write asks for no result: the stream remembers a failure, and what is still buffered fails in fclose.
     const bool written = std::ferror(file) == 0;
     if (std::fclose(std::exchange(file, nullptr)) == 0 && written) return true;
     handler.Set(unit, __LINE__)->Print_Out(Error_Handler::ES_Error, "Could not write to file %s.", name.c_str());
@@ -215,6 +221,7 @@ bool Epoch_Printer::Open_Csv(const std::string &prefix, Error_Handler &handler)
 
 bool Epoch_Printer::Close(Error_Handler &handler)
 {
+    // Both are closed, whatever becomes of the first.
     const bool epochs = epoch_file_.Close(handler);
     return satellite_file_.Close(handler) && epochs;
 }
@@ -227,6 +234,7 @@ Epoch_Printer::Epoch_Printer(std::FILE *epochs)
       glonass_client_([this](std::unique_ptr<GlonassEph>) { ++glonass_ephemerides_; }),
       position_client_([this](std::unique_ptr<Position> position) { Take(*position); })
 {
+    // They are members: the decoder's servers, who own their clients, must leave them alone.
     observation_client_.Dont_Delete_Me();
     ephemeris_client_.Dont_Delete_Me();
     glonass_client_.Dont_Delete_Me();
@@ -246,6 +254,7 @@ void Epoch_Printer::Take(const EPO_DATA &epoch)
     satellites_ += satellites;
     epoch_file_.Write(Epoch_Row(epoch) + ',' + Calendar_Time(epoch) + ',' + std::to_string(satellites));
     if (out_) Print_Epoch(out_, epoch);
+    // The totals alone need no look at the satellites.
     if (!out_ && !satellite_file_.file) return;
     for (unsigned char sat = 0; sat < satellites; ++sat) {
         Satellite_Line line = Line_Of(epoch, sat);
@@ -261,6 +270,8 @@ std::optional<Satellite_View> Epoch_Printer::View(const EPO_DATA &epoch, const S
     const auto prn = std::strtoul(satellite.name.c_str() + 1, nullptr, 10);
     const KeplerData &ephemeris = ephemerides_[prn < ephemerides_.size() ? prn : 0];
     if (ephemeris.Get(Kepler_prn) == 0) return {};
+    // Any code will do: it dates the transmission, and some metres of ionosphere move the satellite by less than a
+    // millimetre.
     for (const auto &set : satellite.sets)
         if (set && Has_Value(set->pseudorange))
             return View_Of(ephemeris, epoch.ReadGPSTime(), set->pseudorange, *station_);
@@ -282,6 +293,7 @@ void Epoch_Printer::Take(const Position &position)
 
 void Epoch_Printer::Print_Totals(std::FILE *out) const
 {
+    // In the columns of the totals that Rtcm3_Output prints before.
     const std::pair<const char *, std::uint64_t> totals[] = {{"epochs", epochs_},
                                                              {"satellites in epochs", satellites_},
                                                              {"GPS ephemerides", gps_ephemerides_},

@@ -18,6 +18,7 @@ std::unique_ptr<kernel::File_Server> Created(Console &console, Server *server, A
 {
     std::unique_ptr<kernel::File_Server> owner(server);
     if (!server) return nullptr;
+    // Before Create, whose reports are to be heard.
     server->Set_Error_Handler(console);
     if (!server->Create(arguments...)) return nullptr;
     return owner;
@@ -52,9 +53,11 @@ bool File_Input::Open()
 void File_Input::Start()
 {
     started_ = true;
+    // The server's own thread keeps to a rate, and one of 0 would bring nothing: then the budget is given from here.
     if (options_.rate == 0)
         runner_ = std::thread([this] { Run(); });
     else if (!server_->start(false))
+        // Ended is true then: the run comes to its end, with a fault.
         console_.Set(unit, __LINE__)
             ->Print_Out(kernel::Error_Handler::ES_Error, 1, "The thread that reads could not be started.");
 }

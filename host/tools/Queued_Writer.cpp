@@ -34,10 +34,12 @@ struct Queued_Writer::State {
 
 Queued_Writer::Queued_Writer(std::size_t size, Write write) : state_(std::make_shared<State>(size, std::move(write))) {}
 
+// No waiting here: who wants to wait has called Stop before.
 Queued_Writer::~Queued_Writer() { Stop(std::chrono::milliseconds(0)); }
 
 void Queued_Writer::Start()
 {
+    // A share of its own: a thread that is left behind goes on with the state when the writer is gone.
     thread_.Start([state = state_] { Run(*state); });
 }
 
@@ -46,8 +48,11 @@ void Queued_Writer::Run(State &state)
     for (std::unique_lock held(state.lock);;) {
         state.more.wait(held, [&] { return state.stop || state.stored > 0; });
         if (state.stop) return;
+        // In one piece, so that a write needs no copy: the rest, behind the ring's end, is the next one.
         state.writing = std::min({state.stored, state.size - state.front, block_size});
         const std::span<const unsigned char> block(&state.ring[state.front], state.writing);
+        // Without the lock, as this may take for ever. The block stays as it is meanwhile: Put stores behind it, and
+        // what is discarded is never the part that `writing` counts.
         held.unlock();
         const bool done = state.write(block);
         held.lock();
@@ -65,8 +70,11 @@ void Queued_Writer::Run(State &state)
 bool Queued_Writer::Put(std::span<const unsigned char> block)
 {
     const std::lock_guard held(state_->lock);
+    // True, though it is lost: that is not for want of room. Has_Failed tells.
     if (state_->failed || state_->stop) return true;
     const bool fits = state_->stored + block.size() <= state_->size;
+    // All that waits goes, so that the stream has one gap rather than one per block. Then there is room: a queue is
+    // many blocks, of which one is being written.
     if (!fits) state_->stored = state_->writing;
     state_->Store(block);
     state_->more.notify_one();
@@ -88,6 +96,7 @@ std::size_t Queued_Writer::Room() const
 bool Queued_Writer::Is_Empty() const
 {
     const std::lock_guard held(state_->lock);
+    // A block that is being written still counts.
     return state_->stored == 0;
 }
 

@@ -34,6 +34,7 @@ bool Rtcm3_Output::Open()
         feed_.emplace(reader_);
         return true;
     }
+    // The printer first: its clients outlive the decoder that they are connected to.
     printer_ = std::make_unique<Epoch_Printer>(options_.epochs ? stdout : nullptr);
     decoder_ = std::make_unique<Rtcm3_Decoder>(options_.decoder);
     decoder_->Set_Error_Handler(console_);
@@ -49,10 +50,12 @@ Stream_Status Rtcm3_Output::Status() const
 
 bool Rtcm3_Output::Close()
 {
+    // Then the tables: Finish hands on the last epoch, which is to stand in them.
     if (decoder_)
         decoder_->Finish();
     else
         reader_.Finish();
+    // What went wrong is reported, and so a fault of the run. The answer here is another one: no thread was left.
     if (printer_) printer_->Close(console_);
     return true;
 }

@@ -29,6 +29,7 @@ constexpr long block_size = 4096;    // bytes
 // Names of devices stand in a folder of their own.
 std::string Device_Of(const std::string &port)
 {
+    // The one thing about the system that matters here; a condition of the preprocessor has no place in this folder.
     constexpr bool windows = std::filesystem::path::preferred_separator == '\\';
     if (port.find_first_of("/\\") != std::string::npos) return port;
     const bool is_com = port.size() > 3 && std::tolower(port[0]) == 'c' && std::tolower(port[1]) == 'o' &&
@@ -49,6 +50,7 @@ public:
     bool Open()
     {
         const int parity = path_.parity == 'o' ? 1 : path_.parity == 'e' ? 2 : 0;
+        // No number: OpenFile has the name. Stop bits are 1, 2, 3 for one, one and a half, two.
         return Create(0, path_.baud, parity, path_.stop == 2 ? 3 : 1, path_.bits, path_.rts, 0, driver_buffer) != 0;
     }
 
@@ -108,6 +110,7 @@ void Port::Start()
 // The reader ends when the port has gone.
 void Port::Tend()
 {
+    // Not before Start, which looks itself whether the port is there.
     if (!is_started_ || (up_ && line_->is_running())) return;
     if (up_) {
         up_ = false;
@@ -116,6 +119,7 @@ void Port::Tend()
     }
     if (Clock::now() - tried_ < retry_time) return;
     tried_ = Clock::now();
+    // A try each second would be a report each second. Say goes past this handler, and is heard.
     handler_.Mute(true);
     up_ = line_->Open() && line_->Work();
     handler_.Mute(false);
@@ -135,6 +139,7 @@ public:
     bool Connect(kernel::Byte_Client &client) override { return port_.The_Line().Connect(&client); }
     void Start() override { port_.Start(); }
     void Tend() override { port_.Tend(); }
+    // A port that has gone may come back.
     bool Ended() const override { return false; }
     void Stop() override { port_.The_Line().stop(); }
     Startup Start_State() const override { return port_.Is_Open() ? Startup::up : Startup::refused; }
@@ -169,6 +174,7 @@ public:
     {
         const std::lock_guard held(lock_);
         const auto left = free_at_ - Clock::now();
+        // One more: the byte on the wire.
         return left <= 0s ? 0 : static_cast<std::uint64_t>(left / byte_time_ + 1);
     }
 
@@ -189,6 +195,7 @@ public:
 
     bool Open() override
     {
+        // A line without a client has no reader, and its loss would go unseen.
         kernel::Byte_Client *const drain = kernel::Byte_Client_NULL::Construct(block_size);  // goes with the line
         if (!drain || !port_.The_Line().Connect(drain)) return false;
         port_.Open();
@@ -219,16 +226,18 @@ public:
     Stream_Status Status() const override { return port_.Status(); }
     bool Close() override
     {
+        // The line first: that ends a write which waits for it. A writer that is stuck all the same goes on using this
+        // object, so that the process then must end without destroying it (see Endpoint).
         port_.The_Line().stop();
         port_.The_Line().Close();
         return writer_.Stop(end_limit);
     }
 
 private:
-    // On the writer's thread. The line waits for the block before when it is told of another
-    // one.
+    // On the writer's thread. The line waits for the block before when it is told of another one.
     bool Write(std::span<const unsigned char> block)
     {
+        // True in any case: what a line takes that has gone is lost, but the line may come back.
         if (!Is_Up()) return true;
         feed_.Give(block);
         feed_.Tell(kernel::Mesg_Data_Ready);
@@ -239,7 +248,7 @@ private:
     Port port_;
     Feed feed_;  // goes before the line
     Line_Clock line_clock_;
-    Queued_Writer writer_;
+    Queued_Writer writer_;  // goes first: its thread uses all of the above
 };
 
 }  // namespace

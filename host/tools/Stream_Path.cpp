@@ -20,6 +20,7 @@ struct Path_Error {
 
 [[noreturn]] void Fail(const string &text) { throw Path_Error{text}; }
 
+// Not std::tolower: that depends on the locale, and takes no negative char.
 char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 bool Equal(string_view a, string_view b)
@@ -35,6 +36,7 @@ bool Is_Digits(string_view text)
 std::uint32_t Number(string_view text, std::uint32_t least, std::uint32_t most, const char *what)
 {
     std::uint32_t value = 0;
+    // No sign, no blank, nothing behind: strtoul would take them all.
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (error != std::errc() || end != text.data() + text.size() || value < least || value > most)
         Fail(string(what) + " must be a number from " + std::to_string(least) + " to " + std::to_string(most));
@@ -45,6 +47,7 @@ std::uint32_t Number(string_view text, std::uint32_t least, std::uint32_t most, 
 void Check_Name(string_view text, const char *what)
 {
     if (text.empty()) Fail(string("there is no ") + what);
+    // A char may be negative: those are letters beyond ASCII, and welcome.
     if (std::any_of(text.begin(), text.end(), [](char c) { return (c >= 0 && c <= ' ') || c == 0x7F; }))
         Fail(string("a blank or control character in the ") + what);
 }
@@ -88,6 +91,7 @@ Stream_Path Serial(string_view text)
     Serial_Path path;
     path.port = fields[0];
     Check_Name(path.port, "serial port");
+    // A speed whose port was forgotten, most likely.
     if (Is_Digits(path.port)) Fail("a number is not the name of a serial port");
     if (fields.size() > 6) Fail("nothing follows the flow control");
     const auto given = [&](std::size_t at) { return fields.size() > at && !fields[at].empty(); };
@@ -101,6 +105,7 @@ Stream_Path Serial(string_view text)
 
 Stream_Path Tcp_Client(string_view text)
 {
+    // The last one, so that an IPv6 address fails as a host and not as a port.
     const std::size_t colon = text.rfind(':');
     Check_Host(text.substr(0, colon));
     if (colon == string_view::npos) Fail("there is no port after the host");
@@ -116,6 +121,8 @@ Stream_Path Tcp_Server(string_view text)
 Stream_Path Ntrip(string_view text)
 {
     Ntrip_Path path;
+    // Credentials end at the last '@', as a password may have one in it, and a '/' or ':', too. A user has no ':':
+    // without one all is the user, and the password is empty.
     if (const std::size_t at = text.rfind('@'); at != string_view::npos) {
         const string_view credentials = text.substr(0, at);
         const std::size_t colon = std::min(credentials.find(':'), credentials.size());
@@ -161,10 +168,12 @@ Stream_Path Parse(string_view text)
 {
     if (text.empty() || text == "-") return Standard_Path{};
     const std::size_t colon = std::min(text.find(':'), text.size());
+    // "C:\data" is no stream either: its name is no scheme, and what follows are no slashes.
     const string_view name = text.substr(0, colon);
     const bool has_slashes = text.substr(colon).starts_with("://");
     const auto scheme = std::find_if(schemes.begin(), schemes.end(), [&](auto &s) { return Equal(s.name, name); });
     const bool has_at = text.find('@', colon) != string_view::npos;
+    // A file may well be called "serial": the colon makes it a scheme.
     if (colon < text.size() && scheme != schemes.end()) {
         if (!has_slashes) Fail("after " + string(scheme->name) + " comes ://");
         if (has_at && !scheme->may_have_at) Fail("credentials belong to ntrip:// only");
