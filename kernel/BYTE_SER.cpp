@@ -346,7 +346,7 @@ bool Byte_Client_NULL::Drain(Byte_Server &server)
     long got = 0;
     do {
         got = server.GetNBytes(buffer_.get(), request_size_);
-        bytes_ += static_cast<std::uint32_t>(got);
+        if (got <= request_size_) bytes_ += static_cast<std::uint32_t>(got);  // more is a tap without an upstream
     } while (got == request_size_);
     return true;
 }

@@ -127,7 +127,10 @@ bool Base_Thread::Create(Entry entry, void *context, bool suspended)
     begun_->reset();
     flag_.store(pending, std::memory_order_release);
     handle_ = platform::Thread::start(entry, context, suspended, stack_size);
-    if (!handle_) return false;
+    if (!handle_) {
+        flag_.store(clear, std::memory_order_release);  // nobody else would take it back
+        return false;
+    }
     // Refused for want of rights, the thread runs all the same, with the priority that it has.
     handle_->set_priority(priority_);
     return true;

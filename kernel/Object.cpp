@@ -55,13 +55,14 @@ bool Object::IsInheritedFrom(const char *name) const { return name && std::strcm
 
 void Object::Set_Error_Handler(Error_Handler *handler)
 {
-    uses_default_.store(false, std::memory_order_relaxed);
     handler_.store(handler, std::memory_order_relaxed);
+    // Publishes the handler: who sees that the default is out of use must not meet it any more, as it may be deleted.
+    uses_default_.store(false, std::memory_order_release);
 }
 
 Error_Handler *Object::Get_Error_Handler() const
 {
-    if (uses_default_.load(std::memory_order_relaxed) && default_at_birth_->deleted.load(std::memory_order_acquire))
+    if (uses_default_.load(std::memory_order_acquire) && default_at_birth_->deleted.load(std::memory_order_acquire))
         return &built_in_handler;
     return handler_.load(std::memory_order_relaxed);
 }

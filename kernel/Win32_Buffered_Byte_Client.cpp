@@ -238,7 +238,8 @@ Win32_Buffered_Byte_Client::Filled Win32_Buffered_Byte_Client::Fill(Byte_Server 
     Buffer &buffer = buffers_[current_];
     const std::size_t room = buffer.Room();
     const long got = server.GetNBytes(buffer.End(), static_cast<long>(room));
-    if (got > 0) buffer.fill += std::min(static_cast<std::size_t>(got), room);
+    // More than was asked for is the word of a tap without an upstream, and no bytes have come with it.
+    if (got > 0 && static_cast<std::size_t>(got) <= room) buffer.fill += static_cast<std::size_t>(got);
     if (!is_connected()) {
         buffer.fill = 0;
         return Filled::unconnected;

@@ -207,7 +207,7 @@ TEST_F(gnss_stream, sends_to_a_peer_that_comes_back)
 TEST_F(gnss_stream, tells_the_caster_the_password_and_nobody_else)
 {
     const std::string data = Pattern(5000);
-    std::string answer = "ICY 200 OK\r\n\r\n" + data;
+    const std::string answer = "ICY 200 OK\r\n\r\n" + data;
     Caster caster([&](Peer &client) { client.Say(answer); });
     const std::string host = "127.0.0.1:" + std::to_string(caster.Port()), stream = host + "/MOUNT";
     const Environment_Setting user("GNSS_STREAM_USER", "secretary"), password("GNSS_STREAM_PASSWORD", "hush:hush");
@@ -227,8 +227,8 @@ TEST_F(gnss_stream, tells_the_caster_the_password_and_nobody_else)
         EXPECT_TRUE(request.ends_with("Basic c2VjcmV0YXJ5Omh1c2g6aHVzaA==\r\n\r\n")) << request;
     EXPECT_EQ(Run("ntrip://" + host + " --reconnect 0").out, answer);
     EXPECT_TRUE(caster.Requests().back().starts_with("GET / HTTP/1.0\r\n"));  // for the source table
-    answer = "HTTP/1.0 401 Unauthorized\r\nServer: caster on loopback\r\n\r\n";
-    const Result refused = Run("ntrip://" + stream + " --reconnect 0");
+    Caster denying([](Peer &client) { client.Say("HTTP/1.0 401 Unauthorized\r\nServer: caster on loopback\r\n\r\n"); });
+    const Result refused = Run("ntrip://127.0.0.1:" + std::to_string(denying.Port()) + "/MOUNT --reconnect 0");
     EXPECT_TRUE(refused.exit == 1 && Has(refused.err, "Unauthorized")) << refused.err;
     const Result usage = Run(ways[0] + " " + ways[0]);
     EXPECT_TRUE(usage.exit == 2 && !Has(usage.err, "hush")) << usage.err;

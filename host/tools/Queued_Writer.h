@@ -19,7 +19,7 @@ public:
     // Writes all of a block and may take its time. False: for good.
     using Write = std::function<bool(std::span<const unsigned char>)>;
 
-    // size: of the queue, in bytes; a block at least.
+    // size: of the queue, in bytes; two blocks at least.
     Queued_Writer(std::size_t size, Write write);
     ~Queued_Writer();
 
