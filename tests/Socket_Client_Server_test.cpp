@@ -18,6 +18,7 @@
 #include <functional>
 #include <map>
 #include <random>
+#include <span>
 
 using namespace kernel;
 using namespace std::string_literals;
@@ -197,6 +198,17 @@ TEST(Socket_Client_Server, serves_one_peer_at_a_time_and_then_the_next)
     statuses.resize(6);  // what stopping finds varies
     EXPECT_EQ(statuses, (Heard{11, 13, 1, 11, 13, 1}));
     EXPECT_FALSE(Peer::To(port));
+}
+
+TEST(Socket_Client_Server, a_server_whose_port_is_taken_says_why_and_tries_again)
+{
+    Host taken;
+    Station station;
+    EXPECT_TRUE(station.socket.CreateServer(taken.Open().Port()) && station.socket.Work());
+    EXPECT_TRUE(station.Reports("3,89 Error accepting inbound connection. Socket Error-Code: 10048 => ", 2));
+    EXPECT_EQ(station.Reported().at(0), "3,89 Could not bind socket server communication object.\n");
+    const Heard statuses = station.socket.statuses.Now();
+    EXPECT_TRUE(std::ranges::equal(Heard{0, 13, 13, 1, 0}, std::span(statuses).first(5)));
 }
 
 TEST(Socket_Client_Server, waits_for_a_host_that_refuses_and_connects_again_after_every_loss)

@@ -1,11 +1,14 @@
 #include "host/tools/Console.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 
 namespace host {
 
 namespace {
+
+constexpr std::size_t most_said = 4;
 
 std::string Time_Of_Day()
 {
@@ -31,9 +34,10 @@ const char *Level_Word(kernel::Error_Handler::Enum_Status status)
     }
 }
 
-// Reports may have several lines, and a log has one for each report.
+// Reports may have several lines, or end with one, and a log has one for each report.
 std::string On_One_Line(std::string text)
 {
+    while (text.ends_with('\n')) text.pop_back();
     for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos;) text.replace(at, 1, ", ");
     return text;
 }
@@ -86,19 +90,17 @@ void End_Handler::Do_Print(Enum_Status status, kernel::Err_Code code, const char
         // harm.
         Tell_Repetitions();
         console_.Print(status, text);
-        const std::lock_guard lock(lock_);
-        last_ = text;
-        last_status_ = status;
-        last_time_ = std::chrono::steady_clock::now();
+        Remember(text, status);
     }
 }
 
 bool End_Handler::Is_Repetition(const std::string &text)
 {
     const std::lock_guard lock(lock_);
+    const auto said = std::find_if(said_.begin(), said_.end(), [&](const Said &one) { return one.text == text; });
     // Counted from when it was printed, so that an end that never stops complaining is heard once a minute.
-    if (text != last_ || std::chrono::steady_clock::now() - last_time_ >= std::chrono::minutes(1)) return false;
-    ++repetitions_;
+    if (said == said_.end() || std::chrono::steady_clock::now() - said->time >= std::chrono::minutes(1)) return false;
+    ++said->repetitions;
     return true;
 }
 
@@ -106,8 +108,20 @@ void End_Handler::Tell_Repetitions()
 {
     // This lock, then the console's; never the other way round.
     const std::lock_guard lock(lock_);
-    if (repetitions_ > 0) console_.Print(last_status_, last_ + " (" + std::to_string(repetitions_) + " more times)");
-    repetitions_ = 0;
+    for (Said &said : said_) {
+        if (said.repetitions > 0)
+            console_.Print(said.status,
+                           On_One_Line(said.text) + " (" + std::to_string(said.repetitions) + " more times)");
+        said.repetitions = 0;
+    }
+}
+
+void End_Handler::Remember(const std::string &text, Enum_Status status)
+{
+    const std::lock_guard lock(lock_);
+    std::erase_if(said_, [&](const Said &one) { return one.text == text; });
+    if (said_.size() >= most_said) said_.pop_front();
+    said_.push_back({text, status, std::chrono::steady_clock::now()});
 }
 
 }  // namespace host

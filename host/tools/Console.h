@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <deque>
 #include <mutex>
 #include <string>
 
@@ -53,16 +54,20 @@ private:
     void Do_Print(Enum_Status status, kernel::Err_Code code, const char *text) override;
     bool Is_Repetition(const std::string &text);
     void Tell_Repetitions();
+    void Remember(const std::string &text, Enum_Status status);
 
     Console &console_;
     const bool counts_faults_;
     std::atomic<bool> muted_{false};
     std::atomic<unsigned long> errors_{0};
     std::mutex lock_;
-    std::string last_;  // printed; guarded by lock_, as are its level, its time, and how often it came since
-    Enum_Status last_status_ = ES_Message;
-    std::chrono::steady_clock::time_point last_time_;
-    unsigned long repetitions_ = 0;
+    struct Said {
+        std::string text;
+        Enum_Status status;
+        std::chrono::steady_clock::time_point time;  // when it was printed
+        unsigned long repetitions = 0;               // since
+    };
+    std::deque<Said> said_;  // the last few texts, guarded by lock_: an end that fails may say two or three in turn
 };
 
 }  // namespace host

@@ -20,9 +20,9 @@ await() {  # SECONDS COMMAND...: until it succeeds
         sleep 0.05
     done
 }
-free_port() {
+free_port() {  # below those that the system gives to whoever connects
     local port
-    while port=$((20000 + RANDOM)); ss -Hltn "sport = :$port" | grep -q .; do :; done
+    while port=$((10000 + RANDOM % 22000)); ss -Htan "sport = :$port" | grep -q .; do :; done
     echo "$port"
 }
 listens() { ss -Hltn "sport = :$1" | grep -q .; }
