@@ -233,7 +233,8 @@ private:
     std::shared_ptr<Target> target_ KERNEL_GUARDED_BY(this);
     sockaddr_in peer_ KERNEL_GUARDED_BY(this);  // server: who is connected
     std::atomic<std::uint32_t> auto_reconnect_ms_{0};
-    int accept_errors_ = 0;  // in a row; the reader's
+    int accept_errors_ = 0;           // in a row; the reader's, as is the next
+    std::uint32_t listen_error_ = 0;  // why there is nothing to accept from
     std::atomic<std::uint64_t> bytes_in_{0};
     Ntrip ntrip_ KERNEL_GUARDED_BY(this);
     const std::unique_ptr<Ntrip_Answer> answer_;

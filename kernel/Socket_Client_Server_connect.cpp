@@ -277,14 +277,13 @@ bool Socket_Client_Server::CreateServerSocket()
     return true;
 }
 
-// The cause is told when there is nothing to accept from: it stays the last error.
+// The cause is told when there is nothing to accept from. Noted first: the socket's own end may change the last error.
 bool Socket_Client_Server::Fail_To_Listen(const char *text)
 {
-    const std::uint32_t error = platform::last_error();
+    listen_error_ = platform::last_error();
     Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, socket_code, "%s", text);
     Close_Socket();
     SetStatus(Status_Failed);
-    platform::set_last_error(error);
     return false;
 }
 
@@ -292,7 +291,7 @@ bool Socket_Client_Server::Fail_To_Listen(const char *text)
 // accept, for days perhaps, nobody waits for the writer either: terminate_refused_.
 Socket_Client_Server::Next Socket_Client_Server::Accept_As_Server()
 {
-    std::uint32_t error = CreateServerSocket() ? std::uint32_t{platform::error_none} : platform::last_error();
+    const bool listening = CreateServerSocket();
     std::shared_ptr<platform::Socket> listener, accepted;
     {
         const Semaphore_Guard guard(*this);
@@ -300,7 +299,8 @@ Socket_Client_Server::Next Socket_Client_Server::Accept_As_Server()
         listener = socket_;
     }
     platform::Address peer;
-    if (error == platform::error_none) error = platform::error_operation_aborted;  // for one that is closed meanwhile
+    // For one that is closed meanwhile.
+    std::uint32_t error = listening ? std::uint32_t{platform::error_operation_aborted} : listen_error_;
     if (listener) {
         terminate_refused_ = 1;
         accepted = listener->accept(peer, *reader_stop_event_);
