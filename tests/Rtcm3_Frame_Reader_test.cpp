@@ -89,7 +89,8 @@ TEST(Rtcm3_Frame_Reader, finds_exactly_the_intact_frames_of_a_damaged_stream)
     Rtcm3_Frame_Reader reader([&](const Rtcm3_Frame &frame) {
         found.push_back(As_Found(frame));
         ASSERT_LE(frame.offset + frame.bytes.size(), stream.size());
-        EXPECT_TRUE(std::equal(frame.bytes.begin(), frame.bytes.end(), &stream[frame.offset]));
+        EXPECT_TRUE(std::equal(frame.bytes.begin(), frame.bytes.end(),
+                               stream.begin() + static_cast<std::ptrdiff_t>(frame.offset)));
     });
     Replay(stream, reader);
     for (const Csv_Row &row : Csv_Rows("day30_dirty4h_frames.csv"))
