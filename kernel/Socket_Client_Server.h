@@ -47,7 +47,7 @@ static_assert(sizeof(sockaddr_in) == 16 && offsetof(sockaddr_in, sin_port) == 2 
 // minute (refused: Mesg_Status_110, and the thread ends), Mesg_Detached (150), more than once perhaps, when the connection
 // is gone. That minute begins with the connection and again with each 50 that was accepted, whatever was received
 // meanwhile. Bytes that a lost connection leaves, because the client asked for more than came, stay: they can be pulled
-// from inside 150, and are otherwise in front of what the next connection brings.
+// from inside 150, and are otherwise in front of what the next connection brings. A caster's refusal is dropped.
 //
 // Status (see Remote_Control): 103 after CreateClient, 10 connecting, 12 and 11 connected as client and as server, 13
 // disconnected, 1 waiting to begin again, 0 failed or no client.
@@ -63,7 +63,9 @@ static_assert(sizeof(sockaddr_in) == 16 && offsetof(sockaddr_in, sin_port) == 2 
 // Errors:    kernel/Socket_Client_Server: code 89 for sockets that cannot be made, bound, resolved or connected (level 3),
 //            code 91 for the rest: connections and their end (2), waiting for a host (0), timeouts, accept and NTRIP
 //            errors (3). With a number of the system's: "Connection reset by peer" and the like are part of the text. A
-//            server that cannot listen tries again. Credentials are in no report.
+//            server that cannot listen says what it could not do, then the cause ("Error accepting inbound
+//            connection."), and tries again, four times a second where no auto-reconnect time is set. Credentials
+//            are in no report.
 class KERNEL_API Socket_Client_Server : public Byte_Server, public Win32_Buffered_Byte_Client, public Base_Thread {
 public:
     static const char Name[];  // "Client/Server class for Sockets": also the name of each object

@@ -27,8 +27,10 @@ namespace kernel {
 //
 // The writer starts with the first data and ends when a write fails, the connection is gone, or Mesg_Attached,
 // Mesg_Detached or Stop_Writer comes; the next data start it again. Fewer than 64 bytes wait 10 ms for more. A failure
-// with error 6, 232, 233 or 536 (the transport was closed, or nobody has opened its other end) is not reported: the
-// reading side tells it, and the block goes out behind the next one. Every other failed block is lost.
+// with error 6, 232, 233 or 536 (nobody has opened the other end yet, or no more) is not reported: the reading side tells
+// it, and a block that failed at once goes out behind the next one. Nor is one reported that comes of closing the
+// transport on this side. Every other failed block is lost, and with one that was pending what waits behind it: the next
+// connection does not begin in the middle of it.
 //
 // Threads:   the producer's thread calls Send, the derived class's reader the NTRIP requests; the writer thread writes,
 //            and calls is_connected with the lock held and ReportErrorIntern without it. Buffers, writer state and
@@ -48,7 +50,8 @@ public:
     bool IsInheritedFrom(const char *name) const override;
 
     // 256 to 1048576 bytes; others are reported and brought into that range. What waits in the buffers is discarded,
-    // what is on its way goes out whole. False when memory is short: there may be no buffer then.
+    // what is on its way goes out whole. False when memory is short: a buffer that could not be had takes
+    // nothing, as one that is full.
     bool SetBufferSize(unsigned int size);
     unsigned int GetBufferSize() const;  // of each of the two; 0 when there is none
 
