@@ -1,8 +1,8 @@
 // The ring in memory: a block through it against bare copies, and a byte from it against a bare virtual call.
 #include "bench/bare_call.h"
 #include "bench/contest.h"
-#include "kernel/Error_Handler.h"
-#include "kernel/String_Byte_Server.h"
+#include "kernel/base/Error_Handler.h"
+#include "kernel/bytes/String_Byte_Server.h"
 
 #include <cstring>
 #include <memory>

@@ -1,7 +1,7 @@
 // A record through a typed server, in static and in dynamic mode: against a bare virtual call, and against one that holds
 // a lock of the same kind.
 #include "bench/contest.h"
-#include "kernel/Typed_Servers.h"
+#include "kernel/records/Typed_Servers.h"
 
 #include <memory>
 

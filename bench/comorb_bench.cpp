@@ -1,6 +1,6 @@
 // A satellite's orbit against the trigonometric calls alone that its formulas, written down as they stand, would make.
 #include "bench/contest.h"
-#include "kernel/comorb.h"
+#include "kernel/records/comorb.h"
 
 #include <cmath>
 #include <memory>

@@ -1,6 +1,6 @@
 // The calendar date of a time against the standard library's conversion of the same day and time of day.
 #include "bench/contest.h"
-#include "kernel/mTime.h"
+#include "kernel/time/mTime.h"
 
 #include <chrono>
 #include <cstdint>

@@ -1,9 +1,8 @@
 # The installed tree: the shared library, the headers of its interface, and what find_package and pkg-config read.
 include(CMakePackageConfigHelpers)
 
-file(GLOB KERNEL_HEADERS ${PROJECT_SOURCE_DIR}/kernel/*.h)
-list(FILTER KERNEL_HEADERS EXCLUDE REGEX "_internal\\.h$")
-install(FILES ${KERNEL_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/gnss-kernel/kernel)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/kernel DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/gnss-kernel
+        FILES_MATCHING PATTERN *.h PATTERN *_internal.h EXCLUDE)
 install(TARGETS gnss-kernel EXPORT gnss-kernel-targets
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}

@@ -1,5 +1,5 @@
 // The list file of a replay: whatever stands in it, its entries are plain names, and it comes to an end.
-#include "kernel/list_file_internal.h"
+#include "kernel/files/list_file_internal.h"
 
 #include <cstddef>
 #include <cstdint>

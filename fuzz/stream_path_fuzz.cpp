@@ -1,5 +1,5 @@
 // Paths of streams: what is understood is shown in a way that is understood again, and no password gets into a text.
-#include "host/tools/Stream_Path.h"
+#include "host/gnss_stream/Stream_Path.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,8 +1,8 @@
 // A client of a record server that calls a function per record.
 #pragma once
 
-#include "kernel/OBS_SERV.h"
-#include "kernel/Typed_Servers.h"
+#include "kernel/records/OBS_SERV.h"
+#include "kernel/records/Typed_Servers.h"
 
 #include <functional>
 #include <memory>

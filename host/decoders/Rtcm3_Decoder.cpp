@@ -1,6 +1,6 @@
 #include "host/decoders/Rtcm3_Decoder.h"
 
-#include "kernel/Error_Handler.h"
+#include "kernel/base/Error_Handler.h"
 
 #include <algorithm>
 #include <cstring>

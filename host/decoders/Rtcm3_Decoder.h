@@ -10,9 +10,9 @@
 #include "host/decoders/Rtcm3_Epoch_Record.h"
 #include "host/decoders/Rtcm3_Frame_Reader.h"
 #include "host/decoders/Rtcm3_Messages.h"
-#include "kernel/BYTE_SER.h"
-#include "kernel/OBS_SERV.h"
-#include "kernel/Typed_Servers.h"
+#include "kernel/connections/BYTE_SER.h"
+#include "kernel/records/OBS_SERV.h"
+#include "kernel/records/Typed_Servers.h"
 
 #include <array>
 #include <cstdint>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "host/decoders/Rtcm3_Epoch.h"
-#include "kernel/EPO_DATA.h"
+#include "kernel/records/EPO_DATA.h"
 
 #include <array>
 #include <cstdint>

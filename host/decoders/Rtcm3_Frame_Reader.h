@@ -2,7 +2,7 @@
 #pragma once
 
 #include "host/decoders/Rtcm3_Scanner.h"
-#include "kernel/BYTE_SER.h"
+#include "kernel/connections/BYTE_SER.h"
 
 #include <array>
 #include <atomic>

@@ -1,8 +1,8 @@
 // A GPS satellite as it is seen from a station: where it stands in the sky, how far it is and how fast that changes.
 #pragma once
 
-#include "kernel/Gps_Time.h"
-#include "kernel/comorb.h"
+#include "kernel/records/comorb.h"
+#include "kernel/time/Gps_Time.h"
 
 #include <array>
 #include <optional>

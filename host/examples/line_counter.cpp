@@ -1,5 +1,5 @@
 // Counts the lines of a recording, for example of NMEA 0183 sentences: a client of one's own behind a File_Server.
-#include "kernel/file_server.h"
+#include "kernel/files/file_server.h"
 
 #include <algorithm>
 #include <cstdio>

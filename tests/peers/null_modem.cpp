@@ -1,8 +1,8 @@
 // Serial ports, and both serial variants on them, the same on both systems: COM8 and COM9 are connected with each other
 // (null_modem.sh). What only a pseudo-terminal in the test's own hands can show stands in the tests of the units.
-#include "kernel/Serial_Client_Server.h"
-#include "kernel/Serial_Client_Server_Overlapped.h"
-#include "kernel/String_Byte_Server.h"
+#include "kernel/bytes/String_Byte_Server.h"
+#include "kernel/transports/Serial_Client_Server.h"
+#include "kernel/transports/Serial_Client_Server_Overlapped.h"
 
 #include "platform/clock.h"
 #include "platform/error.h"

@@ -1,7 +1,7 @@
 // Clients that record what they are told and do what the test says.
 #pragma once
 
-#include "kernel/BYTE_SER.h"
+#include "kernel/connections/BYTE_SER.h"
 
 #include <algorithm>
 #include <functional>

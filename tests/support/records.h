@@ -1,7 +1,7 @@
 // Record clients that note what they are told, take what they are offered, and do what the test says.
 #pragma once
 
-#include "kernel/OBJ_SERV.h"
+#include "kernel/connections/OBJ_SERV.h"
 
 #include "tests/support/clients.h"
 

@@ -1,8 +1,8 @@
 // What tests hear: a handler that keeps every report.
 #pragma once
 
-#include "kernel/Error_Handler.h"
-#include "kernel/Object.h"
+#include "kernel/base/Error_Handler.h"
+#include "kernel/base/Object.h"
 
 #include <algorithm>
 #include <mutex>

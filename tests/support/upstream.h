@@ -1,7 +1,7 @@
 // A server above a client that sends bytes on.
 #pragma once
 
-#include "kernel/String_Byte_Server.h"
+#include "kernel/bytes/String_Byte_Server.h"
 
 #include <memory>
 #include <string>

@@ -1,7 +1,7 @@
 // The smallest chain: bytes from memory, drained and counted.
-#include "kernel/BYTE_SER.h"
-#include "kernel/Error_Handler.h"
-#include "kernel/String_Byte_Server.h"
+#include "kernel/base/Error_Handler.h"
+#include "kernel/bytes/String_Byte_Server.h"
+#include "kernel/connections/BYTE_SER.h"
 
 int main()
 {

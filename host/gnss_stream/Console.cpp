@@ -1,0 +1,127 @@
+#include "host/gnss_stream/Console.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+
+namespace host {
+
+namespace {
+
+constexpr std::size_t most_said = 4;
+
+std::string Time_Of_Day()
+{
+    // Not by gmtime, whose result all threads share.
+    using namespace std::chrono;
+    const auto now = floor<milliseconds>(system_clock::now());
+    const hh_mm_ss time(now - floor<days>(now));
+    char text[32];
+    std::snprintf(text, sizeof text, "%02d:%02d:%02d.%03dZ", static_cast<int>(time.hours().count()),
+                  static_cast<int>(time.minutes().count()), static_cast<int>(time.seconds().count()),
+                  static_cast<int>(time.subseconds().count()));
+    return text;
+}
+
+const char *Level_Word(kernel::Error_Handler::Enum_Status status)
+{
+    switch (status) {
+    case kernel::Error_Handler::ES_Message: return "Message";
+    case kernel::Error_Handler::ES_Information: return "Information";
+    case kernel::Error_Handler::ES_Warning: return "Warning";
+    case kernel::Error_Handler::ES_Error: return "Error";
+    default: return "Fatal Error";
+    }
+}
+
+// Reports may have several lines, or end with one, and a log has one for each report.
+std::string On_One_Line(std::string text)
+{
+    while (text.ends_with('\n')) text.pop_back();
+    for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos;) text.replace(at, 1, ", ");
+    return text;
+}
+
+}  // namespace
+
+void Console::Do_Print(Enum_Status status, kernel::Err_Code, const char *text)
+{
+    if (status >= ES_Error) faults_.fetch_add(1, std::memory_order_relaxed);
+    Print(status, text);
+}
+
+void Console::Print(Enum_Status status, const std::string &text)
+{
+    // The live line is blotted out and written again below, all inside the lock: threads report while it is shown.
+    const std::string line = Time_Of_Day() + " " + Level_Word(status) + ": " + On_One_Line(text);
+    const std::lock_guard lock(lock_);
+    const std::string blanks(live_.size(), ' ');
+    if (!live_.empty()) std::fprintf(stderr, "\r%s\r", blanks.c_str());
+    std::fprintf(stderr, "%s\n%s", line.c_str(), live_.c_str());
+    std::fflush(stderr);
+}
+
+void Console::Show_Live(const std::string &line)
+{
+    const std::lock_guard lock(lock_);
+    // Blanks over what the line before had more.
+    const std::size_t left = live_.size() > line.size() ? live_.size() - line.size() : 0;
+    std::fprintf(stderr, "\r%s%s", line.c_str(), std::string(left, ' ').c_str());
+    std::fflush(stderr);
+    live_ = line;
+}
+
+void Console::Keep_Live()
+{
+    const std::lock_guard lock(lock_);
+    if (!live_.empty()) std::fputc('\n', stderr);
+    live_.clear();
+}
+
+void End_Handler::Do_Print(Enum_Status status, kernel::Err_Code code, const char *text)
+{
+    // Counted before anything is held back: an end asks how many there were (File_Output).
+    if (status >= ES_Error) errors_.fetch_add(1, std::memory_order_relaxed);
+    if (counts_faults_)
+        // With the place that the report has; this way the console counts it as a fault, by Print it does not.
+        console_.Set(File(), Line())->Print_Out(status, code, "%s", text);
+    else if (!muted_.load(std::memory_order_relaxed) && !Is_Repetition(text)) {
+        // The lock is let go between question and note: two threads with the same text may both print it, which does no
+        // harm.
+        Tell_Repetitions();
+        console_.Print(status, text);
+        Remember(text, status);
+    }
+}
+
+bool End_Handler::Is_Repetition(const std::string &text)
+{
+    const std::lock_guard lock(lock_);
+    const auto said = std::find_if(said_.begin(), said_.end(), [&](const Said &one) { return one.text == text; });
+    // Counted from when it was printed, so that an end that never stops complaining is heard once a minute.
+    if (said == said_.end() || std::chrono::steady_clock::now() - said->time >= std::chrono::minutes(1)) return false;
+    ++said->repetitions;
+    return true;
+}
+
+void End_Handler::Tell_Repetitions()
+{
+    // This lock, then the console's; never the other way round.
+    const std::lock_guard lock(lock_);
+    for (Said &said : said_) {
+        if (said.repetitions > 0)
+            console_.Print(said.status,
+                           On_One_Line(said.text) + " (" + std::to_string(said.repetitions) + " more times)");
+        said.repetitions = 0;
+    }
+}
+
+void End_Handler::Remember(const std::string &text, Enum_Status status)
+{
+    const std::lock_guard lock(lock_);
+    std::erase_if(said_, [&](const Said &one) { return one.text == text; });
+    if (said_.size() >= most_said) said_.pop_front();
+    said_.push_back({text, status, std::chrono::steady_clock::now()});
+}
+
+}  // namespace host

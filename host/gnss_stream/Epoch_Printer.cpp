@@ -1,0 +1,311 @@
+#include "host/gnss_stream/Epoch_Printer.h"
+
+#include "kernel/base/Error_Handler.h"
+#include "kernel/time/mTime.h"
+
+#include <charconv>
+#include <cstdlib>
+#include <iterator>
+#include <numbers>
+#include <utility>
+
+namespace host {
+
+namespace {
+
+using namespace kernel;
+
+const char unit[] = "host/Epoch_Printer";
+constexpr char set_names[] = "ABC";
+
+constexpr ObsDataTypes Of_Set(ObsDataTypes of_a, std::size_t set)
+{
+    return static_cast<ObsDataTypes>(static_cast<std::size_t>(of_a) + set);
+}
+constexpr double Degrees(double radians) { return radians * 180 / std::numbers::pi; }
+
+// --- Out of the record
+
+// 0 stands for a value that was not measured, a Doppler of exactly 0 with it. Asked for first: an absent quantity reads
+// -1, which a Doppler may well be.
+double Measured(const EPO_DATA &epoch, ObsDataTypes type, unsigned char sat)
+{
+    const double value = epoch.is_ava_obs(type) ? epoch.ReadDoubleObs(type, sat) : 0;
+    return value != 0 ? value : no_value;
+}
+
+double Measured_Float(const EPO_DATA &epoch, ObsDataTypes type, unsigned char sat)
+{
+    const float value = epoch.is_ava_obs(type) ? epoch.ReadFloatObs(type, sat) : 0;
+    return value != 0 ? static_cast<double>(value) : no_value;
+}
+
+Satellite_Line::Set Set_Of(const EPO_DATA &epoch, std::size_t set, unsigned char sat)
+{
+    Satellite_Line::Set line;
+    line.pseudorange = Measured(epoch, Of_Set(OBS_CODE_A, set), sat);
+    line.phase = Measured(epoch, Of_Set(OBS_PHASE_A, set), sat);
+    line.doppler = Measured(epoch, Of_Set(OBS_DOPPLER_A, set), sat);
+    line.cn0 = Measured_Float(epoch, Of_Set(OBS_CN0_A, set), sat);
+    // 0 is a value here: nothing is known yet of how long. The decoder stores one with every signal.
+    line.lock_time = static_cast<double>(epoch.ReadFloatObs(Of_Set(OBS_LOCK_TIME_A, set), sat));
+    line.signal = epoch.ReadUint8Obs(Of_Set(OBS_SIGNAL_A, set), sat);
+    line.half_cycle = (epoch.ReadUint8Obs(OBS_HALF_CYCLE, sat) >> set & 1) != 0;
+    line.lost = (epoch.ReadUint8Obs(OBS_LOSS_OF_LOCK, sat) >> set & 1) != 0;
+    return line;
+}
+
+Satellite_Line Line_Of(const EPO_DATA &epoch, unsigned char sat)
+{
+    Satellite_Line line;
+    char name[8];
+    std::snprintf(name, sizeof name, "%c%02u", epoch.ReadUint8Obs(OBS_SYSTEM, sat),
+                  static_cast<unsigned int>(epoch.ReadUint8Obs(OBS_SATELLITE, sat)));
+    line.name = name;
+    const unsigned char channel = epoch.ReadUint8Obs(OBS_GLO_CHANNEL, sat);
+    if (channel != 255) line.channel = channel - 7;
+    const unsigned int tracked = epoch.ReadUint8Obs(TRACKING_FLAG, sat);
+    for (std::size_t set = 0; set < line.sets.size(); ++set)
+        if (tracked >> set & 1) line.sets[set] = Set_Of(epoch, set, sat);
+    return line;
+}
+
+bool Has_Week(const EPO_DATA &epoch) { return epoch.is_ava_epo(EPO_WEEK_LOW, EPO_WEEK_HIGH); }
+
+// "2012-10-13 23:59:44.000", empty without a week.
+std::string Calendar_Time(const EPO_DATA &epoch)
+{
+    if (!Has_Week(epoch)) return "";
+    const Gps_Time time = epoch.ReadGPSTime();
+    int year, month, day, hour, minute;
+    double second;
+    // Half of the text's last digit, so that no second is shown as 60.000.
+    mTime(time.week, time.sec).get_caldat(year, month, day, hour, minute, second, 0.0005);
+    char text[80];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%06.3f", year, month, day, hour, minute, second);
+    return text;
+}
+
+// --- Lines for reading
+
+void Print_Value(std::FILE *out, int width, int digits, double value)
+{
+    if (Has_Value(value))
+        std::fprintf(out, " %*.*f", width, digits, value);
+    else
+        std::fprintf(out, " %*s", width, "");
+}
+
+void Print_Epoch(std::FILE *out, const EPO_DATA &epoch)
+{
+    const std::string week = Has_Week(epoch) ? std::to_string(epoch.ReadGPSTime().week) : "-";
+    std::fprintf(out, "> %4s %10.3f  %s  %u satellites\n", week.c_str(), epoch.ReadDoubleEpo(EPO_SECONDS),
+                 Calendar_Time(epoch).c_str(), static_cast<unsigned int>(epoch.ReadUint8Epo(EPO_SATELLITES)));
+}
+
+// Blanks fill the place of a set only where something follows.
+void Print_Satellite(std::FILE *out, const Satellite_Line &line)
+{
+    std::fputs(line.name.c_str(), out);
+    for (std::size_t set = 0; set < line.sets.size(); ++set) {
+        if (!line.sets[set]) continue;
+        const Satellite_Line::Set &values = *line.sets[set];
+        std::fprintf(out, "  %c", set_names[set]);
+        Print_Value(out, 12, 3, values.pseudorange);
+        Print_Value(out, 13, 3, values.phase);
+        Print_Value(out, 9, 3, values.doppler);
+        Print_Value(out, 5, 2, values.cn0);
+    }
+    if (line.view)
+        std::fprintf(out, "  el %.2f az %.2f range %.3f rate %.3f", Degrees(line.view->elevation),
+                     Degrees(line.view->azimuth), line.view->range, line.view->range_rate);
+    std::fputc('\n', out);
+}
+
+// --- Rows for programs
+
+// The fewest digits that give the same number back, with a point in any locale.
+std::string Exact(double value)
+{
+    if (!Has_Value(value)) return "";
+    char text[32];
+    const auto end = std::to_chars(text, text + sizeof text, value);
+    return {text, end.ptr};
+}
+
+std::string Epoch_Row(const EPO_DATA &epoch)
+{
+    const std::string week = Has_Week(epoch) ? std::to_string(epoch.ReadGPSTime().week) : "";
+    return week + ',' + Exact(epoch.ReadDoubleEpo(EPO_SECONDS));
+}
+
+const char satellite_columns[] = "week,seconds,satellite,glonass_channel";
+const char *const set_columns[] = {"signal",   "pseudorange_m", "phase_cycles", "doppler_hz",
+                                   "cn0_dbhz", "lock_time_s",   "half_cycle",   "lock_lost"};
+const char view_columns[] = ",elevation_deg,azimuth_deg,range_m,range_rate_m_s";
+
+// The columns follow Satellite_Row: what is added there is added here.
+std::string Satellite_Header()
+{
+    std::string header = satellite_columns;
+    for (const char set : {'A', 'B', 'C'})
+        for (const char *column : set_columns) header += std::string(",") + column + '_' + set;
+    return header + view_columns;
+}
+
+std::string Set_Fields(const std::optional<Satellite_Line::Set> &set)
+{
+    if (!set) return std::string(std::size(set_columns), ',');
+    const std::string signal = set->signal != 255 ? std::to_string(set->signal) : "";
+    std::string fields = ',' + signal;
+    for (const double value : {set->pseudorange, set->phase, set->doppler, set->cn0, set->lock_time})
+        fields += ',' + Exact(value);
+    return fields + (set->half_cycle ? ",1" : ",0") + (set->lost ? ",1" : ",0");
+}
+
+std::string Satellite_Row(const EPO_DATA &epoch, const Satellite_Line &line)
+{
+    std::string row = Epoch_Row(epoch) + ',' + line.name + ',' + (line.channel ? std::to_string(*line.channel) : "");
+    for (const auto &set : line.sets) row += Set_Fields(set);
+    if (!line.view) return row + ",,,,";  // a comma per column of the view
+    for (const double value :
+         {Degrees(line.view->elevation), Degrees(line.view->azimuth), line.view->range, line.view->range_rate})
+        row += ',' + Exact(value);
+    return row;
+}
+
+}  // namespace
+
+// --- Files
+
+Epoch_Printer::Csv::~Csv()
+{
+    if (file) std::fclose(file);
+}
+
+bool Epoch_Printer::Csv::Open(const std::string &path, const std::string &header, Error_Handler &handler)
+{
+    name = path;
+    // Binary: a table has the same line ends on every system.
+    file = std::fopen(path.c_str(), "wb");
+    if (!file) {
+        handler.Set(unit, __LINE__)->Print_Out(Error_Handler::ES_Error, "Could not create file %s.", name.c_str());
+        return false;
+    }
+    Write(header);
+    return true;
+}
+
+bool Epoch_Printer::Csv::Close(Error_Handler &handler)
+{
+    if (!file) return true;
+    // Write asks for no result: the stream remembers a failure, and what is still buffered fails in fclose.
+    const bool written = std::ferror(file) == 0;
+    if (std::fclose(std::exchange(file, nullptr)) == 0 && written) return true;
+    handler.Set(unit, __LINE__)->Print_Out(Error_Handler::ES_Error, "Could not write to file %s.", name.c_str());
+    return false;
+}
+
+void Epoch_Printer::Csv::Write(const std::string &line)
+{
+    if (!file) return;
+    std::fputs(line.c_str(), file);
+    std::fputc('\n', file);
+}
+
+bool Epoch_Printer::Open_Csv(const std::string &prefix, Error_Handler &handler)
+{
+    return epoch_file_.Open(prefix + "_epochs.csv", "week,seconds,time,satellites", handler) &&
+           satellite_file_.Open(prefix + "_satellites.csv", Satellite_Header(), handler);
+}
+
+bool Epoch_Printer::Close(Error_Handler &handler)
+{
+    // Both are closed, whatever becomes of the first.
+    const bool epochs = epoch_file_.Close(handler);
+    return satellite_file_.Close(handler) && epochs;
+}
+
+// --- Records
+
+Epoch_Printer::Epoch_Printer(std::FILE *epochs)
+    : out_(epochs), observation_client_([this](std::unique_ptr<EPO_DATA> epoch) { Take(*epoch); }),
+      ephemeris_client_([this](std::unique_ptr<KeplerData> ephemeris) { Take(*ephemeris); }),
+      glonass_client_([this](std::unique_ptr<GlonassEph>) { ++glonass_ephemerides_; }),
+      position_client_([this](std::unique_ptr<Position> position) { Take(*position); })
+{
+    // They are members: the decoder's servers, who own their clients, must leave them alone.
+    observation_client_.Dont_Delete_Me();
+    ephemeris_client_.Dont_Delete_Me();
+    glonass_client_.Dont_Delete_Me();
+    position_client_.Dont_Delete_Me();
+}
+
+bool Epoch_Printer::Connect(Rtcm3_Decoder &decoder)
+{
+    return decoder.Observations().Connect(&observation_client_) && decoder.Ephemerides().Connect(&ephemeris_client_) &&
+           decoder.Glonass_Ephemerides().Connect(&glonass_client_) && decoder.Positions().Connect(&position_client_);
+}
+
+void Epoch_Printer::Take(const EPO_DATA &epoch)
+{
+    const unsigned char satellites = epoch.ReadUint8Epo(EPO_SATELLITES);
+    ++epochs_;
+    satellites_ += satellites;
+    epoch_file_.Write(Epoch_Row(epoch) + ',' + Calendar_Time(epoch) + ',' + std::to_string(satellites));
+    if (out_) Print_Epoch(out_, epoch);
+    // The totals alone need no look at the satellites.
+    if (!out_ && !satellite_file_.file) return;
+    for (unsigned char sat = 0; sat < satellites; ++sat) {
+        Satellite_Line line = Line_Of(epoch, sat);
+        line.view = View(epoch, line);
+        if (out_) Print_Satellite(out_, line);
+        satellite_file_.Write(Satellite_Row(epoch, line));
+    }
+}
+
+std::optional<Satellite_View> Epoch_Printer::View(const EPO_DATA &epoch, const Satellite_Line &satellite) const
+{
+    if (satellite.name[0] != 'G' || !station_ || !Has_Week(epoch)) return {};
+    const auto prn = std::strtoul(satellite.name.c_str() + 1, nullptr, 10);
+    const KeplerData &ephemeris = ephemerides_[prn < ephemerides_.size() ? prn : 0];
+    if (ephemeris.Get(Kepler_prn) == 0) return {};
+    // Any code will do: it dates the transmission, and some metres of ionosphere move the satellite by less than a
+    // millimetre.
+    for (const auto &set : satellite.sets)
+        if (set && Has_Value(set->pseudorange))
+            return View_Of(ephemeris, epoch.ReadGPSTime(), set->pseudorange, *station_);
+    return {};
+}
+
+void Epoch_Printer::Take(const KeplerData &ephemeris)
+{
+    ++gps_ephemerides_;
+    const std::uint32_t prn = ephemeris.Get(Kepler_prn);
+    if (prn < ephemerides_.size()) ephemerides_[prn] = ephemeris;
+}
+
+void Epoch_Printer::Take(const Position &position)
+{
+    std::array<double, 3> xyz;
+    if (position.Read_WGS(xyz.data())) station_ = xyz;
+}
+
+void Epoch_Printer::Print_Totals(std::FILE *out) const
+{
+    // In the columns of the totals that Rtcm3_Output prints before.
+    const std::pair<const char *, std::uint64_t> totals[] = {{"epochs", epochs_},
+                                                             {"satellites in epochs", satellites_},
+                                                             {"GPS ephemerides", gps_ephemerides_},
+                                                             {"GLONASS ephemerides", glonass_ephemerides_}};
+    for (const auto &[name, value] : totals)
+        std::fprintf(out, "%-24s %12llu\n", name, static_cast<unsigned long long>(value));
+    if (station_) {
+        const auto &[x, y, z] = *station_;
+        std::fprintf(out, "%-24s %.4f %.4f %.4f\n", "station position [m]", x, y, z);
+    } else {
+        std::fprintf(out, "%-24s %12s\n", "station position [m]", "none");
+    }
+}
+
+}  // namespace host

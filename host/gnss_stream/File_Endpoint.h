@@ -1,0 +1,81 @@
+// Files as ends of a stream.
+#pragma once
+
+#include "host/gnss_stream/Console.h"
+#include "host/gnss_stream/Endpoint.h"
+#include "host/gnss_stream/Feed.h"
+#include "kernel/files/file_client.h"
+#include "kernel/files/file_server.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace host {
+
+// A recording, or those of a list, as fast as they are taken or at a rate.
+//
+// Threads:   as Endpoint. The bytes come on a thread of this object, with a rate on one of the server's.
+// Ownership: as Endpoint.
+// Errors:    a file that cannot be opened: Open is false. As File_Server.
+class File_Input : public Input {
+public:
+    struct Options {
+        bool list = false;
+        bool simulator = false;
+        std::uint32_t rate = 0;  // [bytes/s]; 0: as fast as it goes
+    };
+    File_Input(std::string name, const Options &options, Console &console);
+    ~File_Input() override { Stop(); }
+
+    bool Open() override;
+    bool Can_Wait() const override { return true; }
+    bool Connect(kernel::Byte_Client &client) override { return server_->Connect(&client); }
+    void Start() override;
+    bool Ended() const override;
+    void Stop() override;
+    Startup Start_State() const override { return Startup::up; }
+    Stream_Status Status() const override;
+    bool Close() override { return true; }
+
+private:
+    void Run();
+
+    const std::string name_;
+    const Options options_;
+    Console &console_;
+    std::unique_ptr<kernel::File_Server> server_;
+    std::thread runner_;  // without a rate
+    std::atomic<bool> started_{false}, stop_{false}, ended_{false};
+};
+
+// A file that is written anew.
+//
+// Threads:   as Output.
+// Ownership: as Endpoint.
+// Errors:    a file that cannot be created: Open is false. As File_Client.
+class File_Output : public Output {
+public:
+    File_Output(std::string name, Console &console);
+
+    bool Open() override;
+    bool Is_Up() const override { return !Has_Failed(); }
+    std::size_t Room() const override { return static_cast<std::size_t>(-1); }
+    void Put(std::span<const unsigned char> block) override;
+    bool Is_Drained() const override { return true; }
+    std::uint64_t Sent() const override { return bytes_.load(std::memory_order_relaxed); }
+    bool Has_Failed() const override { return handler_.Errors() > 0; }
+    Stream_Status Status() const override;
+    bool Close() override;
+
+private:
+    const std::string name_;
+    End_Handler handler_;
+    const std::unique_ptr<kernel::File_Client> client_;
+    Feed feed_;  // goes before the client
+    std::atomic<std::uint64_t> bytes_{0};
+};
+
+}  // namespace host

@@ -1,0 +1,125 @@
+#include "host/gnss_stream/Queued_Writer.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <utility>
+
+namespace host {
+
+struct Queued_Writer::State {
+    State(std::size_t n, Write w) : size(n), write(std::move(w)) {}
+
+    const std::size_t size;
+    const Write write;
+    const std::unique_ptr<unsigned char[]> ring = std::make_unique<unsigned char[]>(size);
+
+    std::mutex lock;
+    std::condition_variable more;  // bytes, or the stop
+    // Guarded by the lock. The bytes being written stand at the front and stay untouched.
+    std::size_t front = 0, stored = 0, writing = 0;
+    std::uint64_t written = 0;
+    bool failed = false, stop = false;
+
+    void Store(std::span<const unsigned char> block)
+    {
+        const std::size_t back = (front + stored) % size;
+        const std::size_t head = std::min(block.size(), size - back);
+        std::memcpy(&ring[back], block.data(), head);
+        std::memcpy(&ring[0], block.data() + head, block.size() - head);
+        stored += block.size();
+    }
+};
+
+Queued_Writer::Queued_Writer(std::size_t size, Write write) : state_(std::make_shared<State>(size, std::move(write))) {}
+
+// No waiting here: who wants to wait has called Stop before.
+Queued_Writer::~Queued_Writer() { Stop(std::chrono::milliseconds(0)); }
+
+void Queued_Writer::Start()
+{
+    // A share of its own: a thread that is left behind goes on with the state when the writer is gone.
+    thread_.Start([state = state_] { Run(*state); });
+}
+
+void Queued_Writer::Run(State &state)
+{
+    for (std::unique_lock held(state.lock);;) {
+        state.more.wait(held, [&] { return state.stop || state.stored > 0; });
+        if (state.stop) return;
+        // In one piece, so that a write needs no copy: the rest, behind the ring's end, is the next one.
+        state.writing = std::min({state.stored, state.size - state.front, block_size});
+        const std::span<const unsigned char> block(&state.ring[state.front], state.writing);
+        // Without the lock, as this may take for ever. The block stays as it is meanwhile: Put stores behind it, and
+        // what is discarded is never the part that `writing` counts.
+        held.unlock();
+        const bool done = state.write(block);
+        held.lock();
+        state.front = (state.front + block.size()) % state.size;
+        state.stored -= block.size();
+        state.writing = 0;
+        if (done) state.written += block.size();
+        if (done) continue;
+        state.failed = true;
+        state.stored = 0;
+        return;
+    }
+}
+
+bool Queued_Writer::Put(std::span<const unsigned char> block)
+{
+    const std::lock_guard held(state_->lock);
+    // True, though it is lost: that is not for want of room. Has_Failed tells.
+    if (state_->failed || state_->stop) return true;
+    const bool fits = state_->stored + block.size() <= state_->size;
+    // All that waits goes, so that the stream has one gap rather than one per block. Then there is room: a queue is
+    // many blocks, of which one is being written.
+    if (!fits) state_->stored = state_->writing;
+    state_->Store(block);
+    state_->more.notify_one();
+    return fits;
+}
+
+void Queued_Writer::Discard()
+{
+    const std::lock_guard held(state_->lock);
+    state_->stored = state_->writing;
+}
+
+std::size_t Queued_Writer::Room() const
+{
+    const std::lock_guard held(state_->lock);
+    return state_->size - state_->stored;
+}
+
+bool Queued_Writer::Is_Empty() const
+{
+    const std::lock_guard held(state_->lock);
+    // A block that is being written still counts.
+    return state_->stored == 0;
+}
+
+bool Queued_Writer::Has_Failed() const
+{
+    const std::lock_guard held(state_->lock);
+    return state_->failed;
+}
+
+std::uint64_t Queued_Writer::Written() const
+{
+    const std::lock_guard held(state_->lock);
+    return state_->written;
+}
+
+bool Queued_Writer::Stop(std::chrono::milliseconds limit)
+{
+    {
+        const std::lock_guard held(state_->lock);
+        state_->stop = true;
+    }
+    state_->more.notify_one();
+    return thread_.Join(limit);
+}
+
+}  // namespace host

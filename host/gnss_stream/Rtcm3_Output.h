@@ -1,0 +1,56 @@
+// The output that looks into the stream: counts RTCM 3 frames, and decodes them where that is wanted.
+#pragma once
+
+#include "host/decoders/Rtcm3_Decoder.h"
+#include "host/decoders/Rtcm3_Frame_Reader.h"
+#include "host/gnss_stream/Console.h"
+#include "host/gnss_stream/Endpoint.h"
+#include "host/gnss_stream/Epoch_Printer.h"
+#include "host/gnss_stream/Feed.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace host {
+
+// Threads:   as Output. Tables belong to a time after Close.
+// Ownership: as Endpoint.
+// Errors:    a table that cannot be created: Open is false. As Rtcm3_Decoder and Epoch_Printer.
+class Rtcm3_Output : public Output {
+public:
+    struct Options {
+        bool decode = false;
+        bool epochs = false;    // a line per epoch and satellite, on standard output
+        std::string csv;        // prefix of two tables; empty: none
+        Rtcm3_Options decoder;  // where something is decoded
+    };
+    Rtcm3_Output(const Options &options, Console &console);
+
+    bool Open() override;
+    bool Is_Up() const override { return true; }
+    std::size_t Room() const override { return static_cast<std::size_t>(-1); }
+    void Put(std::span<const unsigned char> block) override { feed_->Give(block); }
+    bool Is_Drained() const override { return true; }
+    std::uint64_t Sent() const override { return Reader().Progress().bytes; }
+    Stream_Status Status() const override;
+    bool Close() override;
+
+    bool Has_Bad_Frames() const { return Reader().Count().crc_failures > 0; }
+    void Print_Totals() const;  // on standard output
+
+private:
+    const Rtcm3_Frame_Reader &Reader() const { return decoder_ ? decoder_->Reader() : reader_; }
+    bool Decodes() const { return options_.decode || options_.epochs || !options_.csv.empty(); }
+
+    const Options options_;
+    Console &console_;
+    Rtcm3_Frame_Reader reader_;               // idle where there is a decoder, which has its own
+    std::unique_ptr<Epoch_Printer> printer_;  // null: nothing is decoded; likewise the decoder
+    std::unique_ptr<Rtcm3_Decoder> decoder_;
+    std::optional<Feed> feed_;  // goes before its client
+};
+
+}  // namespace host

@@ -1,0 +1,266 @@
+#include "host/gnss_stream/Serial_Endpoint.h"
+
+#include "host/gnss_stream/Feed.h"
+#include "host/gnss_stream/Queued_Writer.h"
+#include "kernel/transports/Serial_Client_Server_Overlapped.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <chrono>
+#include <filesystem>
+#include <mutex>
+#include <string>
+
+namespace host {
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using kernel::Error_Handler;
+
+const char unit[] = "host/Serial_Endpoint";
+constexpr auto retry_time = 1s;
+constexpr auto end_limit = 5s;       // for a write that is ended by closing the port
+constexpr int driver_buffer = 4096;  // bytes, as systems have it
+constexpr long block_size = 4096;    // bytes
+
+// Names of devices stand in a folder of their own.
+std::string Device_Of(const std::string &port)
+{
+    // The one thing about the system that matters here; a condition of the preprocessor has no place in this folder.
+    constexpr bool windows = std::filesystem::path::preferred_separator == '\\';
+    if (port.find_first_of("/\\") != std::string::npos) return port;
+    const bool is_com = port.size() > 3 && std::tolower(port[0]) == 'c' && std::tolower(port[1]) == 'o' &&
+                        std::tolower(port[2]) == 'm' &&
+                        std::all_of(port.begin() + 3, port.end(), [](char c) { return c >= '0' && c <= '9'; });
+    return is_com ? port : (windows ? "\\\\.\\" : "/dev/") + port;
+}
+
+class Line : public kernel::Serial_Client_Server_Overlapped {
+public:
+    Line(const Serial_Path &path, const std::string &name, Error_Handler &handler)
+        : Object(name.c_str(), &handler), Serial_Client_Server_Overlapped(handler, name.c_str()), path_(path),
+          device_(Device_Of(path.port))
+    {
+    }
+    ~Line() override { stop(); }
+
+    bool Open()
+    {
+        const int parity = path_.parity == 'o' ? 1 : path_.parity == 'e' ? 2 : 0;
+        // No number: OpenFile has the name. Stop bits are 1, 2, 3 for one, one and a half, two.
+        return Create(0, path_.baud, parity, path_.stop == 2 ? 3 : 1, path_.bits, path_.rts, 0, driver_buffer) != 0;
+    }
+
+private:
+    bool OpenFile(int) override { return Open_Device(device_.c_str()); }
+
+    const Serial_Path path_;
+    const std::string device_;
+};
+
+// What both directions share: a port that may come and go.
+class Port {
+public:
+    Port(const Serial_Path &path, Console &console)
+        : name_(Shown(path)), console_(console), handler_(console, false),
+          line_(std::make_unique<Line>(path, name_, handler_))
+    {
+    }
+
+    Line &The_Line() const { return *line_; }
+    void Open();
+    void Start();
+    void Tend();
+    bool Is_Open() const { return line_->IsActive(); }
+    // Open, and the reader runs: while that is being started the line takes nothing.
+    bool Is_Up() const { return up_.load(std::memory_order_acquire) && line_->IsActive(); }
+    Stream_Status Status() const { return {Is_Open() ? "open" : "not there", ""}; }
+    void Say(Error_Handler::Enum_Status level, unsigned int line, const char *what);
+
+private:
+    const std::string name_;
+    Console &console_;
+    End_Handler handler_;
+    const std::unique_ptr<Line> line_;
+    bool is_started_ = false;
+    std::atomic<bool> up_{false};  // until the reader has ended, and that was seen
+    Clock::time_point tried_;
+};
+
+void Port::Say(Error_Handler::Enum_Status level, unsigned int line, const char *what)
+{
+    console_.Set(unit, line)->Print_Out(level, 72, "%s %s", name_.c_str(), what);
+}
+
+void Port::Open()
+{
+    tried_ = Clock::now();
+    if (!line_->Open()) Say(Error_Handler::ES_Warning, __LINE__, "cannot be opened: it is tried again each second.");
+}
+
+void Port::Start()
+{
+    is_started_ = true;
+    up_ = line_->IsActive() && line_->Work();
+}
+
+// The reader ends when the port has gone.
+void Port::Tend()
+{
+    // Not before Start, which looks itself whether the port is there.
+    if (!is_started_ || (up_ && line_->is_running())) return;
+    if (up_) {
+        up_ = false;
+        tried_ = Clock::now();
+        Say(Error_Handler::ES_Warning, __LINE__, "has gone: it is tried again each second.");
+    }
+    if (Clock::now() - tried_ < retry_time) return;
+    tried_ = Clock::now();
+    // A try each second would be a report each second. Say goes past this handler, and is heard.
+    handler_.Mute(true);
+    up_ = line_->Open() && line_->Work();
+    handler_.Mute(false);
+    if (up_) Say(Error_Handler::ES_Warning, __LINE__, "is back.");
+}
+
+class Serial_Input : public Input {
+public:
+    Serial_Input(const Serial_Path &path, Console &console) : port_(path, console) {}
+
+    bool Open() override
+    {
+        port_.Open();
+        return true;
+    }
+    bool Can_Wait() const override { return false; }
+    bool Connect(kernel::Byte_Client &client) override { return port_.The_Line().Connect(&client); }
+    void Start() override { port_.Start(); }
+    void Tend() override { port_.Tend(); }
+    // A port that has gone may come back.
+    bool Ended() const override { return false; }
+    void Stop() override { port_.The_Line().stop(); }
+    Startup Start_State() const override { return port_.Is_Open() ? Startup::up : Startup::refused; }
+    Stream_Status Status() const override { return port_.Status(); }
+    bool Close() override
+    {
+        port_.The_Line().Close();
+        return true;
+    }
+
+private:
+    Port port_;
+};
+
+// What a UART has still to send of the bytes that were handed to the system: by the clock, since nobody tells. A system
+// takes no more than it has room for, which bounds the error where the line is no UART, or is held up.
+class Line_Clock {
+public:
+    explicit Line_Clock(const Serial_Path &path)
+        : byte_time_(std::chrono::duration_cast<Clock::duration>(
+              std::chrono::duration<double>((1.0 + path.bits + (path.parity != 'n') + path.stop) / path.baud)))
+    {
+    }
+    void Add(std::size_t bytes)
+    {
+        const std::lock_guard held(lock_);
+        const auto now = Clock::now();
+        free_at_ =
+            std::min(std::max(free_at_, now) + static_cast<int>(bytes) * byte_time_, now + driver_buffer * byte_time_);
+    }
+    std::uint64_t Bytes_Left() const
+    {
+        const std::lock_guard held(lock_);
+        const auto left = free_at_ - Clock::now();
+        // One more: the byte on the wire.
+        return left <= 0s ? 0 : static_cast<std::uint64_t>(left / byte_time_ + 1);
+    }
+
+private:
+    const Clock::duration byte_time_;
+    mutable std::mutex lock_;
+    Clock::time_point free_at_;
+};
+
+class Serial_Output : public Output {
+public:
+    Serial_Output(const Serial_Path &path, std::size_t queue_size, Console &console)
+        : port_(path, console), feed_(port_.The_Line()), line_clock_(path),
+          writer_(queue_size, [this](auto block) { return Write(block); })
+    {
+    }
+    ~Serial_Output() override { Close(); }
+
+    bool Open() override
+    {
+        // A line without a client has no reader, and its loss would go unseen.
+        kernel::Byte_Client *const drain = kernel::Byte_Client_NULL::Construct(block_size);  // goes with the line
+        if (!drain || !port_.The_Line().Connect(drain)) return false;
+        port_.Open();
+        port_.Start();
+        writer_.Start();
+        return true;
+    }
+    // What waits for a line that has gone is not for the one that comes back.
+    void Tend() override
+    {
+        port_.Tend();
+        if (!Is_Up()) writer_.Discard();
+    }
+    bool Is_Up() const override { return port_.Is_Up(); }
+    std::size_t Room() const override { return writer_.Room(); }
+    void Put(std::span<const unsigned char> block) override
+    {
+        if (Is_Up() && !writer_.Put(block))
+            port_.Say(Error_Handler::ES_Warning, __LINE__,
+                      "takes too little: what was waiting for it has been discarded.");
+    }
+    bool Is_Drained() const override { return !Is_Up() || (writer_.Is_Empty() && line_clock_.Bytes_Left() == 0); }
+    std::uint64_t Sent() const override
+    {
+        const std::uint64_t written = writer_.Written();
+        return written - std::min(written, line_clock_.Bytes_Left());
+    }
+    Stream_Status Status() const override { return port_.Status(); }
+    bool Close() override
+    {
+        // The line first: that ends a write which waits for it. A writer that is stuck all the same goes on using this
+        // object, so that the process then must end without destroying it (see Endpoint).
+        port_.The_Line().stop();
+        port_.The_Line().Close();
+        return writer_.Stop(end_limit);
+    }
+
+private:
+    // On the writer's thread. The line waits for the block before when it is told of another one.
+    bool Write(std::span<const unsigned char> block)
+    {
+        // True in any case: what a line takes that has gone is lost, but the line may come back.
+        if (!Is_Up()) return true;
+        feed_.Give(block);
+        feed_.Tell(kernel::Mesg_Data_Ready);
+        line_clock_.Add(block.size());
+        return true;
+    }
+
+    Port port_;
+    Feed feed_;  // goes before the line
+    Line_Clock line_clock_;
+    Queued_Writer writer_;  // goes first: its thread uses all of the above
+};
+
+}  // namespace
+
+std::unique_ptr<Input> Make_Serial_Input(const Serial_Path &path, Console &console)
+{
+    return std::make_unique<Serial_Input>(path, console);
+}
+
+std::unique_ptr<Output> Make_Serial_Output(const Serial_Path &path, std::size_t queue_size, Console &console)
+{
+    return std::make_unique<Serial_Output>(path, queue_size, console);
+}
+
+}  // namespace host

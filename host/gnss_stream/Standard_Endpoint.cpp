@@ -1,0 +1,138 @@
+#include "host/gnss_stream/Standard_Endpoint.h"
+
+#include "kernel/bytes/String_Byte_Server.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <iostream>
+#include <mutex>
+#include <utility>
+
+namespace host {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+const char unit[] = "host/Standard_Endpoint";
+constexpr std::streamsize block_size = std::max(BUFSIZ, 4096);  // bytes; all that std::cin's buffer holds
+constexpr long ring_size = 2 * block_size;                      // bytes
+constexpr auto end_limit = 50ms;                                // for a thread that is not stuck
+
+// The one way of the standard library to a read that does not wait for a whole block: sgetc has the buffer filled by one
+// call of the system, and in_avail then says how much has come. Nothing stays in that buffer. 0: the end. A failure is
+// thrown.
+std::streamsize Read_Some(std::array<char, block_size> &block)
+{
+    std::streambuf &in = *std::cin.rdbuf();
+    if (in.sgetc() == std::char_traits<char>::eof()) return 0;
+    return in.sgetn(block.data(), std::clamp<std::streamsize>(in.in_avail(), 1, block_size));
+}
+
+bool Write_All(std::span<const unsigned char> block)
+{
+    return std::fwrite(block.data(), 1, block.size(), stdout) == block.size() && std::fflush(stdout) == 0;
+}
+
+}  // namespace
+
+// Lives as long as the thread, which may be left behind in a read.
+struct Standard_Input::State {
+    explicit State(Console &c) : console(c) {}
+    ~State() { kernel::String_Byte_Server::Destruct(server); }
+
+    Console &console;
+    kernel::String_Byte_Server *const server = kernel::String_Byte_Server::Construct(ring_size, nullptr);
+    std::atomic<bool> ended{false};
+
+    std::mutex lock;
+    std::condition_variable changed;
+    bool stop = false, delivering = false, abandoned = false;  // guarded by the lock
+};
+
+Standard_Input::Standard_Input(Console &console) : state_(std::make_shared<State>(console)) {}
+
+bool Standard_Input::Connect(kernel::Byte_Client &client) { return state_->server && state_->server->Connect(&client); }
+
+void Standard_Input::Start()
+{
+    std::ios::sync_with_stdio(false);  // gives std::cin a buffer of its own
+    thread_.Start([state = state_] {
+        try {
+            Run(*state);
+        } catch (const std::ios_base::failure &) {
+            state->console.Set(unit, __LINE__)
+                ->Print_Out(kernel::Error_Handler::ES_Error, 1, "Could not read standard input.");
+        }
+        state->ended = true;
+    });
+}
+
+void Standard_Input::Run(State &state)
+{
+    std::array<char, block_size> block;
+    const auto set_delivering = [&state](bool delivering) {  // false: it is over
+        const std::lock_guard held(state.lock);
+        if (state.abandoned) return false;
+        state.delivering = delivering;
+        state.changed.notify_all();
+        return delivering || !state.stop;
+    };
+    for (std::streamsize n; (n = Read_Some(block)) > 0 && set_delivering(true);) {
+        state.server->PutBin(reinterpret_cast<const unsigned char *>(block.data()), static_cast<unsigned int>(n));
+        state.server->Work();
+        state.server->Clear();
+        if (!set_delivering(false)) return;
+    }
+}
+
+bool Standard_Input::Ended() const { return state_->ended; }
+
+// What was there to be read is delivered; what a read brings later is nobody's.
+void Standard_Input::Stop()
+{
+    std::unique_lock held(state_->lock);
+    if (std::exchange(state_->stop, true)) return;
+    state_->changed.wait_for(held, end_limit, [&] { return state_->delivering || state_->ended; });
+    state_->changed.wait(held, [&] { return !state_->delivering; });
+    state_->abandoned = true;
+}
+
+Stream_Status Standard_Input::Status() const { return {Ended() ? "ended" : "reading", ""}; }
+
+bool Standard_Input::Close() { return thread_.Join(end_limit); }
+
+Standard_Output::Standard_Output(std::size_t queue_size, Console &console)
+    : writer_(queue_size,
+              [&console](std::span<const unsigned char> block) {
+                  if (Write_All(block)) return true;
+                  console.Set(unit, __LINE__)
+                      ->Print_Out(kernel::Error_Handler::ES_Error, 1, "Could not write to standard output.");
+                  return false;
+              }),
+      console_(console)
+{
+}
+
+bool Standard_Output::Open()
+{
+    writer_.Start();
+    return true;
+}
+
+void Standard_Output::Put(std::span<const unsigned char> block)
+{
+    if (!writer_.Put(block))
+        console_.Set(unit, __LINE__)
+            ->Print_Out(kernel::Error_Handler::ES_Warning, 15,
+                        "Standard output takes too little: what was waiting for it has been discarded.");
+}
+
+Stream_Status Standard_Output::Status() const { return {Has_Failed() ? "failed" : "writing", ""}; }
+
+bool Standard_Output::Close() { return writer_.Stop(end_limit); }
+
+}  // namespace host

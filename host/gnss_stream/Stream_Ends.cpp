@@ -1,0 +1,61 @@
+#include "host/gnss_stream/Stream_Ends.h"
+
+#include "host/gnss_stream/File_Endpoint.h"
+#include "host/gnss_stream/Serial_Endpoint.h"
+#include "host/gnss_stream/Socket_Endpoint.h"
+#include "host/gnss_stream/Standard_Endpoint.h"
+
+namespace host {
+
+namespace {
+
+template <class... Cases>
+struct Match : Cases... {
+    using Cases::operator()...;
+};
+template <class... Cases>
+Match(Cases...) -> Match<Cases...>;
+
+// Bytes that may wait for a peer. Where the input waits, many are of no use: it takes longer to see that the peer has
+// stopped reading, and at the end of the program they want to be sent.
+unsigned int Waiting_Room(const Stream_Options &options) { return Can_Wait(options.input) ? 1U << 16 : 1U << 20; }
+
+Socket_Options For_Sockets(const Stream_Options &options)
+{
+    return {options.reconnect, options.strict, Waiting_Room(options)};
+}
+
+}  // namespace
+
+bool Can_Wait(const Stream_Path &input)
+{
+    return std::holds_alternative<File_Path>(input) || std::holds_alternative<Standard_Path>(input);
+}
+
+std::unique_ptr<Input> Make_Input(const Stream_Options &options, Console &console)
+{
+    using Made = std::unique_ptr<Input>;
+    return std::visit(
+        Match{[&](const Standard_Path &) -> Made { return std::make_unique<Standard_Input>(console); },
+              [&](const File_Path &path) -> Made {
+                  return std::make_unique<File_Input>(path.name, options.file, console);
+              },
+              [&](const Serial_Path &path) -> Made { return Make_Serial_Input(path, console); },
+              [&](const auto &path) -> Made { return Make_Socket_Input(path, For_Sockets(options), console); }},
+        options.input);
+}
+
+std::unique_ptr<Output> Make_Output(const Stream_Path &output, const Stream_Options &options, Console &console)
+{
+    using Made = std::unique_ptr<Output>;
+    return std::visit(
+        Match{[&](const Standard_Path &) -> Made {
+                  return std::make_unique<Standard_Output>(Waiting_Room(options), console);
+              },
+              [&](const File_Path &path) -> Made { return std::make_unique<File_Output>(path.name, console); },
+              [&](const Serial_Path &path) -> Made { return Make_Serial_Output(path, Waiting_Room(options), console); },
+              [&](const auto &path) -> Made { return Make_Socket_Output(path, For_Sockets(options), console); }},
+        output);
+}
+
+}  // namespace host

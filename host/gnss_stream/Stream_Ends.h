@@ -1,0 +1,19 @@
+// From paths to ends.
+#pragma once
+
+#include "host/gnss_stream/Endpoint.h"
+#include "host/gnss_stream/Stream_Options.h"
+
+#include <memory>
+
+namespace host {
+
+class Console;
+
+// A file and standard input: the stream waits for its outputs.
+bool Can_Wait(const Stream_Path &input);
+
+std::unique_ptr<Input> Make_Input(const Stream_Options &options, Console &console);
+std::unique_ptr<Output> Make_Output(const Stream_Path &path, const Stream_Options &options, Console &console);
+
+}  // namespace host

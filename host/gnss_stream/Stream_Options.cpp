@@ -1,0 +1,276 @@
+#include "host/gnss_stream/Stream_Options.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iostream>
+#include <sstream>
+
+namespace host {
+
+namespace {
+
+const char description[] =
+    R"(Moves a byte stream from one input to any number of outputs, and can count its RTCM 3 frames, decode it and record it
+on the way.
+
+Streams:
+  serial://PORT[:baud[:bits[:parity[:stop[:flow]]]]]   9600:8:n:1:off; parity n, e or o; flow off or rts
+  tcpcli://HOST:PORT                                   connects, again and again (--reconnect)
+  tcpsvr://:PORT                                       serves one peer at a time; port 0 is a free one
+  ntrip://[USER:PASSWORD@]HOST[:PORT][/MOUNTPOINT]     input only; port 2101; no mountpoint: the source table
+  [file://]NAME                                        an output is written anew
+  - or ""                                              standard input or output
+
+Without --in the input is standard input. Without any --out, --record and decoding the bytes go to standard output.
+)";
+
+const char footer[] =
+    R"(A file and standard input wait for the outputs: nothing is lost towards a peer that reads. A serial line, TCP and NTRIP
+do so for a quarter of a second at most: what an output then has no room for (1 MiB) is discarded and reported. Outputs
+that nobody is connected to drop what comes; what an output receives is discarded. What goes away is opened again: a
+serial port each second, TCP as --reconnect says; a TCP or NTRIP input that is silent for a minute counts as gone.
+
+At the end of a file or of standard input, and after Ctrl-C or SIGTERM, what has been received is handed on, and all is
+closed when the outputs have taken what waits for them. One that takes nothing for the time of --linger has lost it, as
+has one that takes longer than a minute after a signal. A second signal ends the program at once.
+
+User and password of a caster are best given as $GNSS_STREAM_USER and $GNSS_STREAM_PASSWORD, or the password in a file: on
+Linux they are wiped off the command line when the program starts, on Windows they stay to be seen there.
+
+--frames, --decode, --epochs and --csv look at RTCM 3 frames and show, at the end, message number, frames, bytes (of whole
+frames); a frame with too little payload for a number is counted as message 0. Then totals; but for --frames alone also
+those of epochs, satellites in them, distinct ephemerides, and the station's position.
+
+A list file names one recording per line, relative to the current directory; "//" starts a comment. The recordings
+of a list are one stream: a frame may begin in one and end in the next.
+
+An epoch's line (--epochs): ">", GPS week, second of the week, date and time (GPS), number of satellites. A satellite's:
+system and number; for each of the carriers A, B and C (GPS: L1, L5 or P(Y) on L1, L2) its letter, pseudorange [m],
+carrier phase [cycles], Doppler [Hz] and C/N0 [dB-Hz], blank where there is none; for GPS satellites with an ephemeris
+not further than 2 h 5 min from its reference time, once the station's position is known: elevation and azimuth
+[degrees], range [m] and range rate [m/s].
+
+Exit status: 0 all fine; 1 something was off (a file or standard stream that could not be read or written, bytes that a
+peer did not take, no connection and no --reconnect, a CRC failure in the frames looked at, bytes missing in the recorded
+or a CSV file); 2 wrong usage; 4 could not start (input, output, record, password or CSV file not usable; with --strict any
+stream). Skipped bytes and an incomplete last frame are shown and are no fault.)";
+
+const CLI::Validator not_empty([](const std::string &text) { return text.empty() ? "must not be empty" : ""; }, "");
+
+// The paths as they stand on the command line.
+struct Paths {
+    std::string input, in;
+    std::vector<std::string> outputs;
+};
+
+void Declare_Streams(CLI::App &app, Stream_Options &options, Paths &paths)
+{
+    CLI::Option *in = app.add_option("--in", paths.in, "The input")->option_text("STREAM");
+    app.add_option("INPUT", paths.input, "The same without --in")->option_text("STREAM")->excludes(in);
+    app.add_option("--out", paths.outputs, "An output; may be given several times")
+        ->option_text("STREAM")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    CLI::Option *record = app.add_option("--record", options.record, "Writes a copy of the stream to this file")
+                              ->option_text("NAME")
+                              ->check(not_empty);
+    app.add_flag("--append", options.append,
+                 "Goes on at the end of the --record file; without it that must be new or empty")
+        ->needs(record);
+    app.add_flag("--list", options.file.list, "The input is a list file: replays the recordings that it names");
+    app.add_option("--rate", options.file.rate, "Bytes per second, of a file; 0 or absent: as fast as it goes")
+        ->option_text("BYTES_PER_SECOND");
+    app.add_flag("--simulator", options.file.simulator, "Replays a file through the simulated receiver's server");
+}
+
+void Declare_Connections(CLI::App &app, Stream_Options &options)
+{
+    app.add_option("--user", options.user,
+                   "For a caster; absent: $GNSS_STREAM_USER. The password is not for a command line: it "
+                   "comes from --password-file or $GNSS_STREAM_PASSWORD")
+        ->option_text("NAME")
+        ->check(not_empty);
+    app.add_option("--password-file", options.password_file, "A file whose first line is the password")
+        ->option_text("NAME")
+        ->check(not_empty);
+    app.add_option("--reconnect", options.reconnect,
+                   "Time between two tries to connect, 10 when absent; 0: there is only one")
+        ->option_text("SECONDS")
+        ->check(CLI::Range(0, 86400));
+    app.add_option(
+           "--wait", options.wait,
+           "A file or standard input waits this long, 5 when absent, for outputs that nobody is connected to yet")
+        ->option_text("SECONDS")
+        ->check(CLI::Range(0, 86400));
+    app.add_option("--linger", options.linger,
+                   "At the end, an output that takes nothing for this long, 20 when absent, has lost what waits for it")
+        ->option_text("SECONDS")
+        ->check(CLI::Range(1, 86400));
+    app.add_flag("--strict", options.strict,
+                 "A missing device or a refused port at the start ends the program instead of being tried again");
+}
+
+void Declare_Display(CLI::App &app, Stream_Options &options)
+{
+    CLI::Option *quiet = app.add_flag("--quiet", options.quiet, "No live line");
+    app.add_flag("--progress", options.progress,
+                 "A live line even where standard error is not known to be a terminal (on Windows it never is)")
+        ->excludes(quiet);
+    app.add_option("--status-interval", options.status_interval,
+                   "Time between status lines on standard error, one for each stream; 0 or absent: none")
+        ->option_text("SECONDS")
+        ->check(CLI::Range(0, 86400));
+    app.set_version_flag("--version", "gnss_stream " KERNEL_VERSION);
+}
+
+const char *const decoder_options[] = {"--near-week", "--start-week", "--leap-seconds", "--beidou-gps-time"};
+
+void Declare_Decoding(CLI::App &app, Stream_Options &options)
+{
+    Rtcm3_Output::Options &rtcm3 = options.rtcm3;
+    app.add_flag("--frames", options.frames, "Shows the table of messages");
+    app.add_flag("--decode", rtcm3.decode, "Decodes the messages and shows totals");
+    app.add_flag("--epochs", rtcm3.epochs, "Decodes, and shows each epoch and its satellites");
+    app.add_option("--csv", rtcm3.csv, "Decodes, and writes PREFIX_epochs.csv and PREFIX_satellites.csv anew")
+        ->option_text("PREFIX")
+        ->check(not_empty);
+    app.add_option("--near-week", rtcm3.decoder.near_week,
+                   "A GPS week within 512 of the recording's: the messages tell only ten bits of it")
+        ->option_text("WEEK")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
+    app.add_option("--start-week", rtcm3.decoder.start_week,
+                   "The GPS week of the first epoch; absent: epochs before the first GPS ephemeris have no week")
+        ->option_text("WEEK")
+        ->check(CLI::Range(0, 65535));
+    app.add_option("--leap-seconds", rtcm3.decoder.leap_seconds,
+                   "GPS less UTC in seconds, for the times of GLONASS; absent: known or found out")
+        ->option_text("SECONDS")
+        ->check(CLI::Range(0, 255));
+    app.add_flag("--beidou-gps-time", rtcm3.decoder.beidou_in_gps_time,
+                 "BeiDou messages have GPS time, as in recordings from before 2013");
+}
+
+// --- What the options say together
+
+Stream_Path Path_Of(const char *option, const std::string &text)
+{
+    std::string error;
+    if (auto path = Parse_Stream_Path(text, error)) return *path;
+    throw CLI::ValidationError(option, error);
+}
+
+template <class Kind>
+bool Is(const Stream_Path &path)
+{
+    return std::holds_alternative<Kind>(path);
+}
+
+void Set_Input(const CLI::App &app, const Paths &paths, Stream_Options &options)
+{
+    options.input = app.count("--in") > 0 ? Path_Of("--in", paths.in) : Path_Of("INPUT", paths.input);
+    for (const char *name : {"--list", "--rate", "--simulator"})
+        if (app.count(name) > 0 && !Is<File_Path>(options.input))
+            throw CLI::RequiresError(name, "an input that is a file");
+    const auto *caster = std::get_if<Ntrip_Path>(&options.input);
+    if (!options.user.empty() && !caster) throw CLI::RequiresError("--user", "an input ntrip://");
+    if (!options.user.empty() && caster->credentials) throw CLI::ExcludesError("--user", "credentials in ntrip://");
+    const char *const user = std::getenv("GNSS_STREAM_USER");
+    if (caster && !caster->credentials && options.user.empty() && user) options.user = user;
+    if (!options.password_file.empty() && options.user.empty())
+        throw CLI::RequiresError("--password-file", "--user or $GNSS_STREAM_USER, and an input ntrip://");
+}
+
+void Set_Outputs(const Paths &paths, Stream_Options &options)
+{
+    for (const std::string &text : paths.outputs) {
+        options.outputs.push_back(Path_Of("--out", text));
+        if (Is<Ntrip_Path>(options.outputs.back())) throw CLI::ValidationError("--out", "ntrip:// is for inputs only");
+    }
+    const bool decodes = options.rtcm3.decode || options.rtcm3.epochs || !options.rtcm3.csv.empty();
+    options.looks_at_frames = options.frames || decodes;
+    if (options.outputs.empty() && options.record.empty() && !options.looks_at_frames)
+        options.outputs.emplace_back(Standard_Path{});
+    const auto to_standard_output = std::count_if(options.outputs.begin(), options.outputs.end(), Is<Standard_Path>);
+    if (to_standard_output > 1) throw CLI::ValidationError("--out", "standard output is one output only");
+    options.shows_text = options.looks_at_frames && to_standard_output == 0;
+}
+
+void Check_Decoding(const CLI::App &app, const Stream_Options &options)
+{
+    const Rtcm3_Output::Options &rtcm3 = options.rtcm3;
+    for (const char *name : decoder_options)
+        if (app.count(name) > 0 && !rtcm3.decode && !rtcm3.epochs && rtcm3.csv.empty())
+            throw CLI::RequiresError(name, "--decode, --epochs or --csv");
+    for (const char *name : {"--frames", "--decode", "--epochs"})
+        if (app.count(name) > 0 && !options.shows_text)
+            throw CLI::ExcludesError(name, "bytes on standard output (--out)");
+}
+
+// --- Credentials
+
+// What CLI11 says about an argument quotes it.
+std::string Without(const std::vector<std::string> &secrets, std::string text)
+{
+    for (const std::string &secret : secrets)
+        for (std::size_t at = 0; (at = text.find(secret, at)) != std::string::npos; at += 3)
+            text.replace(at, secret.size(), "***");
+    return text;
+}
+
+void Overwrite(std::string_view part, char *argument)
+{
+    std::fill_n(argument + (part.data() - argument), part.size(), '*');
+}
+
+// Answers those that errors would quote.
+std::vector<std::string> Overwrite_Credentials(int argc, char **argv)
+{
+    constexpr std::string_view user = "--user=";
+    std::vector<std::string> secrets;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i], secret = Credentials_In(argument);
+        if (!secret.empty()) {
+            secrets.emplace_back(secret);
+            Overwrite(secret, argv[i]);
+        }
+        if (std::string_view(argv[i - 1]) == "--user") Overwrite(argument, argv[i]);
+        if (argument.starts_with(user)) Overwrite(argument.substr(user.size()), argv[i]);
+    }
+    return secrets;
+}
+
+}  // namespace
+
+bool Parse_Command_Line(int argc, char **argv, Stream_Options &options, int &exit)
+{
+    CLI::App app(description, "gnss_stream");
+    app.footer(footer);
+    app.allow_windows_style_options(false);  // a path may start with '/'
+    Paths paths;
+    Declare_Streams(app, options, paths);
+    Declare_Connections(app, options);
+    Declare_Decoding(app, options);
+    Declare_Display(app, options);
+
+    std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+    std::reverse(arguments.begin(), arguments.end());  // as CLI11 wants them
+    const std::vector<std::string> secrets = Overwrite_Credentials(argc, argv);
+    try {
+        app.parse(std::move(arguments));
+        Set_Input(app, paths, options);
+        Set_Outputs(paths, options);
+        Check_Decoding(app, options);
+        return true;
+    } catch (const CLI::ParseError &end) {
+        std::ostringstream out, err;
+        exit = app.exit(end, out, err) == 0 ? exit_fine : exit_usage;
+        std::cout << out.str();
+        std::cerr << Without(secrets, err.str());
+        return false;
+    }
+}
+
+}  // namespace host

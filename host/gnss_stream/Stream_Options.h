@@ -1,0 +1,45 @@
+// The command line of gnss_stream.
+#pragma once
+
+#include "host/gnss_stream/File_Endpoint.h"
+#include "host/gnss_stream/Rtcm3_Output.h"
+#include "host/gnss_stream/Stream_Path.h"
+
+#include <string>
+#include <vector>
+
+namespace host {
+
+struct Stream_Options {
+    Stream_Path input;
+    File_Input::Options file;          // for an input that is a file
+    std::vector<Stream_Path> outputs;  // as many as wanted; standard output stands here once at most
+    std::string record;                // the tap's file; empty: none
+    bool append = false;
+
+    std::string user;             // for the caster; empty: as the path or the environment says
+    std::string password_file;    // its first line; empty: the environment
+    unsigned int reconnect = 10;  // [s] between two tries of a TCP client; 0: only one
+    unsigned int wait = 5;        // [s] that an input which can wait waits for its outputs at the start
+    unsigned int linger = 20;  // [s] without progress, at the end, after which a peer counts as one that does not read
+    bool strict = false;       // whatever cannot be had at the start ends the program
+
+    bool frames = false;  // the table of messages
+    Rtcm3_Output::Options rtcm3;
+    bool looks_at_frames = false;  // for the table or to decode
+    bool shows_text = false;       // tables and epochs, on standard output
+
+    bool quiet = false;                // no live line
+    bool progress = false;             // a live line in any case
+    unsigned int status_interval = 0;  // [s] between status lines; 0: none
+};
+
+// Exit status of the program.
+enum Exit : int { exit_fine = 0, exit_faults = 1, exit_usage = 2, exit_no_start = 4 };
+
+// Help and version go to standard output, complaints to standard error. False: the program ends with `exit`. Credentials in
+// the arguments are overwritten, so that they are not to be seen in the list of processes, where the system lists what
+// the arguments have become.
+bool Parse_Command_Line(int argc, char **argv, Stream_Options &options, int &exit);
+
+}  // namespace host

@@ -1,0 +1,316 @@
+#include "host/gnss_stream/Stream_Run.h"
+
+#include "host/gnss_stream/Stream_Ends.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+#include <thread>
+
+namespace host {
+
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+const char unit[] = "host/Stream_Run";
+constexpr auto pass_time = 20ms;
+constexpr auto end_limit = 60s;       // after a signal, for peers that read slowly
+constexpr auto note_time = 3s;        // after which a user is told what the program waits for
+constexpr auto connect_limit = 30s;   // with --strict
+constexpr auto quiet_time = 60ms;     // without bytes: what was on its way has come
+constexpr auto settle_limit = 500ms;  // for that to be so
+constexpr auto patience = 60s;        // with an input that is silent
+
+// As far as the standard library can tell.
+bool Is_Terminal()
+{
+    std::error_code ignored;
+    return fs::is_character_file("/dev/stderr", ignored);
+}
+
+// 0 for what is no regular file: a missing one, a device, a pipe.
+std::uint64_t Size_Of(const std::string &name)
+{
+    std::error_code error;
+    if (!fs::is_regular_file(name, error)) return 0;
+    const std::uintmax_t size = fs::file_size(name, error);
+    return error ? 0 : size;
+}
+
+// Devices and pipes may well be used twice.
+bool Are_Same_File(const std::string &a, const std::string &b)
+{
+    std::error_code ignored;
+    if (fs::exists(a, ignored)) return fs::is_regular_file(a, ignored) && fs::equivalent(a, b, ignored);
+    return fs::absolute(a, ignored).lexically_normal() == fs::absolute(b, ignored).lexically_normal();
+}
+
+Status_View::Options View_Options(const Stream_Options &options)
+{
+    const bool lines = options.status_interval > 0;
+    const bool live = options.progress || (!options.rtcm3.epochs && !lines && Is_Terminal());
+    return {live && !options.quiet, std::chrono::seconds(options.status_interval)};
+}
+
+// A peer may have gone without a word; a serial line may be silent for as long as it likes.
+std::chrono::milliseconds Patience_With(const Stream_Path &input)
+{
+    return Can_Wait(input) || std::holds_alternative<Serial_Path>(input) ? Fan_Out::for_ever : patience;
+}
+
+}  // namespace
+
+Stream_Run::Stream_Run(const Stream_Options &options, Console &console, const std::atomic<bool> &stop)
+    : options_(options), console_(console), stop_(stop),
+      fan_out_(Can_Wait(options.input), Patience_With(options.input)), view_(View_Options(options), console)
+{
+    fan_out_.Dont_Delete_Me();
+    fan_out_.Set_Error_Handler(console);
+}
+
+void Stream_Run::Complain(unsigned int line, const std::string &text)
+{
+    console_.Set(unit, line)->Print_Out(kernel::Error_Handler::ES_Error, 1, "%s", text.c_str());
+}
+
+Exit Stream_Run::Run()
+{
+    const bool started = Open() && Start();
+    if (started) {
+        while (!stop_ && !Is_Over()) Pass();
+        Finish();
+        view_.Last();
+        if (stop_) console_.Set(unit, __LINE__)->Print_Out(kernel::Error_Handler::ES_Warning, "Interrupted.");
+    }
+    Close();
+    if (!started) return exit_no_start;
+    if (tap_) Check_Record();
+    if (options_.shows_text) rtcm3_->Print_Totals();
+    return console_.Faults() == 0 && !(rtcm3_ && rtcm3_->Has_Bad_Frames()) ? exit_fine : exit_faults;
+}
+
+// --- The beginning
+
+// The input comes first: nothing is created for an input that is not there.
+bool Stream_Run::Open()
+{
+    if (!Find_Password() || !Has_Distinct_Files()) return false;
+    input_ = Make_Input(options_, console_);
+    if (!input_->Open() || !May_Record()) return false;
+    if (options_.looks_at_frames) {
+        rtcm3_ = std::make_unique<Rtcm3_Output>(options_.rtcm3, console_);
+        if (!rtcm3_->Open()) return false;
+    }
+    for (const Stream_Path &path : options_.outputs) {
+        names_.push_back("output " + std::to_string(outputs_.size() + 1) + ' ' + Shown(path));
+        outputs_.push_back(Make_Output(path, options_, console_));
+        if (!outputs_.back()->Open()) return false;
+    }
+    return Connect();
+}
+
+bool Stream_Run::Find_Password()
+{
+    if (options_.user.empty()) return true;
+    std::string password;
+    if (!options_.password_file.empty()) {
+        std::ifstream file(options_.password_file, std::ios::binary);
+        if (!std::getline(file, password)) {
+            Complain(__LINE__, "There is no password in file " + options_.password_file + ".");
+            return false;
+        }
+        if (password.ends_with('\r')) password.pop_back();
+    } else if (const char *variable = std::getenv("GNSS_STREAM_PASSWORD")) {
+        password = variable;
+    }
+    std::get<Ntrip_Path>(options_.input).credentials.emplace(options_.user, password);
+    return true;
+}
+
+bool Stream_Run::Has_Distinct_Files()
+{
+    std::vector<std::string> names;
+    if (const auto *file = std::get_if<File_Path>(&options_.input)) names.push_back(file->name);
+    if (!options_.record.empty()) names.push_back(options_.record);
+    for (const Stream_Path &path : options_.outputs)
+        if (const auto *file = std::get_if<File_Path>(&path)) names.push_back(file->name);
+    for (auto a = names.begin(); a != names.end(); ++a) {
+        if (std::none_of(names.begin(), a, [&](const std::string &b) { return Are_Same_File(*a, b); })) continue;
+        Complain(__LINE__, "File " + *a + " is to be used twice.");
+        return false;
+    }
+    return true;
+}
+
+bool Stream_Run::May_Record()
+{
+    recorded_before_ = options_.record.empty() ? 0 : Size_Of(options_.record);
+    if (recorded_before_ == 0 || options_.append) return true;
+    Complain(__LINE__, "\"" + options_.record + "\" is not empty; --append goes on at its end.");
+    return false;
+}
+
+bool Stream_Run::Connect()
+{
+    for (const auto &output : outputs_) fan_out_.Add(*output);
+    if (rtcm3_) fan_out_.Add(*rtcm3_);
+    Show_Status_Of_All();
+    if (options_.record.empty()) return input_->Connect(fan_out_);
+    tap_.reset(kernel::File_Client_Server::Construct(nullptr));
+    tap_->Dont_Delete_Me();
+    tap_->Set_Error_Handler(console_);
+    return tap_->Create(options_.record.c_str()) && tap_->Connect(&fan_out_) && input_->Connect(*tap_);
+}
+
+void Stream_Run::Show_Status_Of_All()
+{
+    using Live = Status_View::Live;
+    const std::string input = "input " + Shown(options_.input);
+    view_.Add(Live::bytes_and_rate, "", input, *input_, [this] { return fan_out_.Bytes(); });
+    for (std::size_t i = 0; i < outputs_.size(); ++i) {
+        const Output &output = *outputs_[i];
+        view_.Add(Live::bytes, std::to_string(i + 1) + ' ', names_[i], output, [&output] { return output.Sent(); });
+    }
+    if (rtcm3_) view_.Add(Live::state, "", "RTCM 3", *rtcm3_, [this] { return rtcm3_->Sent(); });
+}
+
+// False: what must be there at the start is not.
+bool Stream_Run::Start()
+{
+    if (options_.strict)
+        for (std::size_t i = 0; i < outputs_.size(); ++i)
+            if (!Is_Up(*outputs_[i], names_[i])) return false;
+    if (input_->Can_Wait()) Wait_For_Peers();
+    if (stop_) return true;
+    started_ = true;
+    input_->Start();
+    return !options_.strict || Is_Up(*input_, "input " + Shown(options_.input));
+}
+
+bool Stream_Run::Is_Up(const Endpoint &end, const std::string &name)
+{
+    Pass_Until([&] { return end.Start_State() != Startup::under_way; }, connect_limit);
+    if (stop_ || end.Start_State() == Startup::up) return true;
+    Complain(__LINE__, "Could not start: " + name + '.');
+    return false;
+}
+
+void Stream_Run::Wait_For_Peers()
+{
+    const auto has_peer = [](const auto &output) { return output->Is_Up(); };
+    const auto all_have = [&] { return std::all_of(outputs_.begin(), outputs_.end(), has_peer); };
+    if (options_.wait == 0 || Pass_Until(all_have, std::chrono::seconds(options_.wait)) || stop_) return;
+    for (std::size_t i = 0; i < outputs_.size(); ++i)
+        if (!outputs_[i]->Is_Up())
+            console_.Set(unit, __LINE__)
+                ->Print_Out(kernel::Error_Handler::ES_Warning, 1, "Nobody is connected to %s: its bytes are dropped.",
+                            names_[i].c_str());
+}
+
+// --- While it runs
+
+void Stream_Run::Pass()
+{
+    std::this_thread::sleep_for(pass_time);
+    if (started_ && !ending_) input_->Tend();
+    for (const auto &output : outputs_) output->Tend();
+    view_.Pass();
+    if (options_.rtcm3.epochs) std::fflush(stdout);  // who reads along sees each epoch soon
+}
+
+// Whether the condition came true, before the limit or a stop.
+bool Stream_Run::Pass_Until(const std::function<bool()> &condition, Clock::duration limit)
+{
+    for (const auto end = Clock::now() + limit; !condition(); Pass())
+        if (stop_ || Clock::now() >= end) return false;
+    return true;
+}
+
+// Nothing more comes, or there is nobody left that it could be given to.
+bool Stream_Run::Is_Over() const
+{
+    const auto has_failed = [](const auto &output) { return output->Has_Failed(); };
+    return input_->Ended() || (!rtcm3_ && !tap_ && std::all_of(outputs_.begin(), outputs_.end(), has_failed));
+}
+
+// --- The end
+
+void Stream_Run::Finish()
+{
+    if (!input_->Can_Wait()) Let_Settle();
+    fan_out_.Limit_Waiting(std::chrono::seconds(options_.linger));
+    ending_ = true;
+    input_->Stop();
+    Drain();
+    if (fan_out_.Lost() > 0) Complain(__LINE__, std::to_string(fan_out_.Lost()) + " bytes could not be handed on.");
+}
+
+// What the system has received already is on its way to us.
+void Stream_Run::Let_Settle()
+{
+    const auto end = Clock::now() + settle_limit;
+    auto since = Clock::now();
+    for (std::uint64_t bytes = fan_out_.Bytes(); Clock::now() < end && Clock::now() - since < quiet_time; Pass()) {
+        if (bytes == fan_out_.Bytes()) continue;
+        bytes = fan_out_.Bytes();
+        since = Clock::now();
+    }
+}
+
+// An output that takes something goes on, however slowly; after a signal not for ever.
+void Stream_Run::Drain()
+{
+    struct Progress {
+        std::uint64_t sent;
+        Clock::time_point since;
+    };
+    std::vector<Progress> progress;
+    for (const auto &output : outputs_) progress.push_back({output->Sent(), Clock::now()});
+    const auto waits = [&](std::size_t i) {
+        if (outputs_[i]->Sent() != progress[i].sent) progress[i] = {outputs_[i]->Sent(), Clock::now()};
+        return !outputs_[i]->Is_Drained() && Clock::now() - progress[i].since < std::chrono::seconds(options_.linger);
+    };
+    auto note = Clock::now() + note_time;
+    for (auto end = Clock::time_point::max(); Clock::now() < end; Pass()) {
+        if (Clock::now() >= note) {
+            note = Clock::time_point::max();
+            console_.Set(unit, __LINE__)
+                ->Print_Out(kernel::Error_Handler::ES_Information,
+                            "Waiting for the outputs to take the rest; %sCtrl-C gives it up.", stop_ ? "another " : "");
+        }
+        if (stop_) end = std::min(end, Clock::now() + end_limit);
+        bool some_wait = false;
+        for (std::size_t i = 0; i < outputs_.size(); ++i) some_wait |= waits(i);
+        if (!some_wait) break;
+    }
+    for (std::size_t i = 0; i < outputs_.size(); ++i)
+        if (!outputs_[i]->Is_Drained()) Complain(__LINE__, names_[i] + " does not take what is waiting for it.");
+}
+
+void Stream_Run::Close()
+{
+    if (input_) input_->Stop();
+    for (const auto &output : outputs_) left_thread_ |= !output->Close();
+    if (rtcm3_) rtcm3_->Close();
+    if (tap_) tap_->Close();
+    if (input_) left_thread_ |= !input_->Close();
+}
+
+// Whatever came out of the input has gone through the tap, so that the file must have grown by as much.
+void Stream_Run::Check_Record()
+{
+    std::error_code ignored;
+    if (!fs::is_regular_file(options_.record, ignored)) return;
+    const std::uint64_t wanted = recorded_before_ + fan_out_.Bytes();
+    const std::uint64_t size = Size_Of(options_.record);
+    if (size != wanted)
+        Complain(__LINE__, "\"" + options_.record + "\" has " + std::to_string(size) + " bytes instead of " +
+                               std::to_string(wanted) + ".");
+}
+
+}  // namespace host

@@ -1,0 +1,76 @@
+// One run of the stream program: an input, perhaps a recording tap, the fan-out, and the outputs.
+#pragma once
+
+#include "host/gnss_stream/Console.h"
+#include "host/gnss_stream/Endpoint.h"
+#include "host/gnss_stream/Fan_Out.h"
+#include "host/gnss_stream/Rtcm3_Output.h"
+#include "host/gnss_stream/Status_View.h"
+#include "host/gnss_stream/Stream_Options.h"
+#include "kernel/files/file_client_server.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace host {
+
+// The chain belongs to this object as a whole: its members are told so (Dont_Delete_Me), and go from the
+// input downwards.
+//
+// Threads:   one; the input's thread delivers while Run waits, looks after the ends and shows how they are. `stop` may be
+//            set by any thread or signal handler.
+// Ownership: console and stop flag are the caller's and outlive the object.
+// Errors:    reported to the console, as are those of the library's objects.
+class Stream_Run {
+public:
+    Stream_Run(const Stream_Options &options, Console &console, const std::atomic<bool> &stop);
+    Stream_Run(const Stream_Run &) = delete;
+    Stream_Run &operator=(const Stream_Run &) = delete;
+
+    Exit Run();  // once: until the end of the input, or until the stop flag is set
+    // A thread is stuck in the system: the process must end without the destruction of this object and of the statics.
+    bool Left_A_Thread() const { return left_thread_; }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    bool Open();
+    bool Find_Password();
+    bool Has_Distinct_Files();
+    bool May_Record();
+    bool Connect();
+    void Show_Status_Of_All();
+    bool Start();
+    bool Is_Up(const Endpoint &end, const std::string &name);
+    void Wait_For_Peers();
+    bool Is_Over() const;
+    void Finish();
+    void Let_Settle();
+    void Drain();
+    void Close();
+    void Check_Record();
+    bool Pass_Until(const std::function<bool()> &condition, Clock::duration limit);
+    void Pass();
+    void Complain(unsigned int line, const std::string &text);
+
+    Stream_Options options_;
+    Console &console_;
+    const std::atomic<bool> &stop_;
+    bool started_ = false, ending_ = false, left_thread_ = false;
+    std::uint64_t recorded_before_ = 0;  // size of the record file at the start, in bytes
+
+    std::vector<std::unique_ptr<Output>> outputs_;
+    std::vector<std::string> names_;       // of the outputs, for reports
+    std::unique_ptr<Rtcm3_Output> rtcm3_;  // null: nobody looks at frames
+    Fan_Out fan_out_;
+    std::unique_ptr<kernel::File_Client_Server> tap_;  // null: nothing is recorded
+    std::unique_ptr<Input> input_;
+    Status_View view_;
+};
+
+}  // namespace host

@@ -1,0 +1,179 @@
+#include "kernel/base/Error_Handler.h"
+
+#include "platform/clock.h"
+#include "platform/debug.h"
+#include "platform/error.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+namespace kernel {
+
+namespace {
+
+// Print_Out makes its texts on the stack: that memory is short can be reported without any.
+constexpr std::size_t text_size = 2048;  // with the terminator
+constexpr Err_Code no_code = 1;
+constexpr Err_Code os_error_code = 3;
+
+// Two threads may come to their end at once, and a destructor of the exit may report once more: exit itself runs only
+// once.
+[[noreturn]] void End_Process()
+{
+    static std::atomic<std::thread::id> ending{};
+    std::thread::id nobody{};
+    if (ending.compare_exchange_strong(nobody, std::this_thread::get_id())) std::exit(-1);
+    if (nobody == std::this_thread::get_id()) std::_Exit(-1);
+    for (;;) platform::sleep_ms(1000);
+}
+
+// For objects without a handler. Level 5 is swallowed as well: nobody is there to see why the process ended.
+class Silent_Handler : public Error_Handler {
+    void Do_Print(Enum_Status, Err_Code, const char *) override {}
+};
+
+Silent_Handler silent_handler;
+
+void Format(char (&text)[text_size], const char *format, std::va_list arguments)
+{
+    text[0] = '\0';
+    if (format && std::vsnprintf(text, text_size, format, arguments) < 0) text[0] = '\0';
+}
+
+}  // namespace
+
+Trace_Error_Handler Trace_Handler;
+
+// For handlers of hosts; those of the library print none of these. The last is spelled so on purpose.
+const char *const Error_Handler::StatusMesg[6] = {"Message", "Information", "Warning",
+                                                  "Error",   "Fatal Error", "Unrecoverble Error"};
+
+Error_Handler::~Error_Handler() = default;
+
+Error_Handler &Error_Handler::Or_Silent(Error_Handler *handler) { return handler ? *handler : silent_handler; }
+
+Error_Handler *Error_Handler::Set(const char *file, unsigned int line)
+{
+    file_.store(file, std::memory_order_relaxed);
+    line_.store(line, std::memory_order_relaxed);
+    return this;
+}
+
+void Error_Handler::Print_Out(Enum_Status status, Err_Code code, const char *format, ...)
+{
+    char text[text_size];
+    std::va_list arguments;
+    va_start(arguments, format);
+    Format(text, format, arguments);
+    va_end(arguments);
+    Do_Print(status, code, text);
+    Set(nullptr, 0);
+}
+
+void Error_Handler::Print_Out(Enum_Status status, const char *format, ...)
+{
+    char text[text_size];
+    std::va_list arguments;
+    va_start(arguments, format);
+    Format(text, format, arguments);
+    va_end(arguments);
+    Do_Print(status, no_code, text);
+    Set(nullptr, 0);
+}
+
+void Error_Handler::OS_Error(Enum_Status status, const char *format, ...)
+{
+    // Before anything else: what formats the text may change it.
+    const unsigned long error = platform::last_error();
+    std::va_list arguments;
+    va_start(arguments, format);
+    Report_OS(error, status, format, arguments);
+    va_end(arguments);
+}
+
+void Error_Handler::OS_Error(unsigned long error, Enum_Status status, const char *format, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, format);
+    Report_OS(error, status, format, arguments);
+    va_end(arguments);
+}
+
+// A caller's text that is too long gives way to the system's words, which name the cause.
+void Error_Handler::Report_OS(unsigned long error, Enum_Status status, const char *format, std::va_list arguments)
+{
+    if (error == 0) return;
+    const auto code = static_cast<unsigned int>(error);
+    // Half of a report at most: the caller's text keeps the rest, and `room` below cannot fall below 0.
+    char cause[text_size / 2];
+    std::snprintf(cause, sizeof cause, "OS Error-Code: %d=0x%08X => %s", static_cast<int>(code), code,
+                  platform::error_text(code).c_str());
+    if (!format) {
+        Do_Print(status, os_error_code, cause);
+        return;
+    }
+    char text[text_size];
+    Format(text, format, arguments);
+    const std::string between = " failed!\n";
+    std::string report = std::string(text) + between + cause;
+    if (report.size() >= text_size) {
+        const std::size_t room = text_size - 1 - between.size() - std::string(cause).size();
+        report = std::string(text).substr(0, room) + between + cause;
+    }
+    Do_Print(status, os_error_code, report.c_str());
+}
+
+Simple_Error_Handler::Simple_Error_Handler(bool print_location) : Simple_Error_Handler(nullptr, print_location) {}
+
+Simple_Error_Handler::Simple_Error_Handler(std::FILE *stream, bool print_location)
+    : print_location_(print_location), stream_(stream ? stream : stderr)
+{
+}
+
+void Simple_Error_Handler::Do_Print(Enum_Status status, Err_Code, const char *text)
+{
+    {
+        const Semaphore_Guard guard(lock_);
+        // A null name would be the runtime's business; most print these letters.
+        if (print_location_) std::fprintf(stream_, "Line %u in File %s\n", Line(), File() ? File() : "(null)");
+        std::fprintf(stream_, "%s\n", text);
+    }
+    // With the lock free: destructors at the exit may wait for threads that want to report.
+    if (status == ES_Unrecoverable) End_Process();
+}
+
+void Trace_Error_Handler::Do_Print(Enum_Status status, Err_Code, const char *text)
+{
+    // Words of its own, padded to one column. Piece by piece below: whoever hooks the debugger's output gets each as a
+    // call.
+    static const char *const prefix[] = {nullptr, nullptr, "Warning: ", "Error  : ", "Fatal  : ", "Terminate: "};
+    {
+        const Semaphore_Guard guard(lock_);
+        if (status >= ES_Warning && status <= ES_Unrecoverable) platform::debug_output(prefix[status]);
+        platform::debug_output(text);
+        platform::debug_output("\n");
+    }
+    if (status == ES_Unrecoverable) {
+        // Before the end, while the stack still shows who reported.
+        platform::debug_break();
+        End_Process();
+    }
+}
+
+void NULL_Error_Handler::Do_Print(Enum_Status status, Err_Code, const char *)
+{
+    if (status == ES_Unrecoverable) End_Process();
+}
+
+}  // namespace kernel
+
+extern "C" {
+void BWTraceDebug(...) {}
+void BWTraceCharDebug(...) {}
+void BWTraceConsole(...) {}
+void BWTraceCharConsole(...) {}
+void BWTraceBoth(...) {}
+void BWTraceCharBoth(...) {}
+}

@@ -1,0 +1,354 @@
+#include "kernel/connections/BYTE_SER.h"
+
+#include "kernel/base/Error_Handler.h"
+
+#include <cctype>
+#include <cstring>
+#include <new>
+
+namespace kernel {
+
+namespace {
+
+const char unit[] = "kernel/BYTE_SER";
+
+// The notices that an object in the middle of a chain passes down.
+// What is settled between neighbours (counters, disconnection, deletion, stream types, 250) and the offers of data are
+// not among them: whoever forwards answers those itself.
+bool Is_Forwarded(CL_Mesg message)
+{
+    switch (message) {
+    case Mesg_Pause:
+    case Mesg_Status_40:
+    case Mesg_Status_50:
+    case Mesg_Status_90:
+    case Mesg_Status_100:
+    case Mesg_Status_110:
+    case Mesg_Attached:
+    case Mesg_Detached:
+    case Mesg_Login:
+    case Mesg_Ask_Password:
+    case Mesg_Start:
+    case Mesg_Second:
+    case Mesg_Minute:
+    case Mesg_Hour:
+    case Mesg_Day:
+    case Mesg_Status_210:
+    case Mesg_Status_220:
+    case Mesg_Status_230: return true;
+    default: return false;
+    }
+}
+
+}  // namespace
+
+const char Byte_Server::Name[] = "Basisklasse Byte_Server";
+
+Byte_Server::Byte_Server() : Object(nullptr) {}
+
+// By now the subclass is gone: a client that pulls while it is asked finds the base operations.
+Byte_Server::~Byte_Server()
+{
+    // An object in the middle is a client as well: nobody that goes in the course of this may delete it a second time.
+    Dont_Delete_Me();
+    Byte_Client *former = nullptr;
+    {
+        const Semaphore_Guard guard(*this);
+        former = Get_Byte_Client();
+        if (former) Byte_Server::Disconnect();
+    }
+    // Outside the lock: deleting may wait for a thread of the client's.
+    // Asked even when it has refused disconnection: the server ends either way.
+    if (former && former->Send(*this, Mesg_Delete_Query)) Object::Destruct(former);
+}
+
+bool Byte_Server::IsInheritedFrom(const char *name) const
+{
+    return (name && std::strcmp(name, Name) == 0) || Server::IsInheritedFrom(name);
+}
+
+// Read once: Disconnect on another thread may clear it between the look and the call. The client then hears one message
+// more from a server that it has left; Disconnect deletes nothing.
+bool Byte_Server::Tell(CL_Mesg message)
+{
+    Byte_Client *client = Get_Byte_Client();
+    return client && client->Send(*this, message);
+}
+
+// The lock is held over the question: of two threads that disconnect, the second finds nobody, and a client that agrees
+// is asked once.
+void Byte_Server::Disconnect()
+{
+    const Semaphore_Guard guard(*this);
+    if (Tell(Mesg_Disconnect_Query)) client_.store(nullptr, std::memory_order_release);
+}
+
+Client *Byte_Server::GetClient() { return Get_Byte_Client(); }
+
+// Release, so that the delivering thread sees the client as it was built.
+void Byte_Server::SetClient(Client *client)
+{
+    client_.store(dynamic_cast<Byte_Client *>(client), std::memory_order_release);
+}
+
+// A client that refuses the type stays the caller's; Switch deletes it. Both are meant. It is connected while it is
+// asked, and remains so if it refuses disconnection, too.
+bool Byte_Server::Connect(Byte_Client *client)
+{
+    if (!Server::Connect(client)) return false;
+    if (client->Send(*this, Mesg_Byte_Type)) return true;
+    Report(unit, __LINE__)
+        .Print_Out(Error_Handler::ES_Error, 26, "Client %s couldn't work with type %d.", client->GetName(),
+                   static_cast<int>(Mesg_Byte_Type));
+    Disconnect();
+    return false;
+}
+
+Byte_Client *Byte_Server::Switch(Byte_Client *client)
+{
+    Byte_Client *old = Get_Byte_Client();
+    // Null says no more than that nothing was handed over; GetClient tells whether the new one is in.
+    if (!old) {
+        Connect(client);
+        return nullptr;
+    }
+    if (!client) {
+        Disconnect();
+        return nullptr;
+    }
+    if (client == old) return nullptr;  // nothing changes hands
+    if (!client->Send(*this, Mesg_Byte_Type)) {
+        Disconnect();
+        Object::Destruct(client);
+        return nullptr;
+    }
+    // The old one is told, not asked: it goes on in its caller's hands, also when it allows no disconnection. Each
+    // hears its message from a server whose client it is.
+    old->Send(*this, Mesg_Detached);
+    SetClient(client);
+    client->Send(*this, Mesg_Attached);
+    return old;
+}
+
+bool Byte_Server::PreDisconnect() { return !Get_Byte_Client() || Tell(Mesg_PreDisconnect_Query); }
+
+unsigned short Byte_Server::GetByte()
+{
+    Report_Missing(unit, __LINE__, "GetByte", "Byte_Server");
+    return No_Byte;
+}
+
+unsigned short Byte_Server::UnGetByte(unsigned char)
+{
+    Report_Missing(unit, __LINE__, "UnGetByte", "Byte_Server");
+    return No_Byte;
+}
+
+long Byte_Server::GetNBytes(unsigned char *, long)
+{
+    Report_Missing(unit, __LINE__, "GetNBytes", "Byte_Server");
+    return 0;
+}
+
+long Byte_Server::MinAvail(long)
+{
+    Report_Missing(unit, __LINE__, "MinAvail", "Byte_Server");
+    return 0;
+}
+
+long Byte_Server::GetString(char *buffer, long n)
+{
+    if (!buffer) return 0;
+    long stored = 0;
+    while (stored < n) {
+        const unsigned short byte = GetByte();
+        if (byte == No_Byte) break;
+        buffer[stored++] = static_cast<char>(byte);
+    }
+    buffer[stored] = '\0';
+    return stored;
+}
+
+// Nobody to ask counts as a yes: upstream a no may end the connection.
+bool Byte_Server::Forward_Send(Byte_Server &origin, CL_Mesg message)
+{
+    Byte_Client *client = Get_Byte_Client();
+    return !client || !Is_Forwarded(message) || client->Send(origin, message);
+}
+
+unsigned short Byte_Server::get(unsigned char &byte)
+{
+    const unsigned short value = GetByte();
+    byte = static_cast<unsigned char>(value & 0xFF);
+    return value;
+}
+
+unsigned short Byte_Server::UnGetByte(unsigned short byte)
+{
+    if (byte == No_Byte) return No_Byte;
+    if (byte > 0xFF) {
+        Report(unit, __LINE__)
+            .Print_Out(Error_Handler::ES_Error, 33, "%s(0x%04X) out of Range in inherited class %s", "UnGetByte",
+                       static_cast<unsigned int>(byte), GetName());
+        return No_Byte;
+    }
+    return UnGetByte(static_cast<unsigned char>(byte));
+}
+
+namespace {
+
+// Asks for one byte at a time until `matches` accepts one; that byte, or No_Byte when the data ends first.
+// Request replaces what the client had asked for, and the pull takes it off: a match leaves no request standing.
+template <class Matches>
+unsigned short Scan(Byte_Server &server, Matches matches)
+{
+    for (;;) {
+        server.Request(1);
+        const unsigned short byte = server.GetByte();
+        if (byte == No_Byte || matches(byte)) return byte;
+    }
+}
+
+}  // namespace
+
+bool Byte_Server::Sync_Byte(unsigned char byte)
+{
+    return Scan(*this, [byte](unsigned short b) { return b == byte; }) != No_Byte;
+}
+
+bool Byte_Server::Sync_Byte(signed char byte)
+{
+    return Scan(*this, [byte](unsigned short b) { return int{b} == int{byte}; }) != No_Byte;
+}
+
+unsigned short Byte_Server::Sync_Bytes(const unsigned char *set)
+{
+    return Sync_Bytes(reinterpret_cast<const char *>(set));
+}
+
+unsigned short Byte_Server::Sync_Bytes(const char *set)
+{
+    if (!set) return No_Byte;
+    return Scan(*this, [set](unsigned short b) { return std::strchr(set, b) != nullptr; });
+}
+
+bool Byte_Server::Sync_String(const char *text)
+{
+    for (const char *next = text; next && *next; ++next) {
+        const unsigned short byte = GetByte();
+        if (byte == No_Byte) return false;
+        if (int{byte} == static_cast<signed char>(*next)) continue;
+        // It may begin the text itself: the second $ of "$$GP". The first character is not given back, as whoever scans
+        // on would get it again for ever.
+        if (next != text) UnGetByte(byte);
+        // What was asked for is void: the server invites again instead of telling of the rest.
+        Request(0);
+        return false;
+    }
+    return text != nullptr;
+}
+
+bool Byte_Server::Sync_String_Upper(const char *text)
+{
+    for (const char *next = text; next && *next; ++next) {
+        const unsigned short byte = GetByte();
+        if (byte == No_Byte) return false;
+        const int wanted = static_cast<signed char>(*next);  // toupper knows no negative values: these never match
+        if (wanted >= 0 && std::toupper(byte) == std::toupper(wanted)) continue;
+        Request(0);
+        return false;
+    }
+    return text != nullptr;
+}
+
+const char Byte_Client::Name[] = "Basisklasse Byte_Client";
+
+Byte_Client::Byte_Client() : Object(nullptr) {}
+
+bool Byte_Client::IsInheritedFrom(const char *name) const
+{
+    return (name && std::strcmp(name, Name) == 0) || Client::IsInheritedFrom(name);
+}
+
+bool Byte_Client::Send(Byte_Server &server, CL_Mesg message)
+{
+    switch (message) {
+    case Mesg_Byte_Type: return true;
+    case Mesg_Object_Type:
+    case Mesg_Login:
+    case Mesg_Ask_Password: return false;
+    case Mesg_Second: break;
+    default: return Client::Send(server, message);
+    }
+    if (!Client::Send(server, message)) return false;
+    if (Ticks() % 60 != 0) return true;
+    const Semaphore_Guard guard(*this);
+    // Through the server: its client, mostly this object, gets the minute as a message like any other, and a subclass
+    // hears it in its own Send.
+    server.Tell(Mesg_Minute);
+    if (Ticks() % 3600 == 0) server.Tell(Mesg_Hour);
+    if (Ticks() % 86400 == 0) server.Tell(Mesg_Day);
+    return true;
+}
+
+const char Byte_Client_NULL::Name[] = "Byte_Client_NULL";
+
+Byte_Client_NULL::Byte_Client_NULL(long request_size)
+    : Object(Byte_Client::ClassName()), request_size_(static_cast<std::int32_t>(request_size))
+{
+    // A negative size never requests, as 0.
+    if (request_size_ > 1) buffer_.reset(new (std::nothrow) unsigned char[static_cast<std::size_t>(request_size_)]);
+}
+
+Byte_Client_NULL *Byte_Client_NULL::Construct(long request_size)
+{
+    return Constructed(new Byte_Client_NULL(request_size));
+}
+
+bool Byte_Client_NULL::IsInheritedFrom(const char *name) const
+{
+    return (name && std::strcmp(name, Name) == 0) || Byte_Client::IsInheritedFrom(name);
+}
+
+bool Byte_Client_NULL::IsValid() const { return request_size_ < 2 || buffer_; }
+
+bool Byte_Client_NULL::Send(Byte_Server &server, CL_Mesg message)
+{
+    ++messages_;
+    switch (message) {
+    // Freed whatever the answer is. From then on the object is not valid, and a server that replaces it deletes it
+    // unasked.
+    case Mesg_Disconnect_Query: buffer_.reset(); return Byte_Client::Send(server, message);
+    // It is there to keep a line empty: no transport is to wait for it.
+    case Mesg_Pause: return true;
+    case Mesg_Request_Invite:
+        if (request_size_ <= 0) return false;
+        server.Request(request_size_);
+        return true;
+    case Mesg_Data_Ready: return Drain(server);
+    default: return Byte_Client::Send(server, message);
+    }
+}
+
+bool Byte_Client_NULL::Drain(Byte_Server &server)
+{
+    if (request_size_ <= 0) {
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 28, "Server sends Data without request");
+        return false;
+    }
+    // More than was asked for; the server takes that as it comes (its count of what is wanted goes below 0).
+    if (request_size_ == 1) {
+        while (server.GetByte() != No_Byte) ++bytes_;
+        return true;
+    }
+    if (!buffer_) return false;  // disconnected since: true would be asked again for ever
+    // A block that comes full need not be the last one; a short one is.
+    long got = 0;
+    do {
+        got = server.GetNBytes(buffer_.get(), request_size_);
+        if (got <= request_size_) bytes_ += static_cast<std::uint32_t>(got);  // more is a tap without an upstream
+    } while (got == request_size_);
+    return true;
+}
+
+}  // namespace kernel

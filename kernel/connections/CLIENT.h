@@ -1,0 +1,46 @@
+// The consuming end of a connection: answers control messages and counts ticks.
+#pragma once
+
+#include "kernel/connections/CL_Mesg.h"
+#include "kernel/connections/Client_Server.h"
+
+#include <atomic>
+#include <cstdint>
+
+namespace kernel {
+
+class Server;
+
+// The base of all clients. A client family adds a public virtual Send with its own kind of server and falls back to the
+// answers given here.
+//
+// Threads:   messages arrive on the sender's thread, often a transport's reader; counters are touched there only. Whether
+//            disconnection is allowed may be set from any thread.
+// Ownership: belongs to the server it is connected to (see Client_Server).
+// Errors:    an unknown message is reported (level 3, code 31, "Illegal CL_Mesg %d from Server %s").
+class KERNEL_API Client : public virtual Client_Server {
+public:
+    static const char Name[];  // "Basisklasse Client"
+    static const char *ClassName() { return Name; }
+    bool IsInheritedFrom(const char *name) const override;
+
+    // Whether the client lets a server disconnect it; allowed from construction.
+    void Enable_Disconnect() { disconnect_allowed_.store(true, std::memory_order_relaxed); }
+    void Disable_Disconnect() { disconnect_allowed_.store(false, std::memory_order_relaxed); }
+    bool DisconnectAllowed() const { return disconnect_allowed_.load(std::memory_order_relaxed); }
+
+protected:
+    Client();
+    bool Send(Server &server, CL_Mesg message);
+
+    std::uint32_t Ticks() const { return ticks_; }                    // Mesg_Second since Mesg_Reset_Counters
+    std::uint32_t Attached_Ticks() const { return attached_ticks_; }  // of these, while attached
+
+private:
+    std::uint32_t ticks_ = 0;
+    std::uint32_t attached_ticks_ = 0;
+    bool counts_attached_ = false;
+    std::atomic<bool> disconnect_allowed_{true};
+};
+
+}  // namespace kernel

@@ -1,0 +1,39 @@
+// The producing end of a connection. It holds no client itself: the families do.
+#pragma once
+
+#include "kernel/connections/Client_Server.h"
+
+namespace kernel {
+
+class Client;
+
+// The base of all servers.
+//
+// Threads:   connecting and disconnecting belong to the thread that sends, or to a time when none does.
+// Ownership: owns its connected client: replaced or left behind by the server's end, the client is asked
+//            Mesg_Delete_Query and deleted when it agrees. Disconnect never deletes.
+// Errors:    a null client is reported (level 3, code 21); base operations report "Please implement ...".
+class KERNEL_API Server : public virtual Client_Server {
+public:
+    static const char Name[];  // "Basisklasse Server"
+    static const char *ClassName() { return Name; }
+    bool IsInheritedFrom(const char *name) const override;
+
+    virtual bool Request(long n);  // asks for n bytes or records to be delivered
+    virtual bool IsConnected();
+    virtual void Disconnect();  // the family's disconnection
+    virtual bool Work();        // one step of work
+    virtual Client *GetClient() = 0;
+    virtual void SetClient(Client *client) = 0;
+
+protected:
+    Server();
+    // The common part of connecting: the old client is asked whether it may be deleted, and deleted or disconnected.
+    bool Connect(Client *client);
+
+private:
+    bool May_Delete(Client *old);
+    void Replace_Client(Client *old);
+};
+
+}  // namespace kernel

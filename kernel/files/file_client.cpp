@@ -1,0 +1,128 @@
+#include "kernel/files/file_client.h"
+
+#include "kernel/base/Error_Handler.h"
+#include "kernel/files/file_support_internal.h"
+
+#include "platform/error.h"
+#include "platform/file.h"
+
+#include <cstring>
+#include <new>
+
+namespace kernel {
+
+namespace {
+
+const char unit[] = "kernel/file_client";
+
+constexpr long block_size = 4096;  // bytes
+constexpr Open_Error_Words words = {"device not found", "access denied (File open ?)"};
+
+}  // namespace
+
+const char File_Client::Name[] = "Client or File Communication";
+
+File_Client::File_Client(const char *name) : Object(name ? name : ClassName()) { ResetValues(); }
+
+File_Client::File_Client() : File_Client(ClassName()) {}
+
+// Not Byte_Client's copy: counters and connection are not taken over.
+File_Client::File_Client(const File_Client &other) : Object(other), Byte_Client() { ResetValues(); }
+
+File_Client &File_Client::operator=(const File_Client &other)
+{
+    last_error_ = other.last_error_;
+    return *this;
+}
+
+File_Client::~File_Client() { Close(); }
+
+File_Client *File_Client::Construct(const char *name)
+{
+    auto *client = new File_Client;
+    client->Create(name);
+    return Constructed(client);
+}
+
+File_Client *File_Client::Construct() { return Constructed(new File_Client); }
+
+bool File_Client::IsInheritedFrom(const char *name) const
+{
+    return (name && std::strcmp(name, Name) == 0) || Byte_Client::IsInheritedFrom(name);
+}
+
+bool File_Client::IsValid() const { return Client_Server::IsValid() && (!name_ || file_); }
+
+void File_Client::ResetValues()
+{
+    file_.reset();
+    last_error_ = 0;
+    name_.reset();
+}
+
+bool File_Client::Create(const char *name)
+{
+    if (!name) {
+        Close();
+        return true;
+    }
+    if (name_ && file_ && Same_File_Name(name_.get(), name)) {
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Warning, 9, "File %s already open", name);
+        return true;
+    }
+    std::unique_ptr<char[]> own_name = Copy_Text(name);  // before Close: the caller's text may be the one it frees
+    Close();
+    if (!own_name) {
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "strdup(%s) failed", name);
+        return false;
+    }
+    file_ = platform::File::open(own_name.get(), platform::File::Mode::create);
+    if (!file_) {
+        // The name is dropped with the failure: a client without both is valid, and records nothing.
+        last_error_ = platform::last_error();
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not open file %s", own_name.get());
+        ErrorBox();
+        return false;
+    }
+    name_ = std::move(own_name);
+    file_->seek_end(0);
+    return true;
+}
+
+// Both together: with a name and no file the object would not be valid.
+void File_Client::Close()
+{
+    file_.reset();
+    name_.reset();
+}
+
+bool File_Client::Send(Byte_Server &server, CL_Mesg message)
+{
+    switch (message) {
+    // One byte: it wants to be called as soon as there is anything, and then takes what there is. Both are always true:
+    // a full disk must not end the stream.
+    case Mesg_Request_Invite: server.Request(1); return true;
+    case Mesg_Data_Ready: Record(server); return true;
+    default: return Byte_Client::Send(server, message);
+    }
+}
+
+void File_Client::Record(Byte_Server &server)
+{
+    unsigned char block[block_size];
+    // Not for the answer: a ring puts itself in order when it is asked.
+    server.MinAvail(0);
+    const long taken = server.GetNBytes(block, block_size);
+    // More than was asked for is the word of a tap without an upstream, and no bytes came with it.
+    if (!file_ || taken <= 0 || taken > block_size) return;
+    std::size_t written = 0;
+    if (file_->write(block, static_cast<std::size_t>(taken), written)) return;
+    last_error_ = platform::last_error();
+    Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not write to file %s", name_.get());
+    ErrorBox();
+    Close();
+}
+
+void File_Client::ErrorBox() { Report_Open_Error(*this, unit, __LINE__, last_error_, words); }
+
+}  // namespace kernel

@@ -1,0 +1,172 @@
+#include "kernel/files/file_client_server.h"
+
+#include "kernel/base/Error_Handler.h"
+#include "kernel/files/file_support_internal.h"
+
+#include "platform/error.h"
+#include "platform/file.h"
+
+#include <cstring>
+#include <utility>
+
+namespace kernel {
+
+namespace {
+
+const char unit[] = "kernel/file_client_server";
+
+// No_Byte as a count. Whoever takes blocks through a tap has to see that it is more than was asked for.
+constexpr long no_upstream_count = 65535;
+constexpr Open_Error_Words words = {"device not found", "access denied (Device open ?)"};
+
+}  // namespace
+
+const char File_Client_Server::Name[] = "Client Server for File Communication";
+
+File_Client_Server::File_Client_Server(const char *name)
+    : Object(name ? name : ClassName()), file_(std::make_unique<Open_File>())
+{
+}
+
+File_Client_Server::~File_Client_Server() { Close(); }
+
+File_Client_Server *File_Client_Server::Construct(const char *name)
+{
+    auto *object = new File_Client_Server(nullptr);
+    object->Create(name);
+    return Constructed(object);
+}
+
+bool File_Client_Server::IsInheritedFrom(const char *name) const
+{
+    return (name && std::strcmp(name, Name) == 0) || Byte_Server::IsInheritedFrom(name) ||
+           Byte_Client::IsInheritedFrom(name);
+}
+
+// Name and file are set and cleared together: a name without a file does not outlive Create.
+bool File_Client_Server::IsValid() const { return Client_Server::IsValid() && (!file_->Name() || file_->Get()); }
+
+bool File_Client_Server::Create(const char *name)
+{
+    if (!name) {
+        Close();
+        return true;
+    }
+    const std::unique_ptr<char[]> own_name =
+        Copy_Text(name);  // before Close: the caller's text may be the one it frees
+    std::uint32_t error = 0;
+    {
+        const Semaphore_Guard guard(*this);
+        // Good while the lock is held: who closes takes it, Record included.
+        const char *open_name = file_->Name();
+        if (open_name && Same_File_Name(open_name, name)) return true;
+        Close();
+        if (own_name) error = Open(own_name.get());
+        if (own_name && error == 0) return true;
+    }
+    if (!own_name) {
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "strdup(%s) failed", name);
+        return false;
+    }
+    last_error_ = error;
+    Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not open File %s", own_name.get());
+    ErrorBox();
+    return false;
+}
+
+// With the lock held. The error, for the caller to report when it has let go of the lock; 0: open.
+std::uint32_t File_Client_Server::Open(const char *name)
+{
+    auto file = platform::File::open(name, platform::File::Mode::append);
+    if (!file) return platform::last_error();
+    // Opening for append leaves the position at the start.
+    file->seek_end(0);
+    file_->Set(std::move(file), name);
+    return 0;
+}
+
+void File_Client_Server::Close()
+{
+    const Semaphore_Guard guard(*this);
+    file_->Close();
+}
+
+bool File_Client_Server::Request(long n) { return upstream_ && upstream_->Request(n); }
+
+long File_Client_Server::MinAvail(long n) { return upstream_ ? upstream_->MinAvail(n) : 0; }
+
+// A call of the system per byte: a client in a hurry pulls blocks.
+unsigned short File_Client_Server::GetByte()
+{
+    const unsigned short value = upstream_ ? upstream_->GetByte() : No_Byte;
+    if (value != No_Byte) {
+        const auto byte = static_cast<unsigned char>(value);
+        Record(&byte, 1);
+    }
+    return value;
+}
+
+unsigned short File_Client_Server::UnGetByte(unsigned char)
+{
+    const unsigned short value = upstream_ ? upstream_->GetByte() : No_Byte;
+    if (value == No_Byte) return value;
+    // Fails in an empty file, where there is nothing to replace.
+    if (const auto file = file_->Get()) file->seek_end(-1);
+    return value;
+}
+
+long File_Client_Server::GetNBytes(unsigned char *buffer, long n)
+{
+    if (!upstream_) return no_upstream_count;
+    const long got = upstream_->GetNBytes(buffer, n);
+    // More than n is what a tap above says that has no upstream: nothing of it is in the buffer.
+    if (got > 0 && got <= n) Record(buffer, static_cast<std::size_t>(got));
+    return got;
+}
+
+void File_Client_Server::Record(const unsigned char *bytes, std::size_t n)
+{
+    const auto file = file_->Get();
+    if (!file) return;
+    std::size_t written = 0;
+    if (file->write(bytes, n, written)) return;
+    const std::uint32_t error = platform::last_error();
+    if (file->closed()) return;  // by another thread, between the look and the write
+    last_error_ = error;
+    Report(unit, __LINE__)
+        .Print_Out(Error_Handler::ES_Error, 9, "Could not write to file %s", file_->Name_Copy().c_str());
+    ErrorBox();
+    Close();
+}
+
+bool File_Client_Server::Send(Byte_Server &server, CL_Mesg message)
+{
+    if (message == Mesg_Delete_Query) {
+        Delete_Downstream();
+        return Byte_Client::Send(server, message);
+    }
+    // The tap answers for the chain; its client was asked when it was connected here. Everything below goes down, also
+    // whether disconnection is allowed: the end of the chain decides, and ticks are counted there.
+    if (message == Mesg_Byte_Type) return true;
+    Byte_Client *downstream = Get_Byte_Client();
+    if (!downstream) return Byte_Client::Send(server, message);
+    // A message sent from inside this one must not cut the outer one off from its bytes.
+    Byte_Server *const outer = std::exchange(upstream_, &server);
+    const bool answer = downstream->Send(*this, message);
+    upstream_ = outer;
+    return answer;
+}
+
+// An object that may be deleted takes its client with it.
+void File_Client_Server::Delete_Downstream()
+{
+    Byte_Client *downstream = Get_Byte_Client();
+    if (!Delete_Me() || !downstream) return;
+    // Detached first, or this object's own end would ask a client that is gone.
+    SetClient(nullptr);
+    if (downstream->Send(*this, Mesg_Delete_Query)) Object::Destruct(downstream);
+}
+
+void File_Client_Server::ErrorBox() { Report_Open_Error(*this, unit, __LINE__, last_error_, words); }
+
+}  // namespace kernel

@@ -1,0 +1,83 @@
+// Replays the recordings that a list file names, one after the other; and the replaying half of a simulated receiver.
+#pragma once
+
+#include "kernel/files/file_server.h"
+
+#include <memory>
+
+namespace kernel {
+
+class List_File;
+
+// A list file holds one file name per line (LF or CR LF, at most 256 characters, relative to the current directory); blanks
+// and tabs around it, empty lines and "//" comments are ignored. In a line with a single '/' before it, as in a path, "//"
+// is no comment.
+//
+// Threads:   as File_Server; Next_File runs on the reader thread.
+// Ownership: the list file is open until its end, Create or destruction.
+// Errors:    kernel/file_list_server: level 3, code 8 "Cannot open list file \"%s\".", level 3, code 12 "List file not
+//            open."; level 1: "Opened next file \"%s\"." (8), "Reached end of list file." (0). An entry that cannot be
+//            opened is reported as in File_Server, and the next one is taken.
+class KERNEL_API File_List_Server : public File_Server {
+public:
+    static const char Name[];  // "Server for File Communication from List"
+    static const char *ClassName() { return Name; }
+    bool IsInheritedFrom(const char *name) const override;
+
+    static File_List_Server *Construct(const char *name);  // a null name is the default name
+    static void Destruct(File_List_Server *server) { Object::Destruct(server); }
+
+    // Opens the list and its first file; rate in bytes per second. Null closes. False when no file could be opened.
+    bool Create(const char *list_name, unsigned long rate) override;
+    // True, with a report, when no list is open: the caller goes on as if a file were there.
+    bool Next_File() override;
+
+    ~File_List_Server() override;
+
+protected:
+    explicit File_List_Server(const char *name);
+
+private:
+    bool End_List(File_Lock &lock);
+
+    const std::unique_ptr<List_File> list_;
+};
+
+// One object for both ways of replay, with a switch.
+//
+// Threads:   as File_Server; the marks below belong to the controlling thread.
+// Ownership: as File_Server.
+// Errors:    as File_Server and File_List_Server.
+class KERNEL_API Simulator_File_Server : public File_List_Server {
+public:
+    static const char Name[];  // "Simulator_File_Server"
+    static const char *ClassName() { return Name; }
+    bool IsInheritedFrom(const char *name) const override;
+
+    static Simulator_File_Server *Construct(const char *name);  // a null name is the default name
+    static void Destruct(Simulator_File_Server *server) { Object::Destruct(server); }
+
+    using File_List_Server::Create;
+    // `name` is a list file or a recording.
+    bool Create(const char *name, bool list_mode, unsigned long bytes_per_second);
+    bool Next_File() override;  // without list mode false
+
+    void Enable() { AutoRun(bytes_per_second_); }
+    void Disable();  // ends auto-run, unless working as master
+    int IsWorkingAsMaster() const { return working_as_master_; }
+    void SetWorkingAsMaster(int master) { working_as_master_ = master; }
+    void SetBytesPerSec(unsigned long rate);  // takes effect at the next Enable
+    unsigned long GetBytesPerSec() const { return bytes_per_second_; }
+
+    ~Simulator_File_Server() override;
+
+protected:
+    explicit Simulator_File_Server(const char *name);
+
+private:
+    std::uint32_t bytes_per_second_ = 1000;
+    int working_as_master_ = 0;
+    std::atomic<bool> list_mode_{false};  // read by the reader thread
+};
+
+}  // namespace kernel

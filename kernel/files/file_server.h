@@ -1,0 +1,117 @@
+// Replays a recorded byte stream from a file, at the pace of a byte budget.
+#pragma once
+
+#include "kernel/base/Base_Thread.h"
+#include "kernel/bytes/String_Byte_Server.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+namespace kernel {
+
+class ipcMutexSemaphore;
+class Open_File;
+
+// Reads a file in blocks of at most 4096 bytes and hands them to the connected client as a serial port or socket would.
+// The budget says how many bytes may be read: it grows at a fixed rate (AutoRun), by grants (Insert), or for one call
+// (Work(n)). Typical use: Construct, Connect a client, Create(file, rate), Work() starts the thread.
+//
+// Threads:   the reader thread delivers: the client's Send runs on it, and Next_File and the reports, too. The control
+//            operations may come from any thread; changes are made under a lock named after the file, which other
+//            processes that replay the same name share. Called from the reader thread itself (by the client), stop(),
+//            Close and Disconnect only ask the thread to end. Work() and Work(n) belong to one thread; Work(n) first asks
+//            a running reader to leave and waits for that. Not to be destroyed on the reader thread.
+//            A subclass that overrides Next_File, thread or Sleep calls Close(false) in its destructor.
+// Ownership: the client as Byte_Server; the file is open for reading (nobody may write to it) until Close.
+// Errors:    kernel/file_server, level 3: code 9 "Could not open file %s", code 15 the cause, also in a message box,
+//            code 18 no memory or no lock; level 2, code 16 "EOF of file \"%s\"". What the client leaves in the buffer
+//            of 8191 bytes is kept; what no longer fits is dropped, as from a live line that nobody reads.
+class KERNEL_API File_Server : public String_Byte_Server, public Base_Thread {
+public:
+    static const char Name[];  // "Server for File Communication"
+    static const char *ClassName() { return Name; }
+    bool IsInheritedFrom(const char *name) const override;
+
+    // Makes every file server of the process read one byte per call. Set by Construct, before construction.
+    static std::atomic<bool> IsUsedByOrgScan;
+
+    // A null name is the default name.
+    static File_Server *Construct(const char *name, bool isUsedByOrgScan);
+    static void Destruct(File_Server *server) { Object::Destruct(server); }
+
+    bool IsValid() const override;
+    void Disconnect() override;  // stops the thread first
+    // Starts the thread if it does not run; true.
+    bool Work() override;
+
+    // Opens a file for replay, with an empty budget and a rate in bytes per second (0: only grants). Null closes, and an
+    // empty name succeeds without a file: the thread then ends at once.
+    virtual bool Create(const char *name, unsigned long rate);
+    // from_thread: the caller is the reader thread or must not wait for it; the thread is not stopped.
+    virtual void Close(bool from_thread);
+    virtual void Insert(unsigned long n);      // n more bytes
+    virtual void AutoRun(unsigned long rate);  // bytes per second from now on; 0 ends it
+    virtual bool Next_File();                  // called at the end of the file: false, there is none
+
+    // Replays n more bytes on the calling thread and ends auto-run; at a change of file it returns early, since a new file
+    // starts with an empty budget. False at the end of the (last) file. True, too, when nothing can be read: without a
+    // client or a file. A read that fails is repeated until it succeeds or another thread closes the file: until then this
+    // call does not come back.
+    bool Work(unsigned long n);
+
+    const char *GetFilename() const;   // null when closed; valid until the next change of file
+    std::int64_t GetBytesIn() const;   // from all files since construction
+    unsigned long GetFilePos() const;  // bytes; 0xFFFFFFFF without a file
+    // Turns the last error into a report and a message box.
+    void ErrorBox();
+
+    unsigned long thread() override;  // the reader; -1 without a client, 0 after the end of file, else 1
+
+    ~File_Server() override;
+
+protected:
+    explicit File_Server(const char *name);
+    unsigned long terminate() override;  // freezes the budget and closes the file; does not wait
+
+    unsigned long Rate() const { return rate_.load(std::memory_order_relaxed); }
+    void Set_Rate(unsigned long rate);
+
+    // Holds the lock named after the open file for a scope; without a file nothing.
+    class KERNEL_API File_Lock {
+    public:
+        explicit File_Lock(const File_Server &server);
+        ~File_Lock() { Release(); }
+        File_Lock(const File_Lock &) = delete;
+        File_Lock &operator=(const File_Lock &) = delete;
+        void Release();
+
+    private:
+        std::shared_ptr<ipcMutexSemaphore> lock_;
+    };
+
+private:
+    struct Block;  // one read
+    bool Open(const char *name);
+    bool Deliver();
+    bool Read(Block &block);
+    void Hand_Over(const Block &block);
+    void Top_Up();
+    void Freeze();
+
+    std::atomic<std::uint32_t> last_error_{0};  // Win32 number of the last failed open or read; 0: none
+    const std::unique_ptr<Open_File> file_;
+    // Counters in bytes. 64 bits wide, so that a replay of years neither wraps nor stalls. Relaxed atomics: the control
+    // operations change them under the file lock; the reader looks without it, and a late look costs one pass.
+    std::atomic<std::uint32_t> rate_{0};       // per second
+    std::atomic<std::uint64_t> budget_{0};     // may have been delivered since the last reset
+    std::atomic<std::uint64_t> delivered_{0};  // against the budget
+    std::atomic<std::uint64_t> run_start_{0};  // clock_ms when the thread or the auto-run started
+    std::atomic<std::uint64_t> granted_{0};    // by auto-run since then
+    std::atomic<std::uint64_t> bytes_in_{0};
+    mutable std::mutex lock_guard_;                 // guards file_lock_
+    std::shared_ptr<ipcMutexSemaphore> file_lock_;  // null when closed
+};
+
+}  // namespace kernel

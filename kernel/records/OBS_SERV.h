@@ -1,0 +1,79 @@
+// Observation epochs from producer to client; on the way the codes of each satellite can be checked against each other.
+#pragma once
+
+#include "kernel/connections/OBJ_SERV.h"
+#include "kernel/records/EPO_DATA.h"
+
+namespace kernel {
+
+// Hands over EPO_DATA records, type Mesg_Type_Obs.
+//
+// Threads:   as Object_Server. The check runs on the producer's thread without the lock: the epoch still is the producer's.
+// Ownership: as Object_Server.
+// Errors:    as Object_Server; also inconsistent codes (3, 47), a TRACKING_FLAG that is not 1 to 7 (4, 47), an epoch that
+//            could not be allocated (3, 18).
+class KERNEL_API Obs_Server : public Object_Server {
+public:
+    static const char Name[];  // "Obs_Server"
+    static const char *ClassName() { return Name; }
+    bool IsInheritedFrom(const char *name) const override;
+
+    static Obs_Server *Construct();
+    static void Destruct(Obs_Server *server) { Object::Destruct(server); }
+
+    bool Connect(Object_Client *client) override;  // also asks whether it takes epochs
+    // Checks the codes if asked to, and hands the epoch over; the pointer becomes null. As Object_Server::Work.
+    virtual bool Send_Obs(EPO_DATA *&epoch);
+
+    static constexpr int Default_Capacity = 24;  // satellites, of the static record also
+    EPO_DATA *Malloc_Obs() { return Malloc_Obs(Default_Capacity); }
+    // A new epoch. In static mode the static record, whatever the capacity asked for: not emptied, see EPO_DATA.
+    EPO_DATA *Malloc_Obs(int capacity);
+    void Free_Obs(EPO_DATA *&epoch);
+    EPO_DATA *Get_Obs() { return static_cast<EPO_DATA *>(Get_Object()); }  // for the client, inside Mesg_Data_Ready
+
+    // [m] How far two codes of a satellite may be apart: more marks all codes of its TRACKING_FLAG as unusable (OBS_VALID_A
+    // to OBS_VALID_C become 255), and is reported. 0, as from construction, or less: no check.
+    //   TRACKING_FLAG 3, 5, 6   the codes on A and C
+    //   7                       each pair
+    //   1, 2, 4                 nothing to compare
+    // A code of 0, or one that the epoch does not have, was not measured and is not compared.
+    void Max_Code_Delta_Sat(double difference);
+
+    ~Obs_Server() override;
+
+protected:
+    explicit Obs_Server(const char *name = nullptr);
+
+    void *_Alloc_Object() override;
+    void _Free_Object(void *record) override;
+
+private:
+    void Check_Codes(EPO_DATA &epoch, unsigned char sat, double limit);
+    void Check_Two_Codes(EPO_DATA &epoch, unsigned char sat, double limit);
+    void Check_Three_Codes(EPO_DATA &epoch, unsigned char sat, double limit);
+
+    double max_code_delta_ = 0.0;  // [m]
+};
+
+// Takes epochs. A subclass answers Mesg_Data_Ready by taking the epoch with Get_Obs.
+//
+// Threads:   as Object_Client.
+// Ownership: as Object_Client.
+// Errors:    as Client.
+class KERNEL_API Obs_Client : public Object_Client {
+public:
+    static const char Name[];  // "Obs_Client"
+    static const char *ClassName() { return Name; }
+    bool IsInheritedFrom(const char *name) const override;
+
+    static Obs_Client *Construct();
+    static void Destruct(Obs_Client *client) { Object::Destruct(client); }
+
+    bool Send(Object_Server &server, CL_Mesg message) override;
+
+protected:
+    explicit Obs_Client(const char *name = nullptr);
+};
+
+}  // namespace kernel

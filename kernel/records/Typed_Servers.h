@@ -1,0 +1,149 @@
+// The record kinds: for each a server whose records are of one type, and a client that takes only these. What Pos_Server and
+// Pos_Client offer for Position, every row of KERNEL_RECORD_KINDS offers for its own X and Record:
+//
+//   Pos_Server *Pos_Server::Construct()  named with its ClassName(); a subclass names itself: Pos_Server(name)
+//   Position *Malloc_Pos()               a new record, all zero, or in static mode the server's; null: memory is short
+//   bool Send_Pos(Position *&record)     hands it over; false: no client, or it did not want it now. The pointer becomes null
+//   void Free_Pos(Position *&record)     gives back a record: the producer's, or the one a client owns. Likewise
+//   Position *Get_Pos()                  for the client, inside Mesg_Data_Ready: the record, or null
+//   bool Connect(Object_Client *client)  asks also for the type; refused: reported (3, 26), disconnected, false
+//   Pos_Client                           answers Mesg_Type_Pos with true, all else as Object_Client
+//
+// Threads, ownership and errors are those of Object_Server and Object_Client. Observation epochs have a unit of their own.
+// A host's own kind: derive from Typed_Server and Typed_Client with one of the types from 10100 on.
+#pragma once
+
+#include "kernel/connections/OBJ_SERV.h"
+#include "kernel/records/Position.h"
+#include "kernel/records/Records.h"
+#include "kernel/records/comorb.h"
+
+#include <new>
+#include <utility>
+
+namespace kernel {
+
+// One row per kind: X, Record, type, and the names of server and client, which IsInheritedFrom compares. Meteorological
+// data stand below the table: their wrappers differ.
+#define KERNEL_RECORD_KINDS(KIND)                                                                                      \
+    KIND(Eph, KeplerData, Mesg_Type_Eph, "gps_Eph_Server", "gps_Eph_Client")                                           \
+    KIND(Pos, Position, Mesg_Type_Pos, "Pos_Server", "Pos_Client")                                                     \
+    KIND(Alm, almanac, Mesg_Type_Alm, "Alm_Server", "Alm_Client")                                                      \
+    KIND(UTC, UTCT, Mesg_Type_UTC, "UTC_Server", "UTC_Client")                                                         \
+    KIND(Voltage, Voltage_Data, Mesg_Type_Voltage, "Voltage_Server", "Voltage_Client")                                 \
+    KIND(Event, EventData, Mesg_Type_Event, "Event_Server", "Event_Client")                                            \
+    KIND(IONO, IONOT, Mesg_Type_IONO, "IONO_Server", "IONO_Client")                                                    \
+    KIND(Glo_Eph, GlonassEph, Mesg_Type_Glo_Eph, "Glo_Eph_Server", "Glo_Eph_Client")                                   \
+    KIND(WAAS, WAAS_Data, Mesg_Type_WAAS, "WAAS_Server", "WAAS_Client")                                                \
+    KIND(RTCM, rtcm_epo_data, Mesg_Type_RTCM, "RTCM_Server", "RTCM_Client")
+
+// What the servers of all kinds do.
+//
+// Threads:   as Object_Server.
+// Ownership: as Object_Server.
+// Errors:    as Object_Server; a client that refuses the type is reported (3, 26).
+template <class Record, CL_Mesg type>
+class Typed_Server : public Object_Server {
+public:
+    bool Connect(Object_Client *client) override
+    {
+        // Ephemerides have a text of their own.
+        return Connect_Typed(client,
+                             type == Mesg_Type_Eph ? "Client %s couldn't work with type %d"
+                                                   : "Client %s could not work with type %d.",
+                             "kernel/Typed_Servers", __LINE__);
+    }
+    ~Typed_Server() override { End(); }
+
+protected:
+    Typed_Server() : Object(nullptr), Object_Server(type) {}
+
+    void *_Alloc_Object() override { return new (std::nothrow) Record(); }
+    void _Free_Object(void *record) override { delete static_cast<Record *>(record); }
+
+    Record *Malloc_Record() { return static_cast<Record *>(Malloc()); }
+    Record *Get_Record() { return static_cast<Record *>(Get_Object()); }
+    bool Send_Record(Record *record)
+    {
+        void *sent = record;
+        return Send_Data(sent);
+    }
+    void Free_Record(Record *record)
+    {
+        void *freed = record;
+        Free(freed);
+    }
+};
+
+// What the clients of all kinds do.
+//
+// Threads:   as Object_Client.
+// Ownership: as Object_Client.
+// Errors:    as Object_Client.
+template <CL_Mesg type>
+class Typed_Client : public Object_Client {
+public:
+    bool Send(Object_Server &server, CL_Mesg message) override
+    {
+        return message == type || Object_Client::Send(server, message);
+    }
+
+protected:
+    Typed_Client() : Object(nullptr) {}
+};
+
+// What every class of a pair declares. A server ends its connection itself, so that its client still finds the wrappers. Their definitions stand in the source, once for all kinds.
+#define KERNEL_NAMED_CLASS(Class)                                                                                      \
+public:                                                                                                                \
+    static const char Name[];                                                                                          \
+    static const char *ClassName() { return Name; }                                                                    \
+    bool IsInheritedFrom(const char *name) const override;                                                             \
+    static Class *Construct();                                                                                         \
+    static void Destruct(Class *object) { Object::Destruct(object); }                                                  \
+                                                                                                                       \
+protected:                                                                                                             \
+    explicit Class(const char *name = Name);
+
+#define KERNEL_DECLARE_KIND(X, Record, type, server_name, client_name)                                                 \
+    class KERNEL_API X##_Server : public Typed_Server<Record, type> {                                                  \
+        KERNEL_NAMED_CLASS(X##_Server)                                                                                 \
+    public:                                                                                                            \
+        ~X##_Server() override { End(); }                                                                              \
+        Record *Malloc_##X() { return Malloc_Record(); }                                                               \
+        bool Send_##X(Record *&record) { return Send_Record(std::exchange(record, nullptr)); }                         \
+        void Free_##X(Record *&record) { Free_Record(std::exchange(record, nullptr)); }                                \
+        Record *Get_##X() { return Get_Record(); }                                                                     \
+    };                                                                                                                 \
+    class KERNEL_API X##_Client : public Typed_Client<type> {                                                          \
+        KERNEL_NAMED_CLASS(X##_Client)                                                                                 \
+    };
+
+KERNEL_RECORD_KINDS(KERNEL_DECLARE_KIND)
+#undef KERNEL_DECLARE_KIND
+
+// Meteorological data: the getter has another name, and the caller's pointer stays as it is, though it is spent.
+//
+// Threads:   as Object_Server.
+// Ownership: as Object_Server.
+// Errors:    as Typed_Server.
+class KERNEL_API Met_Server : public Typed_Server<Met_Data, Mesg_Type_Met> {
+    KERNEL_NAMED_CLASS(Met_Server)  // "Meterologic-Server"
+public:
+    ~Met_Server() override { End(); }
+    Met_Data *Malloc_Met() { return Malloc_Record(); }
+    bool Send_Met(Met_Data *record) { return Send_Record(record); }
+    void Free_Met(Met_Data *record) { Free_Record(record); }
+    Met_Data *getMet() { return Get_Record(); }
+};
+
+// Takes meteorological data.
+//
+// Threads:   as Object_Client.
+// Ownership: as Object_Client.
+// Errors:    as Object_Client.
+class KERNEL_API Met_Client : public Typed_Client<Mesg_Type_Met> {
+    KERNEL_NAMED_CLASS(Met_Client)  // "Meterologic_Client"
+};
+#undef KERNEL_NAMED_CLASS
+
+}  // namespace kernel

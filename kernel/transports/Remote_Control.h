@@ -1,0 +1,67 @@
+// What every transport tells about its connection: a status number, a count of its changes, and a message to a window of
+// the host for each change.
+#pragma once
+
+#include "kernel/base/Object.h"
+#include "kernel/base/Semaphore.h"
+
+#include <cstdint>
+
+namespace kernel {
+
+// The base of serial lines, sockets and pipes.
+//
+// Threads:   status and message are guarded by a lock of their own, which is not held while a message is posted. SetStatus
+//            runs on the transport's threads; with a window whose queue is full it waits until there is room or the window
+//            is gone, so that no change is lost.
+// Ownership: the window is the host's. It may go at any time: that ends the messages.
+// Errors:    every 10th failed post is reported (level 2).
+class KERNEL_API Remote_Control : public virtual Object {
+public:
+    static const char Name[];  // "Remote_Control"
+    static const char *ClassName() { return Name; }
+    bool IsInheritedFrom(const char *name) const override;
+
+    // The numbers are those that windows get.
+    enum Status : std::uint32_t {
+        Status_Failed = 0,   // or nobody to deliver to
+        Status_Waiting = 1,  // for the next try to connect, or for a client of a pipe
+        Status_Connecting = 10,
+        Status_Connected_As_Server = 11,
+        Status_Connected_As_Client = 12,
+        Status_Disconnected = 13,
+        Status_Client_Target_Set = 103,
+        Status_Pipe_Busy = 106,
+        Status_Pipe_Invalid = 150,
+    };
+
+    virtual bool Hang_Up();  // these four do nothing here, and answer false or null
+    virtual bool Dial(const char *number, const char *user, const char *password);
+    virtual bool IsBusy();
+    virtual const char *GetRemoteName();
+    // changes: takes the number of SetStatus calls so far, of the same moment; may be null.
+    virtual Status GetStatus(unsigned long *const changes);
+    virtual void SetStatus(Status status);
+    // From now on each change is posted to this window as (message, wparam, status). Null ends that. See Message_Window for
+    // a receiver that works on every system.
+    virtual void SetMessage(void *const window, long message, long wparam);
+
+    ~Remote_Control() override;
+
+protected:
+    explicit Remote_Control(const char *name);
+    // Without a count and without a message.
+    void Set_Status_Quietly(Status status);
+
+private:
+    void Post(void *window, long message, long wparam, Status status);
+
+    const Semaphore lock_;
+    Status status_ KERNEL_GUARDED_BY(lock_) = Status_Failed;
+    std::uint32_t changes_ KERNEL_GUARDED_BY(lock_) = 0;
+    long message_ KERNEL_GUARDED_BY(lock_) = 0;
+    long wparam_ KERNEL_GUARDED_BY(lock_) = 0;
+    void *window_ KERNEL_GUARDED_BY(lock_) = nullptr;
+};
+
+}  // namespace kernel

@@ -1,0 +1,383 @@
+#include "kernel/transports/Serial_Client_Server_Base.h"
+
+#include "kernel/base/Error_Handler.h"
+#include "kernel/transports/receive_buffer_internal.h"
+#include "kernel/transports/serial_line_internal.h"
+
+#include "platform/clock.h"
+#include "platform/error.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace kernel {
+
+namespace {
+
+const char unit[] = "kernel/Serial_Client_Server_Base";
+
+constexpr Err_Code serial_code = 72;
+constexpr std::uint64_t tick_ms = 1000;
+constexpr std::uint64_t patience_ms = 60000;
+constexpr std::uint32_t wait_factor = 11500;  // over the speed: milliseconds for a character, with some margin
+constexpr std::uint32_t wait_ms = 10;
+
+using platform::Serial_Settings;
+
+std::uint32_t Limited(unsigned long value) { return static_cast<std::uint32_t>(std::min(value, 0xFFFFFFFFUL)); }
+
+}  // namespace
+
+const char Serial_Client_Server_Base::Name[] = "Base for serial Communication";
+
+Serial_Client_Server_Base::Serial_Client_Server_Base(Error_Handler &handler, const char *name)
+    : Object(name, &handler), Remote_Control(name), line_(std::make_unique<Serial_Line>()),
+      received_(std::make_unique<Receive_Buffer>())
+{
+}
+
+// The variants have stopped the thread and closed the port: here they are gone already.
+Serial_Client_Server_Base::~Serial_Client_Server_Base() = default;
+
+bool Serial_Client_Server_Base::IsInheritedFrom(const char *name) const
+{
+    return (name && std::strcmp(name, Name) == 0) || Byte_Server::IsInheritedFrom(name) ||
+           Byte_Client::IsInheritedFrom(name) || Remote_Control::IsInheritedFrom(name);
+}
+
+bool Serial_Client_Server_Base::IsValid() const { return Client_Server::IsValid() && line_->send_stop.valid(); }
+
+// Opening and closing.
+
+// A thread whose port was lost a moment ago may still be running: it is stopped as well, since the buffer is its own.
+int Serial_Client_Server_Base::Create(int port, unsigned long baud, int parity, int stopbits, int bytesize,
+                                      int handshake, int flag, unsigned long queue_size)
+{
+    extra_flag_ = flag != 0;
+    if (is_running() || IsActive()) {
+        stop();
+        Close();
+    }
+    Set_Last_Error(platform::error_none);
+    if (OpenFile(port) && !Configure(baud, parity, stopbits, bytesize, handshake, queue_size)) {
+        Set_Last_Error(platform::last_error());
+        Close();
+    }
+    return Created();
+}
+
+int Serial_Client_Server_Base::Create(void *const handle)
+{
+    if (is_running() || IsActive()) {
+        stop();
+        Close();
+    }
+    const auto port = platform::Serial_Port::adopt(handle);
+    Set_Last_Error(port ? std::uint32_t{platform::error_none} : platform::last_error());
+    line_->Set(port);
+    Serial_Settings settings;
+    bool good = !port || port->get_settings(settings);
+    if (std::exchange(settings.abort_on_error, false)) good = good && port->set_settings(settings);
+    if (port && good) baud_ = settings.baud;
+    if (port && !(good && SetCommNoWait())) {
+        Set_Last_Error(platform::last_error());
+        Close();
+    }
+    return Created();
+}
+
+// The end of both Creates.
+int Serial_Client_Server_Base::Created()
+{
+    requested_ = 0;
+    drop_ = false;
+    received_->Drop();
+    ErrorBox();
+    return last_error_ == 0 && IsActive() ? 1 : 0;
+}
+
+// From 10 on Windows knows them in the namespace of devices alone.
+std::string Serial_Client_Server_Base::Device_Name(int port)
+{
+    return (port < 10 ? "COM" : "\\\\.\\COM") + std::to_string(port);
+}
+
+bool Serial_Client_Server_Base::Open_Device(const char *name)
+{
+    auto port = platform::Serial_Port::open(name);
+    Set_Last_Error(port ? std::uint32_t{platform::error_none} : platform::last_error());
+    line_->Set(std::move(port));
+    return IsActive();
+}
+
+// False with the platform's last error.
+bool Serial_Client_Server_Base::Configure(unsigned long baud, int parity, int stopbits, int bytesize, int handshake,
+                                          unsigned long queue_size)
+{
+    constexpr Serial_Settings::Parity parities[] = {Serial_Settings::no_parity, Serial_Settings::odd_parity,
+                                                    Serial_Settings::even_parity};
+    constexpr Serial_Settings::Stop_Bits stops[] = {Serial_Settings::one_stop_bit, Serial_Settings::one5_stop_bits,
+                                                    Serial_Settings::two_stop_bits};
+    const auto port = line_->Get();
+    Serial_Settings settings;
+    if (!port) return false;
+    port->set_queues(Limited(queue_size), Limited(queue_size));
+    if (!port->get_settings(settings)) return false;
+    settings.baud = Limited(baud);
+    if (parity >= 0 && parity <= 2) settings.parity = parities[parity];
+    if (stopbits >= 1 && stopbits <= 3) settings.stop_bits = stops[stopbits - 1];
+    settings.byte_size = static_cast<std::uint8_t>(std::clamp(bytesize, 0, 0xFF));
+    settings.rts = settings.dtr = handshake == 0 ? Serial_Settings::enable : Serial_Settings::handshake;
+    settings.cts_flow = settings.dsr_flow = false;
+    if (!port->set_settings(settings)) return false;
+    baud_ = settings.baud;
+    return SetCommNoWait();
+}
+
+void Serial_Client_Server_Base::Close() { line_->Set(nullptr); }
+
+bool Serial_Client_Server_Base::IsActive() const { return line_->Get() != nullptr; }
+
+void Serial_Client_Server_Base::SetComName(const char *const name) { com_name_ = name ? name : ""; }
+
+// From any thread, perhaps while a read is under way: the reader itself drops the bytes, at its next look.
+bool Serial_Client_Server_Base::Set_Speed(unsigned long baud)
+{
+    const auto port = line_->Get();
+    if (baud == 0 || !port) return false;
+    Serial_Settings settings;
+    bool good = port->get_settings(settings);
+    if (good && settings.baud != baud) {
+        drop_ = true;
+        settings.baud = Limited(baud);
+        good = port->set_settings(settings);
+    }
+    if (good)
+        baud_ = settings.baud;
+    else
+        Fail(platform::last_error());
+    return good;
+}
+
+unsigned long Serial_Client_Server_Base::Get_Speed()
+{
+    const auto port = line_->Get();
+    Serial_Settings settings;
+    if (port && port->get_settings(settings)) baud_ = settings.baud;
+    return baud_;
+}
+
+// The quotients are whole numbers on purpose: 0 for fast lines, where the constants are enough.
+bool Serial_Client_Server_Base::SetCommWait()
+{
+    const auto port = line_->Get();
+    const std::uint32_t baud = std::max<std::uint32_t>(baud_, 1);  // 0: never read
+    const std::uint32_t per_byte = wait_factor / baud;
+    return port && port->set_timeouts({wait_ms, per_byte, wait_ms, per_byte + 1, wait_ms});
+}
+
+bool Serial_Client_Server_Base::SetCommNoWait()
+{
+    const auto port = line_->Get();
+    return port && port->set_timeouts({platform::Serial_Timeouts::no_wait, 0, 0, 0, 0});
+}
+
+// Kept until the next Create, as a Windows program expects of a port's last error.
+void Serial_Client_Server_Base::Fail(std::uint32_t error)
+{
+    Set_Last_Error(error);
+    ErrorBox();
+}
+
+void Serial_Client_Server_Base::ErrorBox()
+{
+    const std::uint32_t error = last_error_;
+    if (error == 0) return;
+    Report(unit, __LINE__)
+        .Print_Out(Error_Handler::ES_Error, serial_code, "Serial-Error Code: %d=0x%08X => %s", static_cast<int>(error),
+                   error, platform::error_text(error).c_str());
+}
+
+// Remote control.
+
+// There is no connection but the port itself.
+bool Serial_Client_Server_Base::Hang_Up()
+{
+    const bool was_open = IsActive();
+    Close();
+    return was_open;
+}
+
+bool Serial_Client_Server_Base::Dial(const char *, const char *, const char *) { return false; }
+
+// The thread.
+
+// Else the thread might be inside the client that is replaced here, and perhaps deleted.
+bool Serial_Client_Server_Base::Connect(Byte_Client *client)
+{
+    stop();
+    return Byte_Server::Connect(client);
+}
+
+void Serial_Client_Server_Base::Disconnect()
+{
+    stop();
+    Byte_Server::Disconnect();
+}
+
+bool Serial_Client_Server_Base::Work() { return is_running() || start(false); }
+
+// Flag first, event second: who finds the event looks at the flag, too.
+void Serial_Client_Server_Base::pre_stop()
+{
+    Base_Thread::pre_stop();
+    if (Stop_Requested()) line_->send_stop.set();
+}
+
+unsigned long Serial_Client_Server_Base::terminate()
+{
+    Request_Stop();
+    line_->send_stop.set();
+    return Base_Thread::terminate();
+}
+
+void Serial_Client_Server_Base::Attach()
+{
+    requested_ = 0;
+    SetCommNoWait();
+    if (const auto port = line_->Get())
+        port->set_event_mask(platform::serial_event_received | platform::serial_event_error);
+    Tell(Mesg_Attached);
+    next_tick_ = platform::clock_ms() + tick_ms;
+}
+
+// A tick that comes late does not put off the next one: a day has 86,400.
+void Serial_Client_Server_Base::Tick()
+{
+    if (platform::clock_ms() < next_tick_) return;
+    Tell(Mesg_Second);
+    next_tick_ += tick_ms;
+}
+
+void Serial_Client_Server_Base::Be_Patient()
+{
+    silent_since_ = platform::clock_ms();
+    patience_deadline_ = silent_since_ + patience_ms;
+}
+
+bool Serial_Client_Server_Base::Is_Patient() const { return platform::clock_ms() <= patience_deadline_; }
+
+// Past the deadline. The two variants differ in a letter.
+bool Serial_Client_Server_Base::Still_Wanted(const char *what)
+{
+    const std::uint64_t now = platform::clock_ms();
+    if (Tell(Mesg_Status_50)) {
+        patience_deadline_ = now + patience_ms;
+        return true;
+    }
+    Report(unit, __LINE__)
+        .Print_Out(Error_Handler::ES_Error, serial_code, "Timeout no %s since %.3f sec", what,
+                   static_cast<double>(now - silent_since_) / 1000.0);
+    return false;
+}
+
+// The client hears of the loss while it can still see the port, and of the end when it cannot.
+bool Serial_Client_Server_Base::Lost()
+{
+    Tell(Mesg_Status_110);
+    Close();
+    Tell(Mesg_Detached);
+    return false;
+}
+
+// False when the client refuses; it is told of the end.
+bool Serial_Client_Server_Base::Offer()
+{
+    if (Tell(Mesg_Data_Ready)) return true;
+    Tell(Mesg_Detached);
+    return false;
+}
+
+// A client that answers true and takes nothing is asked for ever, but for a stop.
+bool Serial_Client_Server_Base::Deliver()
+{
+    while (Requested() > 0 && Requested() <= Held() && !Stop_Requested()) {
+        if (!Offer()) return false;
+    }
+    return true;
+}
+
+// Pulling.
+
+std::int32_t Serial_Client_Server_Base::Held()
+{
+    if (drop_.exchange(false)) received_->Drop();
+    return static_cast<std::int32_t>(received_->Held());
+}
+
+void Serial_Client_Server_Base::Move_to_Start() { received_->Compact(); }
+
+bool Serial_Client_Server_Base::Accept_Request(long n)
+{
+    if (n > block_size) {
+        Report(unit, __LINE__)
+            .Print_Out(Error_Handler::ES_Fatal, serial_code, "%s could not handle more than %u-Bytes", GetName(),
+                       static_cast<unsigned int>(block_size));
+        return false;
+    }
+    requested_ = static_cast<std::int32_t>(std::max(n, 0L));
+    return true;
+}
+
+long Serial_Client_Server_Base::MinAvail(long) { return Held(); }
+
+unsigned short Serial_Client_Server_Base::GetByte()
+{
+    unsigned char byte = 0;
+    return GetNBytes(&byte, 1) == 1 ? byte : No_Byte;
+}
+
+long Serial_Client_Server_Base::GetNBytes(unsigned char *buffer, long n)
+{
+    if (!buffer || n < 1 || Held() < 1) return 0;
+    const std::size_t taken = received_->Take(buffer, static_cast<std::size_t>(n));
+    requested_ -= static_cast<std::int32_t>(taken);
+    bytes_in_.fetch_add(taken, std::memory_order_relaxed);
+    return static_cast<long>(taken);
+}
+
+// The limit of a request holds here, too: more could never be held.
+unsigned short Serial_Client_Server_Base::UnGetByte(unsigned char byte)
+{
+    if (!received_->Put_Back(byte)) return No_Byte;
+    requested_ = std::min(requested_ + 1, block_size);
+    bytes_in_.fetch_sub(1, std::memory_order_relaxed);
+    return byte;
+}
+
+// Writing.
+
+// One byte is enough to be told; then Take has all that is there.
+bool Serial_Client_Server_Base::Send(Byte_Server &server, CL_Mesg message)
+{
+    if (message != Mesg_Request_Invite) return Byte_Client::Send(server, message);
+    if (!IsActive()) return false;
+    server.Request(1);
+    return true;
+}
+
+long Serial_Client_Server_Base::Take(Byte_Server &server, unsigned char *block)
+{
+    const long n = std::min(server.MinAvail(0), long{block_size});
+    long taken = 0;
+    while (taken < n) {
+        const long got = server.GetNBytes(block + taken, n - taken);
+        if (Stop_Requested()) return -1;
+        if (got < 1 || got > n - taken) break;  // some servers answer more than they give
+        taken += got;
+    }
+    return taken;
+}
+
+}  // namespace kernel

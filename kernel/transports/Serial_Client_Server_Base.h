@@ -1,0 +1,163 @@
+// A serial port as both ends of a byte stream: what the plain and the overlapped variant share.
+#pragma once
+
+#include "kernel/base/Base_Thread.h"
+#include "kernel/connections/BYTE_SER.h"
+#include "kernel/transports/Remote_Control.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace kernel {
+
+class Receive_Buffer;
+class Serial_Line;
+
+// How an application reaches its receiver. The library keeps the value and does not look at it.
+struct ADriver {
+    enum ConnectionType : int {
+        Connection_None,
+        Connection_Serial,
+        Connection_Modem,
+        Connection_Socket,
+        Connection_Pipe,
+        Connection_File,
+    };
+};
+
+// Received bytes are offered to the connected Byte_Client; bytes that a server above gives are written to the port.
+// Construct, Connect a client, Create(port, ...), Work() starts the reader thread.
+//
+// What the client hears: Mesg_Attached (140) when the thread begins, Mesg_Request_Invite and Mesg_Data_Ready,
+// Mesg_Second about once a second while it waits for data, Mesg_Status_50 after a minute in which its request was not
+// met (refused: the port is closed), Mesg_Status_110 when the port is lost, and Mesg_Detached (150) when the thread
+// ends.
+//
+// Threads:   the reader thread runs the client's Send, and Request and the pull operations belong inside that. Send
+//            belongs to one producer's thread at a time. Everything else may come from any thread; on the reader's own
+//            (from the client's Send) stop, Create, Connect and Disconnect only ask the thread to end. Close ends every
+//            wait on the port at once, and the reader then ends. Not to be destroyed on the reader thread. A subclass
+//            that overrides anything that the thread calls calls stop() in its destructor.
+// Ownership: the client as Byte_Server; the port until Close. Texts are copied.
+// Errors:    code 72. "Serial-Error Code: ..." with the system's words (level 3), from the last error, which is kept
+//            until the next Create; more than 4096 bytes requested (level 4); the rest is the variants'. No status is
+//            set (see Remote_Control): that is left to subclasses.
+class KERNEL_API Serial_Client_Server_Base : public Byte_Server,
+                                             public Byte_Client,
+                                             public Base_Thread,
+                                             public Remote_Control {
+public:
+    static const char Name[];  // "Base for serial Communication"
+    static const char *ClassName() { return Name; }
+    bool IsInheritedFrom(const char *name) const override;
+    bool IsValid() const override;
+
+    // Opens COM1, COM2, ... and sets the line, after stopping the thread and closing what was open. Not 0: success; a
+    // port that cannot be set as wished is closed again, and the cause reported.
+    //   baud       [bit/s]
+    //   parity     0 none, 1 odd, 2 even; others leave what the port has
+    //   stopbits   1, 2 and 3: one, one and a half, two; others leave what the port has. One and a half are for 5 bits
+    //              to a character, two for all others.
+    //   handshake  0: RTS and DTR are on; otherwise the port handles them by the fill of its buffer (POSIX: RTS and CTS
+    //              are one, so that output waits for CTS as well). DSR, and on Windows CTS, do not hold up output.
+    //   flag       kept in Extra_Flag, for subclasses
+    //   queue_size [bytes] of the driver's buffers, a wish
+    int Create(int port, unsigned long baud, int parity, int stopbits, int bytesize, int handshake, int flag,
+               unsigned long queue_size);
+    // Takes over an open port with the settings that it has: a HANDLE, or on POSIX a descriptor,
+    // reinterpret_cast<void *>(std::intptr_t{descriptor}). 0: it is none, and stays the caller's.
+    int Create(void *const handle);
+    // Gives the port back. What was not yet written is dropped after half a second.
+    virtual void Close();
+    void ErrorBox();  // reports the last error, if there is one; shows no dialog
+
+    // Bytes that were received and not yet pulled are dropped. True as well when the port has that speed already; false
+    // for 0 and without a port.
+    bool Set_Speed(unsigned long baud) override;
+    unsigned long Get_Speed() override;  // [bit/s]; without a port that of the last one, 0 when there was none
+    bool IsActive() const;               // is a port open?
+    const char *GetComName() const { return com_name_.c_str(); }  // good until the next Create or SetComName
+    void SetComName(const char *const name);
+    std::uint64_t GetBytesIn() const { return bytes_in_.load(std::memory_order_relaxed); }    // pulled by the client
+    std::uint64_t GetBytesOut() const { return bytes_out_.load(std::memory_order_relaxed); }  // handed to the system
+    ADriver::ConnectionType GetConnectionType() const { return connection_type_.load(std::memory_order_relaxed); }
+    void SetConnectionType(ADriver::ConnectionType type) { connection_type_.store(type, std::memory_order_relaxed); }
+    Remote_Control *Get_Remote() { return this; }
+
+    bool Connect(Byte_Client *client) override;  // stops the thread first, as does the next one
+    void Disconnect() override;
+    bool Work() override;  // starts the thread if it does not run; whether it runs
+    unsigned short GetByte() override;
+    using Byte_Server::UnGetByte;
+    unsigned short UnGetByte(unsigned char byte) override;  // what was pulled, and up to 16 bytes more
+    using Byte_Server::GetNBytes;
+    long GetNBytes(unsigned char *buffer, long n) override;
+    long MinAvail(long) override;  // bytes held; the argument is ignored
+
+    // Invited (70), it asks the server for whatever it has. Mesg_Data_Ready is the variants'.
+    bool Send(Byte_Server &server, CL_Mesg message) override;
+
+    bool Hang_Up() override;                                       // Close; whether a port was open
+    bool Dial(const char *, const char *, const char *) override;  // false: a line without a modem has nobody to dial
+
+    void pre_stop() override;
+    ~Serial_Client_Server_Base() override;
+
+protected:
+    Serial_Client_Server_Base(Error_Handler &handler, const char *name);
+
+    // Opens the port of this number and sets the name for GetComName; whether it is open. A subclass may open any
+    // device by its path instead.
+    virtual bool OpenFile(int port) = 0;
+    static std::string Device_Name(int port);  // "COM9", "\\.\COM10"
+    bool Open_Device(const char *name);        // sets the last error, or clears it
+
+    bool SetCommWait();    // time-outs that suit the speed
+    bool SetCommNoWait();  // a read returns at once with what is there
+    void Move_to_Start();
+    bool Extra_Flag() const { return extra_flag_; }
+    unsigned long terminate() override;
+
+    // For the variants; the reader's, but for the first and the last three.
+    void Fail(std::uint32_t error);  // last error, and report
+    std::int32_t Requested() const { return requested_.load(std::memory_order_relaxed); }
+    std::int32_t Held();
+    bool Accept_Request(long n);  // false: too much, and reported
+    void Attach();
+    void Tick();
+    void Be_Patient();                    // for a minute from now
+    bool Is_Patient() const;              // is it not over?
+    bool Still_Wanted(const char *what);  // asks the client; refused: reported, with this word for the data
+    bool Lost();                          // tells the client, and closes; false, for `return Lost()`
+    bool Offer();                         // what is held, once
+    bool Deliver();                       // as long as it is enough
+    // The server's bytes, at most block_size: their number; -1: a stop has come.
+    long Take(Byte_Server &server, unsigned char *block);
+    void Count_Out(std::size_t n) { bytes_out_.fetch_add(n, std::memory_order_relaxed); }
+    void Set_Last_Error(std::uint32_t error) { last_error_.store(error, std::memory_order_relaxed); }
+
+    static constexpr std::int32_t block_size = 4096;  // bytes; the largest request, and the largest write
+
+    const std::unique_ptr<Serial_Line> line_;
+    const std::unique_ptr<Receive_Buffer> received_;  // the reader's
+
+private:
+    bool Configure(unsigned long baud, int parity, int stopbits, int bytesize, int handshake, unsigned long queue_size);
+    int Created();
+
+    std::atomic<std::uint32_t> last_error_{0};  // Win32 number; 0: none
+    std::atomic<std::int32_t> requested_{0};    // not yet pulled; negative when the client took more than it asked for
+    std::atomic<bool> drop_{false};             // the bytes held are of a former speed: the reader drops them
+    std::atomic<std::uint64_t> bytes_in_{0}, bytes_out_{0};
+    std::atomic<std::uint32_t> baud_{0};  // [bit/s] as last read from a port
+    std::string com_name_;
+    std::atomic<ADriver::ConnectionType> connection_type_{ADriver::Connection_None};
+    bool extra_flag_ = false;
+    std::uint64_t next_tick_ = 0;     // [ms] of clock_ms, as are these:
+    std::uint64_t silent_since_ = 0;  // start of waiting for what was requested
+    std::uint64_t patience_deadline_ = 0;
+};
+
+}  // namespace kernel

@@ -1,0 +1,249 @@
+// A byte stream over one TCP connection, as client (also of an NTRIP caster, and through a proxy) or as server of one peer
+// at a time.
+#pragma once
+
+#include "kernel/base/Base_Thread.h"
+#include "kernel/connections/BYTE_SER.h"
+#include "kernel/transports/Win32_Buffered_Byte_Client.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace platform {
+class Socket;
+}
+
+namespace kernel {
+
+class Ntrip_Answer;
+class Receive_Buffer;
+class Socket_Multi_Server;
+
+// An IPv4 address, laid out as the socket interfaces do.
+//
+//   offset  bytes
+//        0      2  sin_family: 2 (IPv4), in the machine's byte order
+//        2      2  sin_port, most significant byte first
+//        4      4  sin_addr, in the order in which it is written: 127, 0, 0, 1
+//        8      8  sin_zero
+struct sockaddr_in {
+    std::uint16_t sin_family = 2;
+    std::uint8_t sin_port[2] = {};
+    std::uint8_t sin_addr[4] = {};
+    std::uint8_t sin_zero[8] = {};
+};
+static_assert(sizeof(sockaddr_in) == 16 && offsetof(sockaddr_in, sin_port) == 2 &&
+              offsetof(sockaddr_in, sin_addr) == 4);
+
+// Received bytes are offered to the connected Byte_Client; bytes that a server above gives are sent to the peer. Work
+// starts the reader thread. It connects or accepts, delivers, reports, and begins again when the connection is lost: a
+// server always, a client when an auto-reconnect time is set.
+//
+// What the client hears: Mesg_Attached (140) when a connection is up, Mesg_Request_Invite and Mesg_Data_Ready, while it
+// waits for data Mesg_Status_40 and Mesg_Second about once a second, Mesg_Status_50 when there was silence at the end of a
+// minute (refused: Mesg_Status_110, and the thread ends), Mesg_Detached (150), more than once perhaps, when the connection
+// is gone. That minute begins with the connection and again with each 50 that was accepted, whatever was received
+// meanwhile. Bytes that a lost connection leaves, because the client asked for more than came, stay: they can be pulled
+// from inside 150, and are otherwise in front of what the next connection brings. A caster's refusal is dropped.
+//
+// Status (see Remote_Control): 103 after CreateClient, 10 connecting, 12 and 11 connected as client and as server, 13
+// disconnected, 1 waiting to begin again, 0 failed or no client.
+//
+// Threads:   the reader thread runs the client's Send, and the pull operations belong inside that. CreateClient and
+//            CreateServer are for the time before Work; called later they close, and the reader goes on with the new
+//            target. Everything else may come from any thread; on the reader's own (from the client's Send) stop and
+//            Disconnect only ask. Close and Hang_Up end the connection, not the thread: that is stop's. The client hears
+//            150 from the reader alone while that runs: no two threads talk to it. Stopping ends every wait at once.
+//            A subclass calls Stop_Threads first thing in its destructor: both threads call virtual operations.
+// Ownership: the client as Byte_Server; host names and credentials are copied. GetRemoteName's text is good until its next
+//            call. The accepted socket given to CreateServer belongs to this object.
+// Errors:    kernel/Socket_Client_Server: code 89 for sockets that cannot be made, bound, resolved or connected (level 3),
+//            code 91 for the rest: connections and their end (2), waiting for a host (0), timeouts, accept and NTRIP
+//            errors (3). With a number of the system's: "Connection reset by peer" and the like are part of the text. A
+//            server that cannot listen says what it could not do, then the cause ("Error accepting inbound
+//            connection."), and tries again, four times a second where no auto-reconnect time is set. Credentials
+//            are in no report.
+class KERNEL_API Socket_Client_Server : public Byte_Server, public Win32_Buffered_Byte_Client, public Base_Thread {
+public:
+    static const char Name[];  // "Client/Server class for Sockets": also the name of each object
+    static const char *ClassName() { return "Socket_Client_Server"; }
+    bool IsInheritedFrom(const char *name) const override;  // of either text
+
+    // buffer_size: of the writer, see SetBufferSize.
+    static Socket_Client_Server *Construct(Error_Handler &handler, unsigned int buffer_size);
+    static void Destruct(Socket_Client_Server *object) { Object::Destruct(object); }
+
+    // At most 4096 bytes; true when n are held already.
+    bool Request(long n) override;
+    void Disconnect() override;  // stops the thread first
+    // Starts the thread if it does not run; whether it runs.
+    bool Work() override;
+    unsigned short GetByte() override;
+    using Byte_Server::UnGetByte;
+    // What was taken, and up to 16 bytes more.
+    unsigned short UnGetByte(unsigned char byte) override;
+    using Byte_Server::GetNBytes;
+    long GetNBytes(unsigned char *buffer, long n) override;
+    long MinAvail(long) override;  // bytes held; the argument is ignored
+
+    // A client of host:port; with a proxy host (may be null) it connects there and NTRIP requests name the host. False: a
+    // null host, or a name that is not resolved now (it may take as long as the system does); the thread looks such a name
+    // up again at each try. An address once found is kept.
+    virtual bool CreateClient(const char *host, int port, const char *proxy_host, int proxy_port);
+    // A server around an accepted socket, given by its number, for one client of a multi-server. Its loss ends the thread.
+    virtual bool CreateServer(unsigned int socket, int port, sockaddr_in peer, Socket_Multi_Server *server);
+    // A server on all addresses. Port 0 is a free one, chosen when it listens for the first time: GetPort then tells it.
+    // While a peer is served the port is closed.
+    virtual bool CreateServer(int port);
+    virtual unsigned short GetPort() const;  // to connect to (not the proxy's), or to listen on
+
+    // The time between two tries, in seconds; 0 (and at first): a client tries once, a server begins again without a pause.
+    void Enable_Auto_Reconnect(unsigned long seconds);
+    void Disable_Auto_Reconnect() { auto_reconnect_ms_.store(0, std::memory_order_relaxed); }
+    // [ms]
+    unsigned long Get_Auto_Reconnect_Time() const { return auto_reconnect_ms_.load(std::memory_order_relaxed); }
+    // Handed to the client since the connection was made.
+    std::uint64_t GetBytesIn() const { return bytes_in_.load(std::memory_order_relaxed); }
+
+    bool Send(Byte_Server &server, CL_Mesg message) override;  // 11000: what Set_Answer_11000 has set
+    // Closes what is open: connection, listener, socket that connects. A reader at work then goes on as after a loss.
+    void Close() override;
+    bool is_connected() override;          // to a peer
+    bool Hang_Up() override;               // true; the connection is then made anew, as after a loss
+    bool IsBusy() override;                // the thread runs, and it is connected (server) or has a socket (client)
+    const char *GetRemoteName() override;  // "host:port" of the other end; "" when there is none
+
+    ~Socket_Client_Server() override;
+
+    void pre_stop() override;  // wakes the reader wherever it waits
+
+protected:
+    Socket_Client_Server(Error_Handler &handler, unsigned int buffer_size);
+
+    using Win32_Buffered_Byte_Client::handle_;  // not the thread's
+    using Win32_Buffered_Byte_Client::stop_event_;
+
+    void Stop_Threads();  // reader and writer; waits for both
+
+    // NTRIP, in the client role. After connecting a request is sent: for the stream of a mountpoint, whose answer is then
+    // judged, or for the source table. The answer's own bytes stay in the stream, in front of the data. Texts have 255
+    // characters at most, a mountpoint no blanks and no leading '/': false, and nothing changes, for others and for null.
+    void Set_Ntrip_Mode(bool on);
+    void Set_Stream_Wanted(bool stream);  // false: the source table
+    bool Set_Mountpoint(const char *mountpoint);
+    bool Set_User(const char *user);  // "" sends empty credentials
+    bool Set_Password(const char *password);
+    void Set_Answer_11000(bool answer) { answer_11000_.store(answer, std::memory_order_relaxed); }
+
+    bool CreateServerSocket();  // makes the listener; false: reported, and status 0
+    // Ends the connection; in the client role the socket still counts as open (IsBusy) until it is closed by its own name.
+    void FreeAcceptSocket();
+    bool Close_Handle();  // whether a socket was open
+    unsigned long
+    thread() override;  // 1 after a stop or a last connection, 0 when there was none or nobody to deliver to
+    unsigned long threadFunc();
+    unsigned long terminate() override;
+    bool NtripSendRequest();
+    bool NtripCheckRequestResponse(int n, char *data);  // false: refused, and reported
+    // "host:port", the text and the system's words. The prefix is there while the socket is open; a server has no host
+    // name, and ":port".
+    void ReportErrorIntern(unsigned long error, const char *text, Err_Code code,
+                           Error_Handler::Enum_Status status) override;
+
+private:
+    // What to connect to or to listen on. Never changed once it is set, but for the two that the thread finds out.
+    struct Target {
+        bool is_server = false;
+        Socket_Multi_Server *multi_server = nullptr;
+        std::string host;
+        std::atomic<std::uint16_t> port{0};
+        bool via_proxy = false;
+        std::string proxy_host;
+        int proxy_port = 8080;
+        sockaddr_in address;  // to connect to, or to bind; all 255: not found yet. The thread's, once that runs
+        std::string Where() const { return via_proxy ? proxy_host : host; }
+    };
+    struct Ntrip {
+        bool mode = false;
+        bool stream_wanted = false;
+        std::string mountpoint, user, password;
+    };
+    struct Remote {
+        std::string host;
+        int port;
+    };
+    struct Tries {
+        std::uint64_t start;             // [ms] of clock_ms
+        std::uint64_t last_failure = 0;  // [ms]; 0: none
+        unsigned int Seconds() const;    // since the start; the one that has begun counts
+    };
+    // Where the thread goes on.
+    enum class Next {
+        pass,       // the next one: tell the client, pause, and
+        establish,  // get a connection
+        serve,      // it is there, or still good
+        finish,     // the last connection is over: close and end
+        stopped,    // end, with 1
+        failed,     // end, with 0
+    };
+
+    // For all threads.
+    std::shared_ptr<Target> Get_Target() const;
+    void Set_Target(std::shared_ptr<Target> target);
+    std::shared_ptr<platform::Socket> New_Socket();  // takes the place of socket_; null: the system has none left
+    void Close_Socket();
+    Remote The_Other_End() const;
+    bool Ntrip_Mode() const;
+    bool Set_Ntrip_Text(std::string Ntrip::*field, const char *text);
+
+    // The reader's way to a connection.
+    bool Fail_To_Listen(const char *text);
+    void Pause(unsigned long slice);
+    Next Begin_Again();
+    Next Establish();
+    Next Connect_As_Client();
+    Next Connected_As_Client(const Target &target, const Tries &tries);
+    Next Failed_To_Connect(const Target &target, Tries &tries, bool resolved, unsigned long error);
+    void Report_Failed_Try(const Target &target, Tries &tries, unsigned long error);
+    Next Accept_As_Server();
+    Next Failed_To_Accept(unsigned long error);
+    Next Stopped();
+    void Finish();
+
+    // And through it.
+    Next Serve();
+    Next Deliver();
+    Next Receive();
+    Next Await();
+    Next Stop_Seen();
+    Next Silence(std::uint64_t began);
+    Next Wait_Failed(unsigned long error);
+    Next Transfer_Ended();
+    Next Take_In(std::size_t n, bool hang_up);
+    Next Peer_Closed();
+    Next Receive_Failed(unsigned long error);
+    Next After_Loss();
+    void Report_Lost_Host();
+    void Tick();
+
+    std::atomic<std::int32_t> requested_{0};  // 4096 at most; negative when the client took more than it asked for
+    std::shared_ptr<platform::Socket> socket_ KERNEL_GUARDED_BY(this);  // client: the connection; server: the listener
+    const std::unique_ptr<Receive_Buffer> received_;
+    std::shared_ptr<Target> target_ KERNEL_GUARDED_BY(this);
+    sockaddr_in peer_ KERNEL_GUARDED_BY(this);  // server: who is connected
+    std::atomic<std::uint32_t> auto_reconnect_ms_{0};
+    int accept_errors_ = 0;           // in a row; the reader's, as is the next
+    std::uint32_t listen_error_ = 0;  // why there is nothing to accept from
+    std::atomic<std::uint64_t> bytes_in_{0};
+    Ntrip ntrip_ KERNEL_GUARDED_BY(this);
+    const std::unique_ptr<Ntrip_Answer> answer_;
+    std::atomic<bool> answer_11000_{false};
+    std::uint64_t deadline_ = 0;   // [ms] of clock_ms: end of the minute of patience; the reader's
+    std::uint64_t next_tick_ = 0;  // [ms]; the reader's
+    std::string remote_name_ KERNEL_GUARDED_BY(this);
+};
+
+}  // namespace kernel

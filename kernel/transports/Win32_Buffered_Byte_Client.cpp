@@ -1,0 +1,566 @@
+#include "kernel/transports/Win32_Buffered_Byte_Client.h"
+
+#include "kernel/transports/ntrip_request_internal.h"
+
+#include "platform/clock.h"
+#include "platform/error.h"
+#include "platform/stream.h"
+#include "platform/wait.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <string_view>
+#include <utility>
+
+namespace kernel {
+
+namespace {
+
+const char unit[] = "kernel/Win32_Buffered_Byte_Client";
+
+constexpr unsigned int smallest_buffer = 256;      // bytes
+constexpr unsigned int largest_buffer = 0x100000;  // bytes
+constexpr unsigned int small_piece = 64;           // bytes; what is less waits for more, once
+constexpr unsigned long gather_ms = 10;
+constexpr unsigned long request_delay_ms = 1000;  // gives the connection time before the first request
+constexpr unsigned long request_slice_ms = 20;
+constexpr int stop_polls = 5000;       // of 1 ms, before a writer that does not end is killed
+constexpr int lingering_polls = 1000;  // of 1 ms, for the system to take an ended thread down
+constexpr long refused = -5;           // to Base_Thread::stop: kill at once
+
+constexpr Err_Code data_code = 15, size_code = 89, wait_code = 91;
+
+// These end the writer without a word: the reading side tells that the connection is gone, or is still awaited.
+constexpr std::uint32_t no_data = 232, not_connected = 233, listening = 536;
+constexpr std::uint32_t quiet_errors[] = {platform::error_invalid_handle, no_data, not_connected, listening};
+
+bool Is_Quiet(std::uint32_t error)
+{
+    return std::find(std::begin(quiet_errors), std::end(quiet_errors), error) != std::end(quiet_errors);
+}
+
+std::string_view Text(const char *text) { return text ? text : ""; }
+
+bool Valid(const platform::Waitable *waitable) { return waitable && waitable->valid(); }
+
+void Reset(const std::unique_ptr<platform::Event> &event)
+{
+    if (event) event->reset();
+}
+
+}  // namespace
+
+const char Win32_Buffered_Byte_Client::Name[] = "Win32_Buffered_Byte_Client";
+
+// Known by its address: an empty text of the caller's own stands for an account without name and password.
+char Win32_Buffered_Byte_Client::No_Authorisation[1] = "";
+
+// The name and handler of the object are those that the most derived class gives.
+Win32_Buffered_Byte_Client::Win32_Buffered_Byte_Client(Error_Handler &handler, unsigned int buffer_size, int is_socket)
+    : Object(Name, &handler), WinSock_Loader(&handler, is_socket == 0), Remote_Control(Name),
+      reader_stop_event_(std::make_unique<platform::Event>()), receive_(std::make_unique<platform::Transfer>()),
+      stop_event_(std::make_unique<platform::Event>()), write_done_event_(std::make_unique<platform::Event>()),
+      data_event_(std::make_unique<platform::Event>()), is_socket_(is_socket),
+      write_(std::make_unique<platform::Transfer>())
+{
+    writer_.Init(this, &Win32_Buffered_Byte_Client::overlapped_thread,
+                 &Win32_Buffered_Byte_Client::overlapped_terminate, &Win32_Buffered_Byte_Client::overlapped_pre_stop);
+    SetBufferSize(buffer_size);
+}
+
+// The transport is closed first, so that the writer is not at it for long; the events go last: the writer may be
+// waiting for them until it has ended.
+Win32_Buffered_Byte_Client::~Win32_Buffered_Byte_Client()
+{
+    std::shared_ptr<platform::Stream> handle;
+    {
+        const Semaphore_Guard guard(*this);
+        handle = std::move(handle_);
+    }
+    if (handle) handle->close();
+    Stop_Writer();
+    Free_Buffer();
+    ResetVariables();
+}
+
+void Win32_Buffered_Byte_Client::ResetVariables()
+{
+    const Semaphore_Guard guard(*this);
+    handle_.reset();
+    write_.reset();
+    receive_.reset();
+    in_flight_ = {};
+    state_ = State::idle;
+    buffers_ = {};
+    for (auto *event : {&reader_stop_event_, &stop_event_, &write_done_event_, &data_event_}) event->reset();
+}
+
+bool Win32_Buffered_Byte_Client::IsInheritedFrom(const char *name) const
+{
+    return (name && std::strcmp(name, Name) == 0) || Byte_Client::IsInheritedFrom(name) ||
+           WinSock_Loader::IsInheritedFrom(name) || Remote_Control::IsInheritedFrom(name);
+}
+
+// Not the data event, on purpose: without it the writer says so and ends, and the reading side works all the same.
+bool Win32_Buffered_Byte_Client::IsValid() const
+{
+    return Valid(reader_stop_event_.get()) && Valid(receive_.get()) && Valid(stop_event_.get()) &&
+           Valid(write_done_event_.get()) && Valid(write_.get()) && Client_Server::IsValid() && Object::IsValid();
+}
+
+// The buffers.
+
+// The first sizing, by the constructor, is silent unless the size is out of range.
+bool Win32_Buffered_Byte_Client::SetBufferSize(unsigned int size)
+{
+    const unsigned int possible = std::clamp(size, smallest_buffer, largest_buffer);
+    if (size != possible)
+        Report(unit, __LINE__)
+            .Print_Out(Error_Handler::ES_Warning, size_code, "Buffer size %u is to %s, using %u bytes instead.", size,
+                       size < possible ? "small" : "large", possible);
+    const unsigned int old = GetBufferSize();
+    if (old == possible) {
+        Report(unit, __LINE__)
+            .Print_Out(Error_Handler::ES_Warning, size_code, "Buffer size was already set to %u bytes.", possible);
+        return true;
+    }
+    const bool done = Allocate(possible);
+    if (old != 0)
+        Report(unit, __LINE__)
+            .Print_Out(done ? Error_Handler::ES_Information : Error_Handler::ES_Error, size_code,
+                       "Changing buffer from %u to %u bytes %s.", old, possible,
+                       done ? "was successful" : "has failed");
+    return done;
+}
+
+// A block that is on its way has a holder of its own and stays until it is out.
+bool Win32_Buffered_Byte_Client::Allocate(unsigned int size)
+{
+    const Semaphore_Guard guard(*this);
+    current_ = 0;
+    bool done = true;
+    for (Buffer &buffer : buffers_) {
+        buffer = {};
+        buffer.size = size;
+        try {
+            buffer.base = std::make_shared<unsigned char[]>(size);
+        } catch (const std::bad_alloc &) {
+            done = false;
+        }
+    }
+    return done;
+}
+
+void Win32_Buffered_Byte_Client::Free_Buffer()
+{
+    const Semaphore_Guard guard(*this);
+    buffers_ = {};
+    current_ = 0;
+}
+
+unsigned int Win32_Buffered_Byte_Client::GetBufferSize() const
+{
+    const Semaphore_Guard guard(*this);
+    return static_cast<unsigned int>(buffers_[current_].size);
+}
+
+unsigned int Win32_Buffered_Byte_Client::Room() const
+{
+    const Semaphore_Guard guard(*this);
+    return static_cast<unsigned int>(buffers_[current_].Room());
+}
+
+// What an ended writer has left behind is not counted: a producer that waits for 0 would wait for its own next data.
+unsigned int Win32_Buffered_Byte_Client::Unsent() const
+{
+    const Semaphore_Guard guard(*this);
+    if (state_ == State::idle) return 0;
+    return static_cast<unsigned int>(buffers_[0].fill + buffers_[1].fill + in_flight_.size);
+}
+
+unsigned int Win32_Buffered_Byte_Client::cache_avail() const
+{
+    const Semaphore_Guard guard(*this);
+    return static_cast<unsigned int>(buffers_[current_].fill);
+}
+
+std::uint64_t Win32_Buffered_Byte_Client::GetBytesOut() const { return bytes_out_.load(std::memory_order_relaxed); }
+
+// A signal that data waits must outlive this: nobody would give it again.
+void Win32_Buffered_Byte_Client::Reset_Events()
+{
+    const Semaphore_Guard guard(*this);
+    for (const auto *event : {&reader_stop_event_, &stop_event_, &write_done_event_, &data_event_}) Reset(*event);
+    if (state_ != State::idle && buffers_[current_].fill > 0) data_event_->set();
+}
+
+// The producer's side.
+
+bool Win32_Buffered_Byte_Client::Send(Byte_Server &server, CL_Mesg message)
+{
+    switch (message) {
+    case Mesg_Request_Invite: {
+        const long available = server.MinAvail(0);
+        if (available < 1) return false;
+        server.Request(std::min(available, static_cast<long>(GetBufferSize())));
+        return true;
+    }
+    case Mesg_Data_Ready: return Take(server);
+    case Mesg_Attached:
+    case Mesg_Detached:
+        Forget_Data();
+        Stop(true);
+        return Byte_Client::Send(server, message);
+    case Mesg_Type_10110: return !Is_Socket();
+    case Mesg_Type_10140: return Is_Socket();
+    default: return Byte_Client::Send(server, message);
+    }
+}
+
+bool Win32_Buffered_Byte_Client::Take(Byte_Server &server)
+{
+    switch (Fill(server)) {
+    case Filled::unconnected: return false;
+    case Filled::overrun: Report_Overrun(__LINE__); break;
+    case Filled::without_writer: Report_No_Writer(__LINE__); break;
+    case Filled::done: break;
+    }
+    return true;
+}
+
+// The bytes are pulled in any case, also those that are dropped: a server that keeps them would offer them for ever.
+// The server's GetNBytes runs with the lock held; it may take the server's own lock, so nobody takes these two the
+// other way round.
+Win32_Buffered_Byte_Client::Filled Win32_Buffered_Byte_Client::Fill(Byte_Server &server)
+{
+    const Semaphore_Guard guard(*this);
+    Buffer &buffer = buffers_[current_];
+    const std::size_t room = buffer.Room();
+    const long got = server.GetNBytes(buffer.End(), static_cast<long>(room));
+    // More than was asked for is the word of a tap without an upstream, and no bytes have come with it.
+    if (got > 0 && static_cast<std::size_t>(got) <= room) buffer.fill += static_cast<std::size_t>(got);
+    if (!is_connected()) {
+        buffer.fill = 0;
+        return Filled::unconnected;
+    }
+    if (room == 0) {  // all of it goes: a producer that had to wait would be worse off than a peer that misses a block
+        buffer.fill = 0;
+        return Filled::overrun;
+    }
+    if (state_ == State::idle) {
+        if (!Start_Writer()) return Filled::without_writer;
+        data_event_->set();  // in the other states the writer finds the data when it is through with what it does
+    } else if (state_ == State::waiting && buffer.fill > 0) {
+        state_ = State::data_signalled;
+        data_event_->set();
+    }
+    return Filled::done;
+}
+
+// An earlier writer that is about to end needs nothing more of this object, its lock least of all. While somebody stops
+// the writer, there is none: who waits for the end of one must not find the next.
+bool Win32_Buffered_Byte_Client::Start_Writer()
+{
+    if (stopping_ > 0) return true;
+    for (int poll = 0; poll < lingering_polls && writer_.is_running(); ++poll) platform::sleep_ms(1);
+    if (!writer_.start(false)) return false;
+    state_ = State::waiting;
+    return true;
+}
+
+void Win32_Buffered_Byte_Client::Report_Overrun(unsigned int line) const
+{
+    Report(unit, line)
+        .Print_Out(Error_Handler::ES_Warning, data_code, "Buffer with %u bytes overrun in %s, data discarded!",
+                   GetBufferSize(), GetName());
+}
+
+void Win32_Buffered_Byte_Client::Report_No_Writer(unsigned int line) const
+{
+    Report(unit, line)
+        .Print_Out(Error_Handler::ES_Fatal, data_code, "Could not start thread for data transfer in %s", GetName());
+}
+
+// With the data goes the signal that it waits.
+void Win32_Buffered_Byte_Client::Forget_Data()
+{
+    const Semaphore_Guard guard(*this);
+    for (Buffer &buffer : buffers_) buffer.fill = 0;
+    if (state_ == State::data_signalled) state_ = State::waiting;
+    Reset(write_done_event_);
+    Reset(data_event_);
+}
+
+void Win32_Buffered_Byte_Client::Stop_Writer() { Stop(false); }
+
+// Base_Thread::stop alone would kill the writer while terminate_refused_ is set, with the lock in its hands perhaps. It
+// is asked again and again: a reset of the events may have swallowed the signal. The writer itself gets here from a
+// report, and ends after that, unless new data come.
+void Win32_Buffered_Byte_Client::Stop(bool go_on)
+{
+    if (writer_.Is_Own_Thread()) return;
+    {
+        const Semaphore_Guard guard(*this);
+        ++stopping_;
+    }
+    for (int poll = 0; poll < stop_polls && writer_.is_running(); ++poll) {
+        writer_.pre_stop();
+        platform::sleep_ms(1);
+    }
+    writer_.stop();
+    End_Writer(false, 0);
+    bool has_writer = true;
+    {
+        const Semaphore_Guard guard(*this);
+        Reset(stop_event_);
+        if (--stopping_ == 0 && go_on) has_writer = Go_On();
+    }
+    if (!has_writer) Report_No_Writer(__LINE__);
+}
+
+// What came while the writer was stopped, a request perhaps, does not wait for the next data. The older block goes
+// first.
+bool Win32_Buffered_Byte_Client::Go_On()
+{
+    if (buffers_[1 - current_].fill > 0) Flip();
+    if (buffers_[current_].fill > 0) {
+        data_event_->set();
+        return Start_Writer();
+    }
+    for (Buffer &buffer : buffers_) {
+        if (buffer.base) std::fill_n(buffer.base.get(), buffer.size, static_cast<unsigned char>(0));
+    }
+    current_ = 0;
+    return true;
+}
+
+// The writer thread. Between it and the others there are state_ and the buffers, under the lock, and the three events:
+//   idle             it does not run, or is about to end without another look: the next data start a new one
+//   waiting          it waits for a signal
+//   data_signalled   the data event, or for a request the write-done event, is set; no need to set it again
+//   write_pending    the other buffer is on its way; the end of that brings the writer back
+
+// Called by Base_Thread::stop.
+unsigned long Win32_Buffered_Byte_Client::overlapped_terminate()
+{
+    if (terminate_refused_ == 1) return static_cast<unsigned long>(refused);
+    overlapped_pre_stop();
+    platform::sleep_ms(1);
+    return 0;
+}
+
+void Win32_Buffered_Byte_Client::overlapped_pre_stop()
+{
+    writer_.Request_Stop();
+    if (stop_event_) stop_event_->set();
+}
+
+unsigned long Win32_Buffered_Byte_Client::overlapped_thread()
+{
+    for (;;) {
+        if (writer_.Stop_Requested()) return End_Writer(false, 0);
+        platform::Waitable *const signals[] = {stop_event_.get(), write_done_event_.get(), write_.get(),
+                                               data_event_.get()};
+        Next next = Next::write;
+        switch (platform::wait_any(signals, platform::wait_forever)) {
+        case 0: return End_Writer(true, 1);
+        case 1: break;  // somebody is in a hurry
+        case 2: next = Transfer_Ended(); break;
+        case 3: next = Next::gather; break;
+        default:
+            End_Writer(true, 0);
+            Report(unit, __LINE__)
+                .Print_Out(Error_Handler::ES_Error, wait_code, "%s: Unexpected wait return value '%lx'.", GetName(),
+                           static_cast<unsigned long>(platform::win32_wait_failed));
+            return 0;
+        }
+        while (next == Next::gather || next == Next::write) {
+            // Once and briefly, so that small pieces share a packet; a stop ends it.
+            if (next == Next::gather && cache_avail() < small_piece) writer_.Sleep(gather_ms);
+            next = Write();
+        }
+        if (next == Next::end) return 1;
+    }
+}
+
+// Nothing is on its way when the writer has ended. drop: the other buffer is the next to be filled, from its start;
+// what waits in this one goes out behind that.
+unsigned long Win32_Buffered_Byte_Client::End_Writer(bool drop, unsigned long exit_code)
+{
+    if (write_) write_->cancel();
+    const Semaphore_Guard guard(*this);
+    if (state_ == State::write_pending) Take_Result();
+    if (drop) {
+        Flip();
+        buffers_[current_].fill = 0;
+    }
+    state_ = State::idle;
+    return exit_code;
+}
+
+// What the last transfer moved, and its error. One that failed may have moved something, too.
+std::uint32_t Win32_Buffered_Byte_Client::Take_Result()
+{
+    std::size_t moved = 0;
+    last_error_ = write_->result(moved) ? platform::error_none : platform::last_error();
+    bytes_out_.fetch_add(moved, std::memory_order_relaxed);
+    in_flight_ = {};
+    return last_error_;
+}
+
+// The buffer that is being filled to the system. It counts as on its way from here on, so that the lock need not be held
+// while the system copies it: a megabyte takes its time, and the producer goes on in the other buffer.
+Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Write()
+{
+    Block block;
+    {
+        const Semaphore_Guard guard(*this);
+        // A request was in a hurry; the block on its way comes first, and its end brings the writer here again.
+        if (state_ == State::write_pending) return Next::wait;
+        Buffer &buffer = buffers_[current_];
+        if (buffer.fill == 0) {
+            state_ = State::waiting;
+            return Next::wait;
+        }
+        if (!handle_ || !is_connected()) {
+            buffer.fill = 0;
+            state_ = State::idle;
+            return Next::end;
+        }
+        block = in_flight_ = {buffer.base, std::exchange(buffer.fill, 0), nullptr};
+        block.to = handle_;
+        state_ = State::write_pending;
+        // It told of these bytes. Left standing, it would make the next round wait for more with an empty buffer.
+        Reset(data_event_);
+        Flip();
+    }
+    if (!write_->write(block.to, block.base.get(), block.size) && platform::last_error() == platform::error_io_pending)
+        return Next::wait;
+    return Written_At_Once(block);
+}
+
+// Whatever came of it, the other buffer is the next to be filled. A quiet failure empties that one and leaves the
+// block where it is: it goes out behind the next. That is how it has always been: a pipe whose client comes late gets
+// the latest blocks.
+Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Written_At_Once(const Block &block)
+{
+    std::uint32_t error = 0;
+    {
+        const Semaphore_Guard guard(*this);
+        error = Take_Result();
+        if (error != platform::error_none && Is_Given_Up(block)) {
+            state_ = State::waiting;
+            return Next::write;
+        }
+        if (Is_Quiet(error)) {
+            Buffer &left = buffers_[1 - current_];
+            if (left.base == block.base) left.fill = block.size;  // another size may have been set meanwhile
+            buffers_[current_].fill = 0;
+            state_ = State::idle;
+            return Next::end;
+        }
+        state_ = State::waiting;
+        if (error == platform::error_none) return buffers_[current_].fill > 0 ? Next::gather : Next::wait;
+    }
+    return Report_Failed_Write(error);
+}
+
+// This side has closed the transport, or has another one by now. What became of a block is then no failure to report:
+// the next step sees what is connected.
+bool Win32_Buffered_Byte_Client::Is_Given_Up(const Block &block) { return block.to->closed() || !is_connected(); }
+
+// The pending block is through, or has failed. A failure takes along what waits in the other buffer: it was for the same
+// connection, and the next one must not begin in the middle of it. A quiet one is left to the next write.
+Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Transfer_Ended()
+{
+    std::uint32_t error = 0;
+    {
+        const Semaphore_Guard guard(*this);
+        if (state_ != State::write_pending) return Next::wait;
+        error = Take_Result();
+        state_ = State::waiting;
+        const bool is_fine = error == platform::error_none || error == platform::error_operation_aborted;
+        if (is_fine || Is_Quiet(error) || !is_connected()) return Next::write;
+        buffers_[current_].fill = 0;
+    }
+    return Report_Failed_Write(error);
+}
+
+// The writer counts as running until the report is out: the report may take its time, and want the lock, while a
+// producer that had to start another writer would wait for the end of this one with the lock in its hands.
+Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Report_Failed_Write(std::uint32_t error)
+{
+    ReportErrorIntern(error, "Write", data_code, Error_Handler::ES_Error);
+    const Semaphore_Guard guard(*this);
+    if (buffers_[current_].fill > 0) return Next::write;  // the next data have come meanwhile
+    state_ = State::idle;
+    return Next::end;
+}
+
+// Requests of NTRIP.
+
+void Win32_Buffered_Byte_Client::NTRIPSendStreamRequest(char *mountpoint, char *user_password, const char *host,
+                                                        int port, bool absolute_url)
+{
+    std::string authorisation;  // a line in any case, though it may be empty: that is what casters have always got
+    if (user_password != No_Authorisation) authorisation = "Authorization: Basic " + Base64(Text(user_password));
+    const std::string path = std::string("/").append(Text(mountpoint));
+    Send_Request(Ntrip_Request(path, authorisation.c_str(), Text(host), port, absolute_url));
+}
+
+void Win32_Buffered_Byte_Client::NTRIPSendSourceTableRequest(const char *host, int port, bool absolute_url)
+{
+    Send_Request(Ntrip_Request("/", nullptr, Text(host), port, absolute_url));
+}
+
+char *Win32_Buffered_Byte_Client::GenerateGETRequest(char *out, const char *path, const char *auth_line,
+                                                     const char *host, int port, bool absolute_url)
+{
+    if (auth_line == No_Authorisation) auth_line = nullptr;
+    const std::string request = Ntrip_Request(Text(path), auth_line, Text(host), port, absolute_url);
+    std::memcpy(out, request.c_str(), request.size() + 1);
+    return out;
+}
+
+// The write-done event instead of the data event: a request does not wait for more.
+void Win32_Buffered_Byte_Client::Send_Request(const std::string &request)
+{
+    if (!Begin_Request()) return;
+    bool overrun = false, has_writer = true;
+    {
+        const Semaphore_Guard guard(*this);
+        Buffer &buffer = buffers_[current_];
+        overrun = request.size() > buffer.Room();
+        if (overrun) buffer.fill = 0;
+        if (request.size() <= buffer.Room()) {
+            std::memcpy(buffer.End(), request.data(), request.size());
+            buffer.fill += request.size();
+        }
+        // Stopped in that second, by a producer whose own line came up.
+        if (state_ == State::idle) has_writer = Start_Writer();
+        if (state_ == State::waiting) state_ = State::data_signalled;
+        write_done_event_->set();
+    }
+    if (overrun) Report_Overrun(__LINE__);
+    if (!has_writer) Report_No_Writer(__LINE__);
+}
+
+// Starts the writer where it does not run and gives the connection its second, without the lock: others send and stop
+// meanwhile. A stop ends the writer, and with it this wait.
+bool Win32_Buffered_Byte_Client::Begin_Request()
+{
+    bool started = true;
+    {
+        const Semaphore_Guard guard(*this);
+        if (state_ != State::idle) return true;
+        started = Start_Writer();
+    }
+    if (!started) Report_No_Writer(__LINE__);
+    for (unsigned long waited = 0; started && waited < request_delay_ms && writer_.is_running();
+         waited += request_slice_ms)
+        platform::sleep_ms(request_slice_ms);
+    return started;
+}
+
+}  // namespace kernel

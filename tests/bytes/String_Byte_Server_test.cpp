@@ -1,0 +1,165 @@
+#include "kernel/bytes/String_Byte_Server.h"
+
+#include "tests/support/clients.h"
+
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <memory>
+#include <random>
+
+using namespace kernel;
+
+namespace {
+
+using Owned = std::unique_ptr<String_Byte_Server>;
+
+Owned Make(long size) { return Owned(String_Byte_Server::Construct(size, nullptr)); }
+
+std::string Rest(const Owned &server)
+{
+    char text[65];
+    return {text, static_cast<std::size_t>(server->GetString(text, 64))};
+}
+
+// A server and its client, which asks and pulls as it is told to.
+class Fed_Client {
+public:
+    explicit Fed_Client(const std::function<void(Recording_Client &)> &behaviour)
+    {
+        behaviour(*client_);
+        server->Connect(client_);
+        client_->Take();
+    }
+    explicit Fed_Client(long request) : Fed_Client([=](Recording_Client &client) { client.Pull(request); }) {}
+    Fed_Client &Feed(const char *text)
+    {
+        EXPECT_TRUE(server->PutStr(text));
+        return *this;
+    }
+    // What the client heard in a round, and whether it went well (1) or not (0).
+    Heard Work() { return Round(server->Work()); }
+    Heard Continue() { return Round(server->ContinueWork()); }
+    const std::string &Pulled() const { return client_->pulled; }
+
+    const Owned server = Make(64);
+
+private:
+    Heard Round(bool answer)
+    {
+        Heard heard = client_->Take();
+        heard.push_back(answer);
+        return heard;
+    }
+    Recording_Client *const client_ = new Recording_Client;  // the server's
+};
+
+}  // namespace
+
+TEST(String_Byte_Server, stores_words_and_texts)
+{
+    for (const long size : {-5, 0, 1}) EXPECT_EQ(Make(size), nullptr);
+    const Owned server = Make(64);
+    EXPECT_TRUE(server->PutWordIntel(0x0102) && server->PutWordMotorola(0x0102));
+    EXPECT_TRUE(server->PutDWordIntel(0x01020304) && server->PutDWordMotorola(0x01020304));
+    EXPECT_EQ(server->Put(No_Byte), No_Byte);
+    EXPECT_EQ(server->Put(static_cast<unsigned short>(0x141)), 'A');
+    EXPECT_TRUE(server->Put("%s=%d", "x", 42) && server->PutBin(nullptr, 5));
+    const char *volatile no_text = nullptr;
+    EXPECT_FALSE(server->Put(static_cast<const char *>(no_text)));
+    EXPECT_FALSE(server->PutStr(static_cast<const char *>(no_text)));
+    EXPECT_EQ(server->GetNBytes(static_cast<unsigned char *>(nullptr), 1), 0);
+    EXPECT_EQ(Rest(server), "\x02\x01\x01\x02\x04\x03\x02\x01\x01\x02\x03\x04"
+                            "Ax=42");
+    EXPECT_FALSE(server->Put("%05100d", 7));  // cut at the ring here, at 5051 characters anywhere
+    EXPECT_EQ(server->MinAvail(0), 63);
+    server->Clear();
+    EXPECT_EQ(server->MinAvail(0), 0);
+    const Owned large = Make(8192);
+    EXPECT_TRUE(large->Put("%06000d", 7));
+    EXPECT_EQ(large->MinAvail(0), 5051);
+}
+
+TEST(String_Byte_Server, agrees_with_a_queue)
+{
+    std::mt19937 random(20121014);
+    for (const long size : {2L, 3L, 5L, 17L, 64L}) {
+        const Owned server = Make(size);
+        std::deque<unsigned char> model;
+        const auto room = [&] { return static_cast<std::size_t>(size) - 1 - model.size(); };
+        for (int step = 0; step < 20000; ++step) {
+            unsigned char block[80];
+            const auto n = static_cast<unsigned int>(random() % 40);
+            for (unsigned int i = 0; i < n; ++i) block[i] = static_cast<unsigned char>(random());
+            const auto fits = static_cast<long>(std::min<std::size_t>(n, room()));
+            const auto gets = static_cast<long>(std::min<std::size_t>(n, model.size()));
+            switch (random() % 6) {
+            case 0:
+                ASSERT_EQ(server->PutBin(block, n), fits == static_cast<long>(n));
+                model.insert(model.end(), block, block + fits);
+                break;
+            case 1:
+                ASSERT_EQ(server->GetNBytes(block, static_cast<long>(n)), gets);
+                ASSERT_TRUE(std::equal(block, block + gets, model.begin()));
+                model.erase(model.begin(), model.begin() + gets);
+                break;
+            case 2:
+                ASSERT_EQ(server->Put(block[0]), room() > 0 ? block[0] : No_Byte);
+                if (room() > 0) model.push_back(block[0]);
+                break;
+            case 3:
+                ASSERT_EQ(server->GetByte(), model.empty() ? No_Byte : model.front());
+                if (!model.empty()) model.pop_front();
+                break;
+            case 4:
+                ASSERT_EQ(server->UnGetByte(block[0]), room() > 0 ? block[0] : No_Byte);
+                if (room() > 0) model.push_front(block[0]);
+                break;
+            default: ASSERT_EQ(server->MinAvail(0), static_cast<long>(model.size()));
+            }
+        }
+    }
+}
+
+TEST(String_Byte_Server, serves_a_request_when_it_can_be_met_and_not_before)
+{
+    Fed_Client ten(10);
+    EXPECT_EQ(ten.Feed("abcd").Work(), (Heard{70, 40, 1}));
+    EXPECT_EQ(ten.Continue(), Heard{1});        // still waiting
+    EXPECT_EQ(ten.Work(), (Heard{70, 40, 1}));  // each round begins without a request
+    EXPECT_EQ(ten.Feed("efghij").Continue(), (Heard{80, 70, 40, 1}));
+    EXPECT_EQ(ten.Pulled(), "abcdefghij");
+
+    Fed_Client two(2);
+    EXPECT_EQ(two.Feed("abcde").Work(), (Heard{70, 80, 70, 80, 70, 40, 1}));
+    EXPECT_EQ(two.Pulled(), "abcd");
+    EXPECT_EQ(two.Feed("fg").Continue(), (Heard{80, 70, 40, 1}));
+    EXPECT_EQ(two.Feed("h").Work(), (Heard{70, 80, 1}));  // one more invitation only while bytes are left
+    EXPECT_EQ(two.Pulled(), "abcdefgh");
+
+    Fed_Client one_of_two([](Recording_Client &client) {  // is told of the second again
+        client.On(Mesg_Request_Invite, [](Byte_Server &s) { return s.Request(2), true; });
+        client.On(Mesg_Data_Ready, [](Byte_Server &s) { return s.GetByte() != No_Byte; });
+    });
+    EXPECT_EQ(one_of_two.Feed("ab").Work(), (Heard{70, 80, 80, 1}));
+}
+
+TEST(String_Byte_Server, ends_a_round_when_the_client_refuses_or_wants_nothing)
+{
+    EXPECT_FALSE(Make(8)->Work() || Make(8)->ContinueWork());  // nobody there
+    bool accept = true;
+    Fed_Client refusing([&](Recording_Client &client) {
+        client.On(Mesg_Request_Invite, [&](Byte_Server &s) { return s.Request(3), accept; });
+    });
+    EXPECT_EQ(refusing.Feed("abcdef").Work(), (Heard{70, 80, 0}));  // the data notice is refused
+    accept = false;
+    EXPECT_EQ(refusing.Continue(), (Heard{70, 0}));  // that dropped the request: nothing is pending any more
+    EXPECT_EQ(refusing.Work(), (Heard{70, 0}));      // the invitation is refused, although it asked
+
+    Fed_Client silent([](Recording_Client &client) {  // pulls without asking: is not invited for ever
+        client.On(Mesg_Request_Invite, [](Byte_Server &s) { return s.GetByte() != No_Byte; });
+    });
+    EXPECT_EQ(silent.Feed("abc").Work(), (Heard{70, 0}));
+    EXPECT_EQ(silent.Continue(), (Heard{70, 0}));
+    EXPECT_EQ(Fed_Client(-5).Feed("abc").Work(), (Heard{70, 0}));
+}

@@ -1,0 +1,506 @@
+#include "kernel/transports/Socket_Client_Server.h"
+
+#include "kernel/transports/ntrip_answer_internal.h"
+#include "kernel/transports/receive_buffer_internal.h"
+
+#include "platform/fault.h"
+
+#include "tests/support/caster.h"
+#include "tests/support/folder.h"
+#include "tests/support/peer.h"
+#include "tests/support/reports.h"
+#include "tests/support/upstream.h"
+
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <random>
+#include <span>
+
+using namespace kernel;
+using namespace std::string_literals;
+
+namespace {
+
+using Heard = std::vector<int>;
+using Lines = std::vector<std::string>;
+
+// Hears and pulls on the reader's thread; the test asks meanwhile.
+class Recorder : public Byte_Client {
+public:
+    Recorder() : Object("recorder") { Dont_Delete_Me(); }
+    bool Send(Byte_Server &server, CL_Mesg message) override
+    {
+        heard.Add({message});
+        if (const auto answer = answers.find(message); answer != answers.end()) return answer->second();
+        if (message == Mesg_Request_Invite) return server.Request(1), true;
+        return message == Mesg_Data_Ready ? Pull(server) : Byte_Client::Send(server, message);
+    }
+    bool Pull(Byte_Server &server)
+    {
+        char block[4096];
+        const long got = server.GetNBytes(block, sizeof block);
+        pulled.Add({block, static_cast<std::size_t>(got)});
+        return true;
+    }
+    bool Hears(CL_Mesg message, int times = 1)
+    {
+        return Soon([&] {
+            const Heard all = heard.Now();
+            return std::count(all.begin(), all.end(), message) >= times;
+        });
+    }
+    Heard Story() const  // without what comes with time
+    {
+        Heard story = heard.Now();
+        std::erase_if(story, [](int m) { return m == Mesg_Status_40 || m == Mesg_Second || m == Mesg_Byte_Type; });
+        return story;
+    }
+    std::map<int, std::function<bool()>> answers;  // in place of its own; set before there is a connection
+    Shared<Heard> heard;
+    Shared<std::string> pulled;
+};
+
+class Test_Socket : public Socket_Client_Server {
+public:
+    explicit Test_Socket(Error_Handler &handler) : Object("station", &handler), Socket_Client_Server(handler, 65536) {}
+    ~Test_Socket() override { Stop_Threads(); }
+    void Sleep(unsigned long ms) override { Socket_Client_Server::Sleep(ms / 10); }  // a test has less time
+    void SetStatus(Status status) override
+    {
+        Socket_Client_Server::SetStatus(status);
+        statuses.Add({static_cast<int>(status)});
+    }
+    void Ask(const char *mountpoint, const char *user, const char *password)
+    {
+        Set_Ntrip_Mode(true);
+        Set_Stream_Wanted(true);
+        EXPECT_TRUE(Set_Mountpoint(mountpoint) && Set_User(user) && Set_Password(password));
+    }
+    using Socket_Client_Server::ReportErrorIntern;
+    using Socket_Client_Server::Set_Mountpoint;
+    Shared<Heard> statuses;
+};
+
+// One end of a connection. Its client pulls everything; what that hears is kept, and what is reported.
+struct Station {
+    Station() { socket.Connect(&client); }
+    Station &To(std::uint16_t port, unsigned long reconnect = 0)
+    {
+        socket.Enable_Auto_Reconnect(reconnect);
+        EXPECT_TRUE(socket.CreateClient("127.0.0.1", port, nullptr, 0) && socket.Work());
+        return *this;
+    }
+    Peer To(Host &host, unsigned long reconnect = 0) { return To(host.Port(), reconnect), host.Accept(); }
+    std::uint16_t Listen()
+    {
+        EXPECT_TRUE(socket.CreateServer(0) && socket.Work());
+        EXPECT_TRUE(Soon([&] { return socket.GetPort() != 0; }));
+        return socket.GetPort();
+    }
+    bool Is_Up() { return client.Hears(Mesg_Attached); }
+    bool Gets(int status)
+    {
+        return Soon([&] { return static_cast<int>(socket.GetStatus(nullptr)) == status; });
+    }
+    bool Reports(const std::string &beginning, int times = 1)
+    {
+        return Soon([&] { return Count(beginning) >= times; });
+    }
+    bool Ends()
+    {
+        return Soon([&] { return !socket.is_running(); });
+    }
+    void Expect_Pulled(const std::string &bytes)
+    {
+        EXPECT_TRUE(Soon([&] { return client.pulled.Now().size() >= bytes.size(); }));
+        EXPECT_TRUE(client.pulled.Now() == bytes) << client.pulled.Now().substr(0, 1000);
+    }
+    const Lines &Reported()  // "level,code text" of this unit
+    {
+        for (const ::Reported &line : reports.Take()) {
+            if (line.unit != "kernel/Socket_Client_Server") continue;
+            reported.push_back(std::to_string(line.level) + ',' + std::to_string(line.code) + ' ' + line.text);
+        }
+        return reported;
+    }
+    std::ptrdiff_t Count(const std::string &beginning)
+    {
+        const Lines &lines = Reported();
+        return std::count_if(lines.begin(), lines.end(), [&](auto &line) { return line.starts_with(beginning); });
+    }
+
+    Capturing_Handler reports;
+    Recorder client;
+    Test_Socket socket{reports};
+    Lines reported;
+};
+
+std::string Address(std::uint16_t port) { return "127.0.0.1:" + std::to_string(port); }
+
+Peer Connected(std::uint16_t port)
+{
+    Peer peer;
+    EXPECT_TRUE(Soon([&] { return static_cast<bool>(peer = Peer::To(port)); }));
+    return peer;
+}
+
+}  // namespace
+
+TEST(Socket_Client_Server, tells_the_life_of_a_connection_in_order)
+{
+    Host host;
+    Station station;
+    EXPECT_STREQ(station.socket.GetRemoteName(), "");
+    Peer peer = station.To(host.Open());
+    EXPECT_TRUE(station.Is_Up() && station.socket.IsBusy());
+    const std::string where = Address(host.Port());
+    EXPECT_EQ(station.socket.GetRemoteName(), where);
+    peer.Say("abc");
+    station.Expect_Pulled("abc");
+    EXPECT_EQ(station.socket.GetBytesIn(), 3u);
+    peer.Leave();
+    EXPECT_TRUE(station.Ends());
+    EXPECT_EQ(station.client.Story(), (Heard{140, 70, 70, 80, 70, 150}));
+    EXPECT_EQ(station.socket.statuses.Now(), (Heard{103, 10, 12, 13}));
+    EXPECT_EQ(station.Reported(), (Lines{"2,91 Successfully connected to host " + where + ".",
+                                         "2,91 Client disconnected from host " + where + "."}));
+    peer = station.To(host);
+    EXPECT_TRUE(station.client.Hears(Mesg_Request_Invite, 4));
+    station.socket.stop();
+    EXPECT_EQ(station.client.Story(), (Heard{140, 70, 70, 80, 70, 150, 140, 70, 150, 150}));
+    EXPECT_EQ(station.Count("0,91 " + where + " Termination of Socket thread requested."), 1);
+}
+
+TEST(Socket_Client_Server, serves_one_peer_at_a_time_and_then_the_next)
+{
+    Station station;
+    const std::uint16_t port = station.Listen();
+    Lines expected;
+    for (const std::string so_far : {"x", "xx"}) {
+        Peer peer = Connected(port);
+        ASSERT_TRUE(Soon([&] { return station.socket.is_connected(); }));
+        EXPECT_FALSE(Peer::To(port));
+        EXPECT_EQ(station.socket.GetRemoteName(), Address(peer.Port()));
+        expected.push_back("2,91 Client " + Address(peer.Port()) + " has connected.");
+        expected.push_back("2,91 Client " + Address(peer.Port()) + " has disconnected.");
+        peer.Say("x");
+        station.Expect_Pulled(so_far);
+        peer.Leave();
+        ASSERT_TRUE(Soon([&] { return station.Reported() == expected; }));
+    }
+    station.socket.stop();
+    EXPECT_EQ(station.client.Story(), (Heard{140, 70, 70, 80, 70, 150, 140, 70, 70, 80, 70, 150}));
+    Heard statuses = station.socket.statuses.Now();
+    statuses.resize(6);  // what stopping finds varies
+    EXPECT_EQ(statuses, (Heard{11, 13, 1, 11, 13, 1}));
+    EXPECT_FALSE(Peer::To(port));
+}
+
+TEST(Socket_Client_Server, a_server_whose_port_is_taken_says_why_and_tries_again)
+{
+    Host taken;
+    Station station;
+    EXPECT_TRUE(station.socket.CreateServer(taken.Open().Port()) && station.socket.Work());
+    // 10048, or 10013 where the other one does not share its port (Windows).
+    EXPECT_TRUE(station.Reports("3,89 Error accepting inbound connection. Socket Error-Code: 100", 2))
+        << testing::PrintToString(station.Reported());
+    EXPECT_EQ(station.Reported().at(0), "3,89 Could not bind socket server communication object.\n");
+    const Heard statuses = station.socket.statuses.Now();
+    EXPECT_TRUE(std::ranges::equal(Heard{0, 13, 13, 1, 0}, std::span(statuses).first(5)));
+}
+
+TEST(Socket_Client_Server, waits_for_a_host_that_refuses_and_connects_again_after_every_loss)
+{
+    Host host;
+    Station station;
+    station.To(host.Port(), 1);
+    const std::string where = Address(host.Port());
+    EXPECT_TRUE(station.Reports("0,91 Waiting for host " + where + " since ", 2));
+    Peer peer = host.Open().Accept();
+    ASSERT_TRUE(station.Is_Up());
+    const auto fails = [&] {
+        platform::fault::fail_after(platform::fault::Operation::read, 0, 10054);
+        peer.Say(std::string(20000, 'x'));  // more than is under way already
+    };
+    const std::function<void()> losses[] = {[&] { peer.Leave(); }, [&] { station.socket.Close(); },
+                                            [&] { station.socket.Hang_Up(); }, fails};
+    for (const auto &lose : losses) {
+        lose();
+        ASSERT_TRUE(station.Gets(1));
+        platform::fault::clear();
+        peer = host.Accept();
+        ASSERT_TRUE(station.Gets(12));
+    }
+    EXPECT_EQ(station.Count("2,91 Successfully connected to host " + where + " after "), 5);
+    EXPECT_EQ(station.Count("2,91 Hang-up done on Socket Client."), 1);
+    EXPECT_EQ(station.Count("2,91 Client disconnected from host " + where + "."), 2);
+}
+
+TEST(Socket_Client_Server, looks_a_name_up_at_each_try_until_it_is_found)
+{
+    Host host;
+    Station station;
+    station.socket.Enable_Auto_Reconnect(1);
+    platform::fault::plan_name("caster.test", 11001, 0);
+    EXPECT_FALSE(station.socket.CreateClient("caster.test", host.Open().Port(), nullptr, 0));
+    EXPECT_EQ(station.Count("3,89 Could not resolve host name caster.test to IP-address. Socket Error-Code: 11001"), 1);
+    station.socket.Work();
+    EXPECT_TRUE(station.Reports("3,89 Could not resolve host name caster.test to IP-address since ", 2));
+    platform::fault::plan_name("caster.test", 0, test::loopback);
+    EXPECT_TRUE(host.Accept() && station.Is_Up());
+    platform::fault::clear();
+}
+
+TEST(Socket_Client_Server, tells_once_an_hour_that_a_host_cannot_be_reached)
+{
+    Station station;
+    station.socket.Enable_Auto_Reconnect(1);
+    // Loopback's broadcast address: connecting fails at once, and nothing leaves the machine.
+    ASSERT_TRUE(station.socket.CreateClient("127.255.255.255", 9, nullptr, 0) && station.socket.Work());
+    ASSERT_TRUE(Soon([&] { return station.socket.statuses.Now().size() >= 4; }));  // 103, and three tries
+    const std::string text = "3,89 Connect to host 127.255.255.255:9 failed since ";
+    EXPECT_EQ(station.Count(text), 1);
+    platform::advance_clock(3601 * 1000);
+    EXPECT_TRUE(station.Reports(text + "360"));
+    station.socket.Disable_Auto_Reconnect();
+    EXPECT_TRUE(station.Ends());
+    EXPECT_EQ(station.Count(text), 2);
+    EXPECT_EQ(station.Count("3,89 Could not connect to host 127.255.255.255:9 for socket client communication.\n"), 1);
+}
+
+TEST(Socket_Client_Server, silence_is_asked_about_after_a_minute)
+{
+    Host host;
+    Station patient, impatient;
+    impatient.client.answers[Mesg_Status_50] = [] { return false; };
+    const Peer quiet = patient.To(host.Open());
+    Peer lost = impatient.To(host);
+    EXPECT_TRUE(patient.client.Hears(Mesg_Request_Invite) && impatient.client.Hears(Mesg_Request_Invite));
+    platform::advance_clock(60000);
+    EXPECT_TRUE(lost.Hears_The_End() && impatient.Ends());
+    EXPECT_EQ(impatient.client.Story(), (Heard{140, 70, 50, 110, 150, 150}));
+    EXPECT_EQ(impatient.Count("3,91 " + Address(host.Port()) + " Socket timeout: no data since 6"), 1);
+    EXPECT_TRUE(patient.client.Hears(Mesg_Status_40) && patient.client.Hears(Mesg_Second));
+    EXPECT_EQ(patient.client.Story(), (Heard{140, 70, 50}));  // once a minute
+}
+
+TEST(Socket_Client_Server, stops_at_once_wherever_it_is)
+{
+    Host refusing, full, open;
+    const Peer filler = Peer::To(full.Open(0).Port());
+    Peer peer;
+    open.Open();
+    const auto listen = [](Station &station) { return station.Listen() != 0; };
+    const auto resolve = [](Station &station) {
+        platform::fault::plan_name("hanging.test", 11001, 0);
+        station.socket.Enable_Auto_Reconnect(100);
+        EXPECT_FALSE(station.socket.CreateClient("hanging.test", 1, nullptr, 0));
+        platform::fault::hang_name("hanging.test");
+        return station.socket.Work();
+    };
+    const auto connect = [&](Station &station) { return station.To(full.Port(), 100), platform::sleep_ms(50), true; };
+    const auto retry = [&](Station &station) { return station.To(refusing.Port(), 100).Reports("0,91 Waiting"); };
+    const auto lose = [&](Station &station) { return station.To(open, 100).Leave(), station.Gets(1); };
+    const auto wait = [&](Station &station) { return peer = station.To(open), station.Is_Up(); };
+    const auto deliver = [&](Station &station) {
+        station.client.answers[Mesg_Attached] = [] { return platform::sleep_ms(300), true; };
+        return wait(station);
+    };
+    const auto stall = [&](Station &station) {
+        Upstream upstream(station.socket);
+        const auto given = [&] { return station.socket.Room() >= 4096 && upstream.Give(std::string(4096, 'x')); };
+        int blocks = wait(station) ? 0 : 16384;
+        while (blocks < 16384 && Soon(given, 100)) ++blocks;
+        return blocks < 16384;  // a system takes less than 64 MiB
+    };
+    const auto ask = [&](Station &station) { return station.socket.Ask("M", "u", "p"), wait(station); };
+    const std::function<bool(Station &)> states[] = {listen, resolve, connect, retry, lose, wait, deliver, stall, ask};
+    for (const auto &enter : states) {
+        SCOPED_TRACE(&enter - states);
+        Station station;
+        EXPECT_TRUE(enter(station) && station.socket.is_running());
+        const auto start = std::chrono::steady_clock::now();
+        station.socket.stop();
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+        EXPECT_FALSE(station.socket.is_running() || station.socket.is_connected());
+        platform::fault::clear();
+    }
+}
+
+TEST(Socket_Client_Server, its_client_may_refuse_stop_close_and_disconnect_it)
+{
+    constexpr auto refuse = [](Station &) { return false; };
+    const struct {
+        CL_Mesg message;
+        bool (*answer)(Station &);
+        Heard beginning;
+    } cases[] = {{Mesg_Attached, refuse, {140}},
+                 {Mesg_Request_Invite, refuse, {140, 70, 150}},
+                 {Mesg_Data_Ready, refuse, {140, 70, 70, 80, 150}},
+                 {Mesg_Data_Ready, [](Station &s) { return s.socket.stop(), true; }, {140, 70, 70, 80, 150}},
+                 {Mesg_Data_Ready, [](Station &s) { return s.socket.Disconnect(), true; }, {140, 70, 70, 80}},
+                 {Mesg_Data_Ready,
+                  [](Station &s) { return s.client.Pull(s.socket), s.socket.Close(), true; },
+                  {140, 70, 70, 80, 150, 70, 150, 140}}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(&c - cases);
+        Host host;
+        Station station;
+        station.client.answers[c.message] = [&] { return c.answer(station); };
+        Peer peer = station.To(host.Open(), 1);
+        peer.Say("abc");
+        EXPECT_TRUE(peer.Hears_The_End());
+        const bool connects_again = c.beginning.back() == 140 && c.beginning.size() > 1;
+        EXPECT_TRUE(connects_again ? host.Accept() && station.client.Hears(Mesg_Attached, 2) : station.Ends());
+        Heard story = station.client.Story();
+        story.resize(c.beginning.size());
+        EXPECT_EQ(story, c.beginning);
+    }
+    Station lonely;
+    lonely.socket.Disconnect();
+    EXPECT_TRUE(lonely.To(9).Ends());
+    EXPECT_EQ(lonely.socket.statuses.Now(), (Heard{103, 0}));
+}
+
+TEST(Socket_Client_Server, limits_what_is_asked_for_and_leaves_the_rest_for_the_end)
+{
+    Host host;
+    Station station;
+    Test_Socket &socket = station.socket;
+    for (int i = 0; i < 17; ++i) EXPECT_EQ(socket.UnGetByte('x') == 'x', i < 16);
+    EXPECT_TRUE(socket.Request(16) && !socket.Request(17) && !socket.Request(0));
+    for (int i = 0; i < 17; ++i) EXPECT_EQ(socket.GetByte(), i < 16 ? 'x' : No_Byte);
+    station.client.answers[Mesg_Request_Invite] = [&] { return socket.Request(10000), true; };
+    station.client.answers[Mesg_Detached] = [&] { return station.client.Pull(socket); };
+    Peer peer = station.To(host.Open());
+    peer.Say(Pattern(9000));
+    peer.Leave();
+    EXPECT_TRUE(station.Ends());
+    EXPECT_EQ(station.client.Story(), (Heard{140, 70, 70, 80, 70, 70, 80, 70, 150}));
+    EXPECT_TRUE(station.client.pulled.Now() == Pattern(9000));
+}
+
+TEST(Socket_Client_Server, a_hundred_connections_leave_nothing_behind)
+{
+    const auto threads = [] {  // where the system shows them
+        std::error_code none;
+        const std::filesystem::directory_iterator tasks("/proc/self/task", none);
+        return none ? 0 : std::distance(begin(tasks), end(tasks));
+    };
+    Station station;
+    const std::uint16_t port = station.Listen();
+    std::uintptr_t number = 0;  // of a socket: systems give the lowest free one
+    std::ptrdiff_t running = 0;
+    for (int i = 0; i < 100; ++i) {
+        Peer peer = Connected(port);
+        ASSERT_TRUE(Soon([&] { return station.socket.is_connected(); }));
+        EXPECT_TRUE(Upstream(station.socket).Give("hello"));
+        EXPECT_EQ(peer.Hear(5), "hello");
+        if (i == 10) number = peer.Socket().native(), running = threads();
+        if (i < 99) continue;
+        EXPECT_LT(peer.Socket().native(), number + 50);
+        EXPECT_LE(threads(), running + 2);
+    }
+}
+
+TEST(Socket_Client_Server, an_accepted_socket_is_served_to_its_end)
+{
+    Host host;
+    Peer peer = Peer::To(host.Open().Port());
+    static auto &handed_over = *new std::vector<Peer>;  // by number; never closed here
+    const auto number = static_cast<unsigned int>(handed_over.emplace_back(host.Accept()).Socket().native());
+    const sockaddr_in address{2, {0x12, 0x34}, {10, 0, 0, 1}};
+    int owner = 0;
+    auto *const multi_server = reinterpret_cast<Socket_Multi_Server *>(&owner);
+    Station station;
+    EXPECT_FALSE(station.socket.CreateServer(~0u, 7, address, multi_server));
+    EXPECT_EQ(station.Count("3,89 Could not create socket server communication object.\n"), 1);
+    EXPECT_TRUE(station.socket.CreateServer(number, 7, address, multi_server) && station.socket.Work());
+    EXPECT_TRUE(station.Is_Up() && station.socket.GetPort() == 7);
+    EXPECT_STREQ(station.socket.GetRemoteName(), "10.0.0.1:4660");
+    EXPECT_TRUE(station.socket.Hang_Up());  // here it closes
+    EXPECT_TRUE(peer.Hears_The_End() && station.Ends());
+    EXPECT_EQ(station.client.Story(), (Heard{140, 70, 150}));
+}
+
+TEST(Socket_Client_Server, asks_a_caster_through_a_proxy_and_judges_each_answer_by_itself)
+{
+    const std::string table = "SOURCETABLE 200 OK\r\nServer: test\r\n\r\nENDSOURCETABLE\r\n";
+    const std::string answers[] = {"HTTP/1.0 4", table, "ICY 200 OK\r\n" + Pattern(50)};
+    Caster proxy([&, times = 0](Peer &client) mutable {
+        client.Say(answers[times]);
+        if (++times > 1) client.Hears_The_End();
+    });
+    Station station;
+    station.socket.Ask("M", "a", "b");
+    for (const std::string &bad : {"A B"s, "A\r\nX: y"s, "/A"s, std::string(256, 'M')})
+        EXPECT_FALSE(station.socket.Set_Mountpoint(bad.c_str()));
+    station.socket.Enable_Auto_Reconnect(1);
+    EXPECT_TRUE(station.socket.CreateClient("caster.test", 2101, "127.0.0.1", proxy.Port()) && station.socket.Work());
+    station.Expect_Pulled(answers[0] + answers[2]);  // a refusal is no data
+    EXPECT_EQ(proxy.Requests().at(0), "GET http://caster.test:2101/M HTTP/1.0\r\nUser-Agent: NtripClient1.0\r\n"
+                                      "Authorization: Basic YTpi\r\n\r\n");
+    EXPECT_EQ(station.Count("3,"), 1);
+    EXPECT_EQ(station.Count("3,91 NTRIP error: Mountpoint not available. "), 1);
+    EXPECT_EQ(station.Count("2,91 Successfully connected to host " + Address(proxy.Port())), 3);
+}
+
+TEST(Socket_Client_Server, a_refusal_is_told_in_the_casters_words)
+{
+    const std::string filling(60, 'x');
+    const std::pair<std::string, std::string> cases[] = {
+        {"HTTP/1.0 401 Unauthorized\r\n", " Unauthorized.  Please check user name and password."},
+        {"%s %n %s%n\r\n", " %s%n. "},
+        {"a b c\nLevel: \x1B[2J\0d\r\n"s, " c?Level: ?[2J. "},
+        {filling, filling + filling + ". "}};
+    for (const auto &[line, told] : cases) {
+        Ntrip_Answer answer;
+        answer.Expect(true);
+        std::string message;
+        EXPECT_FALSE(answer.Accepts((line + filling).data(), line.size() + filling.size(), message));
+        EXPECT_EQ(message, "NTRIP error: " + told);
+    }
+}
+
+TEST(Socket_Client_Server, its_buffer_agrees_with_a_queue)
+{
+    Receive_Buffer buffer;
+    std::deque<unsigned char> model;
+    std::mt19937 random(1);
+    for (int round = 0; round < 20000; ++round) {
+        const auto byte = static_cast<unsigned char>(random());
+        std::size_t n = random() % 5000;
+        unsigned char block[5000];
+        const auto what = random() % 3;
+        if (what == 0) {
+            buffer.Compact();
+            n = std::min(buffer.Room(), n);
+            std::fill_n(buffer.End(), n, byte);
+            buffer.Add(n);
+            model.insert(model.end(), n, byte);
+        } else if (what == 1) {
+            n = buffer.Take(block, n);
+            ASSERT_TRUE(std::equal(block, block + n, model.begin()));
+            model.erase(model.begin(), model.begin() + static_cast<long>(n));
+        } else {
+            for (n %= 20; n > 0 && buffer.Put_Back(byte); --n) model.push_front(byte);
+        }
+        ASSERT_EQ(buffer.Held(), model.size());
+    }
+}
+
+TEST(Socket_Client_Server, errors_are_told_with_the_words_that_there_are)
+{
+    Station station;
+    for (const unsigned long error : {0ul, 10054ul, 10069ul, 999999ul})  // no system here has words for 10069
+        station.socket.ReportErrorIntern(error, "Write", 15, Error_Handler::ES_Error);
+    const Lines &lines = station.Reported();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0].find("3,15 Write Socket Error-Code: 10054 => "), 0u) << lines[0];
+    EXPECT_EQ(lines[1].find("3,15 Write Socket Error: WSAEDQUOT=10069 => WSAEDQUOT"), 0u) << lines[1];
+    EXPECT_EQ(lines[2], "3,15 Write Unknown Socket Error-Code: 999999");
+}
