@@ -1,9 +1,11 @@
-# The installed tree: the shared library, the headers of its interface, and what find_package and pkg-config read.
+# The installed tree: the shared library, the decoders, the headers of both, and what find_package and pkg-config read.
 include(CMakePackageConfigHelpers)
 
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/kernel DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/gnss-kernel
         FILES_MATCHING PATTERN *.h PATTERN *_internal.h EXCLUDE)
-install(TARGETS gnss-kernel EXPORT gnss-kernel-targets
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/host/decoders DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/gnss-kernel/host
+        FILES_MATCHING PATTERN *.h)
+install(TARGETS gnss-kernel gnss-decoders EXPORT gnss-kernel-targets
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
@@ -25,5 +27,8 @@ string(REGEX REPLACE "/$" "" KERNEL_PC_TO_PREFIX ${KERNEL_PC_TO_PREFIX})
 if(WIN32)
     set(KERNEL_PC_CFLAGS "-DKERNEL_API_DLLIMPORT")
 endif()
-configure_file(${PROJECT_SOURCE_DIR}/cmake/gnss-kernel.pc.in ${PROJECT_BINARY_DIR}/gnss-kernel.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/gnss-kernel.pc DESTINATION ${KERNEL_PC_DIR})
+foreach(name gnss-kernel gnss-decoders)
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${KERNEL_PC_DIR})
+endforeach()
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -70,7 +70,8 @@ TEST(named_lock, serialises_processes_and_outlives_a_dead_one)
 {
     Test_Folder folder;
     const Environment_Setting setting("HOLDER_FOLDER", folder / "");
-    std::thread process([self = "\"" + ::testing::internal::GetArgvs()[0] + "\""] { std::system(self.c_str()); });
+    std::thread process(
+        [self = "\"" + ::testing::internal::GetArgvs()[0] + "\""] { (void)!std::system(self.c_str()); });
     EXPECT_TRUE(Exists(folder / "held"));
     Named_Lock lock(between_processes);
     std::atomic<bool> got{false};

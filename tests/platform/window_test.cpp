@@ -107,7 +107,8 @@ TEST(window, reaches_windows_of_other_processes)
     const auto here = Window::create();
     ASSERT_TRUE(here);
     const Environment_Setting setting("WINDOW_FOLDER", folder / "");
-    std::thread process([self = "\"" + ::testing::internal::GetArgvs()[0] + "\""] { std::system(self.c_str()); });
+    std::thread process(
+        [self = "\"" + ::testing::internal::GetArgvs()[0] + "\""] { (void)!std::system(self.c_str()); });
     EXPECT_TRUE(Soon([&] { return std::filesystem::exists(folder / "number"); }));
     std::uintptr_t number = 0;
     std::istringstream(Whole_File(folder / "number")) >> number;
