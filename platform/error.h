@@ -2,6 +2,7 @@
 // once, at the point of failure.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -36,8 +37,16 @@ enum Error : std::uint32_t {
 std::uint32_t last_error();
 void set_last_error(std::uint32_t error);
 
-// The system's own words for a number, with whatever line end they have; never empty.
-std::string error_text(std::uint32_t error);
+constexpr std::size_t most_error_text = 960;  // with the terminator; what is longer is cut
+
+// The system's own words for a number, with whatever line end they have; never empty. The first form needs no memory.
+void error_text(std::uint32_t error, char (&text)[most_error_text]);
+inline std::string error_text(std::uint32_t error)
+{
+    char text[most_error_text];
+    error_text(error, text);
+    return text;
+}
 // What error_text answers where the system has no words.
 inline std::string unknown_error_text(std::uint32_t error) { return "Unknown error " + std::to_string(error); }
 

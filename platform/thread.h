@@ -29,8 +29,10 @@ public:
     bool wait(unsigned long ms) const;
     bool is_current() const;
 
-    // The thread runs while its count is 0. Both answer the count before. A thread may suspend itself. When suspend returns,
-    // another thread has stopped, wherever it was: what it holds (a lock, the heap's too) stays held until resume.
+    // The thread runs while its count is 0. Both answer the count before. A thread may suspend itself. When suspend returns
+    // true, another thread has stopped, wherever it was: what it holds (a lock, the heap's too) stays held until resume.
+    // False with error_busy: it did not stop within a second, the count is unchanged, and the thread runs on. POSIX stops
+    // threads by a signal (SIGRTMAX - 4), which a body must not block.
     bool suspend(unsigned long &previous);
     bool resume(unsigned long &previous);
 
@@ -38,9 +40,11 @@ public:
     bool set_priority(int priority);
     int priority() const;
 
-    // Ends a thread from outside. Windows terminates it. POSIX has no safe way to do that, so the thread is stopped where
-    // it is and never runs again: it can touch nothing that is freed after this call, and its stack is lost.
-    void kill(std::uint32_t exit_code);
+    // Ends a thread from outside; true when it has ended, by this or by itself. Windows terminates it. POSIX has no safe
+    // way to do that, so the thread is stopped where it is and never runs again: it can touch nothing that is freed after
+    // this call, and its stack is lost. False with error_busy: it did not stop within a second. The order stands: the
+    // thread runs on until it can obey, and has ended then.
+    bool kill(std::uint32_t exit_code);
 
 private:
     struct State;

@@ -1,6 +1,7 @@
 #include "kernel/base/Base_Thread.h"
 
 #include "kernel/base/Error_Handler.h"
+#include "kernel/base/Immortal_internal.h"
 
 #include "platform/clock.h"
 #include "platform/thread.h"
@@ -30,18 +31,30 @@ bool Runs(const std::shared_ptr<platform::Thread> &thread)
     return thread && thread->exit_code() == platform::Thread::still_active;
 }
 
-// Guards handle, flag and priority of all objects. Never destroyed: threads may outlive the library's statics.
+// Guards handle, flag and priority of all objects.
 const Semaphore &Bookkeeping()
 {
-    static const Semaphore &lock = *new Semaphore;
-    return lock;
+    static Immortal<Semaphore> lock;
+    return *lock;
+}
+
+bool Has(const std::unique_ptr<platform::Event> &event) { return event && event->valid(); }
+
+void Set(const std::unique_ptr<platform::Event> &event)
+{
+    if (event) event->set();
+}
+
+void Reset(const std::unique_ptr<platform::Event> &event)
+{
+    if (event) event->reset();
 }
 
 }  // namespace
 
 Base_Thread::Base_Thread(int priority, bool quiet)
-    : priority_(priority), stop_event_(std::make_unique<platform::Event>()),
-      begun_(std::make_unique<platform::Event>()), quiet_(quiet)
+    : priority_(priority), stop_event_(new (std::nothrow) platform::Event), begun_(new (std::nothrow) platform::Event),
+      quiet_(quiet)
 {
 }
 
@@ -59,6 +72,14 @@ bool Base_Thread::Is_Own_Thread() const
     return handle && handle->is_current();
 }
 
+// Does something for a run, under the lock, unless another thread has cleared it away or started the next one.
+template <class Action>
+void Base_Thread::If_Still(const std::shared_ptr<platform::Thread> &run, Action action)
+{
+    const Semaphore_Guard guard(Bookkeeping());
+    if (handle_ == run) action();
+}
+
 bool Base_Thread::is_running() const
 {
     const Semaphore_Guard guard(Bookkeeping());
@@ -72,7 +93,7 @@ void Base_Thread::pre_stop()
     // nobody who would take the request back.
     flag_.store(requested, std::memory_order_release);
     if (is_running())
-        stop_event_->set();
+        Set(stop_event_);
     else
         flag_.store(clear, std::memory_order_release);
 }
@@ -85,7 +106,7 @@ void Base_Thread::Sleep(unsigned long ms)
     }
     // The signal ends one sleep and is gone with it: a body that sleeps again without a look at the flag sleeps the
     // time out.
-    if (stop_event_->valid()) {
+    if (Has(stop_event_)) {
         stop_event_->wait(ms);
         return;
     }
@@ -106,34 +127,35 @@ bool Base_Thread::start(Entry entry, void *context, bool suspended)
 {
     // The last run may be at its end: it gets that long before the start is refused.
     if (is_running()) platform::sleep_ms(100);
-    if (!Create(entry, context, suspended)) return false;
-    // A look every 50 ms, and sooner when it is settled whether the body runs.
-    for (int poll = 0; poll < start_polls; ++poll) {
-        if (begun_->wait(start_poll_ms)) break;
-        // Without an event the flag tells, though only after a whole pause.
-        if (begun_->valid()) continue;
-        platform::sleep_ms(start_poll_ms);
-        if (flag_.load(std::memory_order_acquire) != pending) break;
+    const auto run = Create(entry, context, suspended);
+    if (!run) return false;
+    // A look every 50 ms, and sooner when it is settled whether the body runs. The flag tells where the event does not:
+    // there is none, or the start of a later run took its signal.
+    bool settled = false;
+    for (int poll = 0; poll < start_polls && !settled; ++poll) {
+        if (Has(begun_) ? begun_->wait(start_poll_ms) : (platform::sleep_ms(start_poll_ms), false)) break;
+        settled = true;
+        If_Still(run, [&] { settled = !Runs(run) || flag_.load(std::memory_order_acquire) == clear; });
     }
     return true;
 }
 
 // The lock is held until the handle is stored: the new thread asks for its own, and waits here for it.
-bool Base_Thread::Create(Entry entry, void *context, bool suspended)
+std::shared_ptr<platform::Thread> Base_Thread::Create(Entry entry, void *context, bool suspended)
 {
     const Semaphore_Guard guard(Bookkeeping());
-    if (is_running()) return false;
+    if (is_running()) return nullptr;
     // Left signalled by a body that began after its start had stopped waiting: one started suspended.
-    begun_->reset();
+    Reset(begun_);
     flag_.store(pending, std::memory_order_release);
     handle_ = platform::Thread::start(entry, context, suspended, stack_size);
     if (!handle_) {
         flag_.store(clear, std::memory_order_release);  // nobody else would take it back
-        return false;
+        return nullptr;
     }
     // Refused for want of rights, the thread runs all the same, with the priority that it has.
     handle_->set_priority(priority_);
-    return true;
+    return handle_;
 }
 
 bool Base_Thread::Begin()
@@ -143,11 +165,12 @@ bool Base_Thread::Begin()
     flag_.compare_exchange_strong(expected, clear, std::memory_order_acq_rel);
     // An earlier run's signal. A stop that comes between flag and event loses its signal here, and not its flag: that
     // is looked at below.
-    stop_event_->reset();
+    Reset(stop_event_);
     platform::sleep_ms(1);
-    const bool runs = !Stop_Requested();
-    begun_->set();
-    return runs;
+    // Set first, then look: a stop that follows the return of start() is seen here, before the body is called. That stop
+    // may be the destructor's, and then there is no body any more.
+    Set(begun_);
+    return !Stop_Requested();
 }
 
 unsigned long Base_Thread::Tracing_Entry(void *context)
@@ -158,7 +181,7 @@ unsigned long Base_Thread::Tracing_Entry(void *context)
     const void *handle = self->Handle().get();
     const int priority = self->GetPriorty();
     BWTraceDebug("Thread %8.8d=0x%08X started with priorty %d\n", handle, handle, priority);
-    unsigned long exit_code = runs ? self->thread() : 0;
+    unsigned long exit_code = runs && !self->Stop_Requested() ? self->thread() : 0;
     // As an exit code, 259 would read as a thread that runs for ever.
     if (exit_code == platform::Thread::still_active) {
         exit_code = 0;
@@ -168,7 +191,7 @@ unsigned long Base_Thread::Tracing_Entry(void *context)
         BWTraceDebug("Thread %8.8d=0x%08X priorty %d stopped with exit_code %d\n", handle, handle, priority, exit_code);
     }
     // A signal that came too late for the body must not end a later sleep.
-    self->stop_event_->reset();
+    Reset(self->stop_event_);
     return exit_code;
 }
 
@@ -176,24 +199,27 @@ unsigned long Base_Thread::Quiet_Entry(void *context)
 {
     auto *self = static_cast<Base_Thread *>(context);
     const unsigned long exit_code = self->Begin() ? self->thread() : 0;
-    self->stop_event_->reset();
+    Reset(self->stop_event_);
     return exit_code == platform::Thread::still_active ? 0 : exit_code;
 }
 
 unsigned long Base_Thread::terminate()
 {
-    const auto handle = Handle();
+    std::shared_ptr<platform::Thread> run;
     {
         const Semaphore_Guard guard(Bookkeeping());
+        run = handle_;
         flag_.store(requested, std::memory_order_release);
-        stop_event_->set();
+        Set(stop_event_);
     }
-    for (int poll = 0; poll < terminate_polls && Runs(handle); ++poll) handle->wait(terminate_poll_ms);
+    for (int poll = 0; poll < terminate_polls && Runs(run); ++poll) run->wait(terminate_poll_ms);
     // 2 is the exit code of the kill, if it comes to one.
-    if (Runs(handle)) return 2;
-    const Semaphore_Guard guard(Bookkeeping());
-    flag_.store(clear, std::memory_order_release);
-    stop_event_->reset();
+    if (Runs(run)) return 2;
+    // Of a later run, the flag and the event may hold another thread's stop.
+    If_Still(run, [this] {
+        flag_.store(clear, std::memory_order_release);
+        Reset(stop_event_);
+    });
     return 1;
 }
 
@@ -203,21 +229,20 @@ void Base_Thread::stop()
         pre_stop();
         return;
     }
-    const auto handle = Handle();  // this thread is asked, waited for and given up on, and no later one
+    const auto run = Handle();  // this one is asked, waited for and given up on, and no later one
     long code = -1;
-    if (Runs(handle)) code = static_cast<std::int32_t>(terminate());
+    if (Runs(run)) code = static_cast<std::int32_t>(terminate());
     if (code != kill_at_once) {
         // The object's own Sleep, which a subclass may shorten. It may take the stop signal from the body, which then
         // has the flag.
-        for (int poll = 0; poll < stop_polls && Runs(handle); ++poll) Sleep(stop_poll_ms);
+        for (int poll = 0; poll < stop_polls && Runs(run); ++poll) Sleep(stop_poll_ms);
     }
-    // Under the lock, so that a thread that is inside the bookkeeping leaves it first.
-    const Semaphore_Guard guard(Bookkeeping());
-    if (Runs(handle)) handle->kill(code == kill_at_once ? 0 : static_cast<std::uint32_t>(code));
-    // Started again by another thread meanwhile: that run is not ours to clear away.
-    if (handle_ != handle) return;
-    stop_event_->reset();
-    handle_.reset();
+    // The kill is under the lock as well: a thread that is inside the bookkeeping leaves it first.
+    If_Still(run, [&] {
+        if (Runs(run) && !run->kill(code == kill_at_once ? 0 : static_cast<std::uint32_t>(code))) return;
+        Reset(stop_event_);
+        handle_.reset();
+    });
 }
 
 bool Base_Thread::Suspend()

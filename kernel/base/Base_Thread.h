@@ -18,14 +18,17 @@ namespace kernel {
 // One thread of the operating system. A subclass provides the body, thread(), which polls Stop_Requested() or sleeps
 // through Sleep(), and calls stop() in its own destructor: here the subclass is gone already, and with it the body's data.
 //
-// Threads:   every operation may be called from any thread, the body's own included; there stop() only asks. One lock for
-//            all Base_Threads guards handle, flag and priority; it is never held while waiting for a thread, and not while
-//            a thread suspends itself.
-//            Not to be destroyed on its own thread.
+// Threads:   every operation may be called from any thread, the body's own included; there stop() only asks. A stop belongs
+//            to the run that it found: another thread may start the next one meanwhile, and neither that run nor a stop of
+//            that run is touched. One lock for all Base_Threads guards handle, flag and priority; it is never held while
+//            waiting for a body to end. A suspension or a kill holds it for as long as the thread takes to obey, a second
+//            at most. Nothing may be called during or after the destruction, which belongs to one thread, not its own.
 // Ownership: owns the thread's handle and the stop event.
 // Errors:    none reported: results only. A body that ignores the stop for 5 s (the poll of terminate) and 10 s more is
 //            killed. Where the system has no kill that is safe for the process (POSIX), it is parked for good instead: it
-//            never runs again, and what it locked or allocated stays so.
+//            never runs again, and what it locked or allocated stays so. A body there that blocks signals obeys neither
+//            suspension nor kill: Suspend() returns false, and is_running() stays true after stop(). Without memory or
+//            descriptors for its events the object works all the same, and its Sleep looks at the flag every 2.5 s.
 class KERNEL_API Base_Thread {
 public:
     // priority: -15, -2 to 2, 15 from lowest to highest, as on Windows. quiet: no trace lines.
@@ -49,10 +52,11 @@ public:
     bool start(bool suspended);
     bool start_virtual();
     bool is_running() const;
-    // terminate(), then Sleep(50) up to 200 times, then the kill. The object may be started again afterwards.
+    // terminate(), then Sleep(50) up to 200 times, then the kill. The object may be started again afterwards, unless
+    // is_running() is still true: the body could not be killed. The kill takes effect as soon as it can.
     void stop();
 
-    bool Suspend();
+    bool Suspend();    // false without a thread, and when the thread did not stop within a second: it runs on
     bool Resume();     // true, also when there is nothing to resume
     bool ResumeAll();  // resumes until it runs; false without a thread
     unsigned long GetSuspendCount();
@@ -75,12 +79,15 @@ private:
     static unsigned long Tracing_Entry(void *context);
     static unsigned long Quiet_Entry(void *context);
     std::shared_ptr<platform::Thread> Handle() const;
-    bool Create(Entry entry, void *context, bool suspended);
+    std::shared_ptr<platform::Thread> Create(Entry entry, void *context, bool suspended);
+    template <class Action>
+    void If_Still(const std::shared_ptr<platform::Thread> &run, Action action);
 
     // Start pending before creation, cleared by the thread when it begins, stop requested to ask for the end.
     std::atomic<std::uint32_t> flag_{0};
     std::shared_ptr<platform::Thread> handle_;
     int priority_;
+    // Null or invalid when the system had none left.
     std::unique_ptr<platform::Event> stop_event_;  // auto-reset
     std::unique_ptr<platform::Event> begun_;       // ends start's wait as soon as the body begins
     const bool quiet_;

@@ -1,12 +1,13 @@
 #include "kernel/base/Error_Handler.h"
 
+#include "kernel/base/Immortal_internal.h"
+
 #include "platform/clock.h"
 #include "platform/debug.h"
 #include "platform/error.h"
 
-#include <algorithm>
 #include <cstdlib>
-#include <string>
+#include <cstring>
 #include <thread>
 
 namespace kernel {
@@ -34,8 +35,6 @@ class Silent_Handler : public Error_Handler {
     void Do_Print(Enum_Status, Err_Code, const char *) override {}
 };
 
-Silent_Handler silent_handler;
-
 void Format(char (&text)[text_size], const char *format, std::va_list arguments)
 {
     text[0] = '\0';
@@ -44,7 +43,18 @@ void Format(char (&text)[text_size], const char *format, std::va_list arguments)
 
 }  // namespace
 
-Trace_Error_Handler Trace_Handler;
+// Never destroyed, as the other handlers of the library: reports come until the process is gone. A variable of the
+// handler's own type would be, so the name stands for plain bytes. The handler is made through the name, because a program
+// may hold its own copy of those bytes (a copy relocation) in place of the library's.
+extern unsigned char trace_handler_bytes[];
+alignas(Trace_Error_Handler) unsigned char trace_handler_bytes[sizeof(Trace_Error_Handler)];
+extern KERNEL_API Trace_Error_Handler Trace_Handler __attribute__((alias("_ZN6kernel19trace_handler_bytesE")));
+
+namespace {
+
+[[maybe_unused]] const Error_Handler *const made = ::new (static_cast<void *>(&Trace_Handler)) Trace_Error_Handler;
+
+}  // namespace
 
 // For handlers of hosts; those of the library print none of these. The last is spelled so on purpose.
 const char *const Error_Handler::StatusMesg[6] = {"Message", "Information", "Warning",
@@ -52,7 +62,11 @@ const char *const Error_Handler::StatusMesg[6] = {"Message", "Information", "War
 
 Error_Handler::~Error_Handler() = default;
 
-Error_Handler &Error_Handler::Or_Silent(Error_Handler *handler) { return handler ? *handler : silent_handler; }
+Error_Handler &Error_Handler::Or_Silent(Error_Handler *handler)
+{
+    static Immortal<Silent_Handler> silent_handler;
+    return handler ? *handler : *silent_handler;
+}
 
 Error_Handler *Error_Handler::Set(const char *file, unsigned int line)
 {
@@ -106,24 +120,25 @@ void Error_Handler::Report_OS(unsigned long error, Enum_Status status, const cha
 {
     if (error == 0) return;
     const auto code = static_cast<unsigned int>(error);
-    // Half of a report at most: the caller's text keeps the rest, and `room` below cannot fall below 0.
+    char words[platform::most_error_text];
+    platform::error_text(code, words);
+    // Half of a report at most, for each of the two: the caller's text keeps the rest.
     char cause[text_size / 2];
-    std::snprintf(cause, sizeof cause, "OS Error-Code: %d=0x%08X => %s", static_cast<int>(code), code,
-                  platform::error_text(code).c_str());
+    std::snprintf(cause, sizeof cause, "OS Error-Code: %d=0x%08X => %s", static_cast<int>(code), code, words);
     if (!format) {
         Do_Print(status, os_error_code, cause);
         return;
     }
+    constexpr std::size_t between = std::char_traits<char>::length(" failed!\n");
     char text[text_size];
     Format(text, format, arguments);
-    const std::string between = " failed!\n";
-    std::string report = std::string(text) + between + cause;
-    if (report.size() >= text_size) {
-        const std::size_t room = text_size - 1 - between.size() - std::string(cause).size();
-        report = std::string(text).substr(0, room) + between + cause;
-    }
-    Do_Print(status, os_error_code, report.c_str());
+    char report[text_size];
+    const auto room = static_cast<int>(text_size - 1 - between - std::strlen(cause));
+    std::snprintf(report, sizeof report, "%.*s failed!\n%s", room, text, cause);
+    Do_Print(status, os_error_code, report);
 }
+
+Simple_Error_Handler::Simple_Error_Handler() : Simple_Error_Handler(false) {}
 
 Simple_Error_Handler::Simple_Error_Handler(bool print_location) : Simple_Error_Handler(nullptr, print_location) {}
 

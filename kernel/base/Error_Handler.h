@@ -18,9 +18,11 @@ using Err_Code = int;
 // A sink for reports: Set(unit, line), then Print_Out(level, code, format, ...) or OS_Error(...).
 //
 // Threads:   two threads may report through one handler; each may see the other's unit and line (both are relaxed
-//            atomics), but texts never mix where Do_Print serialises, as the handlers of the library do.
+//            atomics), but texts never mix where Do_Print serialises, as the handlers of the library do. Nobody may report
+//            through a handler that is being destroyed.
 // Ownership: keeps pointers to the unit's name until the report is out: pass a constant text.
-// Errors:    none; a text longer than 2047 characters is cut, a null format is an empty text.
+// Errors:    none; a text longer than 2047 characters is cut, a null format is an empty text. Reports need no memory but
+//            the stack.
 class KERNEL_API Error_Handler {
 public:
     enum Enum_Status {
@@ -75,9 +77,12 @@ private:
 // Errors:    none; what the stream refuses is lost.
 class KERNEL_API Simple_Error_Handler : public Error_Handler {
 public:
-    explicit Simple_Error_Handler(bool print_location = false);
+    Simple_Error_Handler();
+    explicit Simple_Error_Handler(bool print_location);
     // A null stream means standard error. With print_location each text follows "Line %u in File %s\n".
-    explicit Simple_Error_Handler(std::FILE *stream, bool print_location = false);
+    Simple_Error_Handler(std::FILE *stream, bool print_location);
+    template <class T>
+    explicit Simple_Error_Handler(T *stream) = delete;  // would be taken for print_location
 
 private:
     void Do_Print(Enum_Status status, Err_Code code, const char *text) override;
@@ -111,7 +116,8 @@ class KERNEL_API NULL_Error_Handler : public Error_Handler {
     void Do_Print(Enum_Status status, Err_Code code, const char *text) override;
 };
 
-// For hosts; lives from load to unload of the library. Not the default handler: that one is internal.
+// For hosts; lives from the load of the library to the end of the process, so that other threads and statics may report
+// until then. Not the default handler: that one is internal.
 extern KERNEL_API Trace_Error_Handler Trace_Handler;
 
 }  // namespace kernel

@@ -1,8 +1,11 @@
 #include "kernel/base/Object.h"
 
 #include "kernel/base/Error_Handler.h"
+#include "kernel/base/Immortal_internal.h"
 
 #include <cstring>
+#include <mutex>
+#include <utility>
 
 namespace kernel {
 
@@ -10,36 +13,64 @@ namespace kernel {
 struct Object::Default {
     explicit Default(Error_Handler *the_handler) : handler(the_handler) {}
 
-    Error_Handler *handler;
+    std::atomic<Error_Handler *> handler;
     std::atomic<bool> deleted{false};
 };
 
 namespace {
 
-// Objects made before main get its address; it must not be reported to before this file's statics stand.
-Trace_Error_Handler built_in_handler;
+// Functions' statics: a host's own statics may make objects before those of this file are there, and after their end.
+Error_Handler *Built_In_Handler()
+{
+    static Immortal<Trace_Error_Handler> built_in_handler;
+    return &*built_in_handler;
+}
+
+bool Is_Deletable(const Error_Handler *handler)
+{
+    return handler && handler != Built_In_Handler() && handler != &Trace_Handler &&
+           handler != &Error_Handler::Or_Silent(nullptr);
+}
 
 }  // namespace
 
+// The lock is a leaf: taken to copy or replace the pointer, and for nothing else.
+struct Object::Defaults {
+    std::mutex lock;
+    Default built_in{Built_In_Handler()};
+    std::shared_ptr<Default> current{std::shared_ptr<Default>(), &built_in};  // owns nothing: the first needs no memory
+};
+
 const char Object::Name[] = "Abstrakte Basisklasse";
 
-// A function's static: objects of a host may be made before this file's own statics are.
-std::shared_ptr<Object::Default> &Object::Default_Handler()
+Object::Defaults &Object::The_Defaults()
 {
-    static std::shared_ptr<Default> current = std::make_shared<Default>(&built_in_handler);
-    return current;
+    static Immortal<Defaults> defaults;
+    return *defaults;
 }
 
-Object::Object(const char *name, Error_Handler *handler)
-    : name_(name ? name : "No Name"), handler_(handler ? handler : Default_Handler()->handler),
-      default_at_birth_(handler ? nullptr : Default_Handler()), uses_default_(!handler)
+std::shared_ptr<Object::Default> Object::Default_Handler()
+{
+    Defaults &defaults = The_Defaults();
+    const std::lock_guard guard(defaults.lock);
+    return defaults.current;
+}
+
+Object::Object(const char *name, Error_Handler *handler, std::shared_ptr<Default> default_at_birth)
+    : name_(name ? name : "No Name"), default_at_birth_(std::move(default_at_birth)), uses_default_(!handler),
+      handler_(handler ? handler : default_at_birth_->handler.load(std::memory_order_acquire))
+{
+}
+
+Object::Object(const char *name, Error_Handler *handler) : Object(name, handler, handler ? nullptr : Default_Handler())
 {
 }
 
 // With the record of the default: a copy made after its handler was deleted must know that, too.
 Object::Object(const Object &other)
-    : name_(other.name_), handler_(other.handler_.load(std::memory_order_relaxed)),
-      default_at_birth_(other.default_at_birth_), uses_default_(other.uses_default_.load(std::memory_order_relaxed))
+    : name_(other.name_), default_at_birth_(other.default_at_birth_),
+      uses_default_(other.uses_default_.load(std::memory_order_acquire)),
+      handler_(other.handler_.load(std::memory_order_acquire))
 {
 }
 
@@ -55,16 +86,17 @@ bool Object::IsInheritedFrom(const char *name) const { return name && std::strcm
 
 void Object::Set_Error_Handler(Error_Handler *handler)
 {
-    handler_.store(handler, std::memory_order_relaxed);
-    // Publishes the handler: who sees that the default is out of use must not meet it any more, as it may be deleted.
+    // Publishes the handler as it was constructed, to whoever reads the pointer.
+    handler_.store(handler, std::memory_order_release);
+    // Then that the default is out of use: who sees that must not meet it any more, as it may be deleted.
     uses_default_.store(false, std::memory_order_release);
 }
 
 Error_Handler *Object::Get_Error_Handler() const
 {
     if (uses_default_.load(std::memory_order_acquire) && default_at_birth_->deleted.load(std::memory_order_acquire))
-        return &built_in_handler;
-    return handler_.load(std::memory_order_relaxed);
+        return Built_In_Handler();
+    return handler_.load(std::memory_order_acquire);
 }
 
 Error_Handler &Object::Report(const char *unit, unsigned int line) const
@@ -81,11 +113,21 @@ void Object::Report_Missing(const char *unit, unsigned int line, const char *ope
 
 void Object::Set_Default_Handler(Error_Handler *handler)
 {
-    std::shared_ptr<Default> old = Default_Handler();
-    if (handler == old->handler) return;  // deleting it would leave the default dangling
-    // In place before the old one goes: what that one's destructor makes gets the new one.
-    Default_Handler() = std::make_shared<Default>(handler);
-    if (!old->handler || old->handler == &built_in_handler) return;
+    std::shared_ptr<Default> old;
+    {
+        Defaults &defaults = The_Defaults();
+        const std::lock_guard guard(defaults.lock);
+        if (handler == defaults.current->handler) return;  // deleting it would leave the default dangling
+        // In place before the old one goes: what that one's destructor makes gets the new one.
+        try {
+            old = std::exchange(defaults.current, std::make_shared<Default>(handler));
+        } catch (const std::bad_alloc &) {
+            // The new one takes over the record of the old one, to which the objects made under it go on reporting.
+            defaults.current->handler = handler;
+            return;
+        }
+    }
+    if (!Is_Deletable(old->handler)) return;
     old->deleted.store(true, std::memory_order_release);  // read by objects made under it, before they report
     delete old->handler;
 }

@@ -4,6 +4,7 @@
 #include "kernel/base/kernel_api.h"
 
 #include <atomic>
+#include <exception>
 #include <memory>
 
 namespace kernel {
@@ -12,7 +13,9 @@ class Error_Handler;
 
 // Every named object of the library; inherited virtually, so that a connectable object has exactly one name and handler.
 //
-// Threads:   the handler may be read by one thread while another replaces it; nothing else is guarded.
+// Threads:   any thread may read, replace and report to the handler at any moment but destruction; the rest is constant from
+//            construction on. Objects are made and destroyed on any thread, also while the process ends and while another
+//            thread sets the default handler; but nobody may be inside a default handler that is being replaced.
 // Ownership: neither name nor handler is owned: both outlive the object. A handler taken from the default is the
 //            library's; an object that outlives its default reports to the built-in one from then on.
 // Errors:    never throws; units report through Report().
@@ -49,8 +52,9 @@ public:
     // subclass must provide. `base` is the base class's short name.
     void Report_Missing(const char *unit, unsigned int line, const char *operation, const char *base) const;
 
-    // The library owns each default handed to it: the previous one is deleted, unless it is the built-in one or the new
-    // one itself. Null: objects made from now on report nowhere. Not locked: set it once, at start.
+    // The library owns each default handed to it: the previous one is deleted, unless it is the new one itself or one of
+    // the library's own (the built-in one, Trace_Handler). Null: objects made from now on report nowhere. Set it once, at
+    // start. Without memory the new one is in place all the same, and the previous one is kept.
     static void Set_Default_Handler(Error_Handler *handler);
     static void Set_Default_Handler(Error_Handler &handler) { Set_Default_Handler(&handler); }
     static void SetDefaultHandler(Error_Handler *handler) { Set_Default_Handler(handler); }
@@ -64,23 +68,31 @@ protected:
     // For classes that can be copied: the copy has the same name and reports to the same handler.
     Object(const Object &other);
 
-    // The end of every Construct: the new object, or null after destroying it when it is not valid.
-    template <class T>
-    static T *Constructed(T *object)
+    // The body of every Construct: the object that `make` returns, a `new` expression as a rule. Null after destroying it
+    // when it is not valid, and when there is no memory for it.
+    template <class Make>
+    static auto Constructed(Make make) -> decltype(make())
     {
-        if (valid(object)) return object;
-        Destruct(object);
+        try {
+            auto *const object = make();
+            if (valid(object)) return object;
+            Destruct(object);
+        } catch (const std::exception &) {
+        }
         return nullptr;
     }
 
 private:
-    struct Default;  // a default handler and whether it has been deleted
-    static std::shared_ptr<Default> &Default_Handler();
+    struct Default;   // a default handler and whether it has been deleted
+    struct Defaults;  // the one of this moment
+    static Defaults &The_Defaults();
+    static std::shared_ptr<Default> Default_Handler();
+    Object(const char *name, Error_Handler *handler, std::shared_ptr<Default> default_at_birth);
 
     const char *name_;
-    std::atomic<Error_Handler *> handler_;
     const std::shared_ptr<Default> default_at_birth_;
-    std::atomic<bool> uses_default_;  // handler_ is the one of default_at_birth_
+    std::atomic<bool> uses_default_;        // handler_ is the one of default_at_birth_; read before handler_
+    std::atomic<Error_Handler *> handler_;  // written before uses_default_
 };
 
 }  // namespace kernel

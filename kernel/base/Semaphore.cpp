@@ -2,23 +2,13 @@
 
 namespace kernel {
 
-Semaphore::Semaphore() : section_(new std::recursive_mutex) {}
+Semaphore::Semaphore() = default;
 
-Semaphore::~Semaphore()
-{
-    delete section_;
-    section_ = nullptr;
-}
+Semaphore::~Semaphore() = default;
 
 // Const, as Release is: who only looks at an object has to lock it, too.
-void Semaphore::Request() const
-{
-    if (section_) section_->lock();
-}
+void Semaphore::Request() const { section_.lock(); }
 
-void Semaphore::Release() const
-{
-    if (section_) section_->unlock();
-}
+void Semaphore::Release() const { section_.unlock(); }
 
 }  // namespace kernel

@@ -10,10 +10,10 @@ namespace kernel {
 // A re-entrant mutual-exclusion lock. Connectable objects inherit it virtually, so that an object that is client and
 // server has one lock for both roles.
 //
-// Threads:   any; the owning thread may take it again and must release it as often. Never hold it while waiting for a
-//            thread that may want it.
-// Ownership: owns its critical section until destruction; nobody may hold it then.
-// Errors:    none reported; an invalid lock (during destruction) locks nothing.
+// Threads:   any, at any moment but destruction; the owning thread may take it again and must release it as often. Never
+//            hold it while waiting for a thread that may want it.
+// Ownership: owns its critical section until destruction; nobody may hold it, or wait for it, then.
+// Errors:    none: it needs no memory of its own, and so it is always valid.
 class KERNEL_API KERNEL_CAPABILITY("Semaphore") Semaphore {
 public:
     Semaphore();
@@ -23,10 +23,10 @@ public:
 
     void Request() const KERNEL_ACQUIRE();
     void Release() const KERNEL_RELEASE();
-    bool IsValid() const { return section_ != nullptr; }
+    bool IsValid() const { return true; }
 
 private:
-    std::recursive_mutex *section_;
+    mutable std::recursive_mutex section_;
 };
 
 // Holds a Semaphore for a scope.

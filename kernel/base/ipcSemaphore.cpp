@@ -3,37 +3,53 @@
 #include "platform/error.h"
 #include "platform/named_lock.h"
 
-#include <semaphore>
+#include <new>
 
 namespace kernel {
 
 ipcSemaphore::~ipcSemaphore() = default;
 
-ipcMutexSemaphore::ipcMutexSemaphore(const char *name) : lock_(std::make_unique<platform::Named_Lock>(name ? name : ""))
+ipcMutexSemaphore::ipcMutexSemaphore(const char *name)
 {
-    // Read at once: the last error is the thread's, and any later call may change it.
-    if (!lock_->valid()) Set_State(platform::last_error());
+    try {
+        lock_ = std::make_unique<platform::Named_Lock>(name ? name : "");
+        // Read at once: the last error is the thread's, and any later call may change it.
+        if (!lock_->valid()) Set_State(platform::last_error());
+    } catch (const std::bad_alloc &) {
+        Set_State(platform::error_no_memory);
+    }
 }
 
 ipcMutexSemaphore::~ipcMutexSemaphore() = default;
 
-void ipcMutexSemaphore::Request() { lock_->lock(); }
+void ipcMutexSemaphore::Request()
+{
+    if (lock_) lock_->lock();
+}
 
-void ipcMutexSemaphore::Release() { lock_->unlock(); }
+void ipcMutexSemaphore::Release()
+{
+    if (lock_) lock_->unlock();
+}
 
-// Not Semaphore's mutex: that one belongs to the thread that took it.
-struct osSemaphore::Counter {
-    explicit Counter(long count) : value(count) {}
-    std::counting_semaphore<> value;
-};
-
-// The standard's semaphore is undefined below 0.
-osSemaphore::osSemaphore(long count) : counter_(std::make_unique<Counter>(count < 0 ? 0 : count)) {}
+osSemaphore::osSemaphore(long count) : count_(count < 0 ? 0 : count) {}
 
 osSemaphore::~osSemaphore() = default;
 
-void osSemaphore::Request() { counter_->value.acquire(); }
+// A mutex and a condition variable: std::counting_semaphore and std::atomic::wait of MinGW's library lose wake-ups.
+void osSemaphore::Request()
+{
+    std::unique_lock guard(guard_);
+    more_.wait(guard, [this] { return count_ > 0; });
+    --count_;
+}
 
-void osSemaphore::Release() { counter_->value.release(); }
+// Told under the lock: whoever is woken may destroy the semaphore as soon as it is free.
+void osSemaphore::Release()
+{
+    const std::lock_guard guard(guard_);
+    ++count_;
+    more_.notify_one();
+}
 
 }  // namespace kernel

@@ -3,7 +3,9 @@
 
 #include "kernel/base/kernel_api.h"
 
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 
 namespace platform {
 class Named_Lock;
@@ -13,9 +15,9 @@ namespace kernel {
 
 // The common part: an error state.
 //
-// Threads:   any.
+// Threads:   any; the state is constant from construction on.
 // Ownership: see the subclasses.
-// Errors:    rdstate() is 0 or the operating system's error (Win32 numbers) of the failed construction.
+// Errors:    rdstate() is 0 or the operating system's error (Win32 numbers) of the failed construction; 8 without memory.
 class KERNEL_API ipcSemaphore {
 public:
     ipcSemaphore(const ipcSemaphore &) = delete;
@@ -54,9 +56,9 @@ private:
 
 // A counting semaphore of this process: Request waits while the count is 0.
 //
-// Threads:   any; another thread may release.
+// Threads:   any, at any moment but destruction; another thread than the one that requested may release.
 // Ownership: nobody may wait for it when it is destroyed.
-// Errors:    none.
+// Errors:    none: it needs no memory of its own. A count below 0 is 0.
 class KERNEL_API osSemaphore : public ipcSemaphore {
 public:
     explicit osSemaphore(long count = 1);
@@ -65,8 +67,9 @@ public:
     void Release() override;
 
 private:
-    struct Counter;
-    std::unique_ptr<Counter> counter_;
+    std::mutex guard_;
+    std::condition_variable more_;
+    long count_;
 };
 
 }  // namespace kernel

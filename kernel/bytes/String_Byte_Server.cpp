@@ -35,7 +35,7 @@ String_Byte_Server::~String_Byte_Server() = default;
 
 String_Byte_Server *String_Byte_Server::Construct(long size, Error_Handler *handler)
 {
-    return Constructed(new String_Byte_Server(size, handler));
+    return Constructed([&] { return new String_Byte_Server(size, handler); });
 }
 
 bool String_Byte_Server::IsInheritedFrom(const char *name) const

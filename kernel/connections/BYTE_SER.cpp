@@ -302,7 +302,7 @@ Byte_Client_NULL::Byte_Client_NULL(long request_size)
 
 Byte_Client_NULL *Byte_Client_NULL::Construct(long request_size)
 {
-    return Constructed(new Byte_Client_NULL(request_size));
+    return Constructed([&] { return new Byte_Client_NULL(request_size); });
 }
 
 bool Byte_Client_NULL::IsInheritedFrom(const char *name) const

@@ -240,7 +240,10 @@ const char Object_Client::Name[] = "Object_Client";
 
 Object_Client::Object_Client() : Object(ClassName()) {}
 
-Object_Client *Object_Client::Construct() { return Constructed(new Object_Client); }
+Object_Client *Object_Client::Construct()
+{
+    return Constructed([&] { return new Object_Client; });
+}
 
 bool Object_Client::IsInheritedFrom(const char *name) const
 {
@@ -271,7 +274,10 @@ const char Object_Client_NULL::Name[] = "Object_Client_NULL";
 
 Object_Client_NULL::Object_Client_NULL(CL_Mesg type) : Object(ClassName()), type_(type) {}
 
-Object_Client_NULL *Object_Client_NULL::Construct(CL_Mesg type) { return Constructed(new Object_Client_NULL(type)); }
+Object_Client_NULL *Object_Client_NULL::Construct(CL_Mesg type)
+{
+    return Constructed([&] { return new Object_Client_NULL(type); });
+}
 
 bool Object_Client_NULL::IsInheritedFrom(const char *name) const
 {

@@ -39,12 +39,17 @@ File_Client::~File_Client() { Close(); }
 
 File_Client *File_Client::Construct(const char *name)
 {
-    auto *client = new File_Client;
-    client->Create(name);
-    return Constructed(client);
+    return Constructed([&] {
+        std::unique_ptr<File_Client> client(new File_Client);
+        client->Create(name);
+        return client.release();
+    });
 }
 
-File_Client *File_Client::Construct() { return Constructed(new File_Client); }
+File_Client *File_Client::Construct()
+{
+    return Constructed([&] { return new File_Client; });
+}
 
 bool File_Client::IsInheritedFrom(const char *name) const
 {

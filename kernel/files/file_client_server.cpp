@@ -32,9 +32,11 @@ File_Client_Server::~File_Client_Server() { Close(); }
 
 File_Client_Server *File_Client_Server::Construct(const char *name)
 {
-    auto *object = new File_Client_Server(nullptr);
-    object->Create(name);
-    return Constructed(object);
+    return Constructed([&] {
+        std::unique_ptr<File_Client_Server> object(new File_Client_Server(nullptr));
+        object->Create(name);
+        return object.release();
+    });
 }
 
 bool File_Client_Server::IsInheritedFrom(const char *name) const

@@ -24,7 +24,10 @@ File_List_Server::File_List_Server(const char *name)
 // The reader is stopped while it still finds the list.
 File_List_Server::~File_List_Server() { Close(false); }
 
-File_List_Server *File_List_Server::Construct(const char *name) { return Constructed(new File_List_Server(name)); }
+File_List_Server *File_List_Server::Construct(const char *name)
+{
+    return Constructed([&] { return new File_List_Server(name); });
+}
 
 bool File_List_Server::IsInheritedFrom(const char *name) const
 {
@@ -87,7 +90,7 @@ Simulator_File_Server::~Simulator_File_Server() { Close(false); }
 
 Simulator_File_Server *Simulator_File_Server::Construct(const char *name)
 {
-    return Constructed(new Simulator_File_Server(name));
+    return Constructed([&] { return new Simulator_File_Server(name); });
 }
 
 bool Simulator_File_Server::IsInheritedFrom(const char *name) const

@@ -44,7 +44,7 @@ File_Server::~File_Server() { Close(false); }
 File_Server *File_Server::Construct(const char *name, bool isUsedByOrgScan)
 {
     IsUsedByOrgScan = isUsedByOrgScan;
-    return Constructed(new File_Server(name));
+    return Constructed([&] { return new File_Server(name); });
 }
 
 bool File_Server::IsInheritedFrom(const char *name) const

@@ -41,7 +41,10 @@ Obs_Server::Obs_Server(const char *name) : Object(name ? name : ClassName()), Ob
 
 Obs_Server::~Obs_Server() { End(); }
 
-Obs_Server *Obs_Server::Construct() { return Constructed(new Obs_Server); }
+Obs_Server *Obs_Server::Construct()
+{
+    return Constructed([&] { return new Obs_Server; });
+}
 
 bool Obs_Server::IsInheritedFrom(const char *name) const
 {
@@ -148,7 +151,10 @@ const char Obs_Client::Name[] = "Obs_Client";
 
 Obs_Client::Obs_Client(const char *name) : Object(name ? name : ClassName()) {}
 
-Obs_Client *Obs_Client::Construct() { return Constructed(new Obs_Client); }
+Obs_Client *Obs_Client::Construct()
+{
+    return Constructed([&] { return new Obs_Client; });
+}
 
 bool Obs_Client::IsInheritedFrom(const char *name) const
 {

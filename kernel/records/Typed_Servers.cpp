@@ -9,7 +9,10 @@ namespace kernel {
 #define KERNEL_DEFINE_CLASS(Class, Base, text)                                                                         \
     const char Class::Name[] = text;                                                                                   \
     Class::Class(const char *name) : Object(name ? name : ClassName()) {}                                              \
-    Class *Class::Construct() { return Constructed(new Class); }                                                       \
+    Class *Class::Construct()                                                                                          \
+    {                                                                                                                  \
+        return Constructed([&] { return new Class; });                                                                 \
+    }                                                                                                                  \
     bool Class::IsInheritedFrom(const char *name) const                                                                \
     {                                                                                                                  \
         return (name && std::strcmp(name, Name) == 0) || Base::IsInheritedFrom(name);                                  \

@@ -26,7 +26,7 @@ Serial_Client_Server::~Serial_Client_Server()
 
 Serial_Client_Server *Serial_Client_Server::Construct(Error_Handler &handler, const char *const name)
 {
-    return Constructed(new Serial_Client_Server(handler, name ? name : ClassName()));
+    return Constructed([&] { return new Serial_Client_Server(handler, name ? name : ClassName()); });
 }
 
 bool Serial_Client_Server::IsInheritedFrom(const char *name) const

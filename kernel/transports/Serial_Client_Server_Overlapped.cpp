@@ -55,7 +55,7 @@ Serial_Client_Server_Overlapped::~Serial_Client_Server_Overlapped()
 Serial_Client_Server_Overlapped *Serial_Client_Server_Overlapped::Construct(Error_Handler &handler,
                                                                             const char *const name)
 {
-    return Constructed(new Serial_Client_Server_Overlapped(handler, name ? name : ClassName()));
+    return Constructed([&] { return new Serial_Client_Server_Overlapped(handler, name ? name : ClassName()); });
 }
 
 bool Serial_Client_Server_Overlapped::IsInheritedFrom(const char *name) const

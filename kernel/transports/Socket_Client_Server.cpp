@@ -48,7 +48,7 @@ void Socket_Client_Server::Stop_Threads()
 
 Socket_Client_Server *Socket_Client_Server::Construct(Error_Handler &handler, unsigned int buffer_size)
 {
-    return Constructed(new Socket_Client_Server(handler, buffer_size));
+    return Constructed([&] { return new Socket_Client_Server(handler, buffer_size); });
 }
 
 bool Socket_Client_Server::IsInheritedFrom(const char *name) const

@@ -3,6 +3,7 @@
 #include "platform/posix/errno_table.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 namespace platform {
@@ -139,7 +140,9 @@ std::uint32_t last_error() { return last; }
 
 void set_last_error(std::uint32_t error) { last = error; }
 
-std::string error_text(std::uint32_t error)
+namespace {
+
+const char *words_of(std::uint32_t error)
 {
     if (error == error_none) return std::strerror(0);
     for (const Words &row : words) {
@@ -151,7 +154,18 @@ std::string error_text(std::uint32_t error)
     for (const Row &row : socket_table) {
         if (row.win32 == error) return std::strerror(row.posix);
     }
-    return unknown_error_text(error);
+    return nullptr;
+}
+
+}  // namespace
+
+void error_text(std::uint32_t error, char (&text)[most_error_text])
+{
+    const char *const known = words_of(error);
+    if (known)
+        std::snprintf(text, sizeof text, "%s", known);
+    else
+        std::snprintf(text, sizeof text, "Unknown error %lu", static_cast<unsigned long>(error));
 }
 
 }  // namespace platform

@@ -71,6 +71,8 @@ struct Thread::State {
     pid_t tid = 0;  // 0 until the thread has begun
     bool ended = false;
     std::uint32_t exit_code = still_active;
+    std::uint32_t kill_order = 0;  // the order that ends the thread; 0: none
+    std::uint32_t kill_code = 0;
     int priority = 0;
     unsigned long suspends = 0;
 
@@ -81,10 +83,13 @@ struct Thread::State {
 
     static void install_handler();
     static void on_stop_signal(int);
+    static void *main(void *share);
     void stay();
     std::uint32_t new_order();
-    void order_stop();
+    bool order_stop();
     void release();
+    void end(std::uint32_t code);
+    bool has_ended();
     std::uint32_t run();
 };
 
@@ -145,24 +150,43 @@ std::uint32_t Thread::State::new_order()
     return number;
 }
 
-// Waits until the thread has stopped, a second at most: one that the system keeps longer (a disk that hangs) stops when the
-// system lets it go.
-void Thread::State::order_stop()
+// Waits until the thread has stopped, a second at most; false: it has not. One that blocks signals does so when it lets
+// them in again, one that the system keeps (a disk that hangs) when the system lets it go.
+bool Thread::State::order_stop()
 {
     const std::uint32_t number = new_order();
+    // One that is suspended already blocks the signal: it sleeps on the word that has just changed.
+    futex_wake(order);
     pthread_kill(id, stop_signal());
     for (int slice = 0; slice < 100; ++slice) {
         const std::uint32_t seen = obeyed.load(std::memory_order_acquire);
-        if (seen == number) return;
+        if (seen == number) return true;
         const timespec limit{0, 10'000'000};
         futex_wait(obeyed, seen, &limit);
     }
+    set_last_error(error_busy);
+    return false;
 }
 
 void Thread::State::release()
 {
     order.fetch_and(~stay_bit, std::memory_order_release);
     futex_wake(order);
+}
+
+// With the lock held, as below.
+void Thread::State::end(std::uint32_t code)
+{
+    ended = true;
+    exit_code = code;
+    changed.notify_all();
+}
+
+// A kill that was not obeyed at once may be by now; the signal handler can tell nobody.
+bool Thread::State::has_ended()
+{
+    if (!ended && kill_order != 0 && obeyed.load(std::memory_order_acquire) == kill_order) end(kill_code);
+    return ended;
 }
 
 std::uint32_t Thread::State::run()
@@ -179,6 +203,18 @@ std::uint32_t Thread::State::run()
     return static_cast<std::uint32_t>(entry(context));
 }
 
+// The share of the state that stands on the stack here keeps the state alive for ever when the thread is killed.
+void *Thread::State::main(void *share)
+{
+    const auto given = static_cast<std::shared_ptr<State> *>(share);
+    const std::shared_ptr<State> own = std::move(*given);
+    delete given;
+    const std::uint32_t code = own->run();
+    const std::lock_guard last(own->lock);
+    if (!own->ended) own->end(code == still_active ? 0 : code);
+    return nullptr;
+}
+
 Thread::Thread(std::shared_ptr<State> state) : state_(std::move(state)) {}
 
 Thread::~Thread() = default;
@@ -186,7 +222,16 @@ Thread::~Thread() = default;
 std::shared_ptr<Thread> Thread::start(Entry entry, void *context, bool suspended, std::size_t)
 {
     State::install_handler();
-    auto state = std::make_shared<State>();
+    std::shared_ptr<Thread> thread;
+    std::unique_ptr<std::shared_ptr<State>> share;  // the thread's
+    try {
+        thread.reset(new Thread(std::make_shared<State>()));
+        share = std::make_unique<std::shared_ptr<State>>(thread->state_);
+    } catch (const std::bad_alloc &) {
+        set_last_error(error_no_memory);
+        return nullptr;
+    }
+    const std::shared_ptr<State> &state = thread->state_;
     state->entry = entry;
     state->context = context;
     state->suspends = suspended ? 1 : 0;
@@ -195,42 +240,37 @@ std::shared_ptr<Thread> Thread::start(Entry entry, void *context, bool suspended
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    auto *share = new std::shared_ptr<State>(state);
     std::unique_lock guard(state->lock);  // `id` is written before the thread or anybody else looks at it
-    const int error = pthread_create(
-        &state->id, &attributes,
-        [](void *argument) -> void * {
-            const std::shared_ptr<State> own = std::move(*static_cast<std::shared_ptr<State> *>(argument));
-            delete static_cast<std::shared_ptr<State> *>(argument);
-            const std::uint32_t code = own->run();
-            const std::lock_guard last(own->lock);
-            if (!own->ended) own->exit_code = code == still_active ? 0 : code;
-            own->ended = true;
-            own->changed.notify_all();
-            return nullptr;
-        },
-        share);
+    const int error = pthread_create(&state->id, &attributes, State::main, share.get());
     pthread_attr_destroy(&attributes);
     if (error != 0) {
-        delete share;
         set_last_error(error == EAGAIN ? std::uint32_t{error_no_memory} : posix::from_errno(error));
+        guard.unlock();  // the state goes with its last share
         return nullptr;
     }
+    share.release();
     state->changed.wait(guard, [&state] { return state->tid != 0; });
-    return std::shared_ptr<Thread>(new Thread(state));
+    guard.unlock();
+    return thread;
 }
 
 std::uint32_t Thread::exit_code() const
 {
     const std::lock_guard guard(state_->lock);
+    state_->has_ended();
     return state_->exit_code;
 }
 
 bool Thread::wait(unsigned long ms) const
 {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::min(ms, 0xFFFFFFFFUL));
     std::unique_lock guard(state_->lock);
-    return state_->changed.wait_for(guard, std::chrono::milliseconds(std::min(ms, 0xFFFFFFFFUL)),
-                                    [this] { return state_->ended; });
+    // The end that a late kill brings is looked for.
+    while (!state_->has_ended() && std::chrono::steady_clock::now() < end) {
+        const auto look = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
+        state_->changed.wait_until(guard, state_->kill_order == 0 ? end : std::min(end, look));
+    }
+    return state_->has_ended();
 }
 
 bool Thread::is_current() const { return current_state == state_.get(); }
@@ -238,7 +278,7 @@ bool Thread::is_current() const { return current_state == state_.get(); }
 bool Thread::suspend(unsigned long &previous)
 {
     std::unique_lock guard(state_->lock);
-    if (state_->ended || state_->suspends >= most_suspends) {
+    if (state_->has_ended() || state_->kill_order != 0 || state_->suspends >= most_suspends) {
         set_last_error(error_access_denied);
         return false;
     }
@@ -248,8 +288,10 @@ bool Thread::suspend(unsigned long &previous)
         state_->new_order();
         guard.unlock();
         state_->stay();
-    } else {
-        state_->order_stop();
+    } else if (!state_->order_stop()) {
+        --state_->suspends;
+        state_->release();
+        return false;
     }
     return true;
 }
@@ -257,7 +299,7 @@ bool Thread::suspend(unsigned long &previous)
 bool Thread::resume(unsigned long &previous)
 {
     const std::lock_guard guard(state_->lock);
-    if (state_->ended) {
+    if (state_->has_ended() || state_->kill_order != 0) {
         set_last_error(error_access_denied);
         return false;
     }
@@ -271,7 +313,7 @@ bool Thread::set_priority(int priority)
     const std::lock_guard guard(state_->lock);
     for (const Nice &row : nice_table) {
         if (row.priority != priority) continue;
-        if (state_->ended) break;
+        if (state_->has_ended()) break;
         if (priority != state_->priority &&
             setpriority(PRIO_PROCESS, static_cast<id_t>(state_->tid), std::min(nice_of_process() + row.nice, 19)) != 0)
             return posix::fail();
@@ -288,15 +330,14 @@ int Thread::priority() const
     return state_->priority;
 }
 
-// The share of the state that stands on the thread's stack keeps it alive for ever.
-void Thread::kill(std::uint32_t exit_code)
+bool Thread::kill(std::uint32_t exit_code)
 {
     const std::lock_guard guard(state_->lock);
-    if (state_->ended) return;
-    state_->ended = true;
-    state_->exit_code = exit_code;
-    state_->order_stop();
-    state_->changed.notify_all();
+    if (state_->has_ended()) return true;
+    const bool obeys = state_->order_stop();
+    state_->kill_code = exit_code;
+    state_->kill_order = state_->order.load(std::memory_order_relaxed);
+    return obeys && state_->has_ended();
 }
 
 }  // namespace platform

@@ -1,5 +1,7 @@
 #include "platform/thread.h"
 
+#include "platform/error.h"
+
 #include <windows.h>
 
 #include <process.h>
@@ -40,16 +42,21 @@ Thread::~Thread() = default;
 
 std::shared_ptr<Thread> Thread::start(Entry entry, void *context, bool suspended, std::size_t stack_size)
 {
-    auto state = std::make_shared<State>();
-    auto *start = new Start{entry, context};
-    const auto handle = _beginthreadex(nullptr, static_cast<unsigned int>(stack_size), run, start,
-                                       suspended ? CREATE_SUSPENDED : 0, &state->id);
-    if (handle == 0) {
-        delete start;
+    std::shared_ptr<Thread> thread;
+    std::unique_ptr<Start> start;  // the thread's
+    try {
+        thread.reset(new Thread(std::make_shared<State>()));
+        start.reset(new Start{entry, context});
+    } catch (const std::bad_alloc &) {
+        set_last_error(error_no_memory);
         return nullptr;
     }
-    state->handle = reinterpret_cast<HANDLE>(handle);
-    return std::shared_ptr<Thread>(new Thread(state));
+    State &state = *thread->state_;
+    state.handle = reinterpret_cast<HANDLE>(_beginthreadex(nullptr, static_cast<unsigned int>(stack_size), run,
+                                                           start.get(), suspended ? CREATE_SUSPENDED : 0, &state.id));
+    if (!state.handle) return nullptr;
+    start.release();
+    return thread;
 }
 
 std::uint32_t Thread::exit_code() const
@@ -87,9 +94,14 @@ int Thread::priority() const
     return priority == THREAD_PRIORITY_ERROR_RETURN ? 0 : priority;
 }
 
-void Thread::kill(std::uint32_t exit_code)
+// The end of a thread that the system keeps (a driver that hangs) comes when the system lets it go.
+bool Thread::kill(std::uint32_t exit_code)
 {
-    if (TerminateThread(state_->handle, exit_code)) WaitForSingleObject(state_->handle, 1000);
+    if (wait(0)) return true;
+    TerminateThread(state_->handle, exit_code);
+    if (wait(1000)) return true;
+    set_last_error(error_busy);
+    return false;
 }
 
 }  // namespace platform

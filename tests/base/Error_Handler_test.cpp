@@ -3,13 +3,17 @@
 #include "platform/debug.h"
 #include "platform/error.h"
 
+#include "tests/support/ending.h"
 #include "tests/support/reports.h"
+#include "tests/support/short_memory.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <thread>
+#include <type_traits>
 
 using namespace kernel;
 
@@ -83,6 +87,32 @@ TEST(Error_Handler, reports_errors_of_the_system)
     EXPECT_EQ(handler.Line(), 7u);
 }
 
+TEST(Error_Handler, reports_without_memory)
+{
+    struct Fixed_Handler : Error_Handler {
+        void Do_Print(Enum_Status, Err_Code, const char *text) override
+        {
+            std::snprintf(at, sizeof heard - static_cast<std::size_t>(at - heard), "%s|", text);
+            at += std::strlen(at);
+        }
+        char heard[4096];
+        char *at = heard;
+    } handler;
+    {
+        const Short_Memory memory(0);
+        handler.Print_Out(Error_Handler::ES_Error, "No %s", "memory");
+        handler.OS_Error(8, Error_Handler::ES_Error, "Create %d", 7);
+        handler.OS_Error(0x7FFFFFF1, Error_Handler::ES_Error, nullptr);
+    }
+    EXPECT_EQ(std::string(handler.heard), "No memory|Create 7 failed!\nOS Error-Code: 8=0x00000008 => " +
+                                              platform::error_text(8) + "|OS Error-Code: 2147483633=0x7FFFFFF1 => " +
+                                              platform::error_text(0x7FFFFFF1) + "|");
+}
+
+// A zero is no stream; a stream alone would be taken for the flag.
+static_assert(std::is_constructible_v<Simple_Error_Handler, int> &&
+              !std::is_constructible_v<Simple_Error_Handler, std::FILE *>);
+
 TEST(Error_Handler, simple_handler_prints_lines)
 {
     std::FILE *file = std::tmpfile();
@@ -127,11 +157,7 @@ TEST(Error_Handler, two_threads_share_one_handler)
 TEST(Error_Handler, level_5_ends_the_process_unless_nobody_listens)
 {
     ::testing::FLAGS_gtest_death_test_style = "threadsafe";
-#ifdef _WIN32
-    const ::testing::ExitedWithCode ended(-1);  // the whole of it comes through
-#else
-    const ::testing::ExitedWithCode ended(255);
-#endif
+    const ::testing::ExitedWithCode ended = Ended_With(-1);
     const auto end = [](Error_Handler &&handler) { handler.Print_Out(Error_Handler::ES_Unrecoverable, "words"); };
     EXPECT_EXIT(end(Simple_Error_Handler()), ended, "^words\n$");
     EXPECT_EXIT(end(NULL_Error_Handler()), ended, "^$");

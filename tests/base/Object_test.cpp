@@ -2,10 +2,23 @@
 
 #include "kernel/base/Error_Handler.h"
 
+#include "platform/clock.h"
+#include "platform/debug.h"
+
 #include "tests/support/clients.h"
+#include "tests/support/ending.h"
 #include "tests/support/reports.h"
+#include "tests/support/short_memory.h"
 
 #include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
 
 using namespace kernel;
 
@@ -24,12 +37,24 @@ struct Copyable_Object : Object {
     using Object::Object;
 };
 
+// Keeps the lines of its reports.
+class Line_Handler : public Error_Handler {
+public:
+    std::vector<unsigned int> lines;
+
+private:
+    void Do_Print(Enum_Status, Err_Code, const char *) override { lines.push_back(Line()); }
+};
+
 class Invalid_Object : public Object {
 public:
     explicit Invalid_Object(bool &gone) : Object("invalid"), gone_(gone) {}
     ~Invalid_Object() override { gone_ = true; }
     bool IsValid() const override { return false; }
-    static Invalid_Object *Construct(bool &gone) { return Constructed(new Invalid_Object(gone)); }
+    static Invalid_Object *Construct(bool &gone)
+    {
+        return Constructed([&] { return new Invalid_Object(gone); });
+    }
 
 private:
     bool &gone_;
@@ -91,4 +116,124 @@ TEST(Object, the_library_owns_default_handlers_but_not_the_built_in_one)
     Capturing_Handler own;
     old.SetErrorHandler(own);
     EXPECT_EQ(old.GetErrorHandler(), &own);
+}
+
+TEST(Object, reports_with_unit_and_line)
+{
+    Line_Handler handler;
+    const Object object("line", &handler);
+    object.Report("kernel/X", 7).Print_Out(Error_Handler::ES_Error, 1, "text");
+    object.Report_Missing("kernel/X", 8, "Work()", "Server");
+    EXPECT_EQ(handler.lines, (std::vector<unsigned int>{7, 8}));
+    Bare_Server server;
+    server.Set_Error_Handler(handler);
+    server.Work();
+    EXPECT_GT(handler.lines.at(2), 8u);  // where the unit reported
+}
+
+TEST(Object, the_handlers_of_the_library_may_be_the_default_for_a_while)
+{
+    Error_Handler *const built_in = Object::Get_Default_Handler();
+    for (Error_Handler *own : {static_cast<Error_Handler *>(&Trace_Handler), &Error_Handler::Or_Silent(nullptr)}) {
+        Object::Set_Default_Handler(*own);
+        const Object object("object");
+        Object::Set_Default_Handler(built_in);
+        EXPECT_EQ(object.Get_Error_Handler(), own);
+        own->Set("kernel/X", 1)->Print_Out(Error_Handler::ES_Message, "still there");
+    }
+}
+
+TEST(Object, without_memory_a_default_handler_is_in_place_all_the_same)
+{
+    Error_Handler *const built_in = Object::Get_Default_Handler();
+    int deaths = 0;
+    auto *first = new Mortal_Handler(deaths);
+    auto *second = new Mortal_Handler(deaths);
+    Object::Set_Default_Handler(first);
+    const Object old("old");
+    {
+        const Short_Memory memory(0);
+        Object::Set_Default_Handler(second);
+    }
+    EXPECT_EQ(Object("new").Get_Error_Handler(), second);
+    EXPECT_EQ(old.Get_Error_Handler(), first);
+    EXPECT_EQ(deaths, 0);  // kept, since there is no record that could tell of its end
+    Object::Set_Default_Handler(built_in);
+    EXPECT_EQ(deaths, 1);
+    delete first;
+}
+
+// One thread brings new handlers, one reports to them, one makes and copies objects while the default changes.
+TEST(Object, a_new_handler_is_complete_for_every_thread)
+{
+    Error_Handler *const built_in = Object::Get_Default_Handler();
+    NULL_Error_Handler null;
+    Copyable_Object object("shared", &null);
+    std::vector<std::unique_ptr<Capturing_Handler>> handlers;
+    std::atomic<bool> done{false};
+    std::thread reporter([&] {
+        while (!done) object.Report("kernel/X", 1).Print_Out(Error_Handler::ES_Message, "text");
+    });
+    std::thread maker([&] {
+        while (!done) EXPECT_NE(Copyable_Object(Copyable_Object("made")).Get_Error_Handler(), nullptr);
+    });
+    for (int i = 0; i < 200; ++i) {
+        handlers.push_back(std::make_unique<Capturing_Handler>());
+        object.Set_Error_Handler(handlers.back().get());
+        Object::Set_Default_Handler(new NULL_Error_Handler);
+        std::this_thread::yield();
+    }
+    done = true;
+    reporter.join();
+    maker.join();
+    Object::Set_Default_Handler(built_in);
+}
+
+namespace {
+
+// A static of a host, older than those of the library: its end comes after theirs.
+struct Late_Reporter {
+    ~Late_Reporter()
+    {
+        if (!armed) return;
+        Object("late").Report("kernel/X", 1).Print_Out(Error_Handler::ES_Error, "late");
+        Trace_Handler.Print_Out(Error_Handler::ES_Error, "traced");
+        Error_Handler::Or_Silent(nullptr).Print_Out(Error_Handler::ES_Error, "silent");
+    }
+    bool armed = false;
+} late_reporter;
+
+// Threads make, report and destroy until the process is gone; one ends it. They are left alone.
+void End_Among_Threads(Error_Handler::Enum_Status status)
+{
+    platform::set_debug_output([](const char *text) {
+        if (std::string(text) == "late" || std::string(text) == "traced") std::fputs(text, stderr);
+    });
+    late_reporter.armed = true;
+    const auto busy = [] {
+        for (;;) {
+            const Copyable_Object object("busy");
+            Copyable_Object(object).Report("kernel/X", 1).Print_Out(Error_Handler::ES_Message, "busy");
+        }
+    };
+    for (int i = 0; i < 3; ++i) std::thread(busy).detach();
+    std::thread([status] {
+        platform::sleep_ms(10);
+        if (status == Error_Handler::ES_Unrecoverable)
+            NULL_Error_Handler().Print_Out(status, "the end");
+        else
+            std::exit(3);
+    }).join();
+    platform::sleep_ms(10000);
+}
+
+}  // namespace
+
+TEST(Object, objects_come_and_go_until_the_process_is_gone)
+{
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EXIT(End_Among_Threads(Error_Handler::ES_Unrecoverable), Ended_With(-1), "latetraced");
+        EXPECT_EXIT(End_Among_Threads(Error_Handler::ES_Error), Ended_With(3), "latetraced");
+    }
 }

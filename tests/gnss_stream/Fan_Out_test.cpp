@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <future>
 #include <mutex>
 
@@ -133,17 +134,26 @@ struct Gate {
     {
         return [this](std::span<const unsigned char> block) {
             ++begun;
-            open.wait(false);
+            Wait();
             written.append(block.begin(), block.end());
             return ++done, !fails;
         };
     }
     void Open()
     {
+        const std::lock_guard guard(lock);
         open = true;
-        open.notify_all();
+        changed.notify_all();
     }
-    std::atomic<bool> open{false}, fails{false};
+    void Wait()
+    {
+        std::unique_lock guard(lock);
+        changed.wait(guard, [this] { return open; });
+    }
+    std::mutex lock;
+    std::condition_variable changed;
+    bool open = false;
+    std::atomic<bool> fails{false};
     std::atomic<int> begun{0}, done{0};
     std::string written;
 };

@@ -1,5 +1,6 @@
 #include "platform/thread.h"
 
+#include "platform/error.h"
 #include "platform/wait.h"
 
 #include "tests/support/timing.h"
@@ -7,6 +8,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+
+#ifndef _WIN32
+#include <csignal>
+#endif
 
 using namespace platform;
 
@@ -101,9 +106,11 @@ TEST(thread, a_killed_one_never_runs_on)
     auto *counter = new Counter;
     const auto thread = counter->Start(Counter::Count);
     EXPECT_TRUE(counter->Moves());
-    thread->kill(17);
+    EXPECT_TRUE(thread->kill(17));
     EXPECT_EQ(thread->exit_code(), 17u);
     EXPECT_TRUE(thread->wait(0));
+    EXPECT_TRUE(thread->kill(18));  // ended already
+    EXPECT_EQ(thread->exit_code(), 17u);
     unsigned long previous = 0;
     EXPECT_FALSE(thread->suspend(previous));
     thread->resume(previous);
@@ -111,3 +118,57 @@ TEST(thread, a_killed_one_never_runs_on)
     delete counter;  // a sanitizer would see the thread if it came back
     sleep_ms(20);
 }
+
+TEST(thread, a_suspended_one_is_killed_at_once)
+{
+    auto *counter = new Counter;
+    for (const bool from_the_start : {true, false}) {
+        const auto thread = counter->Start(Counter::Count, from_the_start);
+        unsigned long previous = 0;
+        EXPECT_EQ(thread->suspend(previous), true);
+        EXPECT_LT(Elapsed([&] { EXPECT_TRUE(thread->kill(17)); }), 500u);
+        EXPECT_EQ(thread->exit_code(), 17u);
+    }
+    EXPECT_TRUE(counter->Stands());
+    delete counter;
+}
+
+#ifndef _WIN32
+TEST(thread, one_that_blocks_signals_is_not_said_to_obey)
+{
+    struct Deaf : Counter {
+        std::atomic<bool> deaf{false}, listen{false};
+
+        static unsigned long Run(void *self)
+        {
+            auto &counter = *static_cast<Deaf *>(self);
+            sigset_t all, before;
+            sigfillset(&all);
+            pthread_sigmask(SIG_BLOCK, &all, &before);
+            counter.deaf = true;
+            while (!counter.listen) ++counter.count;
+            pthread_sigmask(SIG_SETMASK, &before, nullptr);
+            return Count(self);
+        }
+    };
+    auto *counter = new Deaf;
+    const auto thread = counter->Start(Deaf::Run);
+    EXPECT_TRUE(Soon([&] { return counter->deaf.load(); }));
+    unsigned long previous = 99;
+    EXPECT_FALSE(thread->suspend(previous));
+    EXPECT_EQ(last_error(), std::uint32_t{error_busy});
+    EXPECT_TRUE(counter->Moves());
+    EXPECT_TRUE(thread->resume(previous));
+    EXPECT_EQ(previous, 0u);  // what was refused does not count
+    EXPECT_FALSE(thread->kill(17));
+    EXPECT_EQ(last_error(), std::uint32_t{error_busy});
+    EXPECT_EQ(thread->exit_code(), Thread::still_active);
+    EXPECT_FALSE(thread->wait(20));
+    EXPECT_TRUE(counter->Moves());
+    counter->listen = true;  // the kill stands: as soon as it can be obeyed, it is
+    EXPECT_TRUE(thread->wait(10000));
+    EXPECT_EQ(thread->exit_code(), 17u);
+    EXPECT_TRUE(counter->Stands());
+    delete counter;
+}
+#endif
