@@ -1,10 +1,12 @@
-// The ring in memory: a block through it against bare copies, and a byte from it against a bare virtual call.
+// The ring in memory: a block through it against bare copies, a byte from it against a bare virtual call,
+// and the dialogue with a client against locked calls.
 #include "bench/bare_call.h"
 #include "bench/contest.h"
 #include "kernel/base/Error_Handler.h"
 #include "kernel/bytes/String_Byte_Server.h"
 
 #include <cstring>
+#include <future>
 #include <memory>
 #include <vector>
 
@@ -98,5 +100,51 @@ void Compare_Bytes(benchmark::State &state, std::unique_ptr<bench::Byte_Source> 
 }
 BENCHMARK_CAPTURE(Compare_Bytes, against_constant, bench::Make_Constant_Source)->UseManualTime();
 BENCHMARK_CAPTURE(Compare_Bytes, against_counting, bench::Make_Counting_Source)->UseManualTime();
+
+// A round of the dialogue: put a piece, invite, let pull. Two messages, against two virtual calls that each hold a lock.
+class Locked_Source {
+public:
+    unsigned short GetByte()
+    {
+        const kernel::Semaphore_Guard guard(lock_);
+        return source_->GetByte();
+    }
+
+private:
+    kernel::Semaphore lock_;
+    std::unique_ptr<bench::Byte_Source> source_ = bench::Make_Constant_Source();
+};
+
+void Compare_Dialogue(benchmark::State &state)
+{
+    const std::unique_ptr<String_Byte_Server, Destructor> server(
+        String_Byte_Server::Construct(ring_size, &kernel::Trace_Handler));
+    auto *client = kernel::Byte_Client_NULL::Construct(16);
+    if (!server->Connect(client)) state.SkipWithError("not connected");
+    Locked_Source peer;
+    // With one thread alone the C library takes no lock in earnest.
+    std::promise<void> end;
+    const auto second_thread = std::async(std::launch::async, [&] { end.get_future().wait(); });
+    const unsigned char piece[16] = {};
+    unsigned int sum = 0;
+    bench::Contest contest;
+    for (auto _ : state) {
+        const auto through_server = [&] {
+            for (int i = 0; i < steps; ++i) {
+                server->PutBin(piece, sizeof piece);
+                server->Work();
+            }
+        };
+        const auto locked_calls = [&] {
+            for (int i = 0; i < 2 * steps; ++i) sum += peer.GetByte();
+            benchmark::DoNotOptimize(sum);
+        };
+        state.SetIterationTime(contest.Turn(through_server, locked_calls));
+        if (server->MinAvail(0) != 0) state.SkipWithError("bytes were left");
+    }
+    end.set_value();
+    contest.Show(state, 5, steps);
+}
+BENCHMARK(Compare_Dialogue)->UseManualTime();
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "kernel/connections/BYTE_SER.h"
 
 #include "kernel/base/Error_Handler.h"
+#include "kernel/connections/delivery_internal.h"
 
 #include <cctype>
 #include <cstring>
@@ -44,22 +45,20 @@ bool Is_Forwarded(CL_Mesg message)
 
 const char Byte_Server::Name[] = "Basisklasse Byte_Server";
 
-Byte_Server::Byte_Server() : Object(nullptr) {}
+Byte_Server::Byte_Server() : Object(nullptr), deliveries_(std::make_unique<Deliveries>()) {}
 
 // By now the subclass is gone: a client that pulls while it is asked finds the base operations.
 Byte_Server::~Byte_Server()
 {
     // An object in the middle is a client as well: nobody that goes in the course of this may delete it a second time.
     Dont_Delete_Me();
-    Byte_Client *former = nullptr;
-    {
-        const Semaphore_Guard guard(*this);
-        former = Get_Byte_Client();
-        if (former) Byte_Server::Disconnect();
-    }
-    // Outside the lock: deleting may wait for a thread of the client's.
+    Byte_Client *const former = Get_Byte_Client();
+    if (former) Byte_Server::Disconnect();
     // Asked even when it has refused disconnection: the server ends either way.
-    if (former && former->Send(*this, Mesg_Delete_Query)) Object::Destruct(former);
+    const bool goes = former && former->Send(*this, Mesg_Delete_Query);
+    deliveries_->Exchange(nullptr);
+    deliveries_->Wait_For_Others(former);
+    if (goes) Object::Destruct(former);
 }
 
 bool Byte_Server::IsInheritedFrom(const char *name) const
@@ -67,35 +66,61 @@ bool Byte_Server::IsInheritedFrom(const char *name) const
     return (name && std::strcmp(name, Name) == 0) || Server::IsInheritedFrom(name);
 }
 
-// Read once: Disconnect on another thread may clear it between the look and the call. The client then hears one message
-// more from a server that it has left; Disconnect deletes nothing.
-bool Byte_Server::Tell(CL_Mesg message)
+std::optional<bool> Byte_Server::Ask(Byte_Server &origin, CL_Mesg message)
 {
-    Byte_Client *client = Get_Byte_Client();
-    return client && client->Send(*this, message);
+    const Deliveries::Visit client(*deliveries_);
+    if (!client) return std::nullopt;
+    return client->Send(origin, message);
 }
 
 // The lock is held over the question: of two threads that disconnect, the second finds nobody, and a client that agrees
-// is asked once.
+// is asked once. It is not held over the waiting: the client may pull, and pulling may take it.
 void Byte_Server::Disconnect()
 {
-    const Semaphore_Guard guard(*this);
-    if (Tell(Mesg_Disconnect_Query)) client_.store(nullptr, std::memory_order_release);
+    Byte_Client *former = nullptr;
+    {
+        const Semaphore_Guard guard(*this);
+        const Deliveries::Visit client(*deliveries_);
+        if (client && (!client->Send(*this, Mesg_Disconnect_Query) || !deliveries_->Replace(client.Client(), nullptr)))
+            return;
+        former = client.Client();
+    }
+    deliveries_->Wait_For_Others(former);
 }
 
 Client *Byte_Server::GetClient() { return Get_Byte_Client(); }
 
-// Release, so that the delivering thread sees the client as it was built.
+Byte_Client *Byte_Server::Get_Byte_Client() const { return deliveries_->Client(); }
+
 void Byte_Server::SetClient(Client *client)
 {
-    client_.store(dynamic_cast<Byte_Client *>(client), std::memory_order_release);
+    auto *const bytes = dynamic_cast<Byte_Client *>(client);
+    Byte_Client *const former = deliveries_->Exchange(bytes);
+    if (former != bytes) deliveries_->Wait_For_Others(former);
 }
 
-// A client that refuses the type stays the caller's; Switch deletes it. Both are meant. It is connected while it is
-// asked, and remains so if it refuses disconnection, too.
+Byte_Client *Byte_Server::Take_Client()
+{
+    Byte_Client *const former = deliveries_->Exchange(nullptr);
+    deliveries_->Wait_For_Others(former);
+    return former;
+}
+
+// False: `old`, which may be null, is not the client any more.
+bool Byte_Server::Replace(Byte_Client *old, Byte_Client *client)
+{
+    if (!deliveries_->Replace(old, client)) return false;
+    if (old && old != client) deliveries_->Wait_For_Others(old);
+    return true;
+}
+
+// A client that refuses the type stays the caller's; Switch deletes it. It is connected while it is asked, and remains so
+// if it refuses disconnection, too.
 bool Byte_Server::Connect(Byte_Client *client)
 {
     if (!Server::Connect(client)) return false;
+    const Deliveries::Visit visit(*deliveries_, client);
+    if (!visit) return false;  // another thread has taken it away since; it may be deleted
     if (client->Send(*this, Mesg_Byte_Type)) return true;
     Report(unit, __LINE__)
         .Print_Out(Error_Handler::ES_Error, 26, "Client %s couldn't work with type %d.", client->GetName(),
@@ -106,31 +131,35 @@ bool Byte_Server::Connect(Byte_Client *client)
 
 Byte_Client *Byte_Server::Switch(Byte_Client *client)
 {
-    Byte_Client *old = Get_Byte_Client();
-    // Null says no more than that nothing was handed over; GetClient tells whether the new one is in.
-    if (!old) {
-        Connect(client);
-        return nullptr;
+    // Again when another thread has replaced the old client meanwhile.
+    for (;;) {
+        const Deliveries::Visit old(*deliveries_);
+        // Null says no more than that nothing was handed over; GetClient tells whether the new one is in.
+        if (!old) {
+            Connect(client);
+            return nullptr;
+        }
+        if (!client) {
+            Disconnect();
+            return nullptr;
+        }
+        if (client == old.Client()) return nullptr;  // nothing changes hands
+        if (!client->Send(*this, Mesg_Byte_Type)) {
+            Disconnect();
+            Object::Destruct(client);
+            return nullptr;
+        }
+        // The old one is told, not asked: it goes on in its caller's hands, also when it allows no disconnection. Each
+        // hears its message from a server whose client it is.
+        old->Send(*this, Mesg_Detached);
+        if (!deliveries_->Replace(old.Client(), client)) continue;
+        if (const Deliveries::Visit now(*deliveries_, client); now) client->Send(*this, Mesg_Attached);
+        deliveries_->Wait_For_Others(old.Client());
+        return old.Client();
     }
-    if (!client) {
-        Disconnect();
-        return nullptr;
-    }
-    if (client == old) return nullptr;  // nothing changes hands
-    if (!client->Send(*this, Mesg_Byte_Type)) {
-        Disconnect();
-        Object::Destruct(client);
-        return nullptr;
-    }
-    // The old one is told, not asked: it goes on in its caller's hands, also when it allows no disconnection. Each
-    // hears its message from a server whose client it is.
-    old->Send(*this, Mesg_Detached);
-    SetClient(client);
-    client->Send(*this, Mesg_Attached);
-    return old;
 }
 
-bool Byte_Server::PreDisconnect() { return !Get_Byte_Client() || Tell(Mesg_PreDisconnect_Query); }
+bool Byte_Server::PreDisconnect() { return Ask(Mesg_PreDisconnect_Query).value_or(true); }
 
 unsigned short Byte_Server::GetByte()
 {
@@ -172,8 +201,7 @@ long Byte_Server::GetString(char *buffer, long n)
 // Nobody to ask counts as a yes: upstream a no may end the connection.
 bool Byte_Server::Forward_Send(Byte_Server &origin, CL_Mesg message)
 {
-    Byte_Client *client = Get_Byte_Client();
-    return !client || !Is_Forwarded(message) || client->Send(origin, message);
+    return !Is_Forwarded(message) || Ask(origin, message).value_or(true);
 }
 
 unsigned short Byte_Server::get(unsigned char &byte)

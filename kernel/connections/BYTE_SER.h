@@ -8,24 +8,31 @@
 #include "kernel/connections/CLIENT.h"
 #include "kernel/connections/SERVER.h"
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 namespace kernel {
 
 class Byte_Client;
+class Deliveries;
 
 // What byte reads return when nothing is available (end of data, empty buffer, error); 0 to 255 is a byte.
 constexpr unsigned short No_Byte = 0xFFFF;
 
 // The producer end of a byte stream. Subclasses provide the pull operations and Work.
 //
-// Threads:   the pull operations take no lock. Disconnect and destruction hold the object's Semaphore while they query and
-//            clear the client; a client holds its own while it passes minutes on. A client that takes its lock when it is
-//            asked for disconnection must therefore not disconnect from inside such a message. Connect and Switch belong to the thread that delivers, or to a time when none does.
-// Ownership: owns the connected client (see Server); Switch hands the old one to the caller. The caller's buffers are
-//            filled before the call returns and not kept.
+// Threads:   the pull operations take no lock: they belong inside the client's Send. Connect, Switch, Disconnect and
+//            SetClient may come from any thread at any time, also while others deliver, and from inside the client's Send.
+//            When they return, no other thread is inside the old client, and it hears nothing more. Destruction waits for
+//            that as well; threads inside the server's own operations have left them before.
+//            Deadlock hazards: do not call these while you hold a lock that the client's Send may want (this object's
+//            Semaphore is one), nor on two threads that are each inside the other one's client.
+//            Disconnect holds the object's Semaphore while it asks, and a client holds its own while it passes minutes on.
+//            A client that takes its lock when it is asked must therefore not disconnect from inside such a message.
+// Ownership: owns the connected client (see Server); Switch hands the old one to the caller. A replaced client is deleted
+//            when the new one has its place: its destructor must not disconnect. The caller's buffers are filled before
+//            the call returns and not kept.
 // Errors:    a base pull operation reports "Please implement ..." (4, 34); a refused stream type (3, 26); a value that is
 //            no byte (3, 33).
 class KERNEL_API Byte_Server : public Server {
@@ -85,14 +92,22 @@ public:
 
 protected:
     Byte_Server();
-    bool Tell(CL_Mesg message);  // sends to the client; false without one
-    Byte_Client *Get_Byte_Client() const { return client_.load(std::memory_order_acquire); }
+    // Sends to the client: its answer, or nothing when there is no client. Messages to the own client take this way, or
+    // Tell, and no other: only then nobody destroys the client meanwhile.
+    std::optional<bool> Ask(CL_Mesg message) { return Ask(*this, message); }
+    bool Tell(CL_Mesg message) { return Ask(message).value_or(false); }
+    Byte_Client *Get_Byte_Client() const;  // to look whether there is one
+    // The client, which this server leaves without asking; the caller's now. Waits as SetClient does.
+    Byte_Client *Take_Client();
 
 private:
     friend class Byte_Client;  // passes minutes, hours and days to the server's client
+    friend class Server;       // asks and replaces the old client
 
-    // Written by the thread that connects, read by the one that delivers.
-    std::atomic<Byte_Client *> client_{nullptr};
+    std::optional<bool> Ask(Byte_Server &origin, CL_Mesg message);
+    bool Replace(Byte_Client *old, Byte_Client *client);
+
+    const std::unique_ptr<Deliveries> deliveries_;  // the client, and who is inside it
 };
 
 // The consumer end of a byte stream.

@@ -32,6 +32,8 @@ protected:
     bool Delete_Me() const { return delete_me_.load(std::memory_order_relaxed); }  // the answer to Mesg_Delete_Query
 
 private:
+    friend class Server;  // looks whether a client may be asked
+
     std::atomic<bool> delete_me_{true};
 };
 

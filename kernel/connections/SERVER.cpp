@@ -3,6 +3,7 @@
 #include "kernel/base/Error_Handler.h"
 #include "kernel/connections/BYTE_SER.h"
 #include "kernel/connections/OBJ_SERV.h"
+#include "kernel/connections/delivery_internal.h"
 
 #include <cstring>
 
@@ -55,17 +56,59 @@ bool Server::Connect(Client *client)
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 21, "Called with NULL-Pointer for client");
         return false;
     }
-    Client *old = GetClient();
-    if (old == client) return true;  // deleting it as the old one would connect a dangling pointer
-    if (old) Replace_Client(old);
+    // Again when another thread has changed the client meanwhile.
+    while (!Replace_Client(GetClient(), client)) continue;
+    return true;
+}
+
+// This object as a server of bytes; null when this base is another family's: an object may belong to both.
+Byte_Server *Server::As_Byte_Server()
+{
+    auto *const bytes = dynamic_cast<Byte_Server *>(this);
+    return bytes && static_cast<Server *>(bytes) == this ? bytes : nullptr;
+}
+
+// False: `old` is not the client any more, and nothing was done.
+bool Server::Replace_Client(Client *old, Client *client)
+{
+    // The client that is connected already goes the same way if it may not be deleted. One that may be deleted is not
+    // asked: a yes would be for its own end, and an object in the middle takes its client along when it is asked.
+    if (old && old == client && client->Delete_Me()) return true;
+    if (Byte_Server *const bytes = As_Byte_Server()) return Replace_Byte_Client(*bytes, old, client);
+    // The caller holds the family's lock.
+    if (old && May_Delete(old)) {
+        SetClient(nullptr);
+        if (old != client) Object::Destruct(old);
+    } else if (old) {
+        Disconnect();
+    }
+    // Also when it refused both questions: it loses its place, lives on and is its owner's.
     SetClient(client);
     return true;
 }
 
+// The new client has the place before the old one is deleted: a thread that delivers meanwhile never finds it empty, which
+// would read as a refusal and end a transport.
+bool Server::Replace_Byte_Client(Byte_Server &server, Client *old, Client *client)
+{
+    auto *const former = dynamic_cast<Byte_Client *>(old);
+    auto *const next = dynamic_cast<Byte_Client *>(client);
+    if (!former) return server.Replace(nullptr, next);
+    // Up to the end: nobody else destroys it meanwhile, and it stays the one that was asked.
+    const Deliveries::Visit visit(*server.deliveries_, former);
+    if (!visit) return false;
+    const bool goes = May_Delete(former);
+    if (!goes) Disconnect();
+    if (!server.Replace(former, next) && (goes || !server.Replace(nullptr, next))) return false;
+    if (goes && former != next) Object::Destruct(former);
+    return true;
+}
+
 // Asks through the family that both belong to: an object may be a server of records and of bytes. Without one there is
-// nobody to ask.
+// nobody to ask. A client that is not valid has no say, not even after Dont_Delete_Me.
 bool Server::May_Delete(Client *old)
 {
+    if (!old->IsValid()) return true;
     if (IsInheritedFrom(Object_Server::Name)) {
         auto *records = dynamic_cast<Object_Server *>(this);
         auto *taker = dynamic_cast<Object_Client *>(old);
@@ -77,18 +120,6 @@ bool Server::May_Delete(Client *old)
         if (bytes && puller) return puller->Send(*bytes, Mesg_Delete_Query);
     }
     return true;
-}
-
-void Server::Replace_Client(Client *old)
-{
-    // One that is not valid has no say, not even after Dont_Delete_Me. Nobody stops a delivering thread before the
-    // deletion: that is why connecting belongs to that thread, or to a time without one.
-    if (!old->IsValid() || May_Delete(old))
-        Object::Destruct(old);
-    else
-        Disconnect();
-    // Also when it refused both questions: it loses its place, lives on and is its owner's.
-    SetClient(nullptr);
 }
 
 }  // namespace kernel

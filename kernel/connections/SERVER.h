@@ -5,11 +5,12 @@
 
 namespace kernel {
 
+class Byte_Server;
 class Client;
 
 // The base of all servers.
 //
-// Threads:   connecting and disconnecting belong to the thread that sends, or to a time when none does.
+// Threads:   connecting and disconnecting are settled by the family: see Byte_Server and Object_Server.
 // Ownership: owns its connected client: replaced or left behind by the server's end, the client is asked
 //            Mesg_Delete_Query and deleted when it agrees. Disconnect never deletes.
 // Errors:    a null client is reported (level 3, code 21); base operations report "Please implement ...".
@@ -32,8 +33,10 @@ protected:
     bool Connect(Client *client);
 
 private:
+    Byte_Server *As_Byte_Server();
+    bool Replace_Client(Client *old, Client *client);
+    bool Replace_Byte_Client(Byte_Server &server, Client *old, Client *client);
     bool May_Delete(Client *old);
-    void Replace_Client(Client *old);
 };
 
 }  // namespace kernel

@@ -150,23 +150,20 @@ bool File_Client_Server::Send(Byte_Server &server, CL_Mesg message)
     // The tap answers for the chain; its client was asked when it was connected here. Everything below goes down, also
     // whether disconnection is allowed: the end of the chain decides, and ticks are counted there.
     if (message == Mesg_Byte_Type) return true;
-    Byte_Client *downstream = Get_Byte_Client();
-    if (!downstream) return Byte_Client::Send(server, message);
     // A message sent from inside this one must not cut the outer one off from its bytes.
     Byte_Server *const outer = std::exchange(upstream_, &server);
-    const bool answer = downstream->Send(*this, message);
+    const std::optional<bool> answer = Ask(message);
     upstream_ = outer;
-    return answer;
+    return answer ? *answer : Byte_Client::Send(server, message);
 }
 
 // An object that may be deleted takes its client with it.
 void File_Client_Server::Delete_Downstream()
 {
-    Byte_Client *downstream = Get_Byte_Client();
-    if (!Delete_Me() || !downstream) return;
+    if (!Delete_Me()) return;
     // Detached first, or this object's own end would ask a client that is gone.
-    SetClient(nullptr);
-    if (downstream->Send(*this, Mesg_Delete_Query)) Object::Destruct(downstream);
+    Byte_Client *const downstream = Take_Client();
+    if (downstream && downstream->Send(*this, Mesg_Delete_Query)) Object::Destruct(downstream);
 }
 
 void File_Client_Server::ErrorBox() { Report_Open_Error(*this, unit, __LINE__, last_error_, words); }

@@ -2,6 +2,7 @@
 
 #include "platform/error.h"
 #include "platform/posix/errno_table.h"
+#include "platform/thread_number.h"
 
 #include <algorithm>
 #include <atomic>
@@ -64,6 +65,7 @@ int inherited_priority(pid_t tid)
 struct Thread::State {
     Entry entry = nullptr;
     void *context = nullptr;
+    const Thread_Number thread_number = reserve_thread_number();
 
     std::mutex lock;
     std::condition_variable changed;  // tid known, ended
@@ -185,13 +187,17 @@ void Thread::State::end(std::uint32_t code)
 // A kill that was not obeyed at once may be by now; the signal handler can tell nobody.
 bool Thread::State::has_ended()
 {
-    if (!ended && kill_order != 0 && obeyed.load(std::memory_order_acquire) == kill_order) end(kill_code);
+    if (!ended && kill_order != 0 && obeyed.load(std::memory_order_acquire) == kill_order) {
+        note_killed(thread_number);
+        end(kill_code);
+    }
     return ended;
 }
 
 std::uint32_t Thread::State::run()
 {
     current_state = this;
+    set_thread_number(thread_number);
     unblock_stop_signal();
     {
         const std::lock_guard guard(lock);

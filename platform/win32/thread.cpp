@@ -1,6 +1,7 @@
 #include "platform/thread.h"
 
 #include "platform/error.h"
+#include "platform/thread_number.h"
 
 #include <windows.h>
 
@@ -11,6 +12,7 @@ namespace platform {
 struct Thread::State {
     HANDLE handle = nullptr;
     unsigned int id = 0;
+    const Thread_Number number = reserve_thread_number();
 
     ~State()
     {
@@ -23,12 +25,14 @@ namespace {
 struct Start {
     Thread::Entry entry;
     void *context;
+    Thread_Number number;
 };
 
 unsigned int __stdcall run(void *argument)
 {
     const Start start = *static_cast<Start *>(argument);
     delete static_cast<Start *>(argument);
+    set_thread_number(start.number);
     return static_cast<unsigned int>(start.entry(start.context));
 }
 
@@ -46,7 +50,7 @@ std::shared_ptr<Thread> Thread::start(Entry entry, void *context, bool suspended
     std::unique_ptr<Start> start;  // the thread's
     try {
         thread.reset(new Thread(std::make_shared<State>()));
-        start.reset(new Start{entry, context});
+        start.reset(new Start{entry, context, thread->state_->number});
     } catch (const std::bad_alloc &) {
         set_last_error(error_no_memory);
         return nullptr;
@@ -98,10 +102,13 @@ int Thread::priority() const
 bool Thread::kill(std::uint32_t exit_code)
 {
     if (wait(0)) return true;
-    TerminateThread(state_->handle, exit_code);
-    if (wait(1000)) return true;
-    set_last_error(error_busy);
-    return false;
+    const bool ordered = TerminateThread(state_->handle, exit_code) != 0;
+    if (!wait(1000)) {
+        set_last_error(error_busy);
+        return false;
+    }
+    if (ordered) note_killed(state_->number);
+    return true;
 }
 
 }  // namespace platform

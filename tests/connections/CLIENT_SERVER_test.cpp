@@ -118,7 +118,7 @@ TEST(Server, a_new_client_replaces_the_old_one)
     bool deleted = false, invalid_deleted = false;
     Bare_Server server;
     auto *old = new Recording_Client(&deleted);
-    EXPECT_TRUE(server.Connect(old) && server.Connect(old));  // the same again stays
+    EXPECT_TRUE(server.Connect(old) && server.Connect(old));  // the same again stays, unasked
     EXPECT_FALSE(deleted);
     EXPECT_EQ(old->Take(), (Heard{1000, 1000}));
     Kept_Client kept, stubborn;  // the second refuses both: it loses its place all the same
@@ -130,6 +130,10 @@ TEST(Server, a_new_client_replaces_the_old_one)
         EXPECT_EQ(client->Take(), (Heard{1000, 120, 20}));
         EXPECT_NE(server.GetClient(), client);
     }
+    Kept_Client again;  // one that may not be deleted goes and comes back
+    EXPECT_TRUE(server.Connect(&again) && server.Connect(&again));
+    EXPECT_EQ(again.Take(), (Heard{1000, 120, 20, 1000}));
+    EXPECT_EQ(server.GetClient(), &again);
     auto *invalid = new Invalid_Client(&invalid_deleted);
     server.Connect(invalid);
     invalid->Answer_With(Mesg_Delete_Query, false);
