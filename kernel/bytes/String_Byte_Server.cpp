@@ -67,6 +67,16 @@ bool String_Byte_Server::Serve(long &available)
     return true;
 }
 
+// Whether there is something to go on with: a request; or none, when the client has pulled from inside the invitation,
+// and may do so again. It would be invited for ever if it had moved nothing.
+bool String_Byte_Server::Invite()
+{
+    const std::size_t before = Stored();
+    // A refusal counts even when the client has asked before it refused.
+    if (!Tell(Mesg_Request_Invite)) requested_ = 0;
+    return requested_ > 0 || (requested_ < 0 && Stored() < before);
+}
+
 bool String_Byte_Server::Work()
 {
     if (!Get_Byte_Client()) return false;
@@ -74,9 +84,7 @@ bool String_Byte_Server::Work()
     requested_ = 0;
     long available = MinAvail(0);
     while (available > 0 && available >= requested_) {
-        // A refusal counts even when the client has asked before it refused.
-        if (!Tell(Mesg_Request_Invite)) requested_ = 0;
-        if (requested_ <= 0) return false;  // below: it pulled without asking, and would be invited for ever
+        if (!Invite()) return false;
         if (!Serve(available)) return false;
     }
     if (requested_ > available) Tell(Mesg_Status_40);
@@ -92,8 +100,7 @@ bool String_Byte_Server::ContinueWork()
     for (;;) {
         if (!Get_Byte_Client()) return false;
         if (!Serve(available)) return false;
-        if (!Tell(Mesg_Request_Invite)) requested_ = 0;
-        if (requested_ <= 0) return false;
+        if (!Invite()) return false;
         if (requested_ > available) {
             Tell(Mesg_Status_40);
             return true;

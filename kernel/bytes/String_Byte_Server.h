@@ -32,8 +32,9 @@ public:
     // n asks for nothing.
     bool Request(long n) override;
     // One round of the dialogue: invite, let pull while the request can be met, then tell to wait (Mesg_Status_40).
-    // False: no client, or the client refused or wanted nothing. A client that answers Mesg_Data_Ready with true and pulls
-    // nothing is told again, for ever: to pull is its part of the contract.
+    // False: no client, or the client refused or wanted nothing. A client that pulls from inside Mesg_Request_Invite, and
+    // asks for nothing, is invited again as long as it finds something to pull. One that answers Mesg_Data_Ready with true
+    // and pulls nothing is told again, for ever: to pull is its part of the contract.
     bool Work() override;
     // The same when more data has come for a request that is pending: serves it first, then invites.
     bool ContinueWork();
@@ -93,6 +94,7 @@ private:
     }
     void Take(std::size_t n);
     bool Serve(long &available);
+    bool Invite();
 
     std::size_t size_ = 0;                   // bytes; 0 without a ring
     std::unique_ptr<unsigned char[]> ring_;  // null makes the object invalid

@@ -32,7 +32,10 @@ bool Client::Send(Server &server, CL_Mesg message)
     case Mesg_Status_250: return true;
 
     // The counts alone: a client that is attached hears no 140 after this and must go on counting.
-    case Mesg_Reset_Counters: ticks_ = attached_ticks_ = 0; return true;
+    case Mesg_Reset_Counters:
+        ticks_.store(0, std::memory_order_relaxed);
+        attached_ticks_.store(0, std::memory_order_relaxed);
+        return true;
     case Mesg_Disconnect_Query:
     case Mesg_PreDisconnect_Query: return DisconnectAllowed();
     case Mesg_Pause: platform::sleep_ms(pause_ms); return true;
@@ -40,13 +43,13 @@ bool Client::Send(Server &server, CL_Mesg message)
     // The other count runs on over losses of the connection. Byte clients derive minutes from that one, object clients
     // from this one; both are meant.
     case Mesg_Attached:
-        attached_ticks_ = 0;
-        counts_attached_ = true;
+        attached_ticks_.store(0, std::memory_order_relaxed);
+        counts_attached_.store(true, std::memory_order_relaxed);
         return true;
-    case Mesg_Detached: counts_attached_ = false; return true;
+    case Mesg_Detached: counts_attached_.store(false, std::memory_order_relaxed); return true;
     case Mesg_Second:
-        ++ticks_;
-        if (counts_attached_) ++attached_ticks_;
+        ticks_.fetch_add(1, std::memory_order_relaxed);
+        if (counts_attached_.load(std::memory_order_relaxed)) attached_ticks_.fetch_add(1, std::memory_order_relaxed);
         return true;
 
     // Notices. Who does not care must not say no: a socket, for one, ends when its client refuses 140 or 50.

@@ -93,9 +93,13 @@ void Object_Server::SetClient(Client *client)
 void Object_Server::Disconnect()
 {
     const Semaphore_Guard guard(*this);
-    // One that is not valid is not told: its Send may need what it never got.
-    if (Object::valid(client_) && !Tell_Locked(Mesg_Disconnect_Query))
-        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 25, no_answer, client_->GetName());
+    Object_Client *const client = client_;
+    // One that is not valid is not told: its Send may need what it never got. The name is taken first: from inside the
+    // message the client may leave, or connect another, which then stays.
+    const char *const name = client ? client->GetName() : nullptr;
+    if (Object::valid(client) && !client->Send(*this, Mesg_Disconnect_Query))
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 25, no_answer, name);
+    if (client_ && client_ != client) return;
     client_ = nullptr;
     Reset_Data();  // before the mode is forgotten: a static record may also be the pending one
     static_mode_ = false;
@@ -104,11 +108,13 @@ void Object_Server::Disconnect()
 bool Object_Server::Connect(Object_Client *client)
 {
     Handshake result = Handshake::Done;
+    const char *name = nullptr;  // later another thread may have replaced the client, and deleted it
     {
         const Semaphore_Guard guard(*this);
         // False for a null client alone. The one that is connected already goes on from here: it shakes hands again,
         // and the mode may change.
         if (!Server::Connect(client)) return true;
+        name = client->GetName();
         result = Shake_Hands(*client);
     }
     if (result == Handshake::Done) return true;
@@ -116,9 +122,9 @@ bool Object_Server::Connect(Object_Client *client)
     Error_Handler &report = Report(unit, __LINE__);
     switch (result) {
     case Handshake::Done: break;
-    case Handshake::No_Answer: report.Print_Out(Error_Handler::ES_Error, 25, no_answer, client->GetName()); break;
+    case Handshake::No_Answer: report.Print_Out(Error_Handler::ES_Error, 25, no_answer, name); break;
     case Handshake::Wrong_Type:
-        report.Print_Out(Error_Handler::ES_Error, 26, "Client %s couldn't work with type %d.", client->GetName(),
+        report.Print_Out(Error_Handler::ES_Error, 26, "Client %s couldn't work with type %d.", name,
                          static_cast<int>(record_type_));
         break;
     case Handshake::No_Memory:
@@ -151,10 +157,17 @@ bool Object_Server::Connect_Typed(Object_Client *client, const char *refusal, co
 {
     // Qualified: the caller is the subclass's Connect.
     if (!Object_Server::Connect(client)) return false;
-    if (!client || Tell(record_type_)) return true;
-    Report(source, line)
-        .Print_Out(Error_Handler::ES_Error, 26, refusal, client->GetName(), static_cast<int>(record_type_));
-    Disconnect();
+    if (!client) return true;
+    const char *name = nullptr;
+    {
+        const Semaphore_Guard guard(*this);
+        if (client_ != client) return false;  // another thread has taken it away since; it may be deleted
+        name = client->GetName();
+        if (client->Send(*this, record_type_)) return true;
+    }
+    Report(source, line).Print_Out(Error_Handler::ES_Error, 26, refusal, name, static_cast<int>(record_type_));
+    const Semaphore_Guard guard(*this);
+    if (client_ == client) Disconnect();
     return false;
 }
 

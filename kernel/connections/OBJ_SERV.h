@@ -24,8 +24,10 @@ class Object_Client;
 //
 // Threads:   every operation holds the object's Semaphore, also while messages are sent and while a replaced client is
 //            deleted: what the client does there must not wait for another lock's holder, nor for a thread that may want
-//            this one. Connect and Disconnect belong to the producer's thread, or to a time when it holds no record from
-//            Malloc: the mode changes, and the static record goes with its connection.
+//            this one. So Connect, Disconnect and SetClient wait for a thread that is inside the client; when they return,
+//            the old client hears nothing more and may be destroyed. Connect and Disconnect belong to the producer's
+//            thread, or to a time when it holds no record from Malloc: the mode changes, and the static record goes with
+//            its connection.
 // Ownership: owns its client (see Server), the pending and the static record. A record from Malloc is the producer's until
 //            Send_Data or Free takes it back; a static one stays the server's all along.
 // Errors:    a refused type (3, 26), an allocation that failed (3, 18), a client that does not answer Mesg_Reset_Counters

@@ -6,7 +6,7 @@
 
 namespace kernel {
 
-// Hands over EPO_DATA records, type Mesg_Type_Obs.
+// Hands over EPO_DATA records, type Mesg_Type_Obs. A subclass names itself as one of Pos_Server does (Typed_Servers.h).
 //
 // Threads:   as Object_Server. The check runs on the producer's thread without the lock: the epoch still is the producer's.
 // Ownership: as Object_Server.

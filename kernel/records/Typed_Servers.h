@@ -1,13 +1,21 @@
 // The record kinds: for each a server whose records are of one type, and a client that takes only these. What Pos_Server and
 // Pos_Client offer for Position, every row of KERNEL_RECORD_KINDS offers for its own X and Record:
 //
-//   Pos_Server *Pos_Server::Construct()  named with its ClassName(); a subclass names itself: Pos_Server(name)
+//   Pos_Server *Pos_Server::Construct()  named with its ClassName()
 //   Position *Malloc_Pos()               a new record, all zero, or in static mode the server's; null: memory is short
 //   bool Send_Pos(Position *&record)     hands it over; false: no client, or it did not want it now. The pointer becomes null
 //   void Free_Pos(Position *&record)     gives back a record: the producer's, or the one a client owns. Likewise
 //   Position *Get_Pos()                  for the client, inside Mesg_Data_Ready: the record, or null
 //   bool Connect(Object_Client *client)  asks also for the type; refused: reported (3, 26), disconnected, false
 //   Pos_Client                           answers Mesg_Type_Pos with true, all else as Object_Client
+//
+// A subclass of either names itself through the virtual base, which the most derived class makes; a name that it gives to
+// Pos_Server or Pos_Client does not count:
+//
+//   class My_Server : public Pos_Server {
+//   public:
+//       My_Server() : Object("mine") {}
+//   };
 //
 // Threads, ownership and errors are those of Object_Server and Object_Client. Observation epochs have a unit of their own.
 // A host's own kind: derive from Typed_Server and Typed_Client with one of the types from 10100 on.
@@ -92,7 +100,8 @@ protected:
     Typed_Client() : Object(nullptr) {}
 };
 
-// What every class of a pair declares. A server ends its connection itself, so that its client still finds the wrappers. Their definitions stand in the source, once for all kinds.
+// What every class of a pair declares. A server ends its connection itself, so that its client still finds the wrappers.
+// Their definitions stand in the source, once for all kinds.
 #define KERNEL_NAMED_CLASS(Class)                                                                                      \
 public:                                                                                                                \
     static const char Name[];                                                                                          \

@@ -7,6 +7,7 @@
 #include <deque>
 #include <memory>
 #include <random>
+#include <vector>
 
 using namespace kernel;
 
@@ -121,6 +122,91 @@ TEST(String_Byte_Server, agrees_with_a_queue)
     }
 }
 
+// Steps from place to place, where the ring copies blocks.
+class Naive_Ring {
+public:
+    explicit Naive_Ring(std::size_t size) : bytes_(size) {}
+    std::size_t Stored() const { return (write_ + bytes_.size() - read_) % bytes_.size(); }
+    void Put(unsigned char byte)
+    {
+        bytes_[write_] = byte;
+        write_ = (write_ + 1) % bytes_.size();
+    }
+    unsigned char Get()
+    {
+        const unsigned char byte = bytes_[read_];
+        read_ = (read_ + 1) % bytes_.size();
+        return byte;
+    }
+    void Rewind_Empty()
+    {
+        if (read_ == write_) read_ = write_ = 0;
+    }
+    std::size_t Free_In_One_Piece() const
+    {
+        std::size_t n = 0;
+        while (write_ + n < bytes_.size() && (write_ + n + 1) % bytes_.size() != read_) ++n;
+        return n;
+    }
+
+private:
+    std::vector<unsigned char> bytes_;
+    std::size_t read_ = 0, write_ = 0;
+};
+
+TEST(String_Byte_Server, is_filled_in_place_as_a_naive_ring_is)
+{
+    class Ring : public String_Byte_Server {
+    public:
+        explicit Ring(long size) : Object("ring"), String_Byte_Server("ring", size, nullptr) {}
+        using String_Byte_Server::Commit;
+        using String_Byte_Server::Reserve;
+    };
+    std::mt19937 random(20210401);
+    for (const long size : {2L, 3L, 5L, 17L, 64L}) {
+        Ring ring(size);
+        Naive_Ring naive(static_cast<std::size_t>(size));
+        for (int step = 0; step < 20000; ++step) {
+            const std::size_t n = random() % static_cast<std::size_t>(size + 2);
+            if (random() % 2 == 0) {
+                naive.Rewind_Empty();
+                unsigned char *const place = ring.Reserve(n);
+                ASSERT_EQ(place != nullptr, n <= naive.Free_In_One_Piece()) << size << ' ' << step;
+                const std::size_t filled = place ? random() % (n + 1) : 0;  // a read may bring less
+                for (std::size_t i = 0; i < filled; ++i) naive.Put(place[i] = static_cast<unsigned char>(random()));
+                if (place) ring.Commit(filled);
+            } else {
+                for (std::size_t i = std::min(n, naive.Stored()); i > 0; --i) ASSERT_EQ(ring.GetByte(), naive.Get());
+            }
+            ASSERT_EQ(ring.MinAvail(0), static_cast<long>(naive.Stored()));
+            naive.Rewind_Empty();
+        }
+    }
+}
+
+TEST(String_Byte_Server, lets_a_client_pull_from_inside_the_invitation)
+{
+    const Owned server = Make(4096);
+    std::string lines, got;
+    for (int i = 0; i < 1000; ++i) lines += "$GPGGA," + std::to_string(i) + "\r\n";
+    auto *const reader = new Recording_Client;
+    reader->records = false;
+    reader->On(Mesg_Request_Invite, [&](Byte_Server &from) {
+        const std::size_t before = got.size();
+        for (unsigned short byte = 0; byte != '\n' && (byte = from.GetByte()) != No_Byte;)
+            got += static_cast<char>(byte);
+        return got.size() > before;
+    });
+    server->Connect(reader);
+    for (std::size_t at = 0; at < lines.size(); at += 1000) {
+        const std::string piece = lines.substr(at, 1000);
+        server->PutBin(reinterpret_cast<const unsigned char *>(piece.data()), static_cast<unsigned int>(piece.size()));
+        server->Work();
+        EXPECT_EQ(server->MinAvail(0), 0);
+    }
+    EXPECT_TRUE(got == lines);
+}
+
 TEST(String_Byte_Server, serves_a_request_when_it_can_be_met_and_not_before)
 {
     Fed_Client ten(10);
@@ -156,10 +242,16 @@ TEST(String_Byte_Server, ends_a_round_when_the_client_refuses_or_wants_nothing)
     EXPECT_EQ(refusing.Continue(), (Heard{70, 0}));  // that dropped the request: nothing is pending any more
     EXPECT_EQ(refusing.Work(), (Heard{70, 0}));      // the invitation is refused, although it asked
 
-    Fed_Client silent([](Recording_Client &client) {  // pulls without asking: is not invited for ever
+    Fed_Client silent([](Recording_Client &client) {  // pulls without asking: invited while that moves something
         client.On(Mesg_Request_Invite, [](Byte_Server &s) { return s.GetByte() != No_Byte; });
     });
-    EXPECT_EQ(silent.Feed("abc").Work(), (Heard{70, 0}));
+    EXPECT_EQ(silent.Feed("abc").Work(), (Heard{70, 70, 70, 70, 0}));
     EXPECT_EQ(silent.Continue(), (Heard{70, 0}));
+    Fed_Client stubborn([](Recording_Client &client) {  // the same, and never refuses
+        client.On(Mesg_Request_Invite, [](Byte_Server &s) { return s.GetByte(), true; });
+    });
+    EXPECT_EQ(stubborn.Feed("abc").Work(), (Heard{70, 70, 70, 70, 0}));
+    stubborn.Feed("d");
+    EXPECT_EQ(stubborn.Continue(), (Heard{70, 70, 0}));
     EXPECT_EQ(Fed_Client(-5).Feed("abc").Work(), (Heard{70, 0}));
 }

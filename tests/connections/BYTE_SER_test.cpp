@@ -133,6 +133,18 @@ TEST(Byte_Server, switches_between_clients)
     EXPECT_EQ(second.Take(), (Heard{1000, 140}));
     EXPECT_EQ(server.Switch(&second), nullptr);  // nothing to hand over
     EXPECT_EQ(server.GetClient(), &second);
+    // Each hears its message from a server whose client it is.
+    const auto is_mine = [](Recording_Client &client) {
+        return [&client](Byte_Server &from) {
+            EXPECT_EQ(from.GetClient(), &client);
+            return true;
+        };
+    };
+    first.On(Mesg_Attached, is_mine(first)).On(Mesg_Detached, is_mine(first));
+    second.On(Mesg_Attached, is_mine(second)).On(Mesg_Detached, is_mine(second));
+    EXPECT_TRUE(server.Switch(&first) == &second && server.Switch(&second) == &first);
+    EXPECT_EQ(first.Take(), (Heard{1000, 140, 150}));
+    EXPECT_EQ(second.Take(), (Heard{150, 1000, 140}));
 
     auto *refusing = new Recording_Client(&refused_deleted);
     refusing->Answer_With(Mesg_Byte_Type, false);
@@ -161,6 +173,20 @@ TEST(Byte_Server, passes_notices_to_its_client)
     for (int m = 0; m <= 1010; ++m) middle.Forward_Send(upstream, static_cast<CL_Mesg>(m));
     EXPECT_EQ(client->Take(),
               (Heard{30, 40, 50, 90, 100, 110, 140, 150, 160, 170, 180, 200, 201, 202, 203, 210, 220, 230}));
+}
+
+TEST(Byte_Client, derives_minutes_for_the_client_of_the_server)
+{
+    Bare_Server server;
+    Recording_Client passing;  // hears the seconds of a server whose client is another
+    auto *const connected = new Recording_Client;
+    server.Connect(connected);
+    connected->Take();
+    for (int i = 0; i < 3600; ++i) passing.Send(server, Mesg_Second);
+    Heard expected(60, 201);
+    expected.push_back(202);
+    EXPECT_EQ(connected->Take(), expected);
+    EXPECT_EQ(passing.Take(), Heard(3600, 200));
 }
 
 TEST(Byte_Client_NULL, drains_in_its_own_way)

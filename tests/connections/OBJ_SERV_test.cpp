@@ -4,10 +4,12 @@
 
 #include "tests/support/records.h"
 #include "tests/support/reports.h"
+#include "tests/support/timing.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <future>
@@ -200,6 +202,29 @@ TEST(Object_Server, frees_what_nobody_takes)
     EXPECT_EQ(chain.live, 0);
 }
 
+TEST(Object_Server, lets_a_client_leave_from_inside_the_question_whether_it_may)
+{
+    for (const bool brings_another : {false, true}) {
+        Chain chain;
+        Taker other;
+        other.Dont_Delete_Me();
+        bool is_first = true;
+        chain.client.On(Mesg_Disconnect_Query, [&](Object_Server &from) {
+            if (!std::exchange(is_first, false)) return true;
+            if (brings_another)
+                from.Connect(&other);
+            else
+                from.Disconnect();
+            return false;
+        });
+        chain.server->Disconnect();
+        EXPECT_EQ(chain.client.Take(), brings_another ? (Heard{20, 120, 20}) : (Heard{20, 20}));
+        EXPECT_EQ(chain.server->GetClient(), brings_another ? &other : nullptr);
+        EXPECT_EQ(chain.reports->Take(), Said(25, "Client taker didn't answer"));
+        chain.server->SetClient(nullptr);
+    }
+}
+
 TEST(Object_Server, uses_one_record_in_static_mode)
 {
     Chain chain({Mesg_Object_Connect});
@@ -325,6 +350,21 @@ TEST(Object_Server, sends_with_its_lock_held_and_reports_a_failed_connection_wit
     EXPECT_TRUE(free_in_report);
 }
 
+namespace {
+
+// Frees what it takes.
+Taker *Make_Freeing_Client()
+{
+    auto *const client = new Taker;
+    client->Answer_With(Mesg_Type_20000, true).On(Mesg_Data_Ready, [](Object_Server &from) {
+        static_cast<Number_Server &>(from).Drop(from.Get_Object());
+        return true;
+    });
+    return client;
+}
+
+}  // namespace
+
 TEST(Object_Server, is_reconnected_while_another_thread_produces)
 {
     constexpr int rounds = 200;
@@ -338,18 +378,56 @@ TEST(Object_Server, is_reconnected_while_another_thread_produces)
             }
         });
         for (int i = 0; i < rounds; ++i) {
-            auto *client = new Taker;
-            if (i % 2) {
-                client->Answer_With(Mesg_Object_Connect, false);
-            } else {
-                client->On(Mesg_Data_Ready, [](Object_Server &from) {
-                    static_cast<Number_Server &>(from).Drop(from.Get_Object());
-                    return true;
-                });
-            }
+            auto *client = Make_Freeing_Client();
+            if (i % 2) client->Answer_With(Mesg_Object_Connect, false);
             server.Connect(client);
         }
         producer.join();
+    }
+    EXPECT_EQ(live, 0);
+}
+
+// For the thread sanitizer: each operation from a second thread, while records flow.
+TEST(Object_Server, stands_every_operation_from_another_thread)
+{
+    using Operation = void (*)(Number_Server &);
+    constexpr Operation operations[] = {
+        [](Number_Server &server) { server.Connect(Make_Freeing_Client()); },
+        [](Number_Server &server) { server.Connect_Typed(Make_Freeing_Client(), "%s %d", "kernel/mine", 1); },
+        [](Number_Server &server) { server.IsConnected(); },
+        [](Number_Server &server) { server.GetCount(); },
+        [](Number_Server &server) { server.StaticAlloc(); },
+        [](Number_Server &server) { server.Work(); },
+        [](Number_Server &server) { server.Tell(Mesg_Second); },
+        [](Number_Server &server) { server.Drop(server.Get_Object()); },
+        [](Number_Server &server) { server.Reset_Data(); },
+        [](Number_Server &server) {
+            void *record = server.Make(1);
+            server.Send_Data(record);
+        },
+    };
+    const Heard_Reports reports;
+    int live = 0;
+    {
+        Number_Server server(live);
+        std::atomic<int> given{0};
+        const std::jthread producer([&](const std::stop_token &over) {
+            while (!over.stop_requested()) server.Give(++given);
+        });
+        for (int round = 0; round < 100; ++round) {
+            const int before = given;
+            EXPECT_TRUE(Soon([&] { return given != before; }));
+            for (const Operation operation : operations) operation(server);
+            auto *const client = new Taker;
+            client->Dont_Delete_Me();
+            client->Answer_With(Mesg_Request_Invite, false).Answer_With(Mesg_Delete_Query, false);
+            server.Connect(client);
+            if (round % 2)
+                server.Disconnect();
+            else
+                server.SetClient(nullptr);
+            delete client;  // it hears nothing more
+        }
     }
     EXPECT_EQ(live, 0);
 }

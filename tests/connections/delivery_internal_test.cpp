@@ -134,19 +134,25 @@ TEST(Deliveries, a_client_leaves_from_inside_its_message)
 
 TEST(Deliveries, two_threads_leave_from_inside_the_same_client)
 {
+    class Meeting_Client : public Byte_Client {
+    public:
+        Meeting_Client() : Object("meeting") { Dont_Delete_Me(); }
+        bool Send(Byte_Server &server, CL_Mesg message) override
+        {
+            if (message != Mesg_Second) return Byte_Client::Send(server, message);
+            ++inside_;
+            EXPECT_TRUE(Soon([this] { return inside_ == 2; }));
+            server.Disconnect();
+            return true;
+        }
+
+    private:
+        std::atomic<int> inside_{0};
+    };
     Bare_Server server;
-    Recording_Client client;
-    client.Dont_Delete_Me();
-    client.records = false;
-    std::atomic<int> inside{0};
-    client.On(Mesg_Second, [&](Byte_Server &from) {
-        ++inside;
-        if (!Soon([&] { return inside == 2; })) return false;
-        from.Disconnect();
-        return true;
-    });
+    Meeting_Client client;
     server.Connect(&client);
-    auto tick = Tick(server), second_tick = Tick(server);
+    const auto tick = Tick(server), second_tick = Tick(server);
     EXPECT_EQ(tick.wait_for(10s), std::future_status::ready);
     EXPECT_EQ(second_tick.wait_for(10s), std::future_status::ready);
     EXPECT_FALSE(server.IsConnected());

@@ -134,7 +134,7 @@ TEST(Obs_Server, connects_to_clients_that_take_epochs)
     EXPECT_EQ(chain.client.Take(), (Heard{1010, 130, 10, 10000}));
     chain.client.Answer_With(Mesg_Type_Obs, false);
     EXPECT_FALSE(chain.server->Connect(&chain.client));
-    EXPECT_EQ(chain.client.Take(), (Heard{1010, 130, 10, 10000, 20}));
+    EXPECT_EQ(chain.client.Take(), (Heard{120, 20, 1010, 130, 10, 10000, 20}));
     EXPECT_EQ(chain.reports->Take(),
               (Reports{{3, 26, "Client taker couldn't work with type 10000", "kernel/OBS_SERV"}}));
     const std::unique_ptr<Obs_Client> plain(Obs_Client::Construct());

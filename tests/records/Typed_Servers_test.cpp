@@ -1,5 +1,7 @@
 #include "kernel/records/Typed_Servers.h"
 
+#include "kernel/records/OBS_SERV.h"
+
 #include "tests/support/Naive_Rtcm3.h"
 #include "tests/support/records.h"
 #include "tests/support/reports.h"
@@ -142,6 +144,33 @@ TEST(Typed_Servers, follow_one_rule)
     Check<Met, Met_Data>("Meterologic-Server", "Meterologic_Client", 10080);
     Check<KIND(WAAS), WAAS_Data>("WAAS_Server", "WAAS_Client", 10081);
     Check<KIND(RTCM), rtcm_epo_data>("RTCM_Server", "RTCM_Client", 10090);
+}
+
+TEST(Typed_Servers, a_subclass_names_itself_as_documented)
+{
+    class My_Server : public Pos_Server {
+    public:
+        My_Server() : Object("mine") {}
+    };
+    class My_Client : public Pos_Client {
+    public:
+        My_Client() : Object("my client") {}
+    };
+    class My_Epochs : public Obs_Server {
+    public:
+        My_Epochs() : Object("my epochs") {}
+    };
+    class My_Epoch_Client : public Obs_Client {
+    public:
+        My_Epoch_Client() : Object("my epoch client") {}
+    };
+    My_Server server;
+    EXPECT_STREQ(server.GetName(), "mine");
+    EXPECT_STREQ(My_Client().GetName(), "my client");
+    EXPECT_STREQ(My_Epochs().GetName(), "my epochs");
+    EXPECT_STREQ(My_Epoch_Client().GetName(), "my epoch client");
+    EXPECT_TRUE(server.IsInheritedFrom("Pos_Server"));
+    EXPECT_TRUE(server.Connect(new My_Client));
 }
 
 TEST(Typed_Servers, move_a_record_without_allocation_in_static_mode)
