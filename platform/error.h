@@ -22,6 +22,7 @@ enum Error : std::uint32_t {
     error_disk_full = 112,
     error_invalid_name = 123,
     error_busy = 170,
+    error_bad_file_type = 222,  // no regular file
     error_operation_aborted = 995,
     error_io_incomplete = 996,
     error_io_pending = 997,

@@ -1,5 +1,6 @@
 #include "platform/fault.h"
 
+#include "platform/clock.h"
 #include "platform/error.h"
 
 #include <algorithm>
@@ -22,6 +23,7 @@ Plan plans[2];
 Socket_Library_Plan socket_plan;
 std::atomic<bool> has_socket_plan{false};
 std::atomic<std::uint32_t> serial_plan{0};
+std::atomic<bool> opens_held{false};
 
 struct Name_Plan {
     bool hangs = false;
@@ -110,6 +112,14 @@ bool planned_name(const char *name, std::uint32_t &error, std::uint32_t &host)
     return true;
 }
 
+void hold_opens(bool hold) { opens_held = hold; }
+
+// A sleep and no condition: the thread may be killed here, and must hold nothing then.
+void wait_while_opens_are_held()
+{
+    while (opens_held.load(std::memory_order_relaxed)) sleep_ms(1);
+}
+
 void plan_serial_errors(std::uint32_t errors) { serial_plan = errors; }
 
 std::uint32_t planned_serial_errors() { return serial_plan.exchange(0); }
@@ -125,6 +135,7 @@ void clear()
     most = 0;
     has_socket_plan = false;
     serial_plan = 0;
+    opens_held = false;
     name_plans().clear();
     for (Plan &plan : plans) plan.set = false;
 }

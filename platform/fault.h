@@ -20,6 +20,8 @@ void plan_socket_library(std::uint32_t error, std::uint16_t version);
 // with hang_name the look-up does not come back until the name is planned otherwise. clear() lets it end in a failure.
 void plan_name(const char *name, std::uint32_t error, std::uint32_t host);
 void hang_name(const char *name);
+// Until clear(), or hold_opens(false), opening a file does not come back: as with a folder on a share that has gone.
+void hold_opens(bool hold);
 // The next look at a serial port's errors finds these too (serial_* bits).
 void plan_serial_errors(std::uint32_t errors);
 void clear();
@@ -32,6 +34,7 @@ struct Socket_Library_Plan {
 const Socket_Library_Plan *planned_socket_library();
 // False when the name is not planned. Waits while it is planned to hang.
 bool planned_name(const char *name, std::uint32_t &error, std::uint32_t &host);
+void wait_while_opens_are_held();
 std::uint32_t planned_serial_errors();  // taken: the second look finds nothing
 
 // For the platform layer: how many of n bytes may be moved now, and the failure to answer when it is less than n (sets the

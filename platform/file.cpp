@@ -5,6 +5,12 @@
 
 namespace platform {
 
+std::shared_ptr<File> File::open(const char *name, Mode mode)
+{
+    fault::wait_while_opens_are_held();
+    return open_native(name, mode);
+}
+
 bool File::read(void *buffer, std::size_t n, std::size_t &got)
 {
     got = 0;

@@ -11,7 +11,8 @@ namespace platform {
 // An open file. Readers share a file with readers; a file open for writing is nobody else's: the second open fails with
 // error_sharing_violation. (POSIX: among the programs that use this layer.)
 //
-// Made for files proper: a pipe's writer that stays silent holds a reader, and close() does not wake it.
+// Regular files only. A pipe, a FIFO, a socket or a device is refused with error_bad_file_type, and its other side is not
+// waited for: a silent writer would hold a reader, and close() would not wake it.
 //
 // Threads:   one thread transfers; any thread may close. A transfer on a closed file fails with error_invalid_handle; the
 //            descriptor is released when nobody holds the object any more.
@@ -20,10 +21,13 @@ namespace platform {
 class File {
 public:
     enum class Mode {
-        read,    // must exist; a folder is refused with error_access_denied
-        create,  // for writing; what was there is cut off
-        append,  // for writing; what was there stays. The position is the start, as with every open.
+        read,         // must exist; a folder is refused with error_access_denied
+        read_shared,  // the same, and others may write to the file meanwhile
+        create,       // for writing; what was there is cut off
+        append,       // for writing; what was there stays. The position is the start, as with every open.
     };
+    // The name is UTF-8, of any length that the system can store. Where it is not (Windows): error_invalid_name.
+    // A folder on a share that has gone may hold this call for a long time: hold no lock around it.
     static std::shared_ptr<File> open(const char *name, Mode mode);
     ~File();
     File(const File &) = delete;
@@ -43,6 +47,7 @@ public:
 
 private:
     explicit File(std::intptr_t native) : native_(native) {}
+    static std::shared_ptr<File> open_native(const char *name, Mode mode);
     bool read_once(void *buffer, std::size_t n, std::size_t &got);
     bool write_once(const void *buffer, std::size_t n, std::size_t &put);
 

@@ -27,6 +27,8 @@ void ipcMutexSemaphore::Request()
     if (lock_) lock_->lock();
 }
 
+bool ipcMutexSemaphore::Try_Request() { return !lock_ || lock_->try_lock(); }
+
 void ipcMutexSemaphore::Release()
 {
     if (lock_) lock_->unlock();

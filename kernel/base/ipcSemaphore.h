@@ -40,7 +40,7 @@ private:
 
 // A named lock, one for all processes that use the name; re-entrant within a thread.
 //
-// Threads:   any; who requests releases.
+// Threads:   any; who requests releases: a release by another thread, or one too many, does nothing.
 // Ownership: nobody may hold it when it is destroyed.
 // Errors:    as ipcSemaphore; a failed one locks nothing.
 class KERNEL_API ipcMutexSemaphore : public ipcSemaphore {
@@ -48,6 +48,7 @@ public:
     explicit ipcMutexSemaphore(const char *name);  // null or empty: a lock of its own
     ~ipcMutexSemaphore() override;
     void Request() override;
+    bool Try_Request();  // false: another thread or process has it; does not wait
     void Release() override;
 
 private:

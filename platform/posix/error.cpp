@@ -89,6 +89,7 @@ struct Words {
 constexpr Words words[] = {
     {error_path_not_found, "No such file or directory"},
     {error_sharing_violation, "File is in use by another program"},
+    {error_bad_file_type, "Not a regular file"},
     {232, "The pipe is being closed"},
     {233, "No process is on the other end of the pipe"},
     {536, "Waiting for a process to open the other end of the pipe"},

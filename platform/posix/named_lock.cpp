@@ -3,6 +3,7 @@
 #include "platform/posix/errno_table.h"
 #include "platform/posix/runtime_folder.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdint>
@@ -13,6 +14,7 @@
 #include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace platform {
@@ -50,63 +52,98 @@ bool is_current_file(int descriptor, const std::string &path)
            own.st_dev == named.st_dev;
 }
 
-void flock_forever(int descriptor, int how)
+bool take_flock(int descriptor, int how)
 {
-    while (flock(descriptor, how) != 0 && errno == EINTR) continue;
+    while (flock(descriptor, how) != 0)
+        if (errno != EINTR) return false;
+    return true;
 }
 
 }  // namespace
 
 // One per name in this process: the mutex serialises its threads, the file's lock its process with the others.
 struct Named_Lock::State {
-    std::recursive_mutex mutex;
-    std::string path;  // empty for the nameless
-    int descriptor = -1;
-    unsigned int depth = 0;  // guarded by mutex
-
+    State(const std::string &lock_path, int lock_file) : path(lock_path), descriptor(lock_file) {}
     ~State()
     {
         if (descriptor < 0) return;
-        if (flock(descriptor, LOCK_EX | LOCK_NB) == 0 && is_current_file(descriptor, path)) unlink(path.c_str());
+        if (take_flock(descriptor, LOCK_EX | LOCK_NB) && is_current_file(descriptor, path)) unlink(path.c_str());
         close(descriptor);
     }
 
-    void lock_file()
+    // With the mutex held. False: another process has the lock, and `how` says not to wait.
+    bool lock_file(int how)
     {
         while (descriptor >= 0) {
-            flock_forever(descriptor, LOCK_EX);
-            if (is_current_file(descriptor, path)) return;
+            if (!take_flock(descriptor, how) && errno == EWOULDBLOCK) return false;
+            if (is_current_file(descriptor, path)) return true;
             const int fresh = open_lock_file(path);
-            if (fresh < 0) return;  // the folder is gone: within the process the mutex still serves
+            if (fresh < 0) return true;  // the folder is gone: within the process the mutex still serves
             close(descriptor);
             descriptor = fresh;
         }
+        return true;
+    }
+    void enter()
+    {
+        ++depth;
+        owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
+    }
+
+    std::recursive_mutex mutex;
+    const std::string path;  // empty for the nameless
+    int descriptor;
+    unsigned int depth = 0;  // guarded by mutex
+    // Written with the mutex held. A thread finds its own id here only while it holds the lock.
+    std::atomic<std::thread::id> owner{};
+};
+
+// The locks of this process, so that equal names meet. The guard is held over the map alone: what the system does for a
+// lock may wait, or the thread be killed in it.
+struct Named_Lock::Known {
+    std::mutex guard;
+    std::map<std::string, std::weak_ptr<State>> states;
+
+    static Known &all()
+    {
+        static Known *const known = new Known;  // never destroyed: threads outlive the library's statics
+        return *known;
+    }
+    std::shared_ptr<State> find(const std::string &path)
+    {
+        const std::lock_guard lock(guard);
+        const auto found = states.find(path);
+        return found == states.end() ? nullptr : found->second.lock();
+    }
+    // The one of that path: `fresh`, or another thread's that was quicker.
+    std::shared_ptr<State> add(const std::shared_ptr<State> &fresh)
+    {
+        const std::lock_guard lock(guard);
+        std::erase_if(states, [](const auto &entry) { return entry.second.expired(); });
+        std::shared_ptr<State> known = states[fresh->path].lock();
+        if (known) return known;
+        states[fresh->path] = fresh;
+        return fresh;
     }
 };
 
 Named_Lock::Named_Lock(std::string_view name)
 {
     if (name.empty()) {
-        state_ = std::make_shared<State>();
+        state_ = std::make_shared<State>(std::string(), -1);
         return;
     }
-    static std::mutex guard;
-    static std::map<std::string, std::weak_ptr<State>> states;
     const std::string path = path_of(name);
     if (path.empty()) return;
-    const std::lock_guard lock(guard);
-    std::erase_if(states, [](const auto &entry) { return entry.second.expired(); });
-    state_ = states[path].lock();
+    state_ = Known::all().find(path);
     if (state_) return;
-    auto state = std::make_shared<State>();
-    state->path = path;
-    state->descriptor = open_lock_file(path);
-    if (state->descriptor < 0) {
+    const int descriptor = open_lock_file(path);
+    if (descriptor < 0) {
         posix::fail();
         return;
     }
-    state_ = state;
-    states[path] = state;
+    const auto fresh = std::make_shared<State>(path, descriptor);
+    state_ = Known::all().add(fresh);
 }
 
 Named_Lock::~Named_Lock() = default;
@@ -115,13 +152,29 @@ void Named_Lock::lock()
 {
     if (!state_) return;
     state_->mutex.lock();
-    if (state_->depth++ == 0) state_->lock_file();
+    if (state_->depth == 0) state_->lock_file(LOCK_EX);
+    state_->enter();
+}
+
+bool Named_Lock::try_lock()
+{
+    if (!state_) return true;
+    if (!state_->mutex.try_lock()) return false;
+    if (state_->depth == 0 && !state_->lock_file(LOCK_EX | LOCK_NB)) {
+        state_->mutex.unlock();
+        return false;
+    }
+    state_->enter();
+    return true;
 }
 
 void Named_Lock::unlock()
 {
-    if (!state_) return;
-    if (--state_->depth == 0 && state_->descriptor >= 0) flock_forever(state_->descriptor, LOCK_UN);
+    if (!state_ || state_->owner.load(std::memory_order_relaxed) != std::this_thread::get_id()) return;
+    if (--state_->depth == 0) {
+        state_->owner.store({}, std::memory_order_relaxed);
+        if (state_->descriptor >= 0) take_flock(state_->descriptor, LOCK_UN);
+    }
     state_->mutex.unlock();
 }
 

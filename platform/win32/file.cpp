@@ -1,6 +1,7 @@
 #include "platform/file.h"
 
 #include "platform/error.h"
+#include "platform/win32/wide_text.h"
 
 #include <windows.h>
 
@@ -16,12 +17,21 @@ DWORD block(std::size_t n) { return static_cast<DWORD>(std::min<std::size_t>(n, 
 
 }  // namespace
 
-std::shared_ptr<File> File::open(const char *name, Mode mode)
+std::shared_ptr<File> File::open_native(const char *name, Mode mode)
 {
-    const DWORD access = mode == Mode::read ? GENERIC_READ : GENERIC_WRITE;
-    const DWORD how = mode == Mode::read ? OPEN_EXISTING : mode == Mode::create ? CREATE_ALWAYS : OPEN_ALWAYS;
-    HANDLE handle = CreateFileA(name, access, FILE_SHARE_READ, nullptr, how, 0, nullptr);
+    std::wstring wide_name;
+    if (!win32::file_name(name, wide_name)) return nullptr;
+    const bool reads = mode == Mode::read || mode == Mode::read_shared;
+    const DWORD access = reads ? GENERIC_READ : GENERIC_WRITE;
+    const DWORD share = mode == Mode::read_shared ? FILE_SHARE_READ | FILE_SHARE_WRITE : FILE_SHARE_READ;
+    const DWORD how = reads ? OPEN_EXISTING : mode == Mode::create ? CREATE_ALWAYS : OPEN_ALWAYS;
+    HANDLE handle = CreateFileW(wide_name.c_str(), access, share, nullptr, how, 0, nullptr);
     if (handle == INVALID_HANDLE_VALUE) return nullptr;
+    if (GetFileType(handle) != FILE_TYPE_DISK) {
+        CloseHandle(handle);
+        SetLastError(error_bad_file_type);
+        return nullptr;
+    }
     return std::shared_ptr<File>(new File(reinterpret_cast<std::intptr_t>(handle)));
 }
 
@@ -30,10 +40,7 @@ File::~File() { CloseHandle(handle_of(native_)); }
 bool File::read_once(void *buffer, std::size_t n, std::size_t &got)
 {
     DWORD moved = 0;
-    if (!ReadFile(handle_of(native_), buffer, block(n), &moved, nullptr)) {
-        if (GetLastError() != ERROR_BROKEN_PIPE) return false;  // the writer's end: no more bytes
-        moved = 0;
-    }
+    if (!ReadFile(handle_of(native_), buffer, block(n), &moved, nullptr)) return false;
     got = moved;
     return true;
 }

@@ -1,5 +1,7 @@
 #include "platform/named_lock.h"
 
+#include "platform/win32/wide_text.h"
+
 #include <windows.h>
 
 #include <algorithm>
@@ -9,13 +11,15 @@ namespace platform {
 
 namespace {
 
-// A backslash would name a namespace of the kernel, and a name has at most MAX_PATH characters: of a longer path the end
-// tells files apart.
-std::string mutex_name(std::string_view name)
+// The prefix keeps the name apart from events and the like of other programs, which share one space of names. A backslash
+// would name a namespace of the kernel. A name has at most MAX_PATH characters: of a longer path the end tells files apart.
+std::wstring mutex_name(std::string_view name)
 {
-    std::string result(name.substr(name.size() > 250 ? name.size() - 250 : 0));
-    std::replace(result.begin(), result.end(), '\\', '/');
-    return result;
+    constexpr std::size_t longest = 200;
+    std::wstring end = win32::wide(name);
+    if (end.size() > longest) end.erase(0, end.size() - longest);
+    std::replace(end.begin(), end.end(), L'\\', L'/');
+    return L"gnss-kernel lock " + end;
 }
 
 }  // namespace
@@ -29,7 +33,7 @@ struct Named_Lock::State {
 
 Named_Lock::Named_Lock(std::string_view name)
 {
-    HANDLE handle = CreateMutexA(nullptr, FALSE, name.empty() ? nullptr : mutex_name(name).c_str());
+    HANDLE handle = CreateMutexW(nullptr, FALSE, name.empty() ? nullptr : mutex_name(name).c_str());
     if (handle) state_ = std::make_shared<State>(handle);
 }
 
@@ -40,6 +44,9 @@ void Named_Lock::lock()
     if (state_) WaitForSingleObject(state_->handle, INFINITE);  // abandoned by a dead thread is ours as well
 }
 
+bool Named_Lock::try_lock() { return !state_ || WaitForSingleObject(state_->handle, 0) != WAIT_TIMEOUT; }
+
+// Refused by the system for a thread that does not hold it.
 void Named_Lock::unlock()
 {
     if (state_) ReleaseMutex(state_->handle);

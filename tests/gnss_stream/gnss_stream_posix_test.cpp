@@ -66,7 +66,7 @@ TEST_F(gnss_stream_on_posix, can_be_interrupted_while_reads_fail_or_do_not_end)
     for (Endless *one : {&failing, &waiting}) {
         EXPECT_TRUE(one->Says("reading, 0 bytes"));
         const Result result = one->Ended();
-        EXPECT_EQ(result.exit, 0);
+        EXPECT_EQ(result.exit, one == &failing ? 1 : 0) << result.err;
         EXPECT_NE(result.err.find("Interrupted."), std::string::npos) << result.err;
     }
 }
@@ -107,7 +107,9 @@ TEST_F(gnss_stream_on_posix, hands_on_all_that_it_has_read_of_standard_input)
 TEST_F(gnss_stream_on_posix, ends_although_a_peer_does_not_read_and_at_once_at_a_second_signal)
 {
     Host host = Host().Open();
-    const std::string zeros = "/dev/zero --status-interval 1 --linger 1 --out " + At(host);
+    const std::string big = folder.Write("big", "");
+    std::filesystem::resize_file(big, std::uintmax_t{1} << 33);
+    const std::string zeros = Quoted(big) + " --status-interval 1 --linger 1 --out " + At(host);
     Endless once = Start_Endless(zeros), twice = Start_Endless(zeros);
     const Peer one = host.Accept(), another = host.Accept();
     ASSERT_TRUE(once.Says(" 0 bytes/s, peer") && twice.Says(" 0 bytes/s, peer"));
@@ -122,15 +124,34 @@ TEST_F(gnss_stream_on_posix, ends_although_a_peer_does_not_read_and_at_once_at_a
 
 TEST_F(gnss_stream_on_posix, goes_on_when_one_output_fails_and_ends_when_all_do)
 {
-    const std::string copy = folder / "copy";
-    const Result one =
-        Run(Quoted(Recording(clean)) + " --frames --record /dev/full --out /dev/full --out " + Quoted(copy));
-    EXPECT_EQ(one.exit, 1);
-    EXPECT_EQ(one.messages, Counts_Of(clean));
-    EXPECT_TRUE(Whole_File(copy) == Whole_File(Recording(clean)));
-    const Result all = Run("/dev/zero --out /dev/full");
+    Host host = Host().Open();
+    const std::string full = folder / "full", record = folder / "record", limit = "ulimit -f 16; ";  // of 512 bytes
+    Started one = Start(Quoted(Recording(clean)) + " --frames --record " + Quoted(record) + " --out " + Quoted(full) +
+                            " --out " + At(host),
+                        limit);
+    EXPECT_TRUE(host.Accept().Hear(1 << 20) == Whole_File(Recording(clean)));
+    const Result result = one.result.get();
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_EQ(result.messages, Counts_Of(clean));
+    EXPECT_EQ(Whole_File(full).size() + Whole_File(record).size(), 2u * 8192);
+    const std::string big = folder.Write("big", "");
+    std::filesystem::resize_file(big, std::uintmax_t{1} << 33);
+    const Result all = Run(Quoted(big) + " --out " + Quoted(full), limit);
     EXPECT_EQ(all.exit, 1);
-    EXPECT_NE(all.err.find("Could not write to file /dev/full"), std::string::npos) << all.err;
+    EXPECT_NE(all.err.find("Could not write to file " + full), std::string::npos) << all.err;
+}
+
+TEST_F(gnss_stream_on_posix, refuses_a_fifo_at_once)
+{
+    const std::string fifo = folder / "fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    for (const std::string &way :
+         {Quoted(fifo), "--list " + Quoted(fifo), Quoted(Recording(clean)) + " --record " + Quoted(fifo),
+          Quoted(Recording(clean)) + " --out " + Quoted(fifo)}) {
+        const Result result = Run(way);
+        EXPECT_EQ(result.exit, 4) << way;
+        EXPECT_NE(result.err.find("Error"), std::string::npos) << way;
+    }
 }
 
 TEST_F(gnss_stream_on_posix, shows_no_credentials_in_the_list_of_processes)

@@ -7,6 +7,15 @@
 
 #include <gtest/gtest.h>
 
+#ifdef _WIN32
+constexpr bool windows = true;
+#else
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+constexpr bool windows = false;
+#endif
+
 using namespace platform;
 
 namespace {
@@ -96,12 +105,66 @@ TEST(file, short_transfers_are_continued)
     fault::clear();
 }
 
-#ifdef __linux__
-TEST(file, a_full_disk_says_so)
+TEST(file, names_are_utf_8_and_of_any_length)
 {
+    Test_Folder folder;
+    for (const std::string &name : {folder / "запись.bin", folder.Long_Name()}) {
+        std::size_t put = 0;
+        EXPECT_TRUE(Write(*File::open(name.c_str(), File::Mode::create), "abc", put));
+        EXPECT_EQ(Whole_File(name), "abc");
+        EXPECT_EQ(Read(*File::open(name.c_str(), File::Mode::read), 9), "abc");
+    }
+#ifdef _WIN32
+    EXPECT_FALSE(File::open((folder / "a").append("\xE7\xE0").c_str(), File::Mode::create));  // another encoding
+    EXPECT_EQ(last_error(), error_invalid_name);
+#endif
+}
+
+TEST(file, a_shared_reader_lets_others_write)
+{
+    Test_Folder folder;
+    const std::string name = folder.Write("a", "abc");
+    const auto reader = File::open(name.c_str(), File::Mode::read_shared);
+    const auto writer = File::open(name.c_str(), File::Mode::append);
+    std::size_t put = 0;
+    EXPECT_TRUE(writer && writer->seek_end(0) && Write(*writer, "d", put));
+    EXPECT_EQ(Read(*reader, 9), "abcd");
+    EXPECT_FALSE(File::open(name.c_str(), File::Mode::read));
+    EXPECT_TRUE(File::open(name.c_str(), File::Mode::read_shared) || windows);
+}
+
+TEST(file, refuses_what_is_no_regular_file_and_does_not_wait_for_it)
+{
+    Test_Folder folder;
+#ifdef _WIN32
+    const std::string names[] = {"NUL"};
+#else
+    const std::string names[] = {folder / "fifo", folder / "link", "/dev/null", "/dev/full"};
+    ASSERT_EQ(mkfifo(names[0].c_str(), 0600), 0);
+    ASSERT_EQ(symlink(names[0].c_str(), names[1].c_str()), 0);
+#endif
+    using enum File::Mode;
+    for (const std::string &name : names)
+        for (const File::Mode mode : {read, read_shared, create, append}) {
+            EXPECT_FALSE(File::open(name.c_str(), mode)) << name;
+            EXPECT_EQ(last_error(), error_bad_file_type) << name;
+        }
+}
+
+#ifndef _WIN32
+TEST(file, the_limit_of_a_files_size_is_an_error_and_no_end)
+{
+    Test_Folder folder;
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit small{2, before.rlim_max};
+    const auto file = File::open((folder / "a").c_str(), File::Mode::create);
+    setrlimit(RLIMIT_FSIZE, &small);
     std::size_t put = 9;
-    EXPECT_FALSE(Write(*File::open("/dev/full", File::Mode::create), "abc", put));
-    EXPECT_EQ(put, 0u);
-    EXPECT_EQ(last_error(), error_disk_full);
+    EXPECT_FALSE(Write(*file, "abc", put));
+    const std::uint32_t error = last_error();
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(put, 2u);
+    EXPECT_EQ(error, 223u);
 }
 #endif

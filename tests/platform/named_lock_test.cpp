@@ -10,6 +10,14 @@
 #include <cstdlib>
 #include <thread>
 
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+#endif
+
 using namespace platform;
 
 namespace {
@@ -60,8 +68,11 @@ TEST(named_lock, serialises_threads_by_name)
     std::thread([&] {
         for (Named_Lock *lock : {&other, &nameless_too}) {  // does not wait
             lock->lock();
-            lock->unlock();
+            EXPECT_TRUE(lock->try_lock());
+            for (int i = 0; i < 2; ++i) lock->unlock();
         }
+        same.unlock();  // is not this thread's to unlock
+        EXPECT_FALSE(same.try_lock());
     }).join();
     for (Named_Lock *lock : {&a, &nameless}) lock->unlock();
 }
@@ -83,12 +94,42 @@ TEST(named_lock, serialises_processes_and_outlives_a_dead_one)
     });
     sleep_ms(100);
     EXPECT_FALSE(got);
+    EXPECT_FALSE(Named_Lock(between_processes).try_lock());
     folder.Write("release", "x");
     waiter.join();
     process.join();
 }
 
-#ifndef _WIN32
+#ifdef _WIN32
+TEST(named_lock, has_a_name_of_its_own_among_other_programs_objects)
+{
+    const std::string name = "запись " + std::to_string(clock_ms());
+    HANDLE const event = CreateEventA(nullptr, FALSE, FALSE, name.c_str());
+    EXPECT_TRUE(Named_Lock(name).valid());
+    EXPECT_TRUE(Named_Lock(std::string(1000, 'x') + name).valid());
+    CloseHandle(event);
+}
+#else
+TEST(named_lock, an_unlock_too_many_does_not_end_the_exclusion)
+{
+    Test_Folder folder;
+    const std::string runtime = folder / "run";
+    const Environment_Setting setting("GNSS_KERNEL_RUNTIME_DIR", runtime);
+    Named_Lock lock("x");
+    const int other = open(std::filesystem::directory_iterator(runtime)->path().c_str(), O_RDWR);  // another process
+    const auto is_free = [&] { return flock(other, LOCK_EX | LOCK_NB) == 0 && flock(other, LOCK_UN) == 0; };
+    lock.lock();
+    for (int i = 0; i < 2; ++i) lock.unlock();
+    EXPECT_TRUE(is_free());
+    lock.lock();
+    EXPECT_FALSE(is_free());
+    std::thread([&] { lock.unlock(); }).join();
+    EXPECT_FALSE(is_free());
+    lock.unlock();
+    EXPECT_TRUE(is_free());
+    close(other);
+}
+
 TEST(named_lock, lives_in_a_folder_of_its_own_and_leaves_nothing_behind)
 {
     Test_Folder folder;

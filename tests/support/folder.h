@@ -8,6 +8,9 @@
 #include <iterator>
 #include <string>
 
+// The standard library takes a plain string for the system's own encoding, which on Windows is not UTF-8.
+inline std::filesystem::path Utf8_Path(const std::string &utf8) { return std::u8string(utf8.begin(), utf8.end()); }
+
 class Test_Folder {
 public:
     Test_Folder()
@@ -26,12 +29,23 @@ public:
     Test_Folder(const Test_Folder &) = delete;
     Test_Folder &operator=(const Test_Folder &) = delete;
 
-    std::string operator/(const std::string &name) const { return (path_ / name).string(); }
+    std::string operator/(const std::string &name) const
+    {
+        const std::u8string path = (path_ / Utf8_Path(name)).u8string();
+        return {path.begin(), path.end()};
+    }
     // Writes a file and answers its path.
     std::string Write(const std::string &name, const std::string &bytes) const
     {
-        std::ofstream(path_ / name, std::ios::binary) << bytes;
+        std::ofstream(path_ / Utf8_Path(name), std::ios::binary) << bytes;
         return *this / name;
+    }
+    // A name of more than 260 characters, in folders that exist.
+    std::string Long_Name() const
+    {
+        std::filesystem::path path = path_;
+        for (const char letter : {'a', 'b', 'c'}) std::filesystem::create_directory(path /= std::string(90, letter));
+        return (path / "long.bin").string();
     }
 
 private:
@@ -40,7 +54,7 @@ private:
 
 inline std::string Whole_File(const std::string &name)
 {
-    std::ifstream file(name, std::ios::binary);
+    std::ifstream file(Utf8_Path(name), std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
