@@ -38,7 +38,7 @@ public:
     File_Client &operator=(const File_Client &other);
     ~File_Client() override;
 
-    // Opens a file for recording and cuts off what was there; the name that is open already, in whatever case, goes on
+    // Opens a file for recording and cuts off what was there; the name (UTF-8) that is open already, in whatever case, goes on
     // recording. Null closes.
     bool Create(const char *name);
     void Close();

@@ -56,41 +56,37 @@ bool File_Client_Server::Create(const char *name)
     }
     const std::unique_ptr<char[]> own_name =
         Copy_Text(name);  // before Close: the caller's text may be the one it frees
-    std::uint32_t error = 0;
+    std::uint64_t closes = 0;
     {
         const Semaphore_Guard guard(*this);
         // Good while the lock is held: who closes takes it, Record included.
         const char *open_name = file_->Name();
         if (open_name && Same_File_Name(open_name, name)) return true;
         Close();
-        if (own_name) error = Open(own_name.get());
-        if (own_name && error == 0) return true;
+        closes = file_->Closes();
     }
     if (!own_name) {
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "strdup(%s) failed", name);
         return false;
     }
-    last_error_ = error;
-    Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not open File %s", own_name.get());
-    ErrorBox();
-    return false;
-}
-
-// With the lock held. The error, for the caller to report when it has let go of the lock; 0: open.
-std::uint32_t File_Client_Server::Open(const char *name)
-{
-    auto file = platform::File::open(name, platform::File::Mode::append);
-    if (!file) return platform::last_error();
+    // No lock is held while the system opens: it may take for ever.
+    auto file = platform::File::open(own_name.get(), platform::File::Mode::append);
+    if (!file) {
+        last_error_ = platform::last_error();
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not open File %s", own_name.get());
+        ErrorBox();
+        return false;
+    }
     // Opening for append leaves the position at the start.
     file->seek_end(0);
-    file_->Set(std::move(file), name);
-    return 0;
+    return file_->Set(std::move(file), own_name.get(), closes);
 }
 
 void File_Client_Server::Close()
 {
+    std::shared_ptr<platform::File> former;  // outlives the lock
     const Semaphore_Guard guard(*this);
-    file_->Close();
+    former = file_->Close();
 }
 
 bool File_Client_Server::Request(long n) { return upstream_ && upstream_->Request(n); }

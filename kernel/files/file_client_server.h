@@ -32,7 +32,8 @@ public:
     static void Destruct(File_Client_Server *object) { Object::Destruct(object); }
     ~File_Client_Server() override;
 
-    // Opens a file and goes on at its end; the name that is open already, in whatever case, stays. Null closes.
+    // Opens a file and goes on at its end; the name (UTF-8) that is open already, in whatever case, stays. Null closes. No
+    // lock is held while the system opens. False without a report: another thread has called Close or Create meanwhile.
     bool Create(const char *name);
     void Close();
     bool IsValid() const override;
@@ -56,7 +57,6 @@ protected:
 private:
     void Record(const unsigned char *bytes, std::size_t n);
     void Delete_Downstream();
-    std::uint32_t Open(const char *name);
 
     std::atomic<std::uint32_t> last_error_{0};  // Win32 number of the last failed open or write; 0: none
     const std::unique_ptr<Open_File> file_;

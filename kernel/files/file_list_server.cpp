@@ -17,7 +17,7 @@ const char unit[] = "kernel/file_list_server";
 const char File_List_Server::Name[] = "Server for File Communication from List";
 
 File_List_Server::File_List_Server(const char *name)
-    : Object(name ? name : ClassName()), File_Server(name ? name : ClassName()), list_(std::make_unique<List_File>())
+    : Object(name ? name : ClassName()), File_Server(name ? name : ClassName())
 {
 }
 
@@ -34,48 +34,59 @@ bool File_List_Server::IsInheritedFrom(const char *name) const
     return (name && std::strcmp(name, Name) == 0) || File_Server::IsInheritedFrom(name);
 }
 
+std::shared_ptr<List_File> File_List_Server::List() const
+{
+    const std::lock_guard guard(list_guard_);
+    return list_;
+}
+
+// The former list goes with its last user: a reader that was killed in the middle of a read keeps it for good.
+void File_List_Server::Set_List(std::shared_ptr<List_File> list)
+{
+    const std::lock_guard guard(list_guard_);
+    list_.swap(list);
+}
+
 bool File_List_Server::Create(const char *list_name, unsigned long rate)
 {
     Close(false);
-    // The list has no lock: from here until Work() no reader is there to use it.
-    list_->Close();
+    Set_List(nullptr);
     if (!list_name) return true;
-    if (!list_->Open(list_name)) {
+    std::shared_ptr<List_File> list = List_File::Opened(list_name);
+    if (!list) {
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 8, "Cannot open list file \"%s\".", list_name);
         return false;
     }
+    Set_List(std::move(list));
     Set_Rate(rate);
-    return Next_File();
+    return Find_File() == Found::file;
 }
 
-bool File_List_Server::Next_File()
+// True when it was called off: whoever has closed the file or opened another one decides what comes.
+bool File_List_Server::Next_File() { return Find_File() != Found::end; }
+
+File_List_Server::Found File_List_Server::Find_File()
 {
-    // True is meant: the reader finds the same file again and asks once per pass, until it is stopped.
-    if (!list_->Is_Open()) {
+    const std::shared_ptr<List_File> list = List();
+    // No end: the reader finds the same file again and asks once per pass, until it is stopped.
+    if (!list) {
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 12, "List file not open.");
-        return true;
+        return Found::file;
     }
-    for (std::string entry;;) {
-        File_Lock lock(*this);
-        if (!list_->Next(entry)) return End_List(lock);
-        // Let go first: Create drops this lock and makes one for the next name. The rate is that of now, which AutoRun
-        // may have changed.
-        lock.Release();
-        if (File_Server::Create(entry.c_str(), Rate())) {
-            Report(unit, __LINE__)
-                .Print_Out(Error_Handler::ES_Information, 8, "Opened next file \"%s\".", entry.c_str());
-            return true;
-        }
+    std::uint64_t closes = Closes();
+    for (std::string entry; list->Next(entry);) {
+        // The rate is that of now, which AutoRun may have changed.
+        const Opened opened = Replace(entry.c_str(), Rate(), closes);
+        if (opened == Opened::superseded) return Found::nothing;
+        if (opened == Opened::no) continue;
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Information, 8, "Opened next file \"%s\".", entry.c_str());
+        return Found::file;
     }
-}
-
-bool File_List_Server::End_List(File_Lock &lock)
-{
-    list_->Close();
-    lock.Release();
+    if (Closes() != closes) return Found::nothing;
+    Set_List(nullptr);
     Report(unit, __LINE__).Print_Out(Error_Handler::ES_Information, 0, "Reached end of list file.");
     Close(false);
-    return false;
+    return Found::end;
 }
 
 const char Simulator_File_Server::Name[] = "Simulator_File_Server";
@@ -116,7 +127,8 @@ void Simulator_File_Server::Disable()
 
 void Simulator_File_Server::SetBytesPerSec(unsigned long rate)
 {
-    bytes_per_second_ = rate > 0xFFFFFFFFUL ? 0xFFFFFFFFU : static_cast<std::uint32_t>(rate);
+    bytes_per_second_.store(rate > 0xFFFFFFFFUL ? 0xFFFFFFFFU : static_cast<std::uint32_t>(rate),
+                            std::memory_order_relaxed);
 }
 
 }  // namespace kernel

@@ -11,9 +11,11 @@ class List_File;
 
 // A list file holds one file name per line (LF or CR LF, at most 256 characters, relative to the current directory); blanks
 // and tabs around it, empty lines and "//" comments are ignored. In a line with a single '/' before it, as in a path, "//"
-// is no comment.
+// is no comment. The names are UTF-8; a byte order mark before the first one is skipped. The list itself may be written to
+// while it is open.
 //
-// Threads:   as File_Server; Next_File runs on the reader thread.
+// Threads:   as File_Server; Next_File runs on the reader thread. Close, stop() and Create end a search for a file that can be
+//            opened; pre_stop() lets it find one first, so that the list can be gone on with.
 // Ownership: the list file is open until its end, Create or destruction.
 // Errors:    kernel/file_list_server: level 3, code 8 "Cannot open list file \"%s\".", level 3, code 12 "List file not
 //            open."; level 1: "Opened next file \"%s\"." (8), "Reached end of list file." (0). An entry that cannot be
@@ -38,14 +40,18 @@ protected:
     explicit File_List_Server(const char *name);
 
 private:
-    bool End_List(File_Lock &lock);
+    enum class Found { file, end, nothing };
+    Found Find_File();
+    std::shared_ptr<List_File> List() const;
+    void Set_List(std::shared_ptr<List_File> list);
 
-    const std::unique_ptr<List_File> list_;
+    mutable std::mutex list_guard_;    // guards list_, and is not held while the list is read
+    std::shared_ptr<List_File> list_;  // null when no list is open
 };
 
 // One object for both ways of replay, with a switch.
 //
-// Threads:   as File_Server; the marks below belong to the controlling thread.
+// Threads:   as File_Server; the marks below are atomics.
 // Ownership: as File_Server.
 // Errors:    as File_Server and File_List_Server.
 class KERNEL_API Simulator_File_Server : public File_List_Server {
@@ -62,12 +68,12 @@ public:
     bool Create(const char *name, bool list_mode, unsigned long bytes_per_second);
     bool Next_File() override;  // without list mode false
 
-    void Enable() { AutoRun(bytes_per_second_); }
+    void Enable() { AutoRun(GetBytesPerSec()); }
     void Disable();  // ends auto-run, unless working as master
     int IsWorkingAsMaster() const { return working_as_master_; }
     void SetWorkingAsMaster(int master) { working_as_master_ = master; }
     void SetBytesPerSec(unsigned long rate);  // takes effect at the next Enable
-    unsigned long GetBytesPerSec() const { return bytes_per_second_; }
+    unsigned long GetBytesPerSec() const { return bytes_per_second_.load(std::memory_order_relaxed); }
 
     ~Simulator_File_Server() override;
 
@@ -75,8 +81,8 @@ protected:
     explicit Simulator_File_Server(const char *name);
 
 private:
-    std::uint32_t bytes_per_second_ = 1000;
-    int working_as_master_ = 0;
+    std::atomic<std::uint32_t> bytes_per_second_{1000};
+    std::atomic<int> working_as_master_{0};
     std::atomic<bool> list_mode_{false};  // read by the reader thread
 };
 

@@ -25,6 +25,8 @@ constexpr std::size_t block_size = 4096;  // bytes per read, at most
 // The grain of the pace: the budget grows once per pass.
 constexpr unsigned long pass_ms = 50;
 constexpr unsigned long retry_ms = 10;
+constexpr unsigned long lock_retry_ms = 5;
+constexpr std::uint64_t most_bytes = std::numeric_limits<std::uint64_t>::max();
 constexpr Open_Error_Words words = {"file not found", "access denied"};
 
 }  // namespace
@@ -67,15 +69,38 @@ bool File_Server::Work()
     return true;
 }
 
-File_Server::File_Lock::File_Lock(const File_Server &server)
+File_Server::File_Lock::File_Lock(const File_Server &server) : lock_(server.Named_Lock_Of_File()) { Request(server); }
+
+File_Server::File_Lock::File_Lock(const File_Server &server, std::shared_ptr<ipcMutexSemaphore> lock)
+    : lock_(std::move(lock))
 {
-    // The guard for the look alone: the wait may be for another process. Who waits while the file changes gets the old
-    // file's lock, and meets the holder of the new one; the counters are atomics for that.
-    {
-        const std::lock_guard guard(server.lock_guard_);
-        lock_ = server.file_lock_;
+    Request(server);
+}
+
+// The wait may be for another process. Who waits while the file changes gets the old file's lock, and meets the holder of
+// the new one; the counters are atomics for that.
+void File_Server::File_Lock::Request(const File_Server &server)
+{
+    if (!lock_) return;
+    if (!server.Is_Own_Thread()) {
+        lock_->Request();
+        return;
     }
-    if (lock_) lock_->Request();
+    // The reader may be killed when it does not end, and must not stand in the queue for the lock then: it asks again and
+    // again, and goes on without the lock when it is to end.
+    while (!lock_->Try_Request()) {
+        if (server.Stop_Requested()) {
+            lock_.reset();
+            return;
+        }
+        platform::sleep_ms(lock_retry_ms);
+    }
+}
+
+std::shared_ptr<ipcMutexSemaphore> File_Server::Named_Lock_Of_File() const
+{
+    const std::lock_guard guard(lock_guard_);
+    return file_lock_;
 }
 
 // Keeps the lock alive past its release: Close may have let go of it meanwhile.
@@ -91,63 +116,76 @@ void File_Server::Set_Rate(unsigned long rate)
     rate_.store(rate > most ? most : static_cast<std::uint32_t>(rate), std::memory_order_relaxed);
 }
 
+// The reader rests until somebody grants anew. Auto-run is not begun anew: a list keeps its pace over its files.
+void File_Server::Begin_Budget(unsigned long rate)
+{
+    const File_Lock lock(*this);
+    Set_Rate(rate);
+    budget_ = 0;
+}
+
 bool File_Server::Create(const char *name, unsigned long rate)
 {
-    {
-        const File_Lock lock(*this);
-        // The reader rests until somebody grants anew. Auto-run is not begun anew: a list keeps its pace over its
-        // files.
-        Set_Rate(rate);
-        budget_ = 0;
-    }
+    Begin_Budget(rate);
     if (!name) {
         Close(false);
         return true;
     }
-    try {
-        const std::string own_name(name);  // the caller's text may be the one that Close frees
-        // The thread is not stopped: it may be the caller, and goes on with the new file. When it is not, it may look
-        // between Close and Open, find no file and end: Work() starts it again.
-        Close(true);
-        return Open(own_name.c_str());
-    } catch (const std::bad_alloc &) {
+    const std::unique_ptr<char[]> own_name = Copy_Text(name);  // the caller's text may be the one that Close frees
+    // The thread is not stopped: it may be the caller, and goes on with the new file. When it is not, it may look between
+    // Close and Open, find no file and end: Work() starts it again.
+    Close(true);
+    if (!own_name) {
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "strdup(%s) failed", name);
         return false;
     }
+    std::uint64_t closes = Closes();
+    return Open(own_name.get(), closes) == Opened::yes;
 }
 
-bool File_Server::Open(const char *name)
+File_Server::Opened File_Server::Replace(const char *name, unsigned long rate, std::uint64_t &closes)
 {
-    const auto file_lock = std::make_shared<ipcMutexSemaphore>(name);
-    if (!*file_lock) {
-        Close(false);
-        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "new ipcMutexSemaphore(%s) failed", name);
-        return false;
-    }
-    // The lock before the file: who controls meanwhile waits until it is settled whether there is one.
-    {
-        const std::lock_guard guard(lock_guard_);
-        file_lock_ = file_lock;
-    }
-    File_Lock lock(*this);
-    std::shared_ptr<platform::File> file;
-    if (*name) {
-        file = platform::File::open(name, platform::File::Mode::read);
-        if (!file) {
-            const std::uint32_t error = platform::last_error();
-            lock.Release();
+    if (Closes() != closes) return Opened::superseded;
+    Begin_Budget(rate);
+    Close(true);
+    ++closes;
+    return Open(name, closes);
+}
+
+std::uint64_t File_Server::Closes() const { return file_->Closes(); }
+
+// No lock is held while the system opens: it may take for ever, and Insert, Close and destruction must not.
+File_Server::Opened File_Server::Open(const char *name, std::uint64_t &closes)
+{
+    try {
+        auto file_lock = std::make_shared<ipcMutexSemaphore>(name);
+        if (!*file_lock) {
             Close(false);
-            // After Close, since a reader that ends there would report the error as one of its own.
+            ++closes;
+            Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "new ipcMutexSemaphore(%s) failed", name);
+            return Opened::no;
+        }
+        std::shared_ptr<platform::File> file;
+        if (*name) file = platform::File::open(name, platform::File::Mode::read);
+        if (*name && !file) {
+            const std::uint32_t error = platform::last_error();
+            Close(false);
+            ++closes;
             last_error_ = error;
             Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not open file %s", name);
             ErrorBox();
-            return false;
+            return Opened::no;
         }
+        const File_Lock lock(*this, file_lock);
+        const std::lock_guard guard(lock_guard_);
+        delivered_ = 0;
+        if (!file_->Set(std::move(file), name, closes)) return Opened::superseded;
+        file_lock_ = std::move(file_lock);
+        return Opened::yes;
+    } catch (const std::bad_alloc &) {
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "strdup(%s) failed", name);
+        return Opened::no;
     }
-    file_->Set(std::move(file), name);
-    lock.Release();
-    delivered_ = 0;
-    return true;
 }
 
 // The thread is stopped before the lock is taken: it may want the lock to come to its end. The reader itself gets here
@@ -155,17 +193,26 @@ bool File_Server::Open(const char *name)
 void File_Server::Close(bool from_thread)
 {
     if (!from_thread && !Is_Own_Thread()) stop();
+    std::shared_ptr<platform::File> former;  // outlives the locks: what the system does for a close may take its time
+    std::shared_ptr<ipcMutexSemaphore> former_lock;
     const File_Lock lock(*this);
-    file_->Close();
     const std::lock_guard guard(lock_guard_);
-    file_lock_.reset();
+    former = file_->Close();
+    former_lock.swap(file_lock_);
 }
 
 // Before Create it grants nothing: Create starts from 0.
 void File_Server::Insert(unsigned long n)
 {
     const File_Lock lock(*this);
-    budget_ += n;
+    Grant(n);
+}
+
+// Not past the end of the counter: a budget that wrapped would stop the replay.
+void File_Server::Grant(std::uint64_t n)
+{
+    std::uint64_t budget = budget_.load(std::memory_order_relaxed);
+    while (!budget_.compare_exchange_weak(budget, budget > most_bytes - n ? most_bytes : budget + n)) continue;
 }
 
 void File_Server::AutoRun(unsigned long rate)
@@ -200,14 +247,19 @@ bool File_Server::Work(unsigned long n)
     }
     {
         const File_Lock lock(*this);
-        // With a stop requested the body makes one pass: it spends the budget and returns.
         delivered_ = 0;
         budget_ = n;
         rate_ = 0;
-        Request_Stop();
     }
-    return thread() != 0;
+    const bool stepped_before = steps_.exchange(true);  // by a client that steps from inside a step
+    const bool more = thread() != 0;
+    steps_ = stepped_before;
+    if (Is_Own_Thread()) Request_Stop();  // the step has ended auto-run, and ends the run around it
+    return more;
 }
+
+// Only of the reader thread itself: after a stop the flag stays raised, and a later step is not meant.
+bool File_Server::Asked_To_End() const { return Is_Own_Thread() && Stop_Requested(); }
 
 unsigned long File_Server::thread()
 {
@@ -216,15 +268,22 @@ unsigned long File_Server::thread()
     run_start_ = platform::clock_ms();
     granted_ = 0;
     last_error_ = 0;
+    read_error_ = 0;
+    const unsigned long result = Run();
+    // An error of a read is told now, and not with each try. What Create could not open has been told there.
+    if (const std::uint32_t error = read_error_.exchange(0)) Show_Error(error);
+    return result;
+}
+
+unsigned long File_Server::Run()
+{
     while (file_->Get()) {
         if (!Deliver()) return 0;
-        if (Stop_Requested()) return 1;
+        if (steps_ || read_error_ != 0 || Asked_To_End()) return 1;
         Sleep(pass_ms);
         Top_Up();
     }
-    // Without a file there is nothing more to do: it was closed, or never there. An error of a read is told now, and
-    // not with each try.
-    ErrorBox();
+    // Without a file there is nothing more to do: it was closed, or never there.
     return last_error_ == 0 ? 1 : 0;
 }
 
@@ -254,14 +313,13 @@ bool File_Server::Deliver()
         if (block.file->closed()) {  // under us: there may be another one, or none
             block.file = file_->Get();
         } else if (!read) {  // repeated while there is budget
-            Request_Stop();
+            if (Asked_To_End()) return true;
             platform::sleep_ms(retry_ms);
         } else {
             // Before Next_File, which closes the last file at the end of a list, its name included.
             const std::string ended = file_->Name_Copy();
             if (!Next_File()) {
                 Report(unit, __LINE__).Print_Out(Error_Handler::ES_Warning, 16, "EOF of file \"%s\"", ended.c_str());
-                Request_Stop();
                 return false;
             }
             const auto next = file_->Get();
@@ -278,8 +336,9 @@ bool File_Server::Read(Block &block)
     unsigned char bytes[block_size];
     unsigned char *const in_place = Reserve(block.n);
     const bool read = block.file->read(in_place ? in_place : bytes, block.n, block.got);
+    const std::uint32_t error = platform::last_error();
     // Closed by another thread is no error of the file's.
-    if (!read && !block.file->closed()) last_error_ = platform::last_error();
+    if (!read && !block.file->closed()) last_error_ = read_error_ = error;
     if (in_place)
         Commit(block.got);
     else
@@ -304,7 +363,7 @@ void File_Server::Top_Up()
     const double elapsed = static_cast<double>(platform::clock_ms() - run_start_) / 1000.0;  // s
     const auto target = static_cast<std::uint64_t>(static_cast<double>(rate_) * elapsed);
     // A lower rate may have put the target behind what was granted; that is no reason to take bytes back.
-    if (target > granted_) budget_ += target - granted_;
+    if (target > granted_) Grant(target - granted_);
     granted_ = target;
 }
 
@@ -333,11 +392,14 @@ unsigned long File_Server::GetFilePos() const
     return position < 0 ? 0xFFFFFFFFUL : static_cast<unsigned long>(position);
 }
 
-void File_Server::ErrorBox()
+void File_Server::ErrorBox() { Show_Error(last_error_); }
+
+// No caller holds a lock here: on Windows the box stays until somebody has seen it. A reader that is waited for shows none:
+// it would be killed behind its box.
+void File_Server::Show_Error(std::uint32_t error)
 {
-    // No caller holds a lock here: on Windows the box stays until somebody has seen it.
-    const std::string text = Report_Open_Error(*this, unit, __LINE__, last_error_, words);
-    if (!text.empty()) platform::message_box(text.c_str(), "Error");
+    const std::string text = Report_Open_Error(*this, unit, __LINE__, error, words);
+    if (!text.empty() && !Asked_To_End()) platform::message_box(text.c_str(), "Error");
 }
 
 }  // namespace kernel

@@ -26,7 +26,10 @@ class Open_File;
 //            A subclass that overrides Next_File, thread or Sleep calls Close(false) in its destructor.
 // Ownership: the client as Byte_Server; the file is open for reading (nobody may write to it) until Close.
 // Errors:    kernel/file_server, level 3: code 9 "Could not open file %s", code 15 the cause, also in a message box,
-//            code 18 no memory or no lock; level 2, code 16 "EOF of file \"%s\"". What the client leaves in the buffer
+//            code 18 no memory or no lock; level 2, code 16 "EOF of file \"%s\"". Only regular files are opened: a FIFO or
+//            a device is refused with Win32 error 222 ("no regular file"). A read that fails is repeated while there is
+//            budget; then, or when the file is closed, the run ends and reports the cause once (code 15). When the reader
+//            is being stopped it shows no box, which would hold it up. What the client leaves in the buffer
 //            of 8191 bytes is kept; what no longer fits is dropped, as from a live line that nobody reads.
 class KERNEL_API File_Server : public String_Byte_Server, public Base_Thread {
 public:
@@ -46,12 +49,13 @@ public:
     // Starts the thread if it does not run; true.
     bool Work() override;
 
-    // Opens a file for replay, with an empty budget and a rate in bytes per second (0: only grants). Null closes, and an
-    // empty name succeeds without a file: the thread then ends at once.
+    // Opens a file for replay, with an empty budget and a rate in bytes per second (0: only grants). The name is UTF-8.
+    // Null closes, and an empty name succeeds without a file: the thread then ends at once. No lock is held while the
+    // system opens. False without a report: another thread has called Close or Create meanwhile.
     virtual bool Create(const char *name, unsigned long rate);
     // from_thread: the caller is the reader thread or must not wait for it; the thread is not stopped.
     virtual void Close(bool from_thread);
-    virtual void Insert(unsigned long n);      // n more bytes
+    virtual void Insert(unsigned long n);      // n more bytes; saturates
     virtual void AutoRun(unsigned long rate);  // bytes per second from now on; 0 ends it
     virtual bool Next_File();                  // called at the end of the file: false, there is none
 
@@ -75,6 +79,13 @@ protected:
     explicit File_Server(const char *name);
     unsigned long terminate() override;  // freezes the budget and closes the file; does not wait
 
+    // How an attempt to open a file has ended; superseded: another thread has closed the file or opened one meanwhile.
+    enum class Opened { yes, no, superseded };
+    // What Create does, for a list. `closes` is the number of Closes() that the caller knows of, kept up to date here: any
+    // other one is an order of somebody else's, and obeyed.
+    Opened Replace(const char *name, unsigned long rate, std::uint64_t &closes);
+    std::uint64_t Closes() const;
+
     unsigned long Rate() const { return rate_.load(std::memory_order_relaxed); }
     void Set_Rate(unsigned long rate);
 
@@ -82,25 +93,36 @@ protected:
     class KERNEL_API File_Lock {
     public:
         explicit File_Lock(const File_Server &server);
+        File_Lock(const File_Server &server, std::shared_ptr<ipcMutexSemaphore> lock);
         ~File_Lock() { Release(); }
         File_Lock(const File_Lock &) = delete;
         File_Lock &operator=(const File_Lock &) = delete;
         void Release();
 
     private:
+        void Request(const File_Server &server);
+
         std::shared_ptr<ipcMutexSemaphore> lock_;
     };
 
 private:
     struct Block;  // one read
-    bool Open(const char *name);
+    std::shared_ptr<ipcMutexSemaphore> Named_Lock_Of_File() const;
+    void Begin_Budget(unsigned long rate);
+    Opened Open(const char *name, std::uint64_t &closes);
+    void Grant(std::uint64_t n);
+    bool Asked_To_End() const;
+    unsigned long Run();
     bool Deliver();
     bool Read(Block &block);
     void Hand_Over(const Block &block);
     void Top_Up();
     void Freeze();
+    void Show_Error(std::uint32_t error);
 
     std::atomic<std::uint32_t> last_error_{0};  // Win32 number of the last failed open or read; 0: none
+    std::atomic<std::uint32_t> read_error_{0};  // of this run's last failed read; 0: none, or told already
+    std::atomic<bool> steps_{false};            // Work(n) runs the body: one pass, without the thread
     const std::unique_ptr<Open_File> file_;
     // Counters in bytes. 64 bits wide, so that a replay of years neither wraps nor stalls. Relaxed atomics: the control
     // operations change them under the file lock; the reader looks without it, and a late look costs one pass.

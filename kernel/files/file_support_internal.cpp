@@ -5,7 +5,6 @@
 
 #include "platform/file.h"
 
-#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -31,6 +30,7 @@ std::string Open_Error_Text(std::uint32_t error, const Open_Error_Words &words)
     case 21: return "not ready";
     case 110: return "open failed";
     case 123: return "File name invalid";
+    case 222: return "no regular file";  // a FIFO, a device: the layer refuses it
     case 1450: return "No system resources";
     case 1816: return "Not enough quota is available to process this command.";
     default: break;
@@ -60,10 +60,10 @@ std::unique_ptr<char[]> Copy_Text(const char *text)
 }
 
 // Case does not count on POSIX either, although two files may differ in nothing else there: the second is then taken
-// for the one that is open.
+// for the one that is open. ASCII letters only, whatever the locale: other bytes are parts of UTF-8 characters.
 bool Same_File_Name(const char *a, const char *b)
 {
-    const auto lower = [](char c) { return std::tolower(static_cast<unsigned char>(c)); };
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
     while (*a && lower(*a) == lower(*b)) ++a, ++b;
     return lower(*a) == lower(*b);
 }
@@ -87,15 +87,36 @@ std::string Open_File::Name_Copy() const
     return name_ ? *name_ : std::string();
 }
 
-void Open_File::Set(std::shared_ptr<platform::File> file, const char *name)
+std::uint64_t Open_File::Closes() const
 {
     const std::lock_guard lock(guard_);
-    // Marked for those who still hold it: their next transfer fails. The handle goes with the last of them.
-    if (file_) file_->close();
-    file_ = std::move(file);
-    name_ = name ? std::make_unique<std::string>(name) : nullptr;
+    return closes_;
 }
 
-void Open_File::Close() { Set(nullptr, nullptr); }
+bool Open_File::Set(std::shared_ptr<platform::File> file, const char *name, std::uint64_t closes)
+{
+    std::shared_ptr<platform::File> former;  // outlives the guard
+    const std::lock_guard lock(guard_);
+    if (closes_ != closes) return false;
+    former = Replace(std::move(file), name);
+    return true;
+}
+
+std::shared_ptr<platform::File> Open_File::Close()
+{
+    const std::lock_guard lock(guard_);
+    ++closes_;
+    return Replace(nullptr, nullptr);
+}
+
+// Marked for those who still hold it: their next transfer fails.
+std::shared_ptr<platform::File> Open_File::Replace(std::shared_ptr<platform::File> file, const char *name)
+{
+    auto own_name = name ? std::make_unique<std::string>(name) : nullptr;  // may throw: nothing has changed then
+    if (file_) file_->close();
+    file_.swap(file);
+    name_ = std::move(own_name);
+    return file;
+}
 
 }  // namespace kernel

@@ -1,8 +1,9 @@
 #include "kernel/files/list_file_internal.h"
 
-#include <cstring>
-#include <filesystem>
-#include <system_error>
+#include "platform/file.h"
+
+#include <algorithm>
+#include <string_view>
 
 namespace kernel {
 
@@ -10,7 +11,8 @@ namespace {
 
 constexpr char blanks[] = " \t";
 constexpr char end_of_text = '\x1A';
-constexpr std::size_t line_size = 257;  // with the terminator
+constexpr std::size_t longest_line = 256;  // with the line end
+constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
 
 void Cut_Line_End(std::string &line)
 {
@@ -24,33 +26,51 @@ void Cut_Line_End(std::string &line)
 
 }  // namespace
 
-bool List_File::Open(const char *name)
+std::shared_ptr<List_File> List_File::Opened(const char *name)
 {
-    Close();
-    // POSIX opens a folder like a file and fails only when it is read. "t" is Windows' text mode; elsewhere it is
-    // ignored.
-    std::error_code ignored;
-    if (!std::filesystem::is_directory(name, ignored)) stream_ = std::fopen(name, "rt");
-    return stream_ != nullptr;
+    auto file = platform::File::open(name, platform::File::Mode::read_shared);
+    return file ? std::make_shared<List_File>(std::move(file)) : nullptr;
 }
 
-void List_File::Close()
+// The next block; false at the end of the file. A short one is no end: the list may have grown when it is used up.
+bool List_File::Fill()
 {
-    if (stream_) std::fclose(stream_);
-    stream_ = nullptr;
-    ended_ = false;
+    at_ = size_ = 0;
+    if (ended_) return false;
+    // What came before a failure counts.
+    ended_ = !file_->read(block_.data(), block_.size(), size_) || size_ == 0;
+    if (!begun_ && std::string_view(block_.data(), size_).starts_with(byte_order_mark)) at_ = byte_order_mark.size();
+    begun_ = true;
+    return at_ < size_;
+}
+
+// With its line end. A longer line comes in pieces.
+bool List_File::Line(std::string &line)
+{
+    for (line.clear(); line.size() < longest_line && (at_ < size_ || Fill());) {
+        const char *const begin = block_.data() + at_;
+        const char *const end = begin + std::min(size_ - at_, longest_line - line.size());
+        const char *const feed = std::find(begin, end, '\n');
+        const char *const stop = feed == end ? end : feed + 1;
+        line.append(begin, stop);
+        at_ += static_cast<std::size_t>(stop - begin);
+        if (feed != end) break;
+    }
+    return !line.empty();
 }
 
 bool List_File::Next(std::string &entry)
 {
-    char line[line_size];
-    while (stream_ && !ended_ && !std::feof(stream_) && std::fgets(line, sizeof line, stream_)) {
-        // Windows' text mode ends there by itself; here it is done on every system, and a name before it still counts.
-        // A NUL ends the line.
-        char *const end = std::strchr(line, end_of_text);
-        if (end) *end = '\0';
-        entry = Entry(line);
-        ended_ = end != nullptr;
+    const std::lock_guard lock(guard_);
+    for (std::string line; Line(line);) {
+        // A name before the Ctrl-Z still counts.
+        const std::size_t mark = line.find(end_of_text);
+        if (mark != std::string::npos) {
+            line.resize(mark);
+            ended_ = true;
+            at_ = size_;
+        }
+        entry = Entry(line.substr(0, line.find('\0')));
         if (!entry.empty()) return true;
     }
     return false;

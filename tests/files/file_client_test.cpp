@@ -10,11 +10,14 @@
 #include "tests/support/clients.h"
 #include "tests/support/folder.h"
 #include "tests/support/reports.h"
+#include "tests/support/timing.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cctype>
 #include <memory>
+#include <thread>
 
 using namespace kernel;
 
@@ -79,12 +82,60 @@ TEST(File_Client, records_all_that_comes)
 TEST(File_Client, names_every_cause)
 {
     std::string texts;
-    for (const std::uint32_t error : {0, 2, 4, 5, 6, 8, 9, 10, 11, 12, 13, 21, 110, 123, 1450, 1816, 3})
+    for (const std::uint32_t error : {0, 2, 4, 5, 6, 8, 9, 10, 11, 12, 13, 21, 110, 123, 1450, 1816, 222, 3})
         texts += Open_Error_Text(error, {"N", "D"}) + "|";
     EXPECT_EQ(texts, "|N|too many open files|D|invalid handle|not enough memory|invalid block|bad environment|"
                      "bad format|invalid access|invalid Data|not ready|open failed|File name invalid|"
-                     "No system resources|Not enough quota is available to process this command.|"
+                     "No system resources|Not enough quota is available to process this command.|no regular file|"
                      "NT ErrorCode: 3 = 0x00000003|");
+}
+
+TEST(File_Client, takes_names_for_the_same_when_they_differ_in_the_case_of_ascii_letters)
+{
+    const struct {
+        const char *a, *b;
+        bool same;
+    } cases[] = {{"", "", true},           {"copy", "COPY", true},     {"copy", "copy2", false},
+                 {"copy2", "copy", false}, {"copy", "", false},        {"[", "{", false},
+                 {"@", "`", false},        {"AZ09_é", "az09_é", true}, {"\xC3\x89", "\xC3\xA9", false}};
+    for (const auto &c : cases) EXPECT_EQ(Same_File_Name(c.a, c.b), c.same) << c.a << ' ' << c.b;
+}
+
+TEST(File_Client, a_copy_has_no_file_and_an_assigned_one_keeps_its_own)
+{
+    Recording<File_Client> to;
+    const std::string name = to.folder / "other", folder = to.folder / "";
+    const std::unique_ptr<File_Client> failed(File_Client::Construct(folder.c_str()));
+    to.reports->Take();
+    *to.recorder = *failed;
+    EXPECT_TRUE(to.Feed("abc"));
+    EXPECT_EQ(to.Copy(), "abc");
+    to.recorder->ErrorBox();
+    const std::string text = "Initialization Error\nCode: access denied (File open ?)";
+    EXPECT_EQ(to.reports->Take(), (Reports{{3, 15, text, "kernel/file_client"}}));
+    {
+        File_Client copy(*to.recorder);
+        EXPECT_TRUE(copy.IsValid());
+        EXPECT_STREQ(copy.GetName(), to.recorder->GetName());
+        copy.ErrorBox();  // no error was taken over
+        copy.Send(*to.server, Mesg_Data_Ready);
+        EXPECT_TRUE(copy.Create(name.c_str()));
+    }
+    EXPECT_EQ(to.reports->Take(), Reports{});
+    EXPECT_TRUE(to.Feed("d"));  // the end of the copy closed its own file
+    EXPECT_EQ(to.Copy(), "abcd");
+}
+
+TEST(File_Client, names_are_utf_8_and_of_any_length)
+{
+    Recording<File_Client> to;
+    const std::unique_ptr<File_Client_Server> tap(File_Client_Server::Construct(nullptr));
+    for (const std::string &name : {to.folder / "запись № 1", to.folder.Long_Name()}) {
+        EXPECT_TRUE(to.recorder->Create(name.c_str()) && to.Feed("abc") && to.recorder->Create(nullptr));
+        EXPECT_EQ(Whole_File(name), "abc");
+        EXPECT_TRUE(tap->Create(name.c_str()) && tap->Create(nullptr));
+        EXPECT_EQ(Whole_File(name), "abc");
+    }
 }
 
 TEST(File_Client, says_what_it_cannot_open)
@@ -166,6 +217,26 @@ TEST(File_Client_Server, passes_single_bytes_and_takes_one_back)
     EXPECT_TRUE(to.Feed("abcde"));
     EXPECT_EQ(got, "abcde");
     EXPECT_EQ(to.Copy(), "ade");  // the d replaced the b
+}
+
+TEST(File_Client_Server, can_be_closed_while_the_system_opens)
+{
+    Recording<File_Client_Server> to;
+    const std::string other = to.folder / "other";
+    platform::fault::hold_opens(true);
+    std::atomic<bool> created{false}, result{true};
+    std::thread creates([&] {
+        result = to.recorder->Create(other.c_str());
+        created = true;
+    });
+    platform::sleep_ms(50);
+    EXPECT_LT(Elapsed([&] { to.recorder->Close(); }), 1000u);
+    EXPECT_FALSE(created);
+    platform::fault::hold_opens(false);
+    creates.join();
+    EXPECT_FALSE(result);  // the close came later, and holds
+    EXPECT_TRUE(to.recorder->Create(nullptr) && to.recorder->Create(other.c_str()));
+    EXPECT_EQ(to.reports->Take(), Reports{});
 }
 
 TEST(File_Client_Server, outside_a_message_there_is_no_upstream)
