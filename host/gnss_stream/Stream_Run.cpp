@@ -1,5 +1,6 @@
 #include "host/gnss_stream/Stream_Run.h"
 
+#include "host/gnss_stream/File_Name.h"
 #include "host/gnss_stream/Stream_Ends.h"
 
 #include <algorithm>
@@ -37,14 +38,15 @@ bool Is_Terminal()
 std::uint64_t Size_Of(const std::string &name)
 {
     std::error_code error;
-    if (!fs::is_regular_file(name, error)) return 0;
-    const std::uintmax_t size = fs::file_size(name, error);
+    if (!fs::is_regular_file(Path_Of(name), error)) return 0;
+    const std::uintmax_t size = fs::file_size(Path_Of(name), error);
     return error ? 0 : size;
 }
 
 // Devices and pipes may well be used twice.
-bool Are_Same_File(const std::string &a, const std::string &b)
+bool Are_Same_File(const std::string &name, const std::string &other)
 {
+    const fs::path a = Path_Of(name), b = Path_Of(other);
     std::error_code ignored;
     if (fs::exists(a, ignored)) return fs::is_regular_file(a, ignored) && fs::equivalent(a, b, ignored);
     return fs::absolute(a, ignored).lexically_normal() == fs::absolute(b, ignored).lexically_normal();
@@ -119,7 +121,7 @@ bool Stream_Run::Find_Password()
     if (options_.user.empty()) return true;
     std::string password;
     if (!options_.password_file.empty()) {
-        std::ifstream file(options_.password_file, std::ios::binary);
+        std::ifstream file(Path_Of(options_.password_file), std::ios::binary);
         if (!std::getline(file, password)) {
             Complain(__LINE__, "There is no password in file " + options_.password_file + ".");
             return false;
@@ -305,7 +307,7 @@ void Stream_Run::Close()
 void Stream_Run::Check_Record()
 {
     std::error_code ignored;
-    if (!fs::is_regular_file(options_.record, ignored)) return;
+    if (!fs::is_regular_file(Path_Of(options_.record), ignored)) return;
     const std::uint64_t wanted = recorded_before_ + fan_out_.Bytes();
     const std::uint64_t size = Size_Of(options_.record);
     if (size != wanted)

@@ -82,6 +82,26 @@ TEST_F(gnss_stream, plays_a_list_as_one_stream_and_says_what_is_missing)
     EXPECT_TRUE(Whole_File(copy) == once + once);
 }
 
+TEST_F(gnss_stream, takes_names_in_utf_8_and_of_any_length)
+{
+    const std::string bytes = Whole_File(Recording(clean)), long_name = folder.Long_Name();
+    const std::string name = folder.Write("запись № 1", bytes), copy = folder / "копия", record = folder / "журнал";
+    const std::string password = folder.Write("пароль", "x");
+    const Result result = Run(Quoted(name) + " --frames --out " + Quoted(copy) + " --out " + Quoted(long_name) +
+                              " --record " + Quoted(record) + " --csv " + Quoted(folder / "таблица"));
+    EXPECT_EQ(result.exit, 0) << result.err;
+    for (const std::string &written : {copy, long_name, record}) EXPECT_TRUE(Whole_File(written) == bytes) << written;
+    EXPECT_FALSE(Whole_File(folder / "таблица_epochs.csv").empty());
+    EXPECT_EQ(Run("--list " + Quoted(List({name, copy})) + " --frames").messages,
+              Sum(Counts_Of(clean), Counts_Of(clean)));
+    for (const std::string &arguments : {Quoted(name) + " --record " + Quoted(record),  // what is there stays
+                                         Quoted(long_name) + " --out " + Quoted(long_name)})
+        EXPECT_EQ(Run(arguments).exit, 4) << arguments;
+    EXPECT_TRUE(Whole_File(record) == bytes && Whole_File(long_name) == bytes);
+    EXPECT_FALSE(Has(Run("ntrip://127.0.0.1:1/M --strict --user me --password-file " + Quoted(password)).err,
+                     "There is no password"));
+}
+
 TEST_F(gnss_stream, shows_where_gps_satellites_stand)
 {
     const Result result = Run(Quoted(Recording(clean)) + " --epochs");

@@ -1,0 +1,13 @@
+// Names of files for the standard library.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace host {
+
+// Names are UTF-8, on the command line, in lists and in the library. std::filesystem takes a plain string for the system's
+// own encoding, which on Windows is another one.
+inline std::filesystem::path Path_Of(const std::string &utf8) { return std::u8string(utf8.begin(), utf8.end()); }
+
+}  // namespace host
