@@ -72,7 +72,6 @@ public:
     bool connect(const Address &address, Event &stop);
     // Waits for a peer, or for `stop`, likewise.
     std::shared_ptr<Socket> accept(Address &peer, Event &stop);
-    void shutdown_send();  // the peer sees the end after what was written
 
     std::uintptr_t native() const;
 

@@ -28,6 +28,8 @@ bool Remote_Control::IsInheritedFrom(const char *name) const
     return (name && std::strcmp(name, Name) == 0) || Object::IsInheritedFrom(name);
 }
 
+bool Remote_Control::Gives_Up_Posting() const { return false; }
+
 bool Remote_Control::Hang_Up() { return false; }
 
 bool Remote_Control::Dial(const char *, const char *, const char *) { return false; }
@@ -76,19 +78,21 @@ void Remote_Control::SetStatus(Status status)
     if (window) Post(window, message, wparam, status);
 }
 
-// Without an end, on purpose: no change is lost while the window lives, however long the host does not look at its
-// messages. Outside the lock, so that it can ask for the status meanwhile.
+// The number of tries has no limit: no change is lost while the window lives, however long the host does not look at its
+// messages. Outside the lock, so that the host can ask for the status meanwhile.
 void Remote_Control::Post(void *window, long message, long wparam, Status status)
 {
     const platform::Window_Message post{static_cast<std::uint32_t>(message), static_cast<std::uint64_t>(wparam),
                                         status};
-    for (int tries = 0; platform::is_window(window) && !platform::post_message(window, post);) {
-        platform::sleep_ms(post_retry_ms);
-        if (++tries % tries_per_report == 0)
+    for (int tries = 1; platform::is_window(window) && !platform::post_message(window, post); ++tries) {
+        const bool gives_up = Gives_Up_Posting();
+        if (gives_up || tries % tries_per_report == 0)
             Report(unit, __LINE__)
                 .Print_Out(Error_Handler::ES_Warning,
                            "Driver tried %d times without success to post a message (status %d).\n", tries,
                            static_cast<int>(status));
+        if (gives_up) return;
+        platform::sleep_ms(post_retry_ms);
     }
 }
 

@@ -13,9 +13,9 @@ namespace kernel {
 //
 // Threads:   status and message are guarded by a lock of their own, which is not held while a message is posted. SetStatus
 //            runs on the transport's threads; with a window whose queue is full it waits until there is room or the window
-//            is gone, so that no change is lost.
+//            is gone, so that no change is lost. A stop of the transport's thread ends that wait: see Gives_Up_Posting.
 // Ownership: the window is the host's. It may go at any time: that ends the messages.
-// Errors:    every 10th failed post is reported (level 2).
+// Errors:    every 10th failed post is reported (level 2), and one that was given up.
 class KERNEL_API Remote_Control : public virtual Object {
 public:
     static const char Name[];  // "Remote_Control"
@@ -52,6 +52,9 @@ protected:
     explicit Remote_Control(const char *name);
     // Without a count and without a message.
     void Set_Status_Quietly(Status status);
+    // Asked after each failed post, on the thread that posts; true ends the tries. A transport answers true on a thread
+    // of its own that was asked to stop: whoever stops it may be the one who should empty the queue. Here: false.
+    virtual bool Gives_Up_Posting() const;
 
 private:
     void Post(void *window, long message, long wparam, Status status);

@@ -119,6 +119,7 @@ protected:
     void Move_to_Start();
     bool Extra_Flag() const { return extra_flag_; }
     unsigned long terminate() override;
+    bool Gives_Up_Posting() const override { return Is_Own_Thread() && Stop_Requested(); }
 
     // For the variants; the reader's, but for the first and the last three.
     void Fail(std::uint32_t error);  // last error, and report

@@ -36,6 +36,7 @@ Socket_Client_Server::Socket_Client_Server(Error_Handler &handler, unsigned int 
 Socket_Client_Server::~Socket_Client_Server()
 {
     Stop_Threads();
+    is_destroyed_ = true;
     receive_->cancel();  // a reader that was given up on may have left one
     Socket_Client_Server::Close();
 }
@@ -111,15 +112,10 @@ std::shared_ptr<Socket_Client_Server::Target> Socket_Client_Server::Get_Target()
     return target_;
 }
 
-void Socket_Client_Server::Set_Target(std::shared_ptr<Target> target)
-{
-    const Semaphore_Guard guard(*this);
-    target_ = std::move(target);
-}
-
 unsigned short Socket_Client_Server::GetPort() const { return Get_Target()->port; }
 
-bool Socket_Client_Server::Work() { return is_running() || start(false); }
+// A run that has told its end in a status or a message still counts as running for a moment: start waits for that.
+bool Socket_Client_Server::Work() { return Is_Own_Thread() || start(false) || is_running(); }
 
 bool Socket_Client_Server::is_connected()
 {
@@ -134,17 +130,17 @@ bool Socket_Client_Server::IsBusy()
     return target_->is_server ? handle_ != nullptr : socket_ != nullptr;
 }
 
-Socket_Client_Server::Remote Socket_Client_Server::The_Other_End() const
+Socket_Client_Server::Remote Socket_Client_Server::The_Other_End(const Target &target) const
 {
+    if (!target.is_server) return {target.host, target.port};
     const Semaphore_Guard guard(*this);
-    if (!target_->is_server) return {target_->host, target_->port};
     return {platform::dotted(Host_Of(peer_)), Port_Of(peer_)};
 }
 
 const char *Socket_Client_Server::GetRemoteName()
 {
-    const Remote remote = The_Other_End();
     const Semaphore_Guard guard(*this);
+    const Remote remote = The_Other_End(*target_);
     const bool known = target_->is_server ? handle_ != nullptr : !remote.host.empty();
     remote_name_ = known ? remote.host + ":" + std::to_string(remote.port) : "";
     return remote_name_.c_str();
@@ -162,7 +158,6 @@ void Socket_Client_Server::FreeAcceptSocket()
 {
     const Semaphore_Guard guard(*this);
     if (!handle_) return;
-    static_cast<platform::Socket &>(*handle_).shutdown_send();
     handle_->close();
     handle_.reset();
 }
@@ -171,13 +166,15 @@ void Socket_Client_Server::Close_Socket()
 {
     const Semaphore_Guard guard(*this);
     if (!socket_) return;
-    socket_->shutdown_send();
     socket_->close();
     socket_.reset();
 }
 
-// Under one lock: the reader, woken by the first close, must not find the other one still to be done.
-bool Socket_Client_Server::Close_Handle()
+bool Socket_Client_Server::Close_Handle() { return Close_Handle(nullptr); }
+
+// Under one lock: the reader, woken by the first close, must find neither the other one still to be done nor the target
+// that is left.
+bool Socket_Client_Server::Close_Handle(const Opening *next)
 {
     bool was_open = false;
     {
@@ -186,19 +183,28 @@ bool Socket_Client_Server::Close_Handle()
         requested_ = 0;
         was_open = socket_ != nullptr;
         Close_Socket();
+        if (next) {
+            target_ = next->target;
+            socket_ = next->accepted;
+            peer_ = next->peer;
+        }
     }
     Sleep(1);
     return was_open;
 }
 
-// While the reader runs on another thread it sees to status and message itself: a late 13 would hide what it does next.
-void Socket_Client_Server::Close()
+// While the reader runs on another thread it sees to status and messages itself: a late 13 would hide what it does next.
+bool Socket_Client_Server::Is_Seen_To() const { return is_running() && !Is_Own_Thread(); }
+
+void Socket_Client_Server::Close() { Close(nullptr); }
+
+void Socket_Client_Server::Close(const Opening *next)
 {
-    const bool is_told = is_running() && !Is_Own_Thread();  // asked before: it may end at once
-    const bool was_open = Close_Handle();
-    if (was_open && !is_told) SetStatus(Status_Disconnected);
+    const bool is_seen_to = Is_Seen_To();  // asked before: it may end at once
+    const bool was_open = Close_Handle(next);
+    if (was_open && !is_seen_to) SetStatus(Status_Disconnected);
     Sleep(1);
-    if (was_open && !is_told) Tell(Mesg_Detached);
+    if (was_open && !is_seen_to) Tell(Mesg_Detached);
 }
 
 bool Socket_Client_Server::Hang_Up()
@@ -244,6 +250,8 @@ unsigned long Socket_Client_Server::terminate()
     stop_event_->set();
     return Base_Thread::terminate();
 }
+
+bool Socket_Client_Server::Gives_Up_Posting() const { return is_destroyed_ || (Is_Own_Thread() && Stop_Requested()); }
 
 // A system without words for a number is helped out by the table.
 void Socket_Client_Server::ReportErrorIntern(unsigned long error, const char *text, Err_Code code,

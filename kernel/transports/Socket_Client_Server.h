@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace platform {
@@ -47,16 +48,19 @@ static_assert(sizeof(sockaddr_in) == 16 && offsetof(sockaddr_in, sin_port) == 2 
 // minute (refused: Mesg_Status_110, and the thread ends), Mesg_Detached (150), more than once perhaps, when the connection
 // is gone. That minute begins with the connection and again with each 50 that was accepted, whatever was received
 // meanwhile. Bytes that a lost connection leaves, because the client asked for more than came, stay: they can be pulled
-// from inside 150, and are otherwise in front of what the next connection brings. A caster's refusal is dropped.
+// from inside 150, and are otherwise in front of what the next connection to the same target brings. A caster's refusal is
+// dropped.
 //
 // Status (see Remote_Control): 103 after CreateClient, 10 connecting, 12 and 11 connected as client and as server, 13
 // disconnected, 1 waiting to begin again, 0 failed or no client.
 //
-// Threads:   the reader thread runs the client's Send, and the pull operations belong inside that. CreateClient and
-//            CreateServer are for the time before Work; called later they close, and the reader goes on with the new
-//            target. Everything else may come from any thread; on the reader's own (from the client's Send) stop and
-//            Disconnect only ask. Close and Hang_Up end the connection, not the thread: that is stop's. The client hears
-//            150 from the reader alone while that runs: no two threads talk to it. Stopping ends every wait at once.
+// Threads:   the reader thread runs the client's Send, and the pull operations belong inside that. Everything else may
+//            come from any thread; on the reader's own (from the client's Send) stop and Disconnect only ask. CreateClient
+//            and CreateServer close what is open and give the new target in one step; a reader at work turns to it at
+//            once, without the pause for reconnecting, and never again to the old one. A reader that is about to end
+//            ends all the same: Work afterwards begins with the new target. Close and Hang_Up end the connection, not
+//            the thread: that is stop's. The client hears 150 from the reader alone while that runs: no two threads talk
+//            to it. Stopping ends every wait at once, also for a window whose queue is full.
 //            A subclass calls Stop_Threads first thing in its destructor: both threads call virtual operations.
 // Ownership: the client as Byte_Server; host names and credentials are copied. GetRemoteName's text is good until its next
 //            call. The accepted socket given to CreateServer belongs to this object.
@@ -64,8 +68,10 @@ static_assert(sizeof(sockaddr_in) == 16 && offsetof(sockaddr_in, sin_port) == 2 
 //            code 91 for the rest: connections and their end (2), waiting for a host (0), timeouts, accept and NTRIP
 //            errors (3). With a number of the system's: "Connection reset by peer" and the like are part of the text. A
 //            server that cannot listen says what it could not do, then the cause ("Error accepting inbound
-//            connection."), and tries again, four times a second where no auto-reconnect time is set. Credentials
-//            are in no report.
+//            connection."), and tries again, four times a second where no auto-reconnect time is set. What comes of
+//            closing on this side (Close, Hang_Up, a new target) is no error. A host that cannot be reached is reported
+//            once as long as the tries come less than an hour apart; "since %u sec." and that hour begin anew with each
+//            loss and with each target. Credentials are in no report.
 class KERNEL_API Socket_Client_Server : public Byte_Server, public Win32_Buffered_Byte_Client, public Base_Thread {
 public:
     static const char Name[];  // "Client/Server class for Sockets": also the name of each object
@@ -79,7 +85,9 @@ public:
     // At most 4096 bytes; true when n are held already.
     bool Request(long n) override;
     void Disconnect() override;  // stops the thread first
-    // Starts the thread if it does not run; whether it runs.
+    // Starts the thread if it does not run; whether it runs. A thread that is about to end gets 0.1 s for that and is
+    // started anew, so that status 13 may be answered with Work; one that does not end takes these 0.1 s as well. On the
+    // reader's own thread: true, and nothing is done.
     bool Work() override;
     unsigned short GetByte() override;
     using Byte_Server::UnGetByte;
@@ -152,9 +160,10 @@ protected:
     // name, and ":port".
     void ReportErrorIntern(unsigned long error, const char *text, Err_Code code,
                            Error_Handler::Enum_Status status) override;
+    bool Gives_Up_Posting() const override;
 
 private:
-    // What to connect to or to listen on. Never changed once it is set, but for the two that the thread finds out.
+    // What to connect to or to listen on. Never changed once it is set, but for the two that are found out later.
     struct Target {
         bool is_server = false;
         Socket_Multi_Server *multi_server = nullptr;
@@ -163,8 +172,15 @@ private:
         bool via_proxy = false;
         std::string proxy_host;
         int proxy_port = 8080;
-        sockaddr_in address;  // to connect to, or to bind; all 255: not found yet. The thread's, once that runs
+        std::atomic<std::uint32_t> address{0};  // client: to connect to, host byte order; all ones: not found yet
         std::string Where() const { return via_proxy ? proxy_host : host; }
+        std::uint16_t Door() const { return via_proxy ? static_cast<std::uint16_t>(proxy_port) : port.load(); }
+    };
+    // A target, and the connection that is there already when it is one of a multi-server.
+    struct Opening {
+        std::shared_ptr<Target> target;
+        std::shared_ptr<platform::Socket> accepted = nullptr;
+        sockaddr_in peer = {};
     };
     struct Ntrip {
         bool mode = false;
@@ -175,7 +191,7 @@ private:
         std::string host;
         int port;
     };
-    struct Tries {
+    struct Tries {                       // to connect to one target
         std::uint64_t start;             // [ms] of clock_ms
         std::uint64_t last_failure = 0;  // [ms]; 0: none
         unsigned int Seconds() const;    // since the start; the one that has begun counts
@@ -192,23 +208,31 @@ private:
 
     // For all threads.
     std::shared_ptr<Target> Get_Target() const;
-    void Set_Target(std::shared_ptr<Target> target);
-    std::shared_ptr<platform::Socket> New_Socket();  // takes the place of socket_; null: the system has none left
+    bool Is_Seen_To() const;
+    bool Close_Handle(const Opening *next);
+    void Close(const Opening *next);
     void Close_Socket();
-    Remote The_Other_End() const;
+    Remote The_Other_End(const Target &target) const;
     bool Ntrip_Mode() const;
     bool Set_Ntrip_Text(std::string Ntrip::*field, const char *text);
 
     // The reader's way to a connection.
-    bool Fail_To_Listen(const char *text);
+    bool Is_Current() const;                         // false: there is another target than the one that it serves
+    std::shared_ptr<platform::Socket> New_Socket();  // takes the place of socket_; null: none left, or not current
+    void Close_Left_Over();
+    bool Fail_To_Listen(const platform::Socket *socket, const char *text);
     void Pause(unsigned long slice);
     Next Begin_Again();
+    void Turn_To(std::shared_ptr<Target> target);
     Next Establish();
     Next Connect_As_Client();
-    Next Connected_As_Client(const Target &target, const Tries &tries);
-    Next Failed_To_Connect(const Target &target, Tries &tries, bool resolved, unsigned long error);
-    void Report_Failed_Try(const Target &target, Tries &tries, unsigned long error);
+    Next Try_To_Connect(Tries &tries);
+    Next Connected_As_Client(const Tries &tries);
+    Next Failed_To_Connect(Tries &tries, bool resolved, unsigned long error);
+    void Report_Failed_Look_Up(const Tries &tries, unsigned long error);
+    void Report_Failed_Try(Tries &tries, unsigned long error);
     Next Accept_As_Server();
+    std::shared_ptr<platform::Socket> Wait_For_Peer(sockaddr_in &peer, unsigned long &error);
     Next Failed_To_Accept(unsigned long error);
     Next Stopped();
     void Finish();
@@ -225,6 +249,7 @@ private:
     Next Take_In(std::size_t n, bool hang_up);
     Next Peer_Closed();
     Next Receive_Failed(unsigned long error);
+    std::optional<Remote> Lose_Connection();  // whose it was; nothing when it was closed on this side before
     Next After_Loss();
     void Report_Lost_Host();
     void Tick();
@@ -232,8 +257,9 @@ private:
     std::atomic<std::int32_t> requested_{0};  // 4096 at most; negative when the client took more than it asked for
     std::shared_ptr<platform::Socket> socket_ KERNEL_GUARDED_BY(this);  // client: the connection; server: the listener
     const std::unique_ptr<Receive_Buffer> received_;
-    std::shared_ptr<Target> target_ KERNEL_GUARDED_BY(this);
-    sockaddr_in peer_ KERNEL_GUARDED_BY(this);  // server: who is connected
+    std::shared_ptr<Target> target_ KERNEL_GUARDED_BY(this);  // handle_, socket_ and peer_ belong to it
+    std::shared_ptr<Target> serving_;                         // what the reader is at; the reader's
+    sockaddr_in peer_ KERNEL_GUARDED_BY(this);                // server: who is connected
     std::atomic<std::uint32_t> auto_reconnect_ms_{0};
     int accept_errors_ = 0;           // in a row; the reader's, as is the next
     std::uint32_t listen_error_ = 0;  // why there is nothing to accept from
@@ -244,6 +270,7 @@ private:
     std::uint64_t deadline_ = 0;   // [ms] of clock_ms: end of the minute of patience; the reader's
     std::uint64_t next_tick_ = 0;  // [ms]; the reader's
     std::string remote_name_ KERNEL_GUARDED_BY(this);
+    bool is_destroyed_ = false;  // set and asked on the thread that destroys
 };
 
 }  // namespace kernel

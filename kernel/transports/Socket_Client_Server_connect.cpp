@@ -1,6 +1,7 @@
 // How a connection comes about: targets, connecting, listening and accepting.
 #include "kernel/transports/Socket_Client_Server.h"
 
+#include "kernel/transports/receive_buffer_internal.h"
 #include "kernel/transports/socket_address_internal.h"
 
 #include "platform/clock.h"
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <utility>
 
 namespace kernel {
 
@@ -37,29 +39,31 @@ std::string Text(const char *format, ...)
     return text;
 }
 
-// The address as it is, dotted text or a name, in this order. What is found is kept for all connections to come.
-bool Resolve(const std::string &name, sockaddr_in &address, platform::Event &stop)
+// The address as it is, dotted text or a name, in this order. What is found is kept for all connections to come. Two
+// threads may look at once: both find the same.
+bool Resolve(const std::string &name, std::atomic<std::uint32_t> &address, platform::Event &stop)
 {
-    if (Host_Of(address) != no_address) return true;
+    if (address != no_address) return true;
     std::uint32_t host = 0;
     if (!platform::parse_dotted(name.c_str(), host) || host == no_address) {
         if (!platform::resolve(name.c_str(), host, stop)) return false;
     }
-    address = Sockaddr_Of(host, Port_Of(address));
+    address = host;
     return true;
 }
 
-// In vain when the socket is closed meanwhile, by whomever.
-bool Connect_Socket(platform::Socket &socket, const sockaddr_in &address, platform::Event &stop)
+// Fails with error_operation_aborted when another thread closes the socket meanwhile, whatever the system says then.
+bool Connect_Socket(platform::Socket &socket, const platform::Address &address, platform::Event &stop)
 {
-    return socket.connect({Host_Of(address), Port_Of(address)}, stop) ||
-           platform::last_error() == platform::error_already_connected;
+    if (socket.connect(address, stop) || platform::last_error() == platform::error_already_connected) return true;
+    if (socket.closed()) platform::set_last_error(platform::error_operation_aborted);
+    return false;
 }
 
 }  // namespace
 
-// A target is complete before others see it: a reader at work keeps the old one until it asks again.
-
+// A reader at work turns to the new target at once. The status stands before it can: what it does next overwrites that.
+// It looks the name up as well; the two share the look-up, and only a reader that is not there is told of its failure.
 bool Socket_Client_Server::CreateClient(const char *host, int port, const char *proxy_host, int proxy_port)
 {
     const auto target = std::make_shared<Target>();
@@ -70,52 +74,40 @@ bool Socket_Client_Server::CreateClient(const char *host, int port, const char *
         target->proxy_host = proxy_host;
         target->proxy_port = proxy_port;
     }
-    target->address = Sockaddr_Of(no_address, static_cast<std::uint16_t>(proxy_host ? proxy_port : port));
-    Close();
-    if (!host) {
-        Set_Target(target);
-        return false;
-    }
-    SetStatus(Status_Client_Target_Set);
+    target->address = no_address;
+    const Opening opening{target};
+    const bool is_seen_to = Is_Seen_To();
+    if (host && is_seen_to) SetStatus(Status_Client_Target_Set);
+    Close(&opening);
+    if (!host) return false;
+    if (!is_seen_to) SetStatus(Status_Client_Target_Set);
     platform::Event never;
     const std::string name = target->Where();
-    const bool resolved = Resolve(name, target->address, never);
-    const std::uint32_t error = platform::last_error();
-    Set_Target(target);
-    if (resolved) return true;
-    ReportErrorIntern(error, Text("Could not resolve host name %s to IP-address.", name.c_str()).c_str(), socket_code,
+    if (Resolve(name, target->address, never)) return true;
+    ReportErrorIntern(platform::last_error(),
+                      Text("Could not resolve host name %s to IP-address.", name.c_str()).c_str(), socket_code,
                       Error_Handler::ES_Error);
-    SetStatus(Status_Disconnected);
+    if (!is_seen_to) SetStatus(Status_Disconnected);
     return false;
 }
 
 bool Socket_Client_Server::CreateServer(int port)
 {
-    const auto target = std::make_shared<Target>();
-    target->is_server = true;
-    target->port = static_cast<std::uint16_t>(port);
-    target->address = Sockaddr_Of(0, target->port);
-    Close();
-    Set_Target(target);
+    const Opening opening{std::make_shared<Target>()};
+    opening.target->is_server = true;
+    opening.target->port = static_cast<std::uint16_t>(port);
+    Close(&opening);
     return true;
 }
 
 bool Socket_Client_Server::CreateServer(unsigned int socket, int port, sockaddr_in peer, Socket_Multi_Server *server)
 {
-    const auto target = std::make_shared<Target>();
-    target->is_server = true;
-    target->multi_server = server;
-    target->port = static_cast<std::uint16_t>(port);
-    target->address = Sockaddr_Of(0, target->port);
-    Close();
-    auto accepted = platform::Socket::adopt(socket);
-    {
-        const Semaphore_Guard guard(*this);
-        target_ = target;
-        peer_ = peer;
-        socket_ = accepted;
-    }
-    if (accepted) return true;
+    const Opening opening{std::make_shared<Target>(), platform::Socket::adopt(socket), peer};
+    opening.target->is_server = true;
+    opening.target->multi_server = server;
+    opening.target->port = static_cast<std::uint16_t>(port);
+    Close(&opening);
+    if (opening.accepted) return true;
     Report(unit, __LINE__)
         .Print_Out(Error_Handler::ES_Error, socket_code, "Could not create socket server communication object.\n");
     SetStatus(Status_Failed);
@@ -125,19 +117,36 @@ bool Socket_Client_Server::CreateServer(unsigned int socket, int port, sockaddr_
 // A connection of a multi-server is there already.
 Socket_Client_Server::Next Socket_Client_Server::Establish()
 {
-    const auto target = Get_Target();
-    if (!target->is_server) return Connect_As_Client();
-    if (!target->multi_server) return Accept_As_Server();
+    Turn_To(Get_Target());
+    if (!serving_->is_server) return Connect_As_Client();
+    if (!serving_->multi_server) return Accept_As_Server();
     const Semaphore_Guard guard(*this);
+    if (!Is_Current()) return Next::establish;
     handle_ = socket_;
     return Next::serve;
 }
 
-// In slices, so that a stop is seen even where its signal was taken by somebody else.
+// What was received from another target, or counted for it, is not the new one's.
+void Socket_Client_Server::Turn_To(std::shared_ptr<Target> target)
+{
+    if (serving_ && serving_ != target) {
+        received_->Drop();
+        accept_errors_ = 0;
+    }
+    serving_ = std::move(target);
+}
+
+bool Socket_Client_Server::Is_Current() const
+{
+    const Semaphore_Guard guard(*this);
+    return target_ == serving_;
+}
+
+// In slices, so that a stop is seen even where its signal was taken by somebody else. A new target need not wait.
 void Socket_Client_Server::Pause(unsigned long slice)
 {
     unsigned long left = Get_Auto_Reconnect_Time();
-    while (left > 0 && !Stop_Requested()) {
+    while (left > 0 && !Stop_Requested() && Is_Current()) {
         const unsigned long ms = std::min(left, slice);
         Sleep(ms);
         left -= ms;
@@ -146,37 +155,42 @@ void Socket_Client_Server::Pause(unsigned long slice)
 
 // The client role.
 
-// Tries until there is a connection, a stop, or no time for reconnecting. Each try asks for the target: it may be a new one.
+// Tries until there is a connection, a stop, another target, or no time for reconnecting.
 Socket_Client_Server::Next Socket_Client_Server::Connect_As_Client()
 {
-    Close_Socket();
+    Close_Left_Over();
     for (Tries tries{platform::clock_ms()};;) {
-        SetStatus(Status_Connecting);
-        const auto target = Get_Target();
-        const auto socket = New_Socket();
-        if (!socket) {
-            ReportErrorIntern(platform::last_error(), "Could not create socket client communication object.\n",
-                              socket_code, Error_Handler::ES_Error);
-            SetStatus(Status_Disconnected);
-            return Next::failed;
-        }
-        socket->set_keep_alive();
-        socket->set_reuse_address();
-        const std::string name = target->Where();
-        const bool resolved = Resolve(name, target->address, *reader_stop_event_);
-        if (resolved && Connect_Socket(*socket, target->address, *reader_stop_event_))
-            return Connected_As_Client(*target, tries);
-        const std::uint32_t error = platform::last_error();
-        Close_Socket();
-        const Next next = Failed_To_Connect(*target, tries, resolved, error);
-        if (next != Next::establish) return next;
+        const Next next = Try_To_Connect(tries);
+        if (next != Next::establish || !Is_Current()) return next;
     }
 }
 
-Socket_Client_Server::Next Socket_Client_Server::Connected_As_Client(const Target &target, const Tries &tries)
+Socket_Client_Server::Next Socket_Client_Server::Try_To_Connect(Tries &tries)
 {
-    const std::string dotted = platform::dotted(Host_Of(target.address));
-    const unsigned int port = Port_Of(target.address);
+    SetStatus(Status_Connecting);
+    const auto socket = New_Socket();
+    if (!socket) {
+        const std::uint32_t error = platform::last_error();
+        if (!Is_Current()) return Next::establish;
+        ReportErrorIntern(error, "Could not create socket client communication object.\n", socket_code,
+                          Error_Handler::ES_Error);
+        SetStatus(Status_Disconnected);
+        return Next::failed;
+    }
+    socket->set_keep_alive();
+    socket->set_reuse_address();
+    const bool resolved = Resolve(serving_->Where(), serving_->address, *reader_stop_event_);
+    if (resolved && Connect_Socket(*socket, {serving_->address, serving_->Door()}, *reader_stop_event_))
+        return Connected_As_Client(tries);
+    const std::uint32_t error = platform::last_error();
+    Close_Left_Over();
+    return Failed_To_Connect(tries, resolved, error);
+}
+
+Socket_Client_Server::Next Socket_Client_Server::Connected_As_Client(const Tries &tries)
+{
+    const std::string dotted = platform::dotted(serving_->address);
+    const unsigned int port = serving_->Door();
     Error_Handler &report = Report(unit, __LINE__);
     if (Get_Auto_Reconnect_Time() == 0)
         report.Print_Out(Error_Handler::ES_Warning, transfer_code, "Successfully connected to host %s:%u.",
@@ -188,41 +202,48 @@ Socket_Client_Server::Next Socket_Client_Server::Connected_As_Client(const Targe
     bytes_out_ = 0;
     if (Stop_Requested()) return Stopped();
     const Semaphore_Guard guard(*this);
+    if (!Is_Current()) return Next::establish;
     handle_ = socket_;  // null when it was closed just now: the first receive finds out
     return Next::serve;
 }
 
-// A stop is no failure: nothing is reported then.
-Socket_Client_Server::Next Socket_Client_Server::Failed_To_Connect(const Target &target, Tries &tries, bool resolved,
-                                                                   unsigned long error)
+// A stop, another target, and a close on this side are no failures: nothing is reported then.
+Socket_Client_Server::Next Socket_Client_Server::Failed_To_Connect(Tries &tries, bool resolved, unsigned long error)
 {
     if (Stop_Requested()) return Stopped();
-    if (!resolved)
-        ReportErrorIntern(
-            error,
-            Text("Could not resolve host name %s to IP-address since %u sec.", target.Where().c_str(), tries.Seconds())
-                .c_str(),
-            socket_code, Error_Handler::ES_Error);
+    if (!Is_Current()) return Next::establish;
+    const bool was_closed = resolved && error == platform::error_operation_aborted;
+    if (!resolved) Report_Failed_Look_Up(tries, error);
     if (Get_Auto_Reconnect_Time() == 0) {
         SetStatus(Status_Disconnected);
-        ReportErrorIntern(error,
-                          Text("Could not connect to host %s:%u for socket client communication.\n",
-                               target.host.c_str(), unsigned{target.port})
-                              .c_str(),
-                          socket_code, Error_Handler::ES_Error);
+        if (!was_closed)
+            ReportErrorIntern(error,
+                              Text("Could not connect to host %s:%u for socket client communication.\n",
+                                   serving_->host.c_str(), unsigned{serving_->port})
+                                  .c_str(),
+                              socket_code, Error_Handler::ES_Error);
         return Next::failed;
     }
-    if (resolved) Report_Failed_Try(target, tries, error);
+    if (resolved && !was_closed) Report_Failed_Try(tries, error);
     Pause(connect_slice_ms);
     return Stop_Requested() ? Stopped() : Next::establish;
 }
 
+void Socket_Client_Server::Report_Failed_Look_Up(const Tries &tries, unsigned long error)
+{
+    const std::string name = serving_->Where();
+    ReportErrorIntern(
+        error,
+        Text("Could not resolve host name %s to IP-address since %u sec.", name.c_str(), tries.Seconds()).c_str(),
+        socket_code, Error_Handler::ES_Error);
+}
+
 // A host that is up and not ready is a message each time; one that cannot be reached is an error, and is told once for as
 // long as the tries come less than an hour apart.
-void Socket_Client_Server::Report_Failed_Try(const Target &target, Tries &tries, unsigned long error)
+void Socket_Client_Server::Report_Failed_Try(Tries &tries, unsigned long error)
 {
-    const char *const host = target.host.c_str();
-    const unsigned int port = target.port, seconds = tries.Seconds();
+    const char *const host = serving_->host.c_str();
+    const unsigned int port = serving_->port, seconds = tries.Seconds();
     if (error == platform::error_connection_refused) {
         Report(unit, __LINE__)
             .Print_Out(Error_Handler::ES_Message, transfer_code, "Waiting for host %s:%u since %u sec.\n", host, port,
@@ -249,13 +270,22 @@ Socket_Client_Server::Next Socket_Client_Server::Stopped()
     return Next::stopped;
 }
 
+// Not for a target that is left: whoever has closed for the new one is not asked again.
 std::shared_ptr<platform::Socket> Socket_Client_Server::New_Socket()
 {
     auto socket = platform::Socket::create();
     if (!socket) return nullptr;  // and the error stays the last one
     const Semaphore_Guard guard(*this);
+    if (!Is_Current()) return nullptr;
     socket_ = socket;
     return socket;
+}
+
+// The socket of an earlier connection or try, and not the one that a new target brings with it.
+void Socket_Client_Server::Close_Left_Over()
+{
+    const Semaphore_Guard guard(*this);
+    if (Is_Current()) Close_Socket();
 }
 
 // The server role.
@@ -263,75 +293,91 @@ std::shared_ptr<platform::Socket> Socket_Client_Server::New_Socket()
 // A listener that could not be closed before (a failed accept) goes first: it would hold the port.
 bool Socket_Client_Server::CreateServerSocket()
 {
-    Close_Socket();
-    const auto target = Get_Target();
+    Close_Left_Over();
     const auto socket = New_Socket();
-    if (!socket) return Fail_To_Listen("Could not create socket server communication object.\n");
+    if (!socket) return Fail_To_Listen(nullptr, "Could not create socket server communication object.\n");
     socket->set_reuse_address();
     socket->set_keep_alive();
-    if (!socket->bind({Host_Of(target->address), target->port}))
-        return Fail_To_Listen("Could not bind socket server communication object.\n");
-    if (!socket->listen(1)) return Fail_To_Listen("Could not listen to socket server communication object.\n");
+    if (!socket->bind({0, serving_->port}))
+        return Fail_To_Listen(socket.get(), "Could not bind socket server communication object.\n");
+    if (!socket->listen(1))
+        return Fail_To_Listen(socket.get(), "Could not listen to socket server communication object.\n");
     platform::Address chosen;
-    if (target->port == 0 && socket->local_address(chosen)) target->port = chosen.port;
+    if (serving_->port == 0 && socket->local_address(chosen)) serving_->port = chosen.port;
     return true;
 }
 
-// The cause is told when there is nothing to accept from. Noted first: the socket's own end may change the last error.
-bool Socket_Client_Server::Fail_To_Listen(const char *text)
+// The cause is told when there is nothing to accept from. Noted first: the socket's own end may change the last error. What
+// was closed on this side has not failed.
+bool Socket_Client_Server::Fail_To_Listen(const platform::Socket *socket, const char *text)
 {
     listen_error_ = platform::last_error();
+    if (!Is_Current() || (socket && socket->closed())) {
+        listen_error_ = platform::error_operation_aborted;
+        return false;
+    }
     Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, socket_code, "%s", text);
-    Close_Socket();
+    Close_Left_Over();
     SetStatus(Status_Failed);
     return false;
 }
 
-// The port is closed as soon as there is a peer: a second one is refused, and not left waiting. While this thread is in
-// accept, for days perhaps, nobody waits for the writer either: terminate_refused_.
+// The port is closed as soon as there is a peer: a second one is refused, and not left waiting.
 Socket_Client_Server::Next Socket_Client_Server::Accept_As_Server()
 {
-    const bool listening = CreateServerSocket();
-    std::shared_ptr<platform::Socket> listener, accepted;
-    {
-        const Semaphore_Guard guard(*this);
-        peer_ = {};
-        listener = socket_;
-    }
-    platform::Address peer;
-    // For one that is closed meanwhile.
-    std::uint32_t error = listening ? std::uint32_t{platform::error_operation_aborted} : listen_error_;
-    if (listener) {
-        terminate_refused_ = 1;
-        accepted = listener->accept(peer, *reader_stop_event_);
-        error = platform::last_error();
-        terminate_refused_ = 0;
-    }
+    sockaddr_in peer;
+    unsigned long error = 0;
+    const auto accepted = Wait_For_Peer(peer, error);
     if (Stop_Requested()) return Stopped();
+    if (!Is_Current()) return Next::establish;
     if (!accepted) return Failed_To_Accept(error);
     Report(unit, __LINE__)
         .Print_Out(Error_Handler::ES_Warning, transfer_code, "Client %s:%d has connected.",
-                   platform::dotted(peer.host).c_str(), int{peer.port});
-    Close_Socket();
+                   platform::dotted(Host_Of(peer)).c_str(), int{Port_Of(peer)});
+    Close_Left_Over();
     bytes_in_ = 0;
     bytes_out_ = 0;
     accept_errors_ = 0;
     const Semaphore_Guard guard(*this);
-    peer_ = Sockaddr_Of(peer.host, peer.port);
+    if (!Is_Current()) return Next::establish;
+    peer_ = peer;
     handle_ = accepted;
     return Next::serve;
 }
 
-// A server that cannot listen tries again in the same way.
+// While this thread is in accept, for days perhaps, nobody waits for the writer either: terminate_refused_.
+std::shared_ptr<platform::Socket> Socket_Client_Server::Wait_For_Peer(sockaddr_in &peer, unsigned long &error)
+{
+    error = CreateServerSocket() ? std::uint32_t{platform::error_operation_aborted} : listen_error_;
+    std::shared_ptr<platform::Socket> listener;
+    {
+        const Semaphore_Guard guard(*this);
+        if (!Is_Current()) return nullptr;
+        peer_ = {};
+        listener = socket_;
+    }
+    if (!listener) return nullptr;
+    terminate_refused_ = 1;
+    platform::Address address;
+    auto accepted = listener->accept(address, *reader_stop_event_);
+    error = platform::last_error();
+    terminate_refused_ = 0;
+    peer = Sockaddr_Of(address.host, address.port);
+    return accepted;
+}
+
+// A server that cannot listen tries again in the same way. Closing the port on this side is no error.
 Socket_Client_Server::Next Socket_Client_Server::Failed_To_Accept(unsigned long error)
 {
-    ReportErrorIntern(error, "Error accepting inbound connection.", socket_code, Error_Handler::ES_Error);
+    const bool was_closed = error == platform::error_operation_aborted;
+    if (!was_closed)
+        ReportErrorIntern(error, "Error accepting inbound connection.", socket_code, Error_Handler::ES_Error);
     SetStatus(Status_Disconnected);
     Sleep(accept_retry_ms);
-    if (++accept_errors_ % accept_errors_per_report == 0)
+    if (!was_closed && ++accept_errors_ % accept_errors_per_report == 0)
         Report(unit, __LINE__)
             .Print_Out(Error_Handler::ES_Error, transfer_code,
-                       "Socket server port %d: Error returned by WSAAccept since %d sec.\n", int{GetPort()},
+                       "Socket server port %d: Error returned by WSAAccept since %d sec.\n", int{serving_->port},
                        accept_errors_ / accept_errors_per_second);
     return Next::pass;
 }

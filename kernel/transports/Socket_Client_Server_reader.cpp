@@ -75,12 +75,12 @@ void Socket_Client_Server::Finish()
     Close();
 }
 
-// The reconnect decision.
+// The reconnect decision. A new target is a connection still to be made, whatever was left.
 Socket_Client_Server::Next Socket_Client_Server::After_Loss()
 {
-    const auto target = Get_Target();
-    if (target->multi_server) return Next::finish;
-    return target->is_server || Get_Auto_Reconnect_Time() > 0 ? Next::pass : Next::finish;
+    if (!Is_Current()) return Next::pass;
+    if (serving_->multi_server) return Next::finish;
+    return serving_->is_server || Get_Auto_Reconnect_Time() > 0 ? Next::pass : Next::finish;
 }
 
 // From the first message to the loss. A stop signal must not be lost with the old ones.
@@ -88,7 +88,7 @@ Socket_Client_Server::Next Socket_Client_Server::Serve()
 {
     Reset_Events();
     if (Stop_Requested()) reader_stop_event_->set();
-    SetStatus(Get_Target()->is_server ? Status_Connected_As_Server : Status_Connected_As_Client);
+    SetStatus(serving_->is_server ? Status_Connected_As_Server : Status_Connected_As_Client);
     requested_ = 0;
     if (!Tell(Mesg_Attached)) {
         SetStatus(Status_Failed);
@@ -139,7 +139,7 @@ Socket_Client_Server::Next Socket_Client_Server::Receive()
     if (!receive_->read(stream, received_->End(), received_->Room())) {
         const std::uint32_t error = platform::last_error();
         if (error == platform::error_io_pending) return Await();
-        return is_connected() ? Receive_Failed(error) : After_Loss();
+        return Receive_Failed(error);
     }
     std::size_t moved = 0;
     receive_->result(moved);
@@ -173,7 +173,7 @@ void Socket_Client_Server::Tick()
 
 Socket_Client_Server::Next Socket_Client_Server::Stop_Seen()
 {
-    const Remote remote = The_Other_End();
+    const Remote remote = The_Other_End(*serving_);
     Report(unit, __LINE__)
         .Print_Out(Error_Handler::ES_Message, transfer_code, "%s:%d Termination of Socket thread requested.",
                    remote.host.c_str(), remote.port);
@@ -192,7 +192,7 @@ Socket_Client_Server::Next Socket_Client_Server::Silence(std::uint64_t began)
         deadline_ = platform::clock_ms() + patience_ms;
         return Next::serve;
     }
-    const Remote remote = The_Other_End();
+    const Remote remote = The_Other_End(*serving_);
     Report(unit, __LINE__)
         .Print_Out(Error_Handler::ES_Error, transfer_code, "%s:%d Socket timeout: no data since %.1f seconds.",
                    remote.host.c_str(), remote.port, static_cast<double>(platform::clock_ms() - began) / 1000.0);
@@ -203,7 +203,7 @@ Socket_Client_Server::Next Socket_Client_Server::Silence(std::uint64_t began)
 // A wait that cannot be made must not fill the log: the next one is a second later.
 Socket_Client_Server::Next Socket_Client_Server::Wait_Failed(unsigned long error)
 {
-    const Remote remote = The_Other_End();
+    const Remote remote = The_Other_End(*serving_);
     Report(unit, __LINE__)
         .Print_Out(Error_Handler::ES_Error, transfer_code, "%s:%d WaitForMultipleObjects failed. Error %d.",
                    remote.host.c_str(), remote.port, static_cast<int>(error));
@@ -247,14 +247,14 @@ Socket_Client_Server::Next Socket_Client_Server::Take_In(std::size_t n, bool han
 // stream, and each was offered before the next was begun. What is less than it asked for stays in the buffer.
 Socket_Client_Server::Next Socket_Client_Server::Peer_Closed()
 {
-    const Remote remote = The_Other_End();
-    FreeAcceptSocket();
-    if (Get_Target()->is_server) {
+    const auto remote = Lose_Connection();
+    if (!remote) return After_Loss();
+    if (serving_->is_server) {
         Report(unit, __LINE__)
-            .Print_Out(Error_Handler::ES_Warning, transfer_code, "Client %s:%d has disconnected.", remote.host.c_str(),
-                       remote.port);
+            .Print_Out(Error_Handler::ES_Warning, transfer_code, "Client %s:%d has disconnected.", remote->host.c_str(),
+                       remote->port);
     } else {
-        Close_Socket();
+        Close_Left_Over();
         Report_Lost_Host();
     }
     return After_Loss();
@@ -262,20 +262,28 @@ Socket_Client_Server::Next Socket_Client_Server::Peer_Closed()
 
 Socket_Client_Server::Next Socket_Client_Server::Receive_Failed(unsigned long error)
 {
-    FreeAcceptSocket();
-    if (Get_Target()->is_server)
+    if (!Lose_Connection()) return After_Loss();
+    if (serving_->is_server)
         ReportErrorIntern(error, "Client disconnected.", transfer_code, Error_Handler::ES_Warning);
     else
         Report_Lost_Host();
     return After_Loss();
 }
 
+// One step: a close by another thread comes before it, and is not the peer's doing, or after it, and finds nothing.
+std::optional<Socket_Client_Server::Remote> Socket_Client_Server::Lose_Connection()
+{
+    const Semaphore_Guard guard(*this);
+    if (!handle_) return std::nullopt;
+    FreeAcceptSocket();
+    return The_Other_End(*serving_);
+}
+
 void Socket_Client_Server::Report_Lost_Host()
 {
-    const Remote remote = The_Other_End();
     Report(unit, __LINE__)
         .Print_Out(Error_Handler::ES_Warning, transfer_code, "Client disconnected from host %s:%d.",
-                   remote.host.c_str(), remote.port);
+                   serving_->host.c_str(), int{serving_->port});
 }
 
 }  // namespace kernel

@@ -209,12 +209,6 @@ bool Socket::accept_now(Address &peer, std::uintptr_t &accepted)
 
 bool Socket::wait_for_peer(Event &stop) { return wait_ready(native_, EPOLLIN, closing_->event, stop); }
 
-void Socket::shutdown_send()
-{
-    closing_->shut_down.store(true, std::memory_order_relaxed);
-    ::shutdown(descriptor_of(native_), SHUT_WR);
-}
-
 std::uintptr_t Socket::native() const { return static_cast<std::uintptr_t>(native_); }
 
 }  // namespace platform

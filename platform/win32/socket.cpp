@@ -216,8 +216,6 @@ bool Socket::accept_now(Address &peer, std::uintptr_t &accepted)
 
 bool Socket::wait_for_peer(Event &stop) { return Network_Event(closing_->event).wait_or(stop); }
 
-void Socket::shutdown_send() { shutdown(socket_of(native_), SD_SEND); }
-
 std::uintptr_t Socket::native() const { return static_cast<std::uintptr_t>(native_); }
 
 }  // namespace platform

@@ -79,18 +79,6 @@ TEST_F(socket_, stop_and_close_end_a_connect)
     EXPECT_EQ(Ended([&] { return connect(*late); }, [&] { late->close(); }), error_operation_aborted);
 }
 
-TEST_F(socket_, shutting_down_one_way_leaves_the_other_open)
-{
-    const Connection line;
-    Written(line.near, "last");
-    line.near->shutdown_send();
-    EXPECT_EQ(Read(line.far), "last");
-    EXPECT_EQ(Read(line.far), "");
-    EXPECT_EQ(Written(line.far, "answer"), "got 6");
-    EXPECT_EQ(Read(line.near), "answer");
-    EXPECT_EQ(Written(line.near, "more"), "error 10058");
-}
-
 TEST_F(socket_, reads_addresses_as_inet_addr_does_and_looks_up_names)
 {
     const std::pair<const char *, std::uint32_t> cases[] = {{"127.0.0.1", 0x7F000001},

@@ -1,5 +1,6 @@
 #include "kernel/transports/Socket_Client_Server.h"
 
+#include "kernel/transports/Message_Window.h"
 #include "kernel/transports/ntrip_answer_internal.h"
 #include "kernel/transports/receive_buffer_internal.h"
 
@@ -7,18 +8,21 @@
 
 #include "tests/support/caster.h"
 #include "tests/support/folder.h"
+#include "tests/support/full_window.h"
 #include "tests/support/peer.h"
 #include "tests/support/reports.h"
 #include "tests/support/upstream.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <deque>
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <random>
 #include <span>
+#include <thread>
 
 using namespace kernel;
 using namespace std::string_literals;
@@ -73,6 +77,7 @@ public:
     {
         Socket_Client_Server::SetStatus(status);
         statuses.Add({static_cast<int>(status)});
+        if (heard) heard->Add({static_cast<int>(status)});
     }
     void Ask(const char *mountpoint, const char *user, const char *password)
     {
@@ -83,6 +88,7 @@ public:
     using Socket_Client_Server::ReportErrorIntern;
     using Socket_Client_Server::Set_Mountpoint;
     Shared<Heard> statuses;
+    Shared<Heard> *heard = nullptr;  // gets them, too; set before Work
 };
 
 // One end of a connection. Its client pulls everything; what that hears is kept, and what is reported.
@@ -95,6 +101,7 @@ struct Station {
         return *this;
     }
     Peer To(Host &host, unsigned long reconnect = 0) { return To(host.Port(), reconnect), host.Accept(); }
+    void Turn_To(const Host &host) { EXPECT_TRUE(socket.CreateClient("127.0.0.1", host.Port(), nullptr, 0)); }
     std::uint16_t Listen()
     {
         EXPECT_TRUE(socket.CreateServer(0) && socket.Work());
@@ -139,6 +146,14 @@ struct Station {
     Lines reported;
 };
 
+// A peer that the host has waiting is taken; nobody, when none does.
+Peer Waiting_At(Host &host)
+{
+    platform::Event at_once;
+    at_once.set();
+    return host.Accept(at_once);
+}
+
 std::string Address(std::uint16_t port) { return "127.0.0.1:" + std::to_string(port); }
 
 Peer Connected(std::uint16_t port)
@@ -173,6 +188,223 @@ TEST(Socket_Client_Server, tells_the_life_of_a_connection_in_order)
     station.socket.stop();
     EXPECT_EQ(station.client.Story(), (Heard{140, 70, 70, 80, 70, 150, 140, 70, 150, 150}));
     EXPECT_EQ(station.Count("0,91 " + where + " Termination of Socket thread requested."), 1);
+}
+
+TEST(Socket_Client_Server, statuses_and_messages_of_a_loss_come_in_one_order)
+{
+    const struct {
+        std::uint32_t error;      // of the receive under way; 0: the end of the stream
+        unsigned long reconnect;  // [s]
+        Heard story;              // behind 103, 10, 12, Mesg_Attached
+    } cases[] = {{0, 0, {13, Mesg_Detached}},
+                 {10054, 0, {Mesg_Detached, 13, 13, Mesg_Detached, 13, Mesg_Detached}},  // Close sends the last two
+                 {0, 1, {13, Mesg_Detached, 1, 10, 12, Mesg_Attached}},
+                 {10054, 1, {Mesg_Detached, 13, 13, Mesg_Detached, 1, 10, 12, Mesg_Attached}}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(&c - cases);
+        Host host;
+        Station station;
+        station.socket.heard = &station.client.heard;
+        if (c.error) platform::fault::fail_after(platform::fault::Operation::read, 1, c.error);
+        Peer peer = station.To(host.Open(), c.reconnect);
+        ASSERT_TRUE(station.client.Hears(Mesg_Request_Invite));
+        platform::sleep_ms(20);  // for the receive to begin
+        peer.Leave();
+        ASSERT_TRUE(c.reconnect ? station.Gets(1) : station.Ends());
+        platform::fault::clear();
+        ASSERT_TRUE(!c.reconnect || (host.Accept() && station.client.Hears(Mesg_Attached, 2)));
+        Heard heard = station.client.Story(), expected{103, 10, 12, Mesg_Attached};
+        std::erase(heard, int{Mesg_Request_Invite});
+        expected.insert(expected.end(), c.story.begin(), c.story.end());
+        heard.resize(expected.size());
+        EXPECT_EQ(heard, expected);
+    }
+}
+
+TEST(Socket_Client_Server, work_brings_a_connection_back_whose_thread_is_about_to_end)
+{
+    Host host;
+    Station station;
+    platform::Event end_told;
+    station.client.answers[Mesg_Attached] = [&] { return station.socket.Work(); };  // here: it runs
+    station.client.answers[Mesg_Detached] = [&] { return end_told.set(), platform::sleep_ms(20), true; };
+    Peer peer = station.To(host.Open());
+    for (int round = 0; round < 20; ++round) {
+        peer.Leave();
+        ASSERT_TRUE(end_told.wait(10000));
+        EXPECT_TRUE(station.socket.is_running() && station.socket.Work());
+        ASSERT_TRUE(peer = host.Accept()) << round;
+        ASSERT_TRUE(station.client.Hears(Mesg_Attached, round + 2));
+    }
+}
+
+TEST(Socket_Client_Server, turns_to_a_new_target_at_once_and_never_again_to_the_old_one)
+{
+    constexpr unsigned long long_pause = 10000;  // [s]
+    Peer left;                                   // the other end of the first connection
+    const auto connected = [&](Station &s, Host &old) { left = s.To(old.Open(), long_pause), s.Is_Up(); };
+    const auto single_try = [&](Station &s, Host &old) { left = s.To(old.Open()), s.Is_Up(); };
+    const auto refused = [](Station &s, Host &old) { s.To(old.Port(), long_pause).Reports("0,91 Waiting"); };
+    const auto connecting = [&](Station &s, Host &old) {
+        const Peer filler = Peer::To(old.Open(0).Port());
+        s.To(old.Port(), long_pause);
+        platform::sleep_ms(50);
+        left = old.Accept();  // the filler
+    };
+    const auto listening = [](Station &s, Host &) { s.Listen(); };
+    const auto serving = [&](Station &s, Host &) { left = Connected(s.Listen()); };
+    const auto to_client = [](Station &s, Host &next) { return s.Turn_To(next.Open()), next.Accept(); };
+    const auto to_server = [](Station &s, Host &) {
+        EXPECT_TRUE(s.socket.CreateServer(0) && Soon([&] { return s.socket.GetPort() != 0; }));
+        return Connected(s.socket.GetPort());
+    };
+    const struct {
+        std::function<void(Station &, Host &)> begin;
+        std::function<Peer(Station &, Host &)> turn;
+        int status;
+    } cases[] = {{connected, to_client, 12},  {single_try, to_client, 12}, {refused, to_client, 12},
+                 {connecting, to_client, 12}, {listening, to_client, 12},  {serving, to_client, 12},
+                 {connected, to_server, 11},  {refused, to_server, 11},    {listening, to_server, 11},
+                 {serving, to_server, 11}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(&c - cases);
+        Host old, next;
+        Station station;
+        c.begin(station, old);
+        const std::uint16_t left_port = station.socket.GetPort();
+        const bool was_server = left_port != old.Port();
+        Peer peer = c.turn(station, next);
+        ASSERT_TRUE(peer && station.Gets(c.status));
+        peer.Say("new");
+        station.Expect_Pulled("new");
+        EXPECT_EQ(station.Count("3,"), 0) << testing::PrintToString(station.Reported());
+        EXPECT_FALSE(was_server ? Peer::To(left_port) : Waiting_At(old));
+    }
+}
+
+TEST(Socket_Client_Server, does_not_go_back_to_the_old_target_while_the_new_name_is_looked_up)
+{
+    Host old, next;
+    Station station;
+    station.client.answers[Mesg_Request_Invite] = [&] { return station.socket.Request(4), true; };
+    std::atomic<long> left{0};
+    station.client.answers[Mesg_Detached] = [&] { return left = station.socket.MinAvail(0), true; };
+    Peer peer = station.To(old.Open(), 1);
+    ASSERT_TRUE(station.client.Hears(Mesg_Request_Invite));
+    peer.Say("old");  // less than is asked for: it stays, and is not the new target's
+    platform::sleep_ms(100);
+    platform::fault::hang_name("slow.test");
+    std::thread host([&] { EXPECT_TRUE(station.socket.CreateClient("slow.test", next.Open().Port(), nullptr, 0)); });
+    EXPECT_TRUE(peer.Hears_The_End());
+    platform::sleep_ms(300);
+    EXPECT_FALSE(Waiting_At(old));
+    platform::fault::plan_name("slow.test", 0, test::loopback);
+    peer = next.Accept();
+    host.join();
+    platform::fault::clear();
+    ASSERT_TRUE(peer && station.Gets(12));
+    peer.Say("new!");
+    station.Expect_Pulled("new!");
+    EXPECT_EQ(left, 3);
+    EXPECT_FALSE(Waiting_At(old));
+}
+
+TEST(Socket_Client_Server, what_it_closes_itself_while_connecting_or_listening_is_no_error)
+{
+    Host full;
+    const Peer filler = Peer::To(full.Open(0).Port());
+    Station client, server;
+    client.To(full.Port(), 1);
+    server.Listen();
+    for (int round = 0; round < 5; ++round) {
+        platform::sleep_ms(50);
+        client.socket.Close();
+        platform::sleep_ms(50);
+        client.socket.Hang_Up();
+        server.socket.Close();
+    }
+    EXPECT_TRUE(server.socket.is_running() && Connected(server.socket.GetPort()) && server.Is_Up());
+    client.socket.Disable_Auto_Reconnect();
+    EXPECT_TRUE(Soon([&] { return client.socket.Close(), !client.socket.is_running(); }));
+    for (Station *station : {&client, &server})
+        EXPECT_EQ(station->Count("3,"), 0) << testing::PrintToString(station->Reported());
+}
+
+TEST(Socket_Client_Server, is_asked_and_ordered_by_threads_at_any_moment_and_works_afterwards)
+{
+    Host host;
+    Station station;
+    Test_Socket &socket = station.socket;
+    host.Open();
+    const std::function<void()> orders[] = {[&] { station.Turn_To(host); },
+                                            [&] { EXPECT_TRUE(socket.CreateServer(0)); },
+                                            [&] { socket.Work(); },
+                                            [&] { socket.Close(); },
+                                            [&] { socket.Hang_Up(); },
+                                            [&] { socket.stop(); },
+                                            [&] { socket.Enable_Auto_Reconnect(1); },
+                                            [&] { socket.Disable_Auto_Reconnect(); }};
+    std::atomic<bool> over{false};
+    std::vector<std::thread> threads;
+    for (unsigned int seed = 1; seed <= 2; ++seed) {
+        threads.emplace_back([&, random = std::mt19937(seed)]() mutable {
+            for (int i = 0; i < 60; ++i) {
+                orders[random() % std::size(orders)]();
+                platform::sleep_ms(random() % 8);
+            }
+        });
+    }
+    threads.emplace_back([&] {
+        while (!over) {
+            unsigned long changes = 0;
+            EXPECT_STRNE(socket.GetRemoteName(), nullptr);
+            socket.GetStatus(&changes), socket.IsBusy(), socket.is_connected(), socket.GetPort(), socket.GetBytesIn();
+        }
+    });
+    threads.emplace_back([&] {  // the far end: says something and goes
+        while (!over) {
+            if (Peer peer = Waiting_At(host)) peer.Say("hello");
+            platform::sleep_ms(1);
+        }
+    });
+    threads[0].join(), threads[1].join();
+    over = true;
+    threads[2].join(), threads[3].join();
+    socket.stop();
+    while (Waiting_At(host)) continue;
+    const std::size_t pulled = station.client.pulled.Now().size();
+    Peer peer = station.To(host);
+    ASSERT_TRUE(peer && station.Gets(12));
+    peer.Say("end");
+    EXPECT_TRUE(Soon([&] { return station.client.pulled.Now().substr(pulled) == "end"; }));
+    for (const std::string &line : station.Reported()) EXPECT_NE(line.substr(0, 2), "3,") << line;
+}
+
+TEST(Socket_Client_Server, a_stop_ends_the_wait_for_a_full_window)
+{
+    Host host;
+    Message_Window window;
+    if (!Fill(window.GetHandle())) GTEST_SKIP() << "no limit here";
+    Station stopped;
+    Peer peer = stopped.To(host.Open());
+    ASSERT_TRUE(stopped.Is_Up());
+    stopped.socket.SetMessage(window.GetHandle(), 1, 2);
+    peer.Leave();
+    EXPECT_TRUE(Soon([&] {
+        return stopped.reports.Has("Driver tried 10 times without success to post a message "
+                                   "(status 13).\n");
+    }));
+    EXPECT_TRUE(stopped.socket.is_running());  // without a stop it goes on for ever
+    EXPECT_LT(Elapsed([&] { stopped.socket.stop(); }), 3000u);
+    EXPECT_FALSE(stopped.socket.is_running());
+    EXPECT_LT(Elapsed([&] {
+                  Station destroyed;  // with a socket that is open still
+                  destroyed.client.answers[Mesg_Attached] = [] { return false; };
+                  peer = destroyed.To(host);
+                  EXPECT_TRUE(destroyed.Ends());
+                  destroyed.socket.SetMessage(window.GetHandle(), 1, 2);
+              }),
+              3000u);
 }
 
 TEST(Socket_Client_Server, serves_one_peer_at_a_time_and_then_the_next)
@@ -264,12 +496,20 @@ TEST(Socket_Client_Server, tells_once_an_hour_that_a_host_cannot_be_reached)
     ASSERT_TRUE(Soon([&] { return station.socket.statuses.Now().size() >= 4; }));  // 103, and three tries
     const std::string text = "3,89 Connect to host 127.255.255.255:9 failed since ";
     EXPECT_EQ(station.Count(text), 1);
+    for (int i = 0; i < 2; ++i) {  // more than an hour since the report, and less since the last failure
+        platform::advance_clock(2000 * 1000);
+        const std::size_t tries = station.socket.statuses.Now().size();
+        ASSERT_TRUE(Soon([&] { return station.socket.statuses.Now().size() >= tries + 2; }));
+        EXPECT_EQ(station.Count(text), 1);
+    }
     platform::advance_clock(3601 * 1000);
-    EXPECT_TRUE(station.Reports(text + "360"));
+    EXPECT_TRUE(station.Reports(text + "760"));
+    EXPECT_EQ(station.Count(text), 2);
+    ASSERT_TRUE(station.socket.CreateClient("127.255.255.255", 10, nullptr, 0));  // has an hour of its own
+    EXPECT_TRUE(station.Reports("3,89 Connect to host 127.255.255.255:10 failed since 1 sec."));
     station.socket.Disable_Auto_Reconnect();
     EXPECT_TRUE(station.Ends());
-    EXPECT_EQ(station.Count(text), 2);
-    EXPECT_EQ(station.Count("3,89 Could not connect to host 127.255.255.255:9 for socket client communication.\n"), 1);
+    EXPECT_EQ(station.Count("3,89 Could not connect to host 127.255.255.255:10 for socket client communication.\n"), 1);
 }
 
 TEST(Socket_Client_Server, silence_is_asked_about_after_a_minute)
