@@ -9,36 +9,53 @@ namespace host {
 
 namespace {
 
-constexpr std::string_view first_line = "ICY 200 OK\r\n";
+constexpr std::string_view acceptance = "ICY 200 OK";
 constexpr std::string_view refusals[] = {"HTTP/", "SOURCETABLE ", "ERROR", "ICY "};
 constexpr std::string_view line_end = "\r\n";
 constexpr std::ptrdiff_t longest_name = 40;  // characters of a header's name: letters without end are data
 
-bool Is_Of_Name(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-'; }
+// Not by the functions of <cctype>: those depend on the locale.
+bool Is_Letter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+bool Is_Of_Name(char c) { return Is_Letter(c) || (c >= '0' && c <= '9') || c == '-' || c == '_' || c == '.'; }
 bool Is_Text(char c) { return c >= ' ' && c <= '~'; }
+char Upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
-bool Can_Begin(std::string_view whole, std::string_view part) { return whole.substr(0, part.size()) == part; }
+// In upper or lower case: casters are not strict.
+bool Begins(std::string_view text, std::string_view beginning)
+{
+    return text.size() >= beginning.size() && std::equal(beginning.begin(), beginning.end(), text.begin(),
+                                                         [](char a, char b) { return Upper(a) == Upper(b); });
+}
+
+// Has the text begun with this, or can it still?
+bool May_Begin(std::string_view text, std::string_view beginning)
+{
+    return Begins(text, beginning.substr(0, std::min(text.size(), beginning.size())));
+}
+
+// A bare line feed ends a line as well.
+bool Ends_Line(std::string_view text) { return text.ends_with('\n'); }
+bool May_End_Line(std::string_view rest) { return rest == "\n" || line_end.starts_with(rest); }
 
 // Can this become a header line, "Name: value" and a line end? No receiver's data begins like that.
 bool May_Be_Header(std::string_view text)
 {
     const auto name_end = std::find_if_not(text.begin(), text.end(), Is_Of_Name);
-    if (name_end - text.begin() > longest_name) return false;
+    if (name_end - text.begin() > longest_name || (!text.empty() && !Is_Letter(text.front()))) return false;
     if (name_end == text.end()) return true;
-    if (name_end == text.begin() || *name_end != ':') return false;
+    if (*name_end != ':') return false;
     const auto value_end = std::find_if_not(name_end, text.end(), Is_Text);
-    return Can_Begin(line_end, std::string_view(text).substr(static_cast<std::size_t>(value_end - text.begin())));
+    return May_End_Line(text.substr(static_cast<std::size_t>(value_end - text.begin())));
 }
 
-// The same of a line that begins like a refusal.
 bool May_Be_Refusal(std::string_view text)
 {
-    const auto begins = [=](std::string_view refusal) {
-        return Can_Begin(refusal, text.substr(0, std::min(text.size(), refusal.size())));
-    };
-    const auto text_end = std::find_if_not(text.begin(), text.end(), Is_Text);
-    return !text.starts_with("ICY 200 OK") && std::any_of(std::begin(refusals), std::end(refusals), begins) &&
-           Can_Begin(line_end, text.substr(static_cast<std::size_t>(text_end - text.begin())));
+    return std::any_of(std::begin(refusals), std::end(refusals), [&](auto one) { return May_Begin(text, one); });
+}
+
+bool Is_Refusal_Begun(std::string_view text)
+{
+    return std::any_of(std::begin(refusals), std::end(refusals), [&](auto one) { return Begins(text, one); });
 }
 
 }  // namespace
@@ -56,31 +73,46 @@ Caster_Answer::Bytes Caster_Answer::Skip(Bytes piece)
     std::size_t used = 0;
     while (expected_ && used < piece.size()) {
         held_ += static_cast<char>(piece[used++]);
-        expected_ = Judge() && held_.size() < longest;
+        expected_ = accepted_ ? Judge_Header() : Judge_First_Line();
+        if (held_.size() >= longest) expected_ = false;
     }
     return piece.subspan(used);
 }
 
-// Looks at what is held after each byte; false when the answer is over.
-bool Caster_Answer::Judge()
+// Looks at what is held after each byte; false when the answer is over. What has begun with a refusal is none of the
+// data, whatever follows.
+bool Caster_Answer::Judge_First_Line()
 {
-    if (!accepted_) {
-        accepted_ = held_ == first_line;
-        if (accepted_) held_.clear();
-        if (accepted_ || Can_Begin(first_line, held_)) return true;
-        if (!May_Be_Refusal(held_)) return false;
-        refused_ = held_.ends_with(line_end);
-        if (refused_) held_.resize(held_.size() - line_end.size());
-        return !refused_;
+    const char last = held_.back();
+    const bool ends = !Is_Text(last) && last != '\r';
+    if (May_Begin(held_, acceptance)) {
+        accepted_ = ends;
+        if (!ends) return true;
+        held_.erase(0, held_.size() - (last == '\n' ? 0 : 1));  // a byte that is no text is the first one of the data
+        return held_.empty();
     }
-    if (held_ == line_end) {  // the blank line behind the headers
-        held_.clear();
-        return false;
-    }
-    if (Can_Begin(line_end, held_)) return true;
-    if (!May_Be_Header(held_)) return false;
-    if (held_.ends_with(line_end)) held_.clear();
-    return true;
+    if (!Is_Refusal_Begun(held_)) return May_Be_Refusal(held_);
+    refused_ = ends || held_.size() >= longest;
+    return !refused_;
+}
+
+bool Caster_Answer::Judge_Header()
+{
+    const bool is_blank_line = held_ == line_end || held_ == "\n";  // behind the headers
+    if (is_blank_line || (Ends_Line(held_) && May_Be_Header(held_))) held_.clear();
+    return !is_blank_line && (line_end.starts_with(held_) || May_Be_Header(held_));
+}
+
+std::string Caster_Answer::Refusal() const
+{
+    return refused_ ? std::string(held_.begin(), std::find_if_not(held_.begin(), held_.end(), Is_Text)) : "";
+}
+
+// What could have become the first line of an answer is no data either.
+void Caster_Answer::End_First_Line()
+{
+    refused_ |= expected_ && !accepted_ && !held_.empty();
+    expected_ = false;
 }
 
 }  // namespace host

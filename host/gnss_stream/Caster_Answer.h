@@ -8,8 +8,9 @@
 namespace host {
 
 // The library leaves "ICY 200 OK" and whatever header lines follow in front of the data. This takes them off, in whatever
-// pieces they come. A refusal that the library has not seen as one, since it judges no piece below 50 bytes, is dropped
-// with all that follows it. Any other beginning is data from its first byte on.
+// pieces they come, in upper or lower case, with or without carriage returns. A refusal that the library has not seen as
+// one, since it judges no piece below 50 bytes, is dropped with all that follows it; so is an answer that the end of the
+// connection cuts short. Any other beginning is data from its first byte on.
 //
 // Threads:   one.
 // Ownership: keeps copies of at most `longest` bytes while it cannot tell yet what they are.
@@ -21,7 +22,7 @@ public:
     void Expect();  // a connection begins
     bool Is_Expected() const { return expected_; }
     bool Is_Refusal() const { return refused_; }
-    std::string Refusal() const { return refused_ ? held_ : ""; }  // its first line, without the line end
+    std::string Refusal() const;  // its first line, without the line end; until the next connection
     // Gives what is data of this piece, and of earlier ones, to `take` (none, one or two calls).
     template <class Taker>
     void Pass(Bytes piece, Taker take)
@@ -30,20 +31,21 @@ public:
         Give_Held(take);
         if (!piece.empty() && !refused_) take(piece);
     }
-    // The connection has ended: what was held back is data, but for a refusal.
+    // The connection has ended: what was held back is data, but for a refusal and an answer that is cut short.
     template <class Taker>
     void End(Taker take)
     {
-        expected_ = false;
+        End_First_Line();
         Give_Held(take);
-        if (refused_) held_.clear();
     }
 
 private:
     static constexpr std::size_t longest = 1024;
 
     Bytes Skip(Bytes piece);
-    bool Judge();
+    bool Judge_First_Line();
+    bool Judge_Header();
+    void End_First_Line();
     template <class Taker>
     void Give_Held(Taker take)
     {
@@ -54,7 +56,7 @@ private:
 
     bool expected_ = false;
     bool accepted_ = false;  // the first line is off
-    bool refused_ = false;   // the first line is a refusal, and held
+    bool refused_ = false;   // the first line is a refusal or cut short, and held
     std::string held_;       // the line that has begun
 };
 

@@ -80,11 +80,11 @@ private:
         const long got = Socket_Client_Server::GetNBytes(buffer, n);
         const bool was_refused = answer_.Is_Refusal();
         if (got > 0) answer_.Pass({buffer, static_cast<std::size_t>(got)}, keep);
+        if (!is_connected()) answer_.End(keep);
         if (answer_.Is_Refusal() && !was_refused)
             Report(unit, __LINE__)
                 .Print_Out(kernel::Error_Handler::ES_Error, 91, "%s: the caster refuses: %s", GetName(),
                            answer_.Refusal().c_str());
-        if (!is_connected()) answer_.End(keep);
     }
 
     bool answers_ = false;

@@ -32,20 +32,51 @@ TEST(Caster_Answer, comes_off_in_pieces_of_every_size_and_takes_no_data_along)
         {ok + "$GPGGA,1*00\r\n", "$GPGGA,1*00\r\n"},
         {ok + "\r" + rtcm, "\r" + rtcm},    // no whole line end
         {ok + "Name: v\rX", "Name: v\rX"},  // no header after all
-        {rtcm + ok, rtcm + ok},             // no answer at all
-        {"ICY 200 O", "ICY 200 O"},         // cut short
-        {"SOURCETABLE 200 OK\r\n", ""},     // a refusal, as are
+        {ok + "1:2\r\n" + rtcm, "1:2\r\n" + rtcm},
+        {ok + "X-Ntrip2_v.1: on\r\n\r\n" + rtcm, rtcm},
+        {"icy 200 ok\nServer: x\n\n" + rtcm, rtcm},
+        {"ICY 200 OKAY\r\n" + rtcm, rtcm},
+        {"ICY 200 OK" + rtcm, rtcm},
+        {rtcm + ok, rtcm + ok},  // no answer at all
+        {"ICY 200 O", ""},       // cut short
+        {"H", ""},
+        {"SOURCETABLE 200 OK\r\n", ""},  // a refusal, as are
+        {"sourcetable 200 ok\n" + rtcm, ""},
+        {"HTTP/1.0 401 Unau", ""},
+        {"ERROR - Bad Password", ""},
+        {"ERROR - Bad Password" + rtcm, ""},
+        {"HTTP/" + std::string(2000, 'x') + rtcm, ""},
         {"ICY 401 Unauthorized\r\nno data", ""},
         {"HTTP/1.0 401 Unauthorized\r\n\r\n", ""},
         {"ERROR - Bad Password\r\n", ""},
-        {"ICY 200 OKAY\r\n" + rtcm, "ICY 200 OKAY\r\n" + rtcm},  // and this is none,
-        {"HTTP/" + rtcm, "HTTP/" + rtcm},                        // nor this
-        {ok + std::string(5000, 'h'), std::string(5000, 'h')},   // a header without an end
+        {"HTML" + rtcm, "HTML" + rtcm},                         // and this is none
+        {ok + std::string(5000, 'h'), std::string(5000, 'h')},  // a header without an end
         {ok, ""},
     };
     for (const auto &[stream, data] : cases)
         for (std::size_t n = 1; n <= std::min<std::size_t>(stream.size(), 40); ++n)
             ASSERT_EQ(Passed(stream, n), data) << "pieces of " << n << " of " << stream.substr(0, 40);
+}
+
+TEST(Caster_Answer, tells_what_a_refusal_says)
+{
+    const std::pair<const char *, const char *> cases[] = {
+        {"ERROR - Bad Password\r\n", "ERROR - Bad Password"},
+        {"HTTP/1.0 401 Unau", "HTTP/1.0 401 Unau"},
+        {"ICY 4\x01\xD3", "ICY 4"},
+        {"ICY 20", "ICY 20"},
+        {"ICY 200 OK\r\nServ", ""},
+        {"", ""},
+    };
+    for (const auto &[said, refusal] : cases) {
+        host::Caster_Answer answer;
+        answer.Expect();
+        const auto ignore = [](auto) {};
+        answer.Pass({reinterpret_cast<const unsigned char *>(said), std::char_traits<char>::length(said)}, ignore);
+        answer.End(ignore);
+        EXPECT_EQ(answer.Is_Refusal(), *refusal != 0) << said;
+        EXPECT_EQ(answer.Refusal(), refusal);
+    }
 }
 
 }  // namespace
