@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <string_view>
 
 namespace host {
 
@@ -10,16 +12,18 @@ namespace {
 
 constexpr std::size_t most_said = 4;
 
-std::string Time_Of_Day()
+std::string Time_Stamp()
 {
     // Not by gmtime, whose result all threads share.
     using namespace std::chrono;
     const auto now = floor<milliseconds>(system_clock::now());
+    const year_month_day date(floor<days>(now));
     const hh_mm_ss time(now - floor<days>(now));
-    char text[32];
-    std::snprintf(text, sizeof text, "%02d:%02d:%02d.%03dZ", static_cast<int>(time.hours().count()),
-                  static_cast<int>(time.minutes().count()), static_cast<int>(time.seconds().count()),
-                  static_cast<int>(time.subseconds().count()));
+    char text[48];
+    std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ", static_cast<int>(date.year()),
+                  static_cast<unsigned int>(date.month()), static_cast<unsigned int>(date.day()),
+                  static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
+                  static_cast<int>(time.seconds().count()), static_cast<int>(time.subseconds().count()));
     return text;
 }
 
@@ -34,26 +38,58 @@ const char *Level_Word(kernel::Error_Handler::Enum_Status status)
     }
 }
 
-// Reports may have several lines, or end with one, and a log has one for each report.
+// A log has one line for each report. Reports may have several lines or end with one, and the texts of Windows end their
+// lines with two characters.
 std::string On_One_Line(std::string text)
 {
+    std::erase(text, '\r');
     while (text.ends_with('\n')) text.pop_back();
     for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos;) text.replace(at, 1, ", ");
     return text;
+}
+
+// The library's file objects say that something failed, and then the cause, in these words whatever failed. Causes that
+// have no words there come as their numbers.
+std::string Plain_Cause(const std::string &text)
+{
+    constexpr std::string_view frame = "Initialization Error\nCode: ", number = "NT ErrorCode: ";
+    constexpr std::pair<int, const char *> words[] = {
+        {3, "there is no such folder"},  {19, "the disk is write-protected"},    {31, "the device does not work"},
+        {32, "another program uses it"}, {33, "another program uses it"},        {39, "the disk is full"},
+        {112, "the disk is full"},       {223, "the file has become too large"},
+    };
+    if (!text.starts_with(frame)) return text;
+    const std::string cause = text.substr(frame.size());
+    if (!cause.starts_with(number)) return cause;
+    const int error = std::atoi(cause.c_str() + number.size());
+    for (const auto &[known, word] : words)
+        if (known == error) return word;
+    return cause;
+}
+
+// Two reports that differ only in how long something has lasted are one.
+std::string Without_Duration(std::string text)
+{
+    constexpr std::string_view mark = "since ";
+    const std::size_t at = text.find(mark);
+    if (at == std::string::npos) return text;
+    const std::size_t begin = at + mark.size();
+    const std::size_t end = std::min(text.find_first_not_of("0123456789.", begin), text.size());
+    return text.erase(begin, end - begin);
 }
 
 }  // namespace
 
 void Console::Do_Print(Enum_Status status, kernel::Err_Code, const char *text)
 {
-    if (status >= ES_Error) faults_.fetch_add(1, std::memory_order_relaxed);
+    if (status >= ES_Error) Count_Fault();
     Print(status, text);
 }
 
 void Console::Print(Enum_Status status, const std::string &text)
 {
     // The live line is blotted out and written again below, all inside the lock: threads report while it is shown.
-    const std::string line = Time_Of_Day() + " " + Level_Word(status) + ": " + On_One_Line(text);
+    const std::string line = Time_Stamp() + " " + Level_Word(status) + ": " + On_One_Line(text);
     const std::lock_guard lock(lock_);
     const std::string blanks(live_.size(), ' ');
     if (!live_.empty()) std::fprintf(stderr, "\r%s\r", blanks.c_str());
@@ -78,29 +114,36 @@ void Console::Keep_Live()
     live_.clear();
 }
 
-void End_Handler::Do_Print(Enum_Status status, kernel::Err_Code code, const char *text)
+void End_Handler::Do_Print(Enum_Status status, kernel::Err_Code, const char *text)
 {
     // Counted before anything is held back: an end asks how many there were (File_Output).
     if (status >= ES_Error) errors_.fetch_add(1, std::memory_order_relaxed);
-    if (counts_faults_)
-        // With the place that the report has; this way the console counts it as a fault, by Print it does not.
-        console_.Set(File(), Line())->Print_Out(status, code, "%s", text);
-    else if (!muted_.load(std::memory_order_relaxed) && !Is_Repetition(text)) {
-        // The lock is let go between question and note: two threads with the same text may both print it, which does no
-        // harm.
-        Tell_Repetitions();
-        console_.Print(status, text);
-        Remember(text, status);
-    }
+    if (status >= (counts_faults_ ? ES_Error : ES_Fatal)) console_.Count_Fault();
+    const std::string named = Named(text);
+    if (muted_.load(std::memory_order_relaxed) || Is_Repetition(named)) return;
+    // The lock is let go between question and note: two threads with the same text may both print it, which does no harm.
+    Tell_Repetitions();
+    console_.Print(status, named);
+    Remember(named, status);
+}
+
+// Most texts of the library name no file and no peer.
+std::string End_Handler::Named(const std::string &text) const
+{
+    const std::string plain = Plain_Cause(text);
+    return plain.find(name_) == std::string::npos ? name_ + ": " + plain : plain;
 }
 
 bool End_Handler::Is_Repetition(const std::string &text)
 {
     const std::lock_guard lock(lock_);
-    const auto said = std::find_if(said_.begin(), said_.end(), [&](const Said &one) { return one.text == text; });
+    const auto said = std::find_if(said_.begin(), said_.end(), [&](const Said &one) {
+        return Without_Duration(one.text) == Without_Duration(text);
+    });
     // Counted from when it was printed, so that an end that never stops complaining is heard once a minute.
     if (said == said_.end() || std::chrono::steady_clock::now() - said->time >= std::chrono::minutes(1)) return false;
     ++said->repetitions;
+    said->text = text;
     return true;
 }
 
@@ -119,7 +162,7 @@ void End_Handler::Tell_Repetitions()
 void End_Handler::Remember(const std::string &text, Enum_Status status)
 {
     const std::lock_guard lock(lock_);
-    std::erase_if(said_, [&](const Said &one) { return one.text == text; });
+    std::erase_if(said_, [&](const Said &one) { return Without_Duration(one.text) == Without_Duration(text); });
     if (said_.size() >= most_said) said_.pop_front();
     said_.push_back({text, status, std::chrono::steady_clock::now()});
 }

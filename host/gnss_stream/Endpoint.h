@@ -22,7 +22,8 @@ enum class Startup { under_way, up, refused };
 //
 // Threads:   the controlling thread.
 // Ownership: what it opens.
-// Errors:    reported to the console. What can come up later is a warning, and what will never a fault.
+// Errors:    reported to the console. What can come up later is a warning, and what will never a fault. Open and Start throw
+//            std::system_error when no thread can be had, and std::bad_alloc.
 class Endpoint {
 public:
     Endpoint() = default;
@@ -53,6 +54,9 @@ public:
     virtual bool Connect(kernel::Byte_Client &client) = 0;  // before Start
     virtual void Start() = 0;
     virtual bool Ended() const = 0;  // by itself: nothing more will come
+    // To be called often, beside Tend: ends an input that cannot be read any further. client_is_busy: what came last is
+    // still being handed on, so that no progress is no sign of a failure.
+    virtual void Watch(bool /* client_is_busy */) {}
     // What has been received is handed on; then nothing is delivered any more.
     virtual void Stop() = 0;
 };
@@ -68,8 +72,9 @@ public:
     virtual std::size_t Room() const = 0;  // bytes that are taken without loss
     virtual void Put(std::span<const unsigned char> block) = 0;  // never waits for a peer; at most 4096 bytes
     virtual bool Is_Drained() const = 0;                         // the system has all that can be sent
-    virtual std::uint64_t Sent() const = 0;                      // bytes with the system: it grows while somebody reads
-    virtual bool Has_Failed() const { return false; }            // for good
+    // Bytes with the system: it grows while somebody reads. Of the bytes that came, the others are lost.
+    virtual std::uint64_t Sent() const = 0;
+    virtual bool Has_Failed() const { return false; }  // for good
 
     Startup Start_State() const override { return Is_Up() ? Startup::up : Startup::refused; }
 };

@@ -45,11 +45,13 @@ bool Fan_Out::Pull(kernel::Byte_Server &server)
 {
     const long most = static_cast<long>(block_.size());
     bool pulled = false;
+    busy_.store(true, std::memory_order_relaxed);
     for (long got; (got = server.GetNBytes(block_.data(), most)) > 0 && got <= most; pulled = true) {
         const auto n = static_cast<std::size_t>(got);
         bytes_.fetch_add(n, std::memory_order_relaxed);
         for (Branch &branch : branches_) Hand_On(branch, {block_.data(), n});
     }
+    busy_.store(false, std::memory_order_relaxed);
     // After the outputs, which may have kept us waiting: that was no silence of the input.
     if (pulled) last_ = steady_clock::now();
     return pulled;
@@ -61,8 +63,6 @@ void Fan_Out::Hand_On(Branch &branch, std::span<const unsigned char> block)
     if (!input_can_wait_ || Wait_For_Room(*branch.output, block.size()))
         // From a live input it comes also without room: what to discard is the output's choice, and its report.
         branch.output->Put(block);
-    else
-        lost_.fetch_add(block.size(), std::memory_order_relaxed);
 }
 
 void Fan_Out::Wait_Briefly(Branch &branch, std::size_t n)

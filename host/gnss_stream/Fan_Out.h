@@ -18,10 +18,11 @@ namespace host {
 // waits a quarter of a second at most, which is enough for a peer that keeps up and does no harm to the others; what an
 // output has no room for then is the output's to discard and to report, and until that has moved nobody waits for it again.
 //
-// Threads:   Send runs on the input's delivering thread; Bytes may be asked by any thread; Limit_Waiting comes from any.
+// Threads:   Send runs on the input's delivering thread; Bytes and Is_Busy may be asked by any thread; Limit_Waiting comes
+//            from any.
 //            Outputs are added before the first block.
 // Ownership: the outputs are the caller's. Belongs to its server unless Dont_Delete_Me was called.
-// Errors:    none reported. What a peer did not take in time is counted.
+// Errors:    none reported. An output tells what it was given and could send (Output::Sent).
 class Fan_Out : public kernel::Byte_Client {
 public:
     static const char Name[];  // "Fan_Out"
@@ -39,7 +40,7 @@ public:
     void Limit_Waiting(std::chrono::milliseconds limit);
 
     std::uint64_t Bytes() const { return bytes_.load(std::memory_order_relaxed); }  // pulled
-    std::uint64_t Lost() const { return lost_.load(std::memory_order_relaxed); }  // for which the waiting was given up
+    bool Is_Busy() const { return busy_.load(std::memory_order_relaxed); }          // handing on
 
 private:
     struct Branch {
@@ -58,7 +59,8 @@ private:
     std::array<unsigned char, 4096> block_;
     std::chrono::steady_clock::time_point last_;  // when data came, or a connection
     std::atomic<std::int64_t> limit_ms_{-1};      // of waiting; negative: none
-    std::atomic<std::uint64_t> bytes_{0}, lost_{0};
+    std::atomic<std::uint64_t> bytes_{0};
+    std::atomic<bool> busy_{false};
 };
 
 }  // namespace host

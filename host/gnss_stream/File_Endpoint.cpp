@@ -2,7 +2,9 @@
 
 #include "kernel/files/file_list_server.h"
 
-#include <chrono>
+#include <array>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 namespace host {
@@ -10,16 +12,31 @@ namespace host {
 namespace {
 
 const char unit[] = "host/File_Endpoint";
-constexpr unsigned long step = 1UL << 20;  // bytes between two looks at the stop flag
+constexpr unsigned long step = 1UL << 20;                // bytes between two looks at the stop flag
+constexpr auto read_patience = std::chrono::seconds(3);  // with reads that fail
+
+// Pulls what is there, and thereby through the tap.
+class Drain : public kernel::Byte_Client {
+public:
+    Drain() : Object("Drain") {}
+    bool Send(kernel::Byte_Server &server, kernel::CL_Mesg message) override
+    {
+        std::array<unsigned char, 4096> block;
+        if (message == kernel::Mesg_Request_Invite) server.Request(1);
+        if (message == kernel::Mesg_Data_Ready) server.GetNBytes(block.data(), static_cast<long>(block.size()));
+        return message == kernel::Mesg_Request_Invite || message == kernel::Mesg_Data_Ready ||
+               Byte_Client::Send(server, message);
+    }
+};
 
 // Opens the input through one of the three kinds of server; null when it cannot be opened.
 template <class Server, class... Arguments>
-std::unique_ptr<kernel::File_Server> Created(Console &console, Server *server, Arguments... arguments)
+std::unique_ptr<kernel::File_Server> Created(End_Handler &handler, Server *server, Arguments... arguments)
 {
     std::unique_ptr<kernel::File_Server> owner(server);
     if (!server) return nullptr;
     // Before Create, whose reports are to be heard.
-    server->Set_Error_Handler(console);
+    server->Set_Error_Handler(handler);
     if (!server->Create(arguments...)) return nullptr;
     return owner;
 }
@@ -27,7 +44,7 @@ std::unique_ptr<kernel::File_Server> Created(Console &console, Server *server, A
 }  // namespace
 
 File_Input::File_Input(std::string name, const Options &options, Console &console)
-    : name_(std::move(name)), options_(options), console_(console)
+    : name_(std::move(name)), options_(options), console_(console), handler_(console, name_, true)
 {
 }
 
@@ -35,14 +52,19 @@ bool File_Input::Open()
 {
     using namespace kernel;
     const char *name = name_.c_str();
+    if (std::error_code ignored; std::filesystem::is_fifo(name_, ignored)) {
+        console_.Set(unit, __LINE__)
+            ->Print_Out(Error_Handler::ES_Error, 1, "%s is a pipe: give it as standard input (< %s).", name, name);
+        return false;
+    }
     if (options_.simulator) {
         Simulator_File_Server *simulator = Simulator_File_Server::Construct(nullptr);
-        server_ = Created(console_, simulator, name, options_.list, static_cast<unsigned long>(options_.rate));
+        server_ = Created(handler_, simulator, name, options_.list, static_cast<unsigned long>(options_.rate));
         if (server_) simulator->Enable();
     } else if (options_.list) {
-        server_ = Created(console_, File_List_Server::Construct(nullptr), name, options_.rate);
+        server_ = Created(handler_, File_List_Server::Construct(nullptr), name, options_.rate);
     } else {
-        server_ = Created(console_, File_Server::Construct(nullptr, false), name, options_.rate);
+        server_ = Created(handler_, File_Server::Construct(nullptr, false), name, options_.rate);
     }
     if (server_) return true;
     console_.Set(unit, __LINE__)
@@ -53,13 +75,14 @@ bool File_Input::Open()
 void File_Input::Start()
 {
     started_ = true;
+    moved_ = std::chrono::steady_clock::now();
     // The server's own thread keeps to a rate, and one of 0 would bring nothing: then the budget is given from here.
     if (options_.rate == 0)
         runner_ = std::thread([this] { Run(); });
     else if (!server_->start(false))
         // Ended is true then: the run comes to its end, with a fault.
         console_.Set(unit, __LINE__)
-            ->Print_Out(kernel::Error_Handler::ES_Error, 1, "The thread that reads could not be started.");
+            ->Print_Out(kernel::Error_Handler::ES_Error, 1, "No thread could be had to read \"%s\".", name_.c_str());
 }
 
 // Work answers true, too, when there is nothing to read: without a file that would be for ever.
@@ -69,7 +92,27 @@ void File_Input::Run()
     ended_ = true;
 }
 
-bool File_Input::Ended() const { return options_.rate == 0 ? ended_.load() : started_ && !server_->is_running(); }
+bool File_Input::Ended() const
+{
+    return unreadable_ || (options_.rate == 0 ? ended_.load() : started_ && !server_->is_running());
+}
+
+// The server repeats a read that fails for ever, and tells nobody. It tells when it is asked.
+void File_Input::Watch(bool client_is_busy)
+{
+    const auto now = std::chrono::steady_clock::now();
+    const std::int64_t bytes = server_->GetBytesIn();
+    if (client_is_busy || Ended() || bytes != std::exchange(bytes_seen_, bytes)) moved_ = now;
+    if (now - moved_ < read_patience) return;
+    moved_ = now;
+    const unsigned long errors = handler_.Errors();
+    server_->ErrorBox();
+    if (handler_.Errors() == errors) return;
+    console_.Set(unit, __LINE__)
+        ->Print_Out(kernel::Error_Handler::ES_Error, 1, "\"%s\" cannot be read any further: the input ends here.",
+                    name_.c_str());
+    unreadable_ = true;
+}
 
 // The server repeats a read that fails until it succeeds: only closing the file ends that; and a list may open its next
 // file meanwhile. Its thread may be waiting for an output, which takes its time: it is not given up on, as stop() would.
@@ -89,14 +132,27 @@ void File_Input::Stop()
 Stream_Status File_Input::Status() const { return {Ended() ? "ended" : "reading", ""}; }
 
 File_Output::File_Output(std::string name, Console &console)
-    : name_(std::move(name)), handler_(console, true), client_(kernel::File_Client::Construct()), feed_(*client_)
+    : name_(std::move(name)), console_(console), handler_(console, name_, true),
+      tap_(kernel::File_Client_Server::Construct(nullptr)), feed_(*tap_)
 {
-    client_->Set_Error_Handler(handler_);
+    tap_->Set_Error_Handler(handler_);
+    tap_->Connect(new Drain);  // goes with the tap
 }
 
-bool File_Output::Open() { return client_->Create(name_.c_str()); }
+bool File_Output::Open()
+{
+    std::error_code none;
+    const bool is_file = std::filesystem::is_regular_file(name_, none);
+    const std::uintmax_t before = is_file ? std::filesystem::file_size(name_, none) : 0;
+    if (!tap_->Create(name_.c_str())) return false;
+    if (before > 0 && !none)
+        console_.Set(unit, __LINE__)
+            ->Print_Out(kernel::Error_Handler::ES_Information, "%s has %s bytes already: the stream goes behind them.",
+                        name_.c_str(), std::to_string(before).c_str());
+    return true;
+}
 
-// A write that failed has been reported: the client has closed its file.
+// A write that failed has been reported: the tap has closed its file.
 void File_Output::Put(std::span<const unsigned char> block)
 {
     if (Has_Failed()) return;
@@ -108,7 +164,7 @@ Stream_Status File_Output::Status() const { return {Has_Failed() ? "failed" : "w
 
 bool File_Output::Close()
 {
-    client_->Close();
+    tap_->Close();
     return true;
 }
 

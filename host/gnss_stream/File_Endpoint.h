@@ -4,10 +4,11 @@
 #include "host/gnss_stream/Console.h"
 #include "host/gnss_stream/Endpoint.h"
 #include "host/gnss_stream/Feed.h"
-#include "kernel/files/file_client.h"
+#include "kernel/files/file_client_server.h"
 #include "kernel/files/file_server.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -19,7 +20,8 @@ namespace host {
 //
 // Threads:   as Endpoint. The bytes come on a thread of this object, with a rate on one of the server's.
 // Ownership: as Endpoint.
-// Errors:    a file that cannot be opened: Open is false. As File_Server.
+// Errors:    a file that cannot be opened, and a pipe, which would hold up the program: Open is false. A file that cannot be
+//            read any further is the end of the input. As File_Server.
 class File_Input : public Input {
 public:
     struct Options {
@@ -35,6 +37,7 @@ public:
     bool Connect(kernel::Byte_Client &client) override { return server_->Connect(&client); }
     void Start() override;
     bool Ended() const override;
+    void Watch(bool client_is_busy) override;
     void Stop() override;
     Startup Start_State() const override { return Startup::up; }
     Stream_Status Status() const override;
@@ -46,16 +49,21 @@ private:
     const std::string name_;
     const Options options_;
     Console &console_;
+    End_Handler handler_;
     std::unique_ptr<kernel::File_Server> server_;
     std::thread runner_;  // without a rate
     std::atomic<bool> started_{false}, stop_{false}, ended_{false};
+    bool unreadable_ = false;
+    std::int64_t bytes_seen_ = 0;
+    std::chrono::steady_clock::time_point moved_;  // when there was progress, or no reason for any
 };
 
-// A file that is written anew.
+// A file. What stands in it already stays: the bytes go behind that, so that a program that is started again destroys
+// nothing.
 //
 // Threads:   as Output.
 // Ownership: as Endpoint.
-// Errors:    a file that cannot be created: Open is false. As File_Client.
+// Errors:    a file that cannot be opened: Open is false. As File_Client_Server.
 class File_Output : public Output {
 public:
     File_Output(std::string name, Console &console);
@@ -72,9 +80,10 @@ public:
 
 private:
     const std::string name_;
+    Console &console_;
     End_Handler handler_;
-    const std::unique_ptr<kernel::File_Client> client_;
-    Feed feed_;  // goes before the client
+    const std::unique_ptr<kernel::File_Client_Server> tap_;
+    Feed feed_;  // goes before the tap
     std::atomic<std::uint64_t> bytes_{0};
 };
 

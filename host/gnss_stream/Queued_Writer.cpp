@@ -9,10 +9,11 @@
 namespace host {
 
 struct Queued_Writer::State {
-    State(std::size_t n, Write w) : size(n), write(std::move(w)) {}
+    State(std::size_t n, Write w, Open o) : size(n), write(std::move(w)), open(std::move(o)), is_open(!open) {}
 
     const std::size_t size;
     const Write write;
+    const Open open;
     const std::unique_ptr<unsigned char[]> ring = std::make_unique<unsigned char[]>(size);
 
     std::mutex lock;
@@ -20,8 +21,22 @@ struct Queued_Writer::State {
     // Guarded by the lock. The bytes being written stand at the front and stay untouched.
     std::size_t front = 0, stored = 0, writing = 0;
     std::uint64_t written = 0;
-    bool failed = false, stop = false;
+    bool is_open, failed = false, stop = false;
 
+    // Without the lock, as it may take for ever.
+    bool Opens()
+    {
+        const bool opened = open();
+        const std::lock_guard held(lock);
+        is_open = opened;
+        if (!opened) Fail();
+        return opened;
+    }
+    void Fail()
+    {
+        failed = true;
+        stored = 0;
+    }
     void Store(std::span<const unsigned char> block)
     {
         const std::size_t back = (front + stored) % size;
@@ -32,7 +47,10 @@ struct Queued_Writer::State {
     }
 };
 
-Queued_Writer::Queued_Writer(std::size_t size, Write write) : state_(std::make_shared<State>(size, std::move(write))) {}
+Queued_Writer::Queued_Writer(std::size_t size, Write write, Open open)
+    : state_(std::make_shared<State>(size, std::move(write), std::move(open)))
+{
+}
 
 // No waiting here: who wants to wait has called Stop before.
 Queued_Writer::~Queued_Writer() { Stop(std::chrono::milliseconds(0)); }
@@ -45,6 +63,7 @@ void Queued_Writer::Start()
 
 void Queued_Writer::Run(State &state)
 {
+    if (state.open && !state.Opens()) return;
     for (std::unique_lock held(state.lock);;) {
         state.more.wait(held, [&] { return state.stop || state.stored > 0; });
         if (state.stop) return;
@@ -61,8 +80,7 @@ void Queued_Writer::Run(State &state)
         state.writing = 0;
         if (done) state.written += block.size();
         if (done) continue;
-        state.failed = true;
-        state.stored = 0;
+        state.Fail();
         return;
     }
 }
@@ -98,6 +116,12 @@ bool Queued_Writer::Is_Empty() const
     const std::lock_guard held(state_->lock);
     // A block that is being written still counts.
     return state_->stored == 0;
+}
+
+bool Queued_Writer::Is_Open() const
+{
+    const std::lock_guard held(state_->lock);
+    return state_->is_open;
 }
 
 bool Queued_Writer::Has_Failed() const

@@ -65,7 +65,7 @@ private:
 class Port {
 public:
     Port(const Serial_Path &path, Console &console)
-        : name_(Shown(path)), console_(console), handler_(console, false),
+        : name_(Shown(path)), console_(console), handler_(console, name_, false),
           line_(std::make_unique<Line>(path, name_, handler_))
     {
     }

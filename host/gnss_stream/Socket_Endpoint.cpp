@@ -50,9 +50,16 @@ public:
     void SetStatus(Status status) override
     {
         if (status == Status_Failed) failed_at_ms_ = Now_Ms();
+        Count_Connection(status);
         if (answers_ && status == Status_Connected_As_Client)
             answer_.Expect();  // on the reader's thread, as all pulling
         Socket_Client_Server::SetStatus(status);
+    }
+    std::uint64_t Bytes_Sent()  // of all connections
+    {
+        const std::lock_guard held(count_lock_);
+        sent_now_ = std::max(sent_now_, GetBytesOut());
+        return sent_before_ + sent_now_;
     }
     bool Failed_Lately() const { return Now_Ms() - failed_at_ms_ < std::chrono::milliseconds(retry_time).count(); }
 
@@ -74,6 +81,15 @@ private:
     {
         return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now().time_since_epoch()).count();
     }
+    // The library counts for each connection anew, and goes on counting for a while when one is lost: the last block was on
+    // its way. So the count is taken when the next connection is there.
+    void Count_Connection(Status status)
+    {
+        Bytes_Sent();
+        const std::lock_guard held(count_lock_);
+        const bool is_new = status == Status_Connected_As_Client || status == Status_Connected_As_Server;
+        if (is_new) sent_before_ += std::exchange(sent_now_, 0);
+    }
     void Look_For_Data(unsigned char *buffer, long n)
     {
         const auto keep = [this](Caster_Answer::Bytes bytes) { data_.append(bytes.begin(), bytes.end()); };
@@ -90,6 +106,8 @@ private:
     bool answers_ = false;
     Caster_Answer answer_;
     std::string data_;  // what stood behind an answer, or was none, and is not yet pulled
+    std::mutex count_lock_;
+    std::uint64_t sent_before_ = 0, sent_now_ = 0;  // bytes: of earlier connections, of the last one
     std::atomic<std::int64_t> failed_at_ms_{std::numeric_limits<std::int64_t>::min() / 2};
 };
 
@@ -98,7 +116,7 @@ class Connection {
 public:
     Connection(const Socket_Path &path, const Socket_Options &options, Console &console)
         : path_(path), name_(std::visit([](const auto &p) { return Shown(p); }, path)), options_(options),
-          console_(console), handler_(console, options.reconnect == 0 && !Is_Server()),
+          console_(console), handler_(console, name_, options.reconnect == 0 && !Is_Server()),
           link_(std::make_unique<Link>(name_.c_str(), handler_, options.buffer_size))
     {
     }
@@ -113,12 +131,12 @@ public:
     Startup Start_State() const;
     Stream_Status Status() const;
     bool Has_Ended() const { return started_ && opener_.Has_Ended() && !link_->is_running() && Has_Single_Try(); }
-    std::uint64_t Bytes_Out() const { return bytes_before_.load() + link_->GetBytesOut(); }
     void Stop();
     bool Close();
 
 private:
     void Open();
+    void Run_Link();
     bool Is_Server() const { return std::holds_alternative<Tcp_Server_Path>(path_); }
     bool Has_Single_Try() const { return options_.reconnect == 0 && !Is_Server(); }
 
@@ -132,13 +150,18 @@ private:
     std::mutex lock_;
     bool stopped_ = false;  // guarded by lock_
     std::optional<Clock::time_point> started_;
-    std::optional<Clock::time_point> retry_;      // when a thread that has ended is started again
-    std::atomic<std::uint64_t> bytes_before_{0};  // out, of earlier connections
-    std::uint64_t bytes_seen_ = 0;                // of this one
+    std::optional<Clock::time_point> retry_;  // when a thread that has ended is started again
 };
 
 bool Connection::Prepare()
 {
+    // Without events the threads cannot wait, and without buffers nothing would ever be sent.
+    if (!link_->IsValid() || link_->Room() == 0) {
+        console_.Set(unit, __LINE__)
+            ->Print_Out(kernel::Error_Handler::ES_Error, 1, "%s: not enough memory or descriptors for a connection.",
+                        name_.c_str());
+        return false;
+    }
     const auto *caster = std::get_if<Ntrip_Path>(&path_);
     if (!caster || link_->Set_Up(*caster)) return true;
     console_.Set(unit, __LINE__)
@@ -165,15 +188,18 @@ void Connection::Open()
     if (const auto *caster = std::get_if<Ntrip_Path>(&path_))
         link_->CreateClient(caster->host.c_str(), caster->port, nullptr, 0);
     const std::lock_guard held(lock_);
-    if (!stopped_) link_->Work();
+    if (!stopped_) Run_Link();
+}
+
+void Connection::Run_Link()
+{
+    if (!link_->Work())
+        handler_.Set(unit, __LINE__)->Print_Out(kernel::Error_Handler::ES_Fatal, 1, "No thread could be had.");
 }
 
 // The thread of a link ends when its peer was silent for too long, or no socket could be had.
 void Connection::Tend()
 {
-    const std::uint64_t bytes = link_->GetBytesOut();
-    if (bytes < bytes_seen_) bytes_before_ += bytes_seen_;
-    bytes_seen_ = bytes;
     if (!started_ || !opener_.Has_Ended()) return;
     if (options_.strict && link_->is_connected() && !Is_Server()) link_->Enable_Auto_Reconnect(options_.reconnect);
     if (link_->is_running() || Has_Single_Try()) return;
@@ -181,7 +207,7 @@ void Connection::Tend()
     if (!retry_) retry_ = now + (Is_Server() ? retry_time : std::chrono::seconds(options_.reconnect));
     if (now < *retry_) return;
     retry_.reset();
-    link_->Work();
+    Run_Link();
 }
 
 Startup Connection::Start_State() const
@@ -251,7 +277,7 @@ public:
     bool Open() override
     {
         kernel::Byte_Client *const drain = kernel::Byte_Client_NULL::Construct(block_size);  // goes with the link
-        if (!drain || !connection_.Connect(drain)) return false;
+        if (!connection_.Prepare() || !drain || !connection_.Connect(drain)) return false;
         connection_.Start();
         return true;
     }
@@ -259,8 +285,9 @@ public:
     bool Is_Up() const override { return Writer().is_connected(); }
     std::size_t Room() const override { return Writer().Room(); }
     void Put(std::span<const unsigned char> block) override { feed_.Give(block); }
-    bool Is_Drained() const override { return !Is_Up() || Writer().Unsent() == 0; }
-    std::uint64_t Sent() const override { return connection_.Bytes_Out(); }
+    // Also where the peer has gone: what was on its way is counted then.
+    bool Is_Drained() const override { return Writer().Unsent() == 0; }
+    std::uint64_t Sent() const override { return Writer().Bytes_Sent(); }
     bool Has_Failed() const override { return connection_.Has_Ended(); }
     Startup Start_State() const override { return connection_.Start_State(); }
     Stream_Status Status() const override { return connection_.Status(); }

@@ -32,11 +32,6 @@ std::streamsize Read_Some(std::array<char, block_size> &block)
     return in.sgetn(block.data(), std::clamp<std::streamsize>(in.in_avail(), 1, block_size));
 }
 
-bool Write_All(std::span<const unsigned char> block)
-{
-    return std::fwrite(block.data(), 1, block.size(), stdout) == block.size() && std::fflush(stdout) == 0;
-}
-
 }  // namespace
 
 // Lives as long as the thread, which may be left behind in a read.
@@ -105,16 +100,53 @@ Stream_Status Standard_Input::Status() const { return {Ended() ? "ended" : "read
 
 bool Standard_Input::Close() { return thread_.Join(end_limit); }
 
-Standard_Output::Standard_Output(std::size_t queue_size, Console &console)
-    : writer_(queue_size,
-              [&console](std::span<const unsigned char> block) {
-                  if (Write_All(block)) return true;
-                  console.Set(unit, __LINE__)
-                      ->Print_Out(kernel::Error_Handler::ES_Error, 1, "Could not write to standard output.");
-                  return false;
-              }),
-      console_(console)
+// Lives as long as the thread, which may be left behind in a write or in the opening of a pipe.
+struct Standard_Output::Target {
+    ~Target()
+    {
+        if (file && file != stdout) std::fclose(file);
+    }
+    bool Open_Pipe()
+    {
+        file = std::fopen(name.c_str(), "ab");
+        if (!file) Say(kernel::Error_Handler::ES_Error, __LINE__, "cannot be opened.");
+        return file;
+    }
+    bool Write(std::span<const unsigned char> block)
+    {
+        if (std::fwrite(block.data(), 1, block.size(), file) == block.size() && std::fflush(file) == 0) return true;
+        Say(kernel::Error_Handler::ES_Error, __LINE__,
+            "cannot be written to: its reader has gone, or the disk is full.");
+        return false;
+    }
+    void Say(kernel::Error_Handler::Enum_Status level, unsigned int line, const char *what)
+    {
+        console.Set(unit, line)->Print_Out(level, 1, "%s %s", name.c_str(), what);
+    }
+
+    const std::string name;
+    std::FILE *file;  // null: a pipe that is not open yet; the writing thread's
+    Console &console;
+};
+
+Standard_Output::Standard_Output(std::shared_ptr<Target> target, std::size_t queue_size, Queued_Writer::Open open)
+    : target_(std::move(target)),
+      writer_(
+          queue_size, [to = target_](auto block) { return to->Write(block); }, std::move(open))
 {
+}
+
+std::unique_ptr<Standard_Output> Standard_Output::Make(std::size_t queue_size, Console &console)
+{
+    const std::shared_ptr<Target> target(new Target{"Standard output", stdout, console});
+    return std::unique_ptr<Standard_Output>(new Standard_Output(target, queue_size, {}));
+}
+
+std::unique_ptr<Standard_Output> Standard_Output::Make_Pipe(std::string name, std::size_t queue_size, Console &console)
+{
+    const std::shared_ptr<Target> target(new Target{std::move(name), nullptr, console});
+    return std::unique_ptr<Standard_Output>(
+        new Standard_Output(target, queue_size, [target] { return target->Open_Pipe(); }));
 }
 
 bool Standard_Output::Open()
@@ -125,13 +157,15 @@ bool Standard_Output::Open()
 
 void Standard_Output::Put(std::span<const unsigned char> block)
 {
-    if (!writer_.Put(block))
-        console_.Set(unit, __LINE__)
-            ->Print_Out(kernel::Error_Handler::ES_Warning, 15,
-                        "Standard output takes too little: what was waiting for it has been discarded.");
+    if (Is_Up() && !writer_.Put(block))
+        target_->Say(kernel::Error_Handler::ES_Warning, __LINE__,
+                     "takes too little: what was waiting for it has been discarded.");
 }
 
-Stream_Status Standard_Output::Status() const { return {Has_Failed() ? "failed" : "writing", ""}; }
+Stream_Status Standard_Output::Status() const
+{
+    return {Has_Failed() ? "failed" : Is_Up() ? "writing" : "waiting for a reader", ""};
+}
 
 bool Standard_Output::Close() { return writer_.Stop(end_limit); }
 

@@ -1,4 +1,5 @@
-// Standard input and output as ends of a stream. The main program sees to it that they are binary.
+// Standard input and output as ends of a stream, and pipes that have names. The main program sees to it that the standard
+// streams are binary.
 #pragma once
 
 #include "host/gnss_stream/Console.h"
@@ -10,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 namespace host {
 
@@ -41,17 +43,20 @@ private:
     Left_Thread thread_;
 };
 
-// Threads:   as Output. A thread of this object writes.
-// Ownership: as Endpoint. One object per process.
+// What may hold up a writer: standard output, or a pipe in the file system, which opens when somebody reads it.
+//
+// Threads:   as Output. A thread of this object opens and writes.
+// Ownership: as Endpoint. One object per process for standard output.
 // Errors:    as Endpoint. A write that fails is reported, and the end of this output; bytes that find the queue full are
 //            discarded together with the queue, and reported as a warning.
 class Standard_Output : public Output {
 public:
-    Standard_Output(std::size_t queue_size, Console &console);
+    static std::unique_ptr<Standard_Output> Make(std::size_t queue_size, Console &console);
+    static std::unique_ptr<Standard_Output> Make_Pipe(std::string name, std::size_t queue_size, Console &console);
     ~Standard_Output() override { Close(); }
 
     bool Open() override;
-    bool Is_Up() const override { return !Has_Failed(); }
+    bool Is_Up() const override { return writer_.Is_Open() && !Has_Failed(); }
     std::size_t Room() const override { return writer_.Room(); }
     void Put(std::span<const unsigned char> block) override;
     bool Is_Drained() const override { return writer_.Is_Empty(); }
@@ -61,8 +66,11 @@ public:
     bool Close() override;
 
 private:
+    struct Target;
+    Standard_Output(std::shared_ptr<Target> target, std::size_t queue_size, Queued_Writer::Open open);
+
+    const std::shared_ptr<Target> target_;
     Queued_Writer writer_;
-    Console &console_;
 };
 
 }  // namespace host

@@ -5,6 +5,9 @@
 #include "host/gnss_stream/Socket_Endpoint.h"
 #include "host/gnss_stream/Standard_Endpoint.h"
 
+#include <filesystem>
+#include <system_error>
+
 namespace host {
 
 namespace {
@@ -49,10 +52,14 @@ std::unique_ptr<Output> Make_Output(const Stream_Path &output, const Stream_Opti
 {
     using Made = std::unique_ptr<Output>;
     return std::visit(
-        Match{[&](const Standard_Path &) -> Made {
-                  return std::make_unique<Standard_Output>(Waiting_Room(options), console);
+        Match{[&](const Standard_Path &) -> Made { return Standard_Output::Make(Waiting_Room(options), console); },
+              [&](const File_Path &path) -> Made {
+                  std::error_code ignored;
+                  // Opening a pipe, and writing to it, may wait for its reader.
+                  if (std::filesystem::is_fifo(path.name, ignored))
+                      return Standard_Output::Make_Pipe(path.name, Waiting_Room(options), console);
+                  return std::make_unique<File_Output>(path.name, console);
               },
-              [&](const File_Path &path) -> Made { return std::make_unique<File_Output>(path.name, console); },
               [&](const Serial_Path &path) -> Made { return Make_Serial_Output(path, Waiting_Room(options), console); },
               [&](const auto &path) -> Made { return Make_Socket_Output(path, For_Sockets(options), console); }},
         output);

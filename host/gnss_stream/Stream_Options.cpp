@@ -20,7 +20,7 @@ Streams:
   tcpcli://HOST:PORT                                   connects, again and again (--reconnect)
   tcpsvr://:PORT                                       serves one peer at a time; port 0 is a free one
   ntrip://[USER:PASSWORD@]HOST[:PORT][/MOUNTPOINT]     input only; port 2101; no mountpoint: the source table
-  [file://]NAME                                        an output is written anew
+  [file://]NAME                                        an output goes on at the end of what is there
   - or ""                                              standard input or output
 
 Without --in the input is standard input. Without any --out, --record and decoding the bytes go to standard output.
@@ -30,7 +30,8 @@ const char footer[] =
     R"(A file and standard input wait for the outputs: nothing is lost towards a peer that reads. A serial line, TCP and NTRIP
 do so for a quarter of a second at most: what an output then has no room for (1 MiB) is discarded and reported. Outputs
 that nobody is connected to drop what comes; what an output receives is discarded. What goes away is opened again: a
-serial port each second, TCP as --reconnect says; a TCP or NTRIP input that is silent for a minute counts as gone.
+serial port each second, TCP as --reconnect says; a TCP or NTRIP input that is silent for a minute counts as gone. An output
+that is a pipe with a name opens when somebody reads it.
 
 At the end of a file or of standard input, and after Ctrl-C or SIGTERM, what has been received is handed on, and all is
 closed when the outputs have taken what waits for them. One that takes nothing for the time of --linger has lost it, as
@@ -52,10 +53,12 @@ carrier phase [cycles], Doppler [Hz] and C/N0 [dB-Hz], blank where there is none
 not further than 2 h 5 min from its reference time, once the station's position is known: elevation and azimuth
 [degrees], range [m] and range rate [m/s].
 
-Exit status: 0 all fine; 1 something was off (a file or standard stream that could not be read or written, bytes that a
-peer did not take, no connection and no --reconnect, a CRC failure in the frames looked at, bytes missing in the recorded
-or a CSV file); 2 wrong usage; 4 could not start (input, output, record, password or CSV file not usable; with --strict any
-stream). Skipped bytes and an incomplete last frame are shown and are no fault.)";
+Exit status: 0 all fine; 1 something was off (a file or standard stream that could not be read or written, bytes of a file
+or of standard input that an output has lost because nobody was connected or a peer did not take them, no connection and
+no --reconnect, a CRC failure in the frames looked at, bytes missing in the recorded or a CSV file); 2 wrong usage; 4
+could not start (input, output, record, password or CSV file not usable, no thread, memory or descriptor to be had; with
+--strict any stream). What an output of a serial line, TCP or NTRIP input has lost is told at the end and is no fault.
+Skipped bytes and an incomplete last frame are shown and are no fault.)";
 
 const CLI::Validator not_empty([](const std::string &text) { return text.empty() ? "must not be empty" : ""; }, "");
 
@@ -267,7 +270,11 @@ bool Parse_Command_Line(int argc, char **argv, Stream_Options &options, int &exi
     } catch (const CLI::ParseError &end) {
         std::ostringstream out, err;
         exit = app.exit(end, out, err) == 0 ? exit_fine : exit_usage;
-        std::cout << out.str();
+        std::cout << out.str() << std::flush;
+        if (!std::cout) {
+            std::cerr << "Standard output cannot be written.\n";
+            exit = exit_faults;
+        }
         std::cerr << Without(secrets, err.str());
         return false;
     }

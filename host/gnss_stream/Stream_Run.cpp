@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <system_error>
 #include <thread>
 
@@ -93,6 +95,7 @@ Exit Stream_Run::Run()
     if (!started) return exit_no_start;
     if (tap_) Check_Record();
     if (options_.shows_text) rtcm3_->Print_Totals();
+    Flush_Text();
     return console_.Faults() == 0 && !(rtcm3_ && rtcm3_->Has_Bad_Frames()) ? exit_fine : exit_faults;
 }
 
@@ -102,18 +105,42 @@ Exit Stream_Run::Run()
 bool Stream_Run::Open()
 {
     if (!Find_Password() || !Has_Distinct_Files()) return false;
-    input_ = Make_Input(options_, console_);
-    if (!input_->Open() || !May_Record()) return false;
+    const bool has_input = Opens("input " + Shown(options_.input), [this] {
+        input_ = Make_Input(options_, console_);
+        return input_->Open();
+    });
+    if (!has_input || !May_Record()) return false;
     if (options_.looks_at_frames) {
         rtcm3_ = std::make_unique<Rtcm3_Output>(options_.rtcm3, console_);
         if (!rtcm3_->Open()) return false;
     }
+    return Open_Outputs() && Connect();
+}
+
+bool Stream_Run::Open_Outputs()
+{
     for (const Stream_Path &path : options_.outputs) {
         names_.push_back("output " + std::to_string(outputs_.size() + 1) + ' ' + Shown(path));
-        outputs_.push_back(Make_Output(path, options_, console_));
-        if (!outputs_.back()->Open()) return false;
+        const bool opened = Opens(names_.back(), [&] {
+            outputs_.push_back(Make_Output(path, options_, console_));
+            return outputs_.back()->Open();
+        });
+        if (!opened) return false;
     }
-    return Connect();
+    return true;
+}
+
+// Whether an end could be opened, or started: ends leave it to this object to tell that they got no thread or no memory.
+bool Stream_Run::Opens(const std::string &name, const std::function<bool()> &open)
+{
+    try {
+        return open();
+    } catch (const std::system_error &) {
+        Complain(__LINE__, "No thread could be had for " + name + '.');
+    } catch (const std::bad_alloc &) {
+        Complain(__LINE__, "Not enough memory for " + name + '.');
+    }
+    return false;
 }
 
 bool Stream_Run::Find_Password()
@@ -151,6 +178,11 @@ bool Stream_Run::Has_Distinct_Files()
 
 bool Stream_Run::May_Record()
 {
+    std::error_code ignored;
+    if (fs::is_fifo(options_.record, ignored)) {
+        Complain(__LINE__, "\"" + options_.record + "\" is a pipe: it can be an output (--out), and no record.");
+        return false;
+    }
     recorded_before_ = options_.record.empty() ? 0 : Size_Of(options_.record);
     if (recorded_before_ == 0 || options_.append) return true;
     Complain(__LINE__, "\"" + options_.record + "\" is not empty; --append goes on at its end.");
@@ -162,10 +194,15 @@ bool Stream_Run::Connect()
     for (const auto &output : outputs_) fan_out_.Add(*output);
     if (rtcm3_) fan_out_.Add(*rtcm3_);
     Show_Status_Of_All();
-    if (options_.record.empty()) return input_->Connect(fan_out_);
+    return options_.record.empty() ? input_->Connect(fan_out_) : Connect_Tap();
+}
+
+bool Stream_Run::Connect_Tap()
+{
+    tap_handler_ = std::make_unique<End_Handler>(console_, options_.record, true);
     tap_.reset(kernel::File_Client_Server::Construct(nullptr));
     tap_->Dont_Delete_Me();
-    tap_->Set_Error_Handler(console_);
+    tap_->Set_Error_Handler(*tap_handler_);
     return tap_->Create(options_.record.c_str()) && tap_->Connect(&fan_out_) && input_->Connect(*tap_);
 }
 
@@ -189,9 +226,9 @@ bool Stream_Run::Start()
             if (!Is_Up(*outputs_[i], names_[i])) return false;
     if (input_->Can_Wait()) Wait_For_Peers();
     if (stop_) return true;
-    started_ = true;
-    input_->Start();
-    return !options_.strict || Is_Up(*input_, "input " + Shown(options_.input));
+    const std::string name = "input " + Shown(options_.input);
+    started_ = Opens(name, [this] { return input_->Start(), true; });
+    return started_ && (!options_.strict || Is_Up(*input_, name));
 }
 
 bool Stream_Run::Is_Up(const Endpoint &end, const std::string &name)
@@ -219,10 +256,21 @@ void Stream_Run::Wait_For_Peers()
 void Stream_Run::Pass()
 {
     std::this_thread::sleep_for(pass_time);
-    if (started_ && !ending_) input_->Tend();
+    if (started_ && !ending_) {
+        input_->Tend();
+        input_->Watch(fan_out_.Is_Busy());
+    }
     for (const auto &output : outputs_) output->Tend();
     view_.Pass();
-    if (options_.rtcm3.epochs) std::fflush(stdout);  // who reads along sees each epoch soon
+    if (options_.rtcm3.epochs) Flush_Text();  // who reads along sees each epoch soon
+}
+
+void Stream_Run::Flush_Text()
+{
+    if (!options_.shows_text || text_failed_) return;
+    text_failed_ = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
+    if (text_failed_)
+        Complain(__LINE__, "The text for standard output cannot be written: it is closed, or the disk is full.");
 }
 
 // Whether the condition came true, before the limit or a stop.
@@ -249,7 +297,7 @@ void Stream_Run::Finish()
     ending_ = true;
     input_->Stop();
     Drain();
-    if (fan_out_.Lost() > 0) Complain(__LINE__, std::to_string(fan_out_.Lost()) + " bytes could not be handed on.");
+    Count_Losses();
 }
 
 // What the system has received already is on its way to us.
@@ -292,6 +340,21 @@ void Stream_Run::Drain()
     }
     for (std::size_t i = 0; i < outputs_.size(); ++i)
         if (!outputs_[i]->Is_Drained()) Complain(__LINE__, names_[i] + " does not take what is waiting for it.");
+}
+
+// All bytes were for all outputs. Where the input can wait a loss is a fault; a live input goes on without an output that
+// is not there.
+void Stream_Run::Count_Losses()
+{
+    using Level = kernel::Error_Handler::Enum_Status;
+    const Level level = input_->Can_Wait() ? Level::ES_Error : Level::ES_Warning;
+    const std::uint64_t bytes = fan_out_.Bytes();
+    for (std::size_t i = 0; i < outputs_.size(); ++i) {
+        const std::uint64_t sent = outputs_[i]->Sent();
+        if (sent >= bytes) continue;
+        const std::string lost = std::to_string(bytes - sent) + " of " + std::to_string(bytes);
+        console_.Set(unit, __LINE__)->Print_Out(level, 1, "%s: %s bytes are lost.", names_[i].c_str(), lost.c_str());
+    }
 }
 
 void Stream_Run::Close()

@@ -43,7 +43,10 @@ private:
     bool Find_Password();
     bool Has_Distinct_Files();
     bool May_Record();
+    bool Opens(const std::string &name, const std::function<bool()> &open);
+    bool Open_Outputs();
     bool Connect();
+    bool Connect_Tap();
     void Show_Status_Of_All();
     bool Start();
     bool Is_Up(const Endpoint &end, const std::string &name);
@@ -52,8 +55,10 @@ private:
     void Finish();
     void Let_Settle();
     void Drain();
+    void Count_Losses();
     void Close();
     void Check_Record();
+    void Flush_Text();
     bool Pass_Until(const std::function<bool()> &condition, Clock::duration limit);
     void Pass();
     void Complain(unsigned int line, const std::string &text);
@@ -62,12 +67,14 @@ private:
     Console &console_;
     const std::atomic<bool> &stop_;
     bool started_ = false, ending_ = false, left_thread_ = false;
+    bool text_failed_ = false;           // what is shown on standard output has been lost
     std::uint64_t recorded_before_ = 0;  // size of the record file at the start, in bytes
 
     std::vector<std::unique_ptr<Output>> outputs_;
     std::vector<std::string> names_;       // of the outputs, for reports
     std::unique_ptr<Rtcm3_Output> rtcm3_;  // null: nobody looks at frames
     Fan_Out fan_out_;
+    std::unique_ptr<End_Handler> tap_handler_;
     std::unique_ptr<kernel::File_Client_Server> tap_;  // null: nothing is recorded
     std::unique_ptr<Input> input_;
     Status_View view_;

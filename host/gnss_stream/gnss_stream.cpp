@@ -65,7 +65,6 @@ int main(int argc, char **argv)
     Handle_Signals();
     host::Stream_Run run(options, console, stop);
     exit = run.Run();
-    std::fflush(stdout);
     if (run.Left_A_Thread()) std::_Exit(exit);
     return exit;
 }

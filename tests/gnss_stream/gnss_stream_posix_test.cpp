@@ -4,6 +4,7 @@
 #include "tests/support/pty.h"
 
 #include <csignal>
+#include <sys/stat.h>
 
 namespace {
 
@@ -59,17 +60,93 @@ TEST_F(gnss_stream_on_posix, ends_in_order_when_interrupted)
     }
 }
 
-TEST_F(gnss_stream_on_posix, can_be_interrupted_while_reads_fail_or_do_not_end)
+TEST_F(gnss_stream_on_posix, can_be_interrupted_while_reads_do_not_end)
 {
-    Endless failing = Start_Endless("--frames --status-interval 1 /proc/self/mem");  // repeats a failed read for ever
     Endless waiting = Start_Endless("--status-interval 1 < /dev/ptmx");
-    for (Endless *one : {&failing, &waiting}) {
-        EXPECT_TRUE(one->Says("reading, 0 bytes"));
-        const Result result = one->Ended();
-        EXPECT_EQ(result.exit, one == &failing ? 1 : 0) << result.err;
-        EXPECT_NE(result.err.find("Interrupted."), std::string::npos) << result.err;
+    EXPECT_TRUE(waiting.Says("reading, 0 bytes"));
+    const Result result = waiting.Ended();
+    EXPECT_EQ(result.exit, 0);
+    EXPECT_NE(result.err.find("Interrupted."), std::string::npos) << result.err;
+}
+
+TEST_F(gnss_stream_on_posix, ends_when_reads_fail)
+{
+    const Result result = Run("--frames /proc/self/mem");
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_NE(result.err.find("/proc/self/mem\" cannot be read any further"), std::string::npos) << result.err;
+}
+
+TEST_F(gnss_stream_on_posix, tells_that_its_text_is_lost)
+{
+    const std::string recording = Quoted(Recording(clean));
+    for (const std::string way : {"> /dev/full", ">&-"}) {
+        SCOPED_TRACE(way);
+        const std::string before = "f() { \"$@\" " + way + "; }; f ", copy = folder / way.substr(0, 2);
+        const Result result = Run("--frames --record " + Quoted(copy) + " " + recording, before);
+        EXPECT_EQ(result.exit, 1);
+        EXPECT_NE(result.err.find("The text for standard output cannot be written"), std::string::npos) << result.err;
+        EXPECT_TRUE(Whole_File(copy) == Whole_File(Recording(clean)));
+        EXPECT_EQ(Run("--help", before).exit, 1);
     }
 }
+
+TEST_F(gnss_stream_on_posix, is_not_held_up_by_a_pipe_that_nobody_reads)
+{
+    const std::string pipe = folder / "pipe", input = Quoted(Recording(clean)), copy = folder / "copy";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const Result nobody = Run(input + " --wait 1 --out " + Quoted(pipe));
+    EXPECT_EQ(nobody.exit, 1);
+    EXPECT_NE(nobody.err.find(" bytes are lost"), std::string::npos) << nobody.err;
+    Endless waiting = Start_Endless("--wait 60 --out " + Quoted(pipe) + " --status-interval 1 " + input);
+    EXPECT_TRUE(waiting.Says("waiting for a reader"));
+    EXPECT_EQ(waiting.Ended().exit, 0);
+    const Result read =
+        Run(input + " --wait 30 --out " + Quoted(pipe), "cat " + Quoted(pipe) + " > " + Quoted(copy) + " & ");
+    EXPECT_EQ(read.exit, 0) << read.err;
+    EXPECT_TRUE(Soon([&] { return Whole_File(copy) == Whole_File(Recording(clean)); }));
+    for (const std::string &arguments : {Quoted(pipe), input + " --record " + Quoted(pipe)})
+        EXPECT_EQ(Run(arguments).exit, 4) << arguments;
+}
+
+// Whatever the system runs out of, and wherever: all arrives, or the program says that it does not.
+TEST_F(gnss_stream_on_posix, never_calls_it_a_success_when_the_system_has_run_out)
+{
+    const std::string bytes = Pattern(5000), file = Quoted(folder.Write("bytes", bytes));
+    int whole = 0;
+    for (int descriptors = 12; descriptors <= 32; descriptors += descriptors < 24 ? 1 : 4) {
+        SCOPED_TRACE(descriptors);
+        Host host = Host().Open();
+        platform::Event over;
+        auto heard = std::async(std::launch::async, [&] {
+            Peer peer = host.Accept(over);
+            return peer ? peer.Hear(bytes.size()) : "";
+        });
+        const Result result = Run(file + " --wait 1 --linger 1 --reconnect 1 --out " + At(host),
+                                  "ulimit -n " + std::to_string(descriptors) + "; timeout 20 ");
+        over.set();
+        const bool all_arrived = heard.get() == bytes;
+        EXPECT_EQ(result.exit == 0, all_arrived) << result.err;
+        whole += all_arrived;
+    }
+    EXPECT_GT(whole, 0);
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // these need all the addresses that there are
+
+TEST_F(gnss_stream_on_posix, says_that_there_is_no_thread)
+{
+    const std::string file = Quoted(Recording(clean)), copy = Quoted(folder / "copy");
+    // Stacks of 3 GB in a space of 1 GB.
+    const std::string limits = "ulimit -s 3000000; ulimit -v 1000000; timeout 20 ";
+    for (const std::string &arguments : {file + " --out -", "- --out " + copy + " < " + file, file + " --out " + copy,
+                                         file + " --out tcpsvr://:0", "tcpcli://127.0.0.1:1 --out " + copy}) {
+        const Result result = Run(arguments, limits);
+        EXPECT_EQ(result.exit, 4) << arguments << result.err;
+        EXPECT_NE(result.err.find("No thread could be had for "), std::string::npos) << result.err;
+    }
+}
+
+#endif
 
 TEST_F(gnss_stream_on_posix, loses_nothing_that_it_has_received)
 {
