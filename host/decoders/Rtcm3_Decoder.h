@@ -44,6 +44,9 @@ public:
     bool IsInheritedFrom(const char *name) const override;
 
     explicit Rtcm3_Decoder(const Rtcm3_Options &options = {});
+    // Not copied. The parameter is not const, so that the {} of Rtcm3_Decoder({}) can only mean the options.
+    Rtcm3_Decoder(Rtcm3_Decoder &) = delete;
+    Rtcm3_Decoder &operator=(const Rtcm3_Decoder &) = delete;
 
     bool Send(kernel::Byte_Server &server, kernel::CL_Mesg message) override;
     void Finish();

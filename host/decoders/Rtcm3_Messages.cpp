@@ -1,6 +1,7 @@
 #include "host/decoders/Rtcm3_Messages.h"
 
 #include "host/decoders/Bit_Reader.h"
+#include "kernel/records/Records.h"
 
 #include <algorithm>
 #include <bit>
@@ -583,8 +584,8 @@ double Carrier_Frequency(Gnss gnss, Signal_Code code, std::optional<int> glonass
     if (gnss != Gnss::glonass) return Band_Frequency(gnss, code.band);
     if (!glonass_channel) return no_value;
     switch (code.band) {
-    case '1': return 1602e6 + *glonass_channel * 562.5e3;
-    case '2': return 1246e6 + *glonass_channel * 437.5e3;
+    case '1': return kernel::GloFreqTable::L1_Of(*glonass_channel);
+    case '2': return kernel::GloFreqTable::L2_Of(*glonass_channel);
     default: return no_value;
     }
 }

@@ -13,6 +13,8 @@
 // Has_Value); anything else that may be absent is std::optional, or its line says how absence looks.
 #pragma once
 
+#include "kernel/time/Gps_Time.h"
+
 #include <array>
 #include <cmath>
 #include <cstddef>
@@ -25,10 +27,10 @@
 
 namespace host {
 
-constexpr double speed_of_light = 299792458.0;        // [m/s]
-constexpr double gps_pi = 3.1415926535898;            // of IS-GPS-200, for semicircles
-constexpr std::int32_t ms_per_day = 86'400'000;       // [ms]
-constexpr std::int32_t ms_per_week = 7 * ms_per_day;  // [ms]
+constexpr double speed_of_light = 299792458.0;  // [m/s]
+constexpr double gps_pi = 3.1415926535898;      // of IS-GPS-200, for semicircles
+constexpr auto ms_per_day = static_cast<std::int32_t>(kernel::Seconds_Per_Day * 1000);    // [ms]
+constexpr auto ms_per_week = static_cast<std::int32_t>(kernel::Seconds_Per_Week * 1000);  // [ms]
 
 constexpr double no_value = std::numeric_limits<double>::quiet_NaN();
 inline bool Has_Value(double value) { return !std::isnan(value); }

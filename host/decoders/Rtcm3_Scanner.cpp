@@ -1,6 +1,6 @@
 #include "host/decoders/Rtcm3_Scanner.h"
 
-#include "host/decoders/Crc24q.h"
+#include "kernel/records/Crc24q.h"
 
 #include <algorithm>
 #include <cstring>
@@ -27,7 +27,7 @@ Candidate Judge(std::span<const unsigned char> bytes)
     if (bytes.size() < 3) return {Verdict::incomplete};
     const std::size_t size = (std::size_t{bytes[1]} << 8 | bytes[2]) + overhead;
     if (bytes.size() < size) return {Verdict::incomplete, size};
-    return {Crc24q(bytes.first(size)) == 0 ? Verdict::intact : Verdict::wrong_crc, size};
+    return {kernel::Crc24q(bytes.first(size)) == 0 ? Verdict::intact : Verdict::wrong_crc, size};
 }
 
 unsigned int Message_Number(std::span<const unsigned char> frame)

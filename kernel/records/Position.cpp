@@ -1,5 +1,7 @@
 #include "kernel/records/Position.h"
 
+#include "kernel/time/Gps_Time.h"
+
 #include <cstddef>
 #include <cstring>
 #include <iterator>
@@ -13,7 +15,6 @@ constexpr const char *solution_names[] = {
     "DGPS",        "FLOAT_SOL", "APPROX_FIX_SOL", "FIXED_SOL", "POSITION_KNOWN",
 };
 static_assert(std::size(solution_names) == Position::POSITION_KNOWN + 1);
-constexpr std::uint32_t week_seconds = 604800;
 
 }  // namespace
 
@@ -40,12 +41,13 @@ void Position::Set_Time(double t)
     if (t > 0) Set(time_, t, Has_Time);
 }
 
-// The product wraps in 32 bits on purpose, and is stored also where it came out negative: only the arguments are
-// judged. Unsigned, as a signed overflow is undefined.
+// The product wraps in 32 bits, which is part of the interface, and is stored also where it came out negative: only the
+// arguments are judged. Unsigned, as a signed overflow is undefined.
 void Position::Set_Time(int week, double second)
 {
+    constexpr auto whole_week = static_cast<std::uint32_t>(Seconds_Per_Week);
     if (week > 0 && second >= 0)
-        Set(time_, static_cast<std::int32_t>(static_cast<std::uint32_t>(week) * week_seconds) + second, Has_Time);
+        Set(time_, static_cast<std::int32_t>(static_cast<std::uint32_t>(week) * whole_week) + second, Has_Time);
 }
 
 int Position::Read_Solution(Solution_Type &solution) const

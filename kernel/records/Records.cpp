@@ -1,5 +1,7 @@
 #include "kernel/records/Records.h"
 
+#include "kernel/records/Crc24q.h"
+
 namespace kernel {
 
 bool GloFreqTable::Set(int slot, int channel)
@@ -29,17 +31,14 @@ double GloFreqTable::L2(int slot) const
     return channel == No_Channel ? 0 : L2_Of(channel);
 }
 
-// The remainder of all 250 bits, message and parity, by the polynomial of CRC-24Q: zero when no bit was hurt. Bit by
-// bit, as 250 is no number of bytes; a satellite sends one message a second.
+// Whole bytes for Crc24q: six zero bits in front, which change no remainder, instead of the six at the end.
 bool WAAS_Data::Has_Good_Parity() const
 {
-    constexpr std::uint32_t polynomial = 0x1864CFB, top = 1u << 24;
-    std::uint32_t remainder = 0;
-    for (unsigned i = 0; i < Message_Bits; ++i) {
-        remainder = remainder << 1 | (bits[i / 8] >> (7 - i % 8) & 1u);
-        if (remainder & top) remainder ^= polynomial;
-    }
-    return remainder == 0;
+    std::array<unsigned char, 32> padded;
+    static_assert(8 * padded.size() == Message_Bits + 6);
+    for (std::size_t i = 0; i < padded.size(); ++i)
+        padded[i] = static_cast<unsigned char>((i > 0 ? bits[i - 1] << 2 : 0) | bits[i] >> 6);
+    return Crc24q(padded) == 0;
 }
 
 }  // namespace kernel

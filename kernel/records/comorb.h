@@ -6,6 +6,7 @@
 #pragma once
 
 #include "kernel/base/kernel_api.h"
+#include "kernel/time/Gps_Time.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -20,8 +21,8 @@ constexpr double Earth_Rate = 7.2921151467e-5;                  // [rad/s]
 constexpr double Relativistic_F = -4.442809305e-10;             // [s/sqrt(m)]
 constexpr double Light_Speed = 299792458.0;                     // [m/s]
 constexpr double Earth_Rate_By_Light = 2.4323877909897254e-13;  // [rad/m]
-constexpr double Half_Week = 302400.0;                          // [s]
-constexpr double Week = 604800.0;                               // [s]
+constexpr double Half_Week = Seconds_Per_Week / 2;              // [s]
+constexpr double Week = Seconds_Per_Week;                       // [s]
 static_assert(Earth_Rate_By_Light == Earth_Rate / Light_Speed);
 constexpr int Kepler_Iterations = 4;  // E = M + e sin E, whatever the remaining error
 }  // namespace orbit

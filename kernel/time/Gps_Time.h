@@ -7,6 +7,7 @@
 
 namespace kernel {
 
+// [s] All other constants for the length of a week derive from this one.
 constexpr double Seconds_Per_Week = 604800.0;
 constexpr double Seconds_Per_Day = 86400.0;
 

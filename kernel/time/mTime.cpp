@@ -14,7 +14,8 @@ namespace kernel {
 namespace {
 
 // 64 bits: an int of years, or of weeks, has more seconds than 32 bits hold.
-constexpr std::int64_t week_seconds = 604800, day_seconds = 86400;
+constexpr std::int64_t week_seconds = static_cast<std::int64_t>(Seconds_Per_Week);
+constexpr std::int64_t day_seconds = static_cast<std::int64_t>(Seconds_Per_Day);
 constexpr std::int64_t epoch_mjd = 44244;
 constexpr std::int64_t epoch_day = epoch_mjd + 2400001;  // the Julian day that begins at noon
 constexpr std::uint32_t gregorian_day = 2299161;         // 15 October 1582
@@ -88,7 +89,7 @@ Date_Time Date_Time_Of(std::int64_t week, int seconds)
     // Set(double) alone leaves seconds below 0, and by a week at most.
     if (seconds < 0) {
         week -= 1;
-        seconds += 604800;
+        seconds += static_cast<int>(week_seconds);
     }
     const auto of_week = static_cast<std::uint32_t>(seconds);
     const std::uint32_t days = of_week / 86400, of_day = of_week % 86400, minutes = of_day / 60;

@@ -18,6 +18,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -25,6 +26,8 @@ using namespace host;
 using namespace kernel;
 
 namespace {
+
+static_assert(!std::is_copy_constructible_v<Rtcm3_Decoder> && !std::is_move_constructible_v<Rtcm3_Decoder>);
 
 const Rtcm3_Options gmsd7 = {.start_week = 1709, .beidou_in_gps_time = true};
 
@@ -315,6 +318,13 @@ TEST(Rtcm3_Decoder, reports_each_kind_of_fault_once_and_its_count_at_the_end)
     }
     chain.decoder->Finish();
     EXPECT_EQ(handler.Take(), Reports{});
+}
+
+TEST(Rtcm3_Decoder, is_made_with_or_without_options)
+{
+    Rtcm3_Decoder without, with_empty_braces({});
+    const std::unique_ptr<Rtcm3_Decoder> named(new Rtcm3_Decoder({.start_week = 1709}));
+    EXPECT_EQ(without.Epochs().epochs + with_empty_braces.Epochs().epochs + named->Epochs().epochs, 0u);
 }
 
 TEST(Satellite_View, stands_where_the_geometry_says)

@@ -1,4 +1,3 @@
-#include "host/decoders/Crc24q.h"
 #include "host/decoders/Rtcm3_Frame_Reader.h"
 #include "kernel/bytes/String_Byte_Server.h"
 #include "tests/support/Naive_Rtcm3.h"
@@ -73,14 +72,6 @@ void Replay(const Bytes &bytes, Rtcm3_Frame_Reader &reader)
 }
 
 }  // namespace
-
-TEST(Crc24q, gives_published_values_in_one_piece_or_several)
-{
-    const Bytes digits = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
-    EXPECT_EQ(Crc24q(digits), 0xCDE703u);
-    EXPECT_EQ(Crc24q(Bytes{0xD3, 0x00, 0x00}), 0x47EA4Bu);
-    EXPECT_EQ(Crc24q(std::span(digits).subspan(4), Crc24q(std::span(digits).first(4))), 0xCDE703u);
-}
 
 TEST(Rtcm3_Frame_Reader, finds_exactly_the_intact_frames_of_a_damaged_stream)
 {

@@ -1,7 +1,7 @@
 #include "kernel/records/Typed_Servers.h"
 
+#include "kernel/records/Crc24q.h"
 #include "kernel/records/OBS_SERV.h"
-
 #include "tests/support/Naive_Rtcm3.h"
 #include "tests/support/records.h"
 #include "tests/support/reports.h"
@@ -225,6 +225,15 @@ TEST(Records, a_glonass_channel_gives_two_carriers)
     EXPECT_FALSE(table.Set(0, 0) || table.Set(33, 0) || table.Set(2, -8) || table.Set(2, 14));
     for (const int slot : {0, 2, 33}) EXPECT_EQ(table.Channel(slot), GloFreqTable::No_Channel);
     EXPECT_TRUE(table.L1(1) == 1598.0625e6 && table.L2(1) == 1242.9375e6 && table.L1(24) == 1609.3125e6);
+}
+
+TEST(Crc24q, gives_published_values_in_one_piece_or_several)
+{
+    using Bytes = std::vector<unsigned char>;
+    const Bytes digits = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
+    EXPECT_EQ(Crc24q(digits), 0xCDE703u);
+    EXPECT_EQ(Crc24q(Bytes{0xD3, 0x00, 0x00}), 0x47EA4Bu);
+    EXPECT_EQ(Crc24q(std::span(digits).subspan(4), Crc24q(std::span(digits).first(4))), 0xCDE703u);
 }
 
 // Type 0 ("do not use"): 0x53 and 218 zero bits, which 6 more in front make whole bytes.

@@ -1,8 +1,8 @@
-#include "host/decoders/Crc24q.h"
+#include "kernel/records/Crc24q.h"
 
 #include <array>
 
-namespace host {
+namespace kernel {
 
 namespace {
 
@@ -22,7 +22,7 @@ constexpr std::array<std::uint32_t, 256> Make_Table()
     return table;
 }
 
-// What a byte in the top eight of the 24 bits leaves behind. The compiler's work: nothing to be made at the start.
+// What a byte in the top eight of the 24 bits leaves behind. Computed by the compiler.
 constexpr std::array<std::uint32_t, 256> table = Make_Table();
 
 }  // namespace
@@ -34,4 +34,4 @@ std::uint32_t Crc24q(std::span<const unsigned char> bytes, std::uint32_t crc)
     return crc;
 }
 
-}  // namespace host
+}  // namespace kernel
