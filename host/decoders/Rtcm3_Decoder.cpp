@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
-#include <type_traits>
+#include <utility>
 
 namespace host {
 
@@ -15,6 +15,15 @@ using namespace kernel;
 
 const char unit[] = "host/Rtcm3_Decoder";
 constexpr Err_Code fault_code = 60;  // and the number of the fault
+constexpr Err_Code doubt_code = 70;  // and the number of the doubt
+
+// By Rtcm3_Doubt: what there was, and what the stream shows.
+constexpr const char *doubt_texts[rtcm3_doubts] = {
+    "GPS week %d is in doubt: ephemerides say %d.",
+    "GPS week %d was wrong: the stream shows %d.",
+    "The GPS week is in doubt: it has %d leap seconds, the stream %d.",
+    "Leap seconds %d are in doubt: GLONASS and GPS times differ by %d.",
+};
 
 void Fill_Orbit(const Rtcm3_Gps_Ephemeris &from, KeplerData &to)
 {
@@ -37,10 +46,10 @@ void Fill_Orbit(const Rtcm3_Gps_Ephemeris &from, KeplerData &to)
 }
 
 // Kepler_sent stays 0: when the satellite sent it is not in the message.
-void Fill(const Rtcm3_Gps_Ephemeris &from, int near_week, KeplerData &to)
+void Fill(const Rtcm3_Gps_Ephemeris &from, int week, KeplerData &to)
 {
     Fill_Orbit(from, to);
-    to[Kepler_week] = Full_Week(from.week, near_week);
+    to[Kepler_week] = week;
     to[Kepler_toc] = from.toc;
     to[Kepler_af0] = from.af0;
     to[Kepler_af1] = from.af1;
@@ -99,9 +108,9 @@ void Fill(const Rtcm3_Glonass_Ephemeris &from, GlonassEph &to)
 const char Rtcm3_Decoder::Name[] = "Rtcm3_Decoder";
 
 Rtcm3_Decoder::Rtcm3_Decoder(const Rtcm3_Options &options)
-    : Object(ClassName()), options_(options), observations_(Obs_Server::Construct()),
-      ephemerides_(Eph_Server::Construct()), glonass_ephemerides_(Glo_Eph_Server::Construct()),
-      positions_(Pos_Server::Construct()), reader_([this](const Rtcm3_Frame &frame) { Take(frame); }),
+    : Object(ClassName()), observations_(Obs_Server::Construct()), ephemerides_(Eph_Server::Construct()),
+      glonass_ephemerides_(Glo_Eph_Server::Construct()), positions_(Pos_Server::Construct()),
+      reader_([this](const Rtcm3_Frame &frame) { Take(frame); }),
       assembler_([this](const Rtcm3_Epoch &epoch) { Deliver(epoch); }, options)
 {
 }
@@ -139,6 +148,8 @@ void Rtcm3_Decoder::Take(const Rtcm3_Frame &frame)
     const Rtcm3_Message *message = decoder_.Decode(frame.payload());
     if (!message) return Report_Fault(decoder_.Last_Fault(), frame.message);
     assembler_.Take(*message);
+    Note_Doubts();
+    if (const auto *equipment = std::get_if<Rtcm3_Equipment>(message)) Note(*equipment);
     if (const auto *station = std::get_if<Rtcm3_Station>(message)) Deliver(*station);
     // PRN and slot are within the arrays: Decode lets no others pass.
     if (const auto *gps = std::get_if<Rtcm3_Gps_Ephemeris>(message))
@@ -177,7 +188,7 @@ bool Rtcm3_Decoder::Deliver(const Rtcm3_Gps_Ephemeris &ephemeris)
     if (!record) return false;
     // A static record holds the ephemeris before; likewise below.
     *record = KeplerData();
-    Fill(ephemeris, options_.near_week, *record);
+    Fill(ephemeris, assembler_.Clock().Full(ephemeris.week), *record);
     return ephemerides_->Send_Eph(record);
 }
 
@@ -198,9 +209,46 @@ void Rtcm3_Decoder::Deliver(const Rtcm3_Station &station)
     *record = Position(Position::POSITION_KNOWN);
     record->Set_WGS(station.x, station.y, station.z);
     record->SetStatic();
+    if (Has_Value(station.antenna_height)) record->Set_Antenna_Height(station.antenna_height);
     if (time_) record->Set_Time(time_->week, time_->sec);
     record->Set_Point_Number(std::to_string(station.station).c_str());
     positions_->Send_Pos(record);
+}
+
+void Rtcm3_Decoder::Note(const Rtcm3_Equipment &equipment)
+{
+    Rtcm3_Equipment all = equipment;
+    if (all.message < 1008) all.antenna_serial = equipment_.antenna_serial;
+    if (all.message < 1033) {
+        all.receiver = equipment_.receiver;
+        all.firmware = equipment_.firmware;
+        all.receiver_serial = equipment_.receiver_serial;
+    }
+    equipment_ = all;
+}
+
+void Rtcm3_Decoder::Note_Doubts()
+{
+    for (std::size_t index = 0; index < rtcm3_doubts; ++index) {
+        const auto kind = static_cast<Rtcm3_Doubt>(index);
+        const std::uint64_t count = Clock().Doubts(kind).count;
+        const bool first = seen_doubts_[index] == reported_doubts_[index];
+        if (std::exchange(seen_doubts_[index], count) == count) continue;
+        // Those that went out have the week that was wrong.
+        if (kind == Rtcm3_Doubt::week_corrected) last_gps_.fill({});
+        if (first) Report_Doubt(kind, "More of this kind are only counted.");
+    }
+}
+
+void Rtcm3_Decoder::Report_Doubt(Rtcm3_Doubt kind, const std::string &more)
+{
+    const auto index = static_cast<std::size_t>(kind);
+    const Rtcm3_Clock::Doubt &doubt = Clock().Doubts(kind);
+    std::string text = doubt_texts[index];
+    for (const int number : {doubt.had, doubt.shown}) text.replace(text.find("%d"), 2, std::to_string(number));
+    Report(unit, __LINE__)
+        .Print_Out(Error_Handler::ES_Warning, doubt_code + static_cast<int>(index), "%s %s", text.c_str(),
+                   more.c_str());
 }
 
 void Rtcm3_Decoder::Report_Fault(Rtcm3_Fault fault, unsigned int message)
@@ -227,6 +275,11 @@ void Rtcm3_Decoder::Report_Counts()
             .Print_Out(Error_Handler::ES_Warning, fault_code + static_cast<int>(index),
                        "RTCM 3 messages not decoded: %llu: %s.", static_cast<unsigned long long>(count),
                        Rtcm3_Fault_Name(fault));
+    }
+    for (std::size_t index = 0; index < rtcm3_doubts; ++index) {
+        const std::uint64_t count = seen_doubts_[index] - reported_doubts_[index];
+        reported_doubts_[index] = seen_doubts_[index];
+        if (count > 0) Report_Doubt(static_cast<Rtcm3_Doubt>(index), "Counted: " + std::to_string(count) + ".");
     }
     const std::uint64_t undated = Epochs().undated - reported_undated_;
     reported_undated_ += undated;

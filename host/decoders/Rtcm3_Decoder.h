@@ -19,15 +19,16 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace host {
 
 // Connect clients to its four servers, connect it to a byte server, and call Finish when the stream has ended: the last
-// epoch is closed then. How an epoch fills its record stands in Rtcm3_Epoch_Record.h.
+// epoch is closed then. How an epoch fills its record stands in Rtcm3_Epoch_Record.h, which week it has in Rtcm3_Clock.h.
 //
-// An ephemeris that says the same as the last one of its satellite which a client took is not sent again. Kepler_sent is
-// unknown: the message does not tell. A position is that of the antenna reference point as the message has it, static and
+// An ephemeris that says the same as the last one of its satellite which a client took is not sent again, unless the week
+// was corrected. Kepler_sent is unknown: the message does not tell. A position is that of the antenna reference point as the message has it, static and
 // POSITION_KNOWN; its point number is the station's, its time that of the last epoch, where that has a week.
 //
 // Threads:   Send and Finish belong to the byte server's thread, and all records are sent on it. Counters are read when it
@@ -35,7 +36,8 @@ namespace host {
 // Ownership: belongs to the byte server it is connected to, unless Dont_Delete_Me was called (see Client_Server). Owns the
 //            four servers, and they their clients: a client that shall live longer calls Dont_Delete_Me.
 // Errors:    what could not be decoded is reported as a warning (code 60 and the fault's number) once per kind, and at
-//            Finish with its count, as are GLONASS messages that could not be dated (code 60); a new run begins then.
+//            Finish with its count, as are GLONASS messages that could not be dated (code 60), and doubts about the week
+//            and the leap seconds (code 70 and the doubt's number); a new run begins then.
 //            Memory that is short is reported by the server concerned and costs that record.
 class Rtcm3_Decoder : public kernel::Byte_Client {
 public:
@@ -62,6 +64,9 @@ public:
     const Rtcm3_Frame_Reader &Reader() const { return reader_; }  // counts of bytes, frames and messages
     const Rtcm3_Message_Decoder &Messages() const { return decoder_; }
     const Rtcm3_Epoch_Assembler::Counters &Epochs() const { return assembler_.Count(); }
+    const Rtcm3_Clock &Clock() const { return assembler_.Clock(); }
+    // What 1007, 1008 and 1033 said last, each in the fields that it has; message 0: none came.
+    const Rtcm3_Equipment &Equipment() const { return equipment_; }
 
 private:
     using Payload = std::vector<unsigned char>;
@@ -73,10 +78,12 @@ private:
     void Deliver(const Rtcm3_Station &station);
     template <class Ephemeris>
     void Deliver_New(const Ephemeris &ephemeris, std::span<const unsigned char> payload, Payload &last);
+    void Note(const Rtcm3_Equipment &equipment);
+    void Note_Doubts();
+    void Report_Doubt(Rtcm3_Doubt kind, const std::string &more);
     void Report_Fault(Rtcm3_Fault fault, unsigned int message);
     void Report_Counts();
 
-    const Rtcm3_Options options_;
     const std::unique_ptr<kernel::Obs_Server> observations_;
     const std::unique_ptr<kernel::Eph_Server> ephemerides_;
     const std::unique_ptr<kernel::Glo_Eph_Server> glonass_ephemerides_;
@@ -90,6 +97,8 @@ private:
     std::array<Payload, 33> last_gps_, last_glonass_;            // by PRN and slot: the ephemeris that was taken
     std::array<std::uint64_t, rtcm3_faults> reported_faults_{};  // counts in earlier runs
     std::uint64_t reported_undated_ = 0;
+    std::array<std::uint64_t, rtcm3_doubts> seen_doubts_{}, reported_doubts_{};  // counts now, and in earlier runs
+    Rtcm3_Equipment equipment_;
 };
 
 }  // namespace host

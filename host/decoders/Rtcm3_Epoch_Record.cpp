@@ -62,6 +62,25 @@ void Store_Double(EPO_DATA &record, ObsDataTypes type, double value, unsigned ch
     if (Has_Value(value)) record.StoreDoubleObs(type, value, sat);
 }
 
+// The bits of EPO_SMOOTHING.
+unsigned char Smoothing_And_Steering(const Rtcm3_Epoch &epoch)
+{
+    return static_cast<unsigned char>(epoch.smoothing_interval | (epoch.divergence_free ? 8 : 0) |
+                                      epoch.clock_steering << 4);
+}
+
+// [ms] From a week and time of week to the epoch's; 0 for a step back. Without both weeks: the shorter way around the week.
+std::int64_t Time_Gone(std::optional<int> week, std::int32_t tow, const Rtcm3_Epoch &epoch)
+{
+    const std::int64_t step = std::int64_t{epoch.tow} - tow;
+    int weeks = 0;
+    if (week && epoch.week)  // a correction of the week by whole roll-overs is no time that went by
+        weeks = Full_Week(static_cast<unsigned int>(*epoch.week), *week) - *week;
+    else
+        weeks = step < -ms_per_week / 2 ? 1 : step > ms_per_week / 2 ? -1 : 0;
+    return std::max<std::int64_t>(weeks * std::int64_t{ms_per_week} + step, 0);
+}
+
 void Store_Cell(const Rtcm3_Cell &cell, std::size_t set, EPO_DATA &record, unsigned char sat)
 {
     Store_Double(record, Of_Set(OBS_CODE_A, set), cell.pseudorange, sat);
@@ -106,12 +125,13 @@ void Rtcm3_Epoch_Record::Store(const Rtcm3_Epoch &epoch, EPO_DATA &record)
         record.StoreDoubleEpo(EPO_SECONDS, seconds);
     record.StoreUint8Epo(EPO_SATELLITES, static_cast<unsigned char>(entries_.size()));
     record.StoreUint8Epo(EPO_STATION_LOW, static_cast<unsigned char>(epoch.station & 255));
-    // Its upper bits, the issue of data station, stay 0: Rtcm3_Epoch does not carry it.
-    record.StoreUint8Epo(EPO_STATION_HIGH, static_cast<unsigned char>(epoch.station >> 8));
+    record.StoreUint8Epo(EPO_STATION_HIGH,
+                         static_cast<unsigned char>(epoch.station >> 8 | epoch.issue_of_station << 4));
+    record.StoreUint8Epo(EPO_SMOOTHING, Smoothing_And_Steering(epoch));
     unsigned char sat = 0;
     for (const Entry &entry : entries_) {
         Store_Satellite(*entry.satellite, record, sat);
-        Store_Flags(entry, record, sat);
+        Store_Flags(epoch, entry, record, sat);
         for (std::size_t set = 0; set < sets; ++set)
             if (entry.cells[set]) Store_Cell(*entry.cells[set], set, record, sat);
         ++sat;
@@ -128,7 +148,7 @@ void Rtcm3_Epoch_Record::Store_Satellite(const Rtcm3_Satellite &satellite, EPO_D
         record.StoreUint8Obs(OBS_GLO_CHANNEL, static_cast<unsigned char>(*satellite.glonass_channel + 7), sat);
 }
 
-void Rtcm3_Epoch_Record::Store_Flags(const Entry &entry, EPO_DATA &record, unsigned char sat)
+void Rtcm3_Epoch_Record::Store_Flags(const Rtcm3_Epoch &epoch, const Entry &entry, EPO_DATA &record, unsigned char sat)
 {
     unsigned int tracked = 0, half_cycle = 0, lost = 0;
     for (std::size_t set = 0; set < sets; ++set) {
@@ -137,7 +157,7 @@ void Rtcm3_Epoch_Record::Store_Flags(const Entry &entry, EPO_DATA &record, unsig
         const unsigned int bit = 1U << set;
         tracked |= bit;
         if (cell->half_cycle) half_cycle |= bit;
-        if (Lock_Lost(*entry.satellite, set, *cell)) lost |= bit;
+        if (Lock_Lost(epoch, *entry.satellite, set, *cell)) lost |= bit;
     }
     record.StoreUint8Obs(TRACKING_FLAG, static_cast<unsigned char>(tracked), sat);
     record.StoreUint8Obs(OBS_HALF_CYCLE, static_cast<unsigned char>(half_cycle), sat);
@@ -145,13 +165,15 @@ void Rtcm3_Epoch_Record::Store_Flags(const Entry &entry, EPO_DATA &record, unsig
 }
 
 // GLONASS satellites of unknown slot all have the number 0 and cannot be told from one another.
-bool Rtcm3_Epoch_Record::Lock_Lost(const Rtcm3_Satellite &satellite, std::size_t set, const Rtcm3_Cell &cell)
+bool Rtcm3_Epoch_Record::Lock_Lost(const Rtcm3_Epoch &epoch, const Rtcm3_Satellite &satellite, std::size_t set,
+                                   const Rtcm3_Cell &cell)
 {
     if (satellite.number == 0) return false;
     // Allocates when a satellite comes up for the first time, and never again for it.
     Lock &last = locks_[{satellite.gnss, satellite.number}][set];
-    const bool lost = last.code && (last.code != cell.code || cell.lock_time < last.time);
-    last = {cell.code, cell.lock_time};
+    const std::int64_t gone = Time_Gone(last.week, last.tow, epoch);
+    const bool lost = last.code && (last.code != cell.code || cell.lock_below <= last.least + gone);
+    last = {cell.code, cell.lock_time, epoch.week, epoch.tow};
     return lost;
 }
 

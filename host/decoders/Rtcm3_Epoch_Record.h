@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -19,8 +20,12 @@ namespace host {
 // dropped, as is a satellite of which nothing is left. OBS_SIGNAL says which it was; one that a legacy message does not
 // name in full (L2C, cross-correlated P(Y)) has none.
 //
-// An epoch without a week has its seconds, and no week. Loss of lock: the signal is another one, or its lock time is
-// shorter, than when the satellite was seen last on that carrier; for that the object remembers.
+// An epoch without a week has its seconds, and no week. Smoothing, clock steering and issue of data station are those of its
+// first message.
+//
+// Loss of lock: the signal is another one than when the satellite was seen last on that carrier, or its lock time cannot
+// have grown by the time gone by since then. An indicator stands for a range of lock times (DF013, DF043, DF402, DF407), so
+// the lock is lost if the upper end of the range now is not above the lower end of the range then, plus the time gone by.
 //
 // Threads:   one at a time.
 // Ownership: Select keeps pointers into the epoch until Store.
@@ -41,12 +46,14 @@ private:
     };
     struct Lock {
         Signal_Code code;
-        std::int32_t time = 0;  // [ms]
+        std::int32_t least = 0;   // [ms] lock time
+        std::optional<int> week;  // when that was
+        std::int32_t tow = 0;     // [ms]
     };
 
     void Store_Satellite(const Rtcm3_Satellite &satellite, kernel::EPO_DATA &record, unsigned char sat);
-    void Store_Flags(const Entry &entry, kernel::EPO_DATA &record, unsigned char sat);
-    bool Lock_Lost(const Rtcm3_Satellite &satellite, std::size_t set, const Rtcm3_Cell &cell);
+    void Store_Flags(const Rtcm3_Epoch &epoch, const Entry &entry, kernel::EPO_DATA &record, unsigned char sat);
+    bool Lock_Lost(const Rtcm3_Epoch &epoch, const Rtcm3_Satellite &satellite, std::size_t set, const Rtcm3_Cell &cell);
 
     std::vector<Entry> entries_;
     std::map<std::pair<Gnss, std::uint8_t>, std::array<Lock, sets>> locks_;

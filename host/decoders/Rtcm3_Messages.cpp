@@ -13,6 +13,9 @@ namespace {
 
 constexpr double light_ms = speed_of_light / 1000;  // [m] per millisecond
 
+// The last lock time indicators that have a meaning: DF013 and its kind, DF402, DF407.
+constexpr unsigned int last_legacy_lock = 127, last_msm_lock = 15, last_msm_long_lock = 704;
+
 // 2^-n
 constexpr double Binary_Fraction(unsigned int n) { return 1 / static_cast<double>(std::uint64_t{1} << n); }
 
@@ -149,6 +152,7 @@ private:
     {
         bits_.Read(7, cell.lock_indicator);
         cell.lock_time = Legacy_Lock_Time(cell.lock_indicator);
+        if (cell.lock_indicator < last_legacy_lock) cell.lock_below = Legacy_Lock_Time(cell.lock_indicator + 1u);
     }
 
     // DF015, DF020, DF045, DF050; 0: not computed.
@@ -366,8 +370,10 @@ private:
             cell.phase_range = light_ms * Sum(rough_range_[cell.satellite], format_.phase_bits, phase_unit);
         for (Rtcm3_Cell &cell : cells) {
             bits_.Read(format_.lock_bits, cell.lock_indicator);
-            cell.lock_time =
-                format_.lock_bits == 4 ? Msm_Lock_Time(cell.lock_indicator) : Msm_Long_Lock_Time(cell.lock_indicator);
+            const auto least = format_.lock_bits == 4 ? Msm_Lock_Time : Msm_Long_Lock_Time;
+            const unsigned int last = format_.lock_bits == 4 ? last_msm_lock : last_msm_long_lock;
+            cell.lock_time = least(cell.lock_indicator);
+            if (cell.lock_indicator < last) cell.lock_below = least(cell.lock_indicator + 1u);
         }
         for (Rtcm3_Cell &cell : cells) bits_.Read(1, cell.half_cycle);
         for (Rtcm3_Cell &cell : cells) {
@@ -595,7 +601,9 @@ Rtcm3_Fault Decode(std::span<const unsigned char> payload, Rtcm3_Observations &o
     // The place is used again and again: what not every kind of message sets is cleared here.
     out.satellite_count = out.cell_count = 0;
     out.glonass_day.reset();
-    out.issue_of_station = out.clock_steering = out.external_clock = 0;
+    out.issue_of_station = 0;
+    out.clock_steering = 2;
+    out.external_clock = 3;
     const Rtcm3_Fault fault = Decode_Observations(payload, out);
     if (fault != Rtcm3_Fault::none) out.satellite_count = out.cell_count = 0;
     return fault;
@@ -728,19 +736,19 @@ int Full_Week(unsigned int ten_bits, int near)
 
 std::int32_t Legacy_Lock_Time(unsigned int indicator)
 {
-    const auto value = static_cast<int>(indicator & 127);
+    const auto value = static_cast<int>(indicator & last_legacy_lock);
     for (const Lock_Step &step : lock_steps)
         if (value < step.below) return (step.factor * value - step.offset) * 1000;
     return 937'000;
 }
 
 // DF402: each step doubles the time, from 32 ms for 1.
-std::int32_t Msm_Lock_Time(unsigned int indicator) { return indicator == 0 ? 0 : 16 << (indicator & 15); }
+std::int32_t Msm_Lock_Time(unsigned int indicator) { return indicator == 0 ? 0 : 16 << (indicator & last_msm_lock); }
 
 // DF407: milliseconds below 64; from there on, each 32 values double the step.
 std::int32_t Msm_Long_Lock_Time(unsigned int indicator)
 {
-    if (indicator > 704) return 0;
+    if (indicator > last_msm_long_lock) return 0;
     if (indicator < 64) return static_cast<std::int32_t>(indicator);
     return static_cast<std::int32_t>((32 + indicator % 32) << (indicator / 32 - 1));
 }

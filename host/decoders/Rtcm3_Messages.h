@@ -32,6 +32,7 @@ constexpr double gps_pi = 3.1415926535898;      // of IS-GPS-200, for semicircle
 constexpr auto ms_per_day = static_cast<std::int32_t>(kernel::Seconds_Per_Day * 1000);    // [ms]
 constexpr auto ms_per_week = static_cast<std::int32_t>(kernel::Seconds_Per_Week * 1000);  // [ms]
 
+constexpr std::int32_t no_lock_limit = std::numeric_limits<std::int32_t>::max();  // [ms] the last indicator has none
 constexpr double no_value = std::numeric_limits<double>::quiet_NaN();
 inline bool Has_Value(double value) { return !std::isnan(value); }
 
@@ -82,8 +83,9 @@ struct Rtcm3_Cell {
     bool half_cycle = false;           // DF420: the phase may be off by half a cycle; legacy messages do not say
     std::uint16_t lock_indicator = 0;  // as sent, in its message's own scale: DF013, DF019, DF043, DF049, DF402, DF407
     std::int32_t lock_time = 0;        // [ms] at least this long without a slip, from the indicator; 0: nothing known
-    double frequency = no_value;       // [Hz] of the carrier
-    double pseudorange = no_value;     // [m]; DF011+DF014 (+DF017), DF041+DF044 (+DF047), DF397+DF398+DF400 or DF405
+    std::int32_t lock_below = no_lock_limit;  // [ms] and less than this, where the next indicator begins
+    double frequency = no_value;              // [Hz] of the carrier
+    double pseudorange = no_value;  // [m]; DF011+DF014 (+DF017), DF041+DF044 (+DF047), DF397+DF398+DF400 or DF405
     // [m] phase range, growing with the pseudorange; the ambiguity is arbitrary but constant without slips. In legacy
     // messages it also jumps by 1500 cycles where its distance to the pseudorange would leave the field.
     double phase_range = no_value;  // DF012, DF018, DF042, DF048, DF397+DF398+DF401 or DF406
@@ -106,8 +108,8 @@ struct Rtcm3_Observations {
     std::optional<std::uint8_t> glonass_day;  // 0: Sunday; in UTC + 3 h; GLONASS MSM only; none when unknown (7). DF416
     bool more_follows = false;                // further messages of this epoch come; DF005, DF393
     std::uint8_t issue_of_station = 0;        // DF409; 0 in legacy messages
-    std::uint8_t clock_steering = 0;          // DF411: 0 no, 1 yes, 2 unknown; 0 in legacy messages
-    std::uint8_t external_clock = 0;      // DF412: 0 internal, 1 locked, 2 not locked, 3 unknown; 0 in legacy messages
+    std::uint8_t clock_steering = 2;          // DF411: 0 no, 1 yes, 2 unknown; 2 in legacy messages
+    std::uint8_t external_clock = 3;      // DF412: 0 internal, 1 locked, 2 not locked, 3 unknown; 3 in legacy messages
     bool divergence_free = false;         // kind of carrier smoothing; DF007, DF036, DF417
     std::uint8_t smoothing_interval = 0;  // indicator, 0: no smoothing, 7: unlimited; DF008, DF037, DF418
 

@@ -289,6 +289,8 @@ void Epoch_Printer::Take(const Position &position)
 {
     std::array<double, 3> xyz;
     if (position.Read_WGS(xyz.data())) station_ = xyz;
+    double height = 0;
+    if (position.Read_Antenna_Height(height)) antenna_height_ = height;
 }
 
 void Epoch_Printer::Print_Totals(std::FILE *out) const
@@ -303,6 +305,7 @@ void Epoch_Printer::Print_Totals(std::FILE *out) const
     if (station_) {
         const auto &[x, y, z] = *station_;
         std::fprintf(out, "%-24s %.4f %.4f %.4f\n", "station position [m]", x, y, z);
+        if (antenna_height_) std::fprintf(out, "%-24s %12.4f\n", "antenna height [m]", *antenna_height_);
     } else {
         std::fprintf(out, "%-24s %12s\n", "station position [m]", "none");
     }

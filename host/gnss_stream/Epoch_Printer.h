@@ -74,6 +74,7 @@ private:
     std::uint64_t epochs_ = 0, satellites_ = 0, gps_ephemerides_ = 0, glonass_ephemerides_ = 0;
     std::array<kernel::KeplerData, 33> ephemerides_{};  // by PRN; the one of PRN 0 where there is none
     std::optional<std::array<double, 3>> station_;      // [m] ECEF
+    std::optional<double> antenna_height_;              // [m]
 
     Obs_Record_Client observation_client_;
     Eph_Record_Client ephemeris_client_;

@@ -23,6 +23,50 @@ void Print_Table(const Rtcm3_Frame_Reader &reader)
     Print_Total("incomplete frame bytes", total.tail);
 }
 
+void Print_Text(const char *what, const std::string &text) { std::printf("%-24s %s\n", what, text.c_str()); }
+
+// Bytes that a terminal might take for orders are shown as question marks.
+void Print_Text(const char *what, const Rtcm3_Text &text)
+{
+    std::string printable(text.View());
+    for (char &c : printable)
+        if (c < ' ' || c > '~') c = '?';
+    if (!printable.empty()) Print_Text(what, printable);
+}
+
+std::string With_Source(std::optional<int> number, Rtcm3_Clock::Source source)
+{
+    static constexpr const char *words[] = {
+        "", ", as told", ", as told, and ephemerides agree", ", by the stream", ", by message 1013", ", by the table"};
+    return (number ? std::to_string(*number) : "none") + words[static_cast<std::size_t>(source)];
+}
+
+void Print_Decoding(const Rtcm3_Decoder &decoder)
+{
+    const Rtcm3_Epoch_Assembler::Counters &epochs = decoder.Epochs();
+    Print_Total("incomplete epochs", epochs.incomplete);
+    Print_Total("steps back in time", epochs.went_back);
+    Print_Total("repeated signals", epochs.repeated_cells);
+    Print_Total("undated messages", epochs.undated);
+    const Rtcm3_Clock &clock = decoder.Clock();
+    Print_Text("week", With_Source(clock.Week(), clock.Week_Source()));
+    Print_Text("leap seconds", With_Source(clock.Leap_Seconds(), clock.Leap_Seconds_Source()));
+    const auto doubts = [&](Rtcm3_Doubt kind) { return clock.Doubts(kind).count; };
+    Print_Total("doubts about the week", doubts(Rtcm3_Doubt::week_by_ephemerides) +
+                                             doubts(Rtcm3_Doubt::week_corrected) +
+                                             doubts(Rtcm3_Doubt::week_by_leap_seconds));
+    Print_Total("doubts on leap seconds", doubts(Rtcm3_Doubt::leap_seconds_by_times));
+}
+
+void Print_Equipment(const Rtcm3_Equipment &equipment)
+{
+    Print_Text("antenna", equipment.antenna);
+    Print_Text("antenna serial", equipment.antenna_serial);
+    Print_Text("receiver", equipment.receiver);
+    Print_Text("firmware", equipment.firmware);
+    Print_Text("receiver serial", equipment.receiver_serial);
+}
+
 }  // namespace
 
 Rtcm3_Output::Rtcm3_Output(const Options &options, Console &console) : options_(options), console_(console) {}
@@ -63,7 +107,10 @@ bool Rtcm3_Output::Close()
 void Rtcm3_Output::Print_Totals() const
 {
     Print_Table(Reader());
-    if (printer_) printer_->Print_Totals(stdout);
+    if (!printer_) return;
+    printer_->Print_Totals(stdout);
+    Print_Decoding(*decoder_);
+    Print_Equipment(decoder_->Equipment());
 }
 
 }  // namespace host

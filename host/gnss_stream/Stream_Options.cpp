@@ -42,7 +42,8 @@ Linux they are wiped off the command line when the program starts, on Windows th
 
 --frames, --decode, --epochs and --csv look at RTCM 3 frames and show, at the end, message number, frames, bytes (of whole
 frames); a frame with too little payload for a number is counted as message 0. Then totals; but for --frames alone also
-those of epochs, satellites in them, distinct ephemerides, and the station's position.
+those of epochs, satellites in them, distinct ephemerides, the station's position, what was wrong with epochs, week and
+leap seconds with their source, doubts about them, and the texts of messages 1007, 1008 and 1033.
 
 A list file names one recording per line, relative to the current directory; "//" starts a comment. The recordings
 of a list are one stream: a frame may begin in one and end in the next.
@@ -140,16 +141,16 @@ void Declare_Decoding(CLI::App &app, Stream_Options &options)
         ->option_text("PREFIX")
         ->check(not_empty);
     app.add_option("--near-week", rtcm3.decoder.near_week,
-                   "A GPS week within 512 of the recording's: the messages tell only ten bits of it")
+                   "A GPS week within 512 of the recording's: the messages tell only ten bits of it; absent: "
+                   "--start-week, or a date or leap seconds in the stream, or 2200")
         ->option_text("WEEK")
-        ->check(CLI::Range(0, 65535))
-        ->capture_default_str();
+        ->check(CLI::Range(0, 65535));
     app.add_option("--start-week", rtcm3.decoder.start_week,
                    "The GPS week of the first epoch; absent: epochs before the first GPS ephemeris have no week")
         ->option_text("WEEK")
         ->check(CLI::Range(0, 65535));
     app.add_option("--leap-seconds", rtcm3.decoder.leap_seconds,
-                   "GPS less UTC in seconds, for the times of GLONASS; absent: known or found out")
+                   "GPS less UTC in seconds, for the times of GLONASS; absent: as the stream shows, or by date")
         ->option_text("SECONDS")
         ->check(CLI::Range(0, 255));
     app.add_flag("--beidou-gps-time", rtcm3.decoder.beidou_in_gps_time,

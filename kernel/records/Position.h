@@ -44,6 +44,10 @@ public:
     void Set_Clock_Drift(double drift) { Set(clock_drift_, drift, Has_Clock_Drift); }  // [s/s]
     int Read_Clock_Drift(double &drift) const { return Read(clock_drift_, drift, Has_Clock_Drift); }
 
+    // [m] the WGS-84 point, an antenna's reference point, above the marker.
+    void Set_Antenna_Height(double height) { Set(antenna_height_, height, Has_Antenna_Height); }
+    int Read_Antenna_Height(double &height) const { return Read(antenna_height_, height, Has_Antenna_Height); }
+
     void SetHdop(double hdop) { hdop_ = hdop; }  // [1]; has no flag: 0 when never set
     double GetHdop() const { return hdop_; }
     void SetNSat(int satellites) { satellites_ = satellites; }  // used in the solution; no flag either
@@ -78,6 +82,7 @@ private:
         Has_Point_Number = 0x40,
         Has_Solution = 0x80,
         Has_Time = 0x100,
+        Has_Antenna_Height = 0x200,
     };
     template <class T>
     void Set(T &field, T value, Flag flag)
@@ -102,6 +107,7 @@ private:
     std::uint32_t flags_ = 0;
     Solution_Type solution_ = UNKNOWN;
     char point_number_[Point_Number_Size] = {};
+    double antenna_height_ = 0;  // [m]
 };
 
 }  // namespace kernel

@@ -4,6 +4,7 @@
 #include "host/decoders/Record_Client.h"
 #include "host/decoders/Satellite_View.h"
 #include "kernel/bytes/String_Byte_Server.h"
+#include "tests/support/Bit_Writer.h"
 #include "tests/support/Naive_Rtcm3.h"
 #include "tests/support/Rtcm3_Cells.h"
 #include "tests/support/csv.h"
@@ -17,6 +18,7 @@
 #include <cmath>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -185,7 +187,12 @@ TEST(Rtcm3_Decoder, puts_each_signal_where_the_record_has_its_carrier)
     chain.Play("GMSD7_20121014.rtcm3");
     ASSERT_EQ(chain.epochs.size(), 257u);
     Gps_Time wanted_time(1709, 604784.0);
-    std::map<std::pair<std::string, int>, std::pair<std::string, double>> last;  // code and lock by satellite and set
+    struct Lock {
+        std::string code;
+        unsigned int indicator = 0;
+        Gps_Time time;
+    };
+    std::map<std::pair<std::string, int>, Lock> last;  // by satellite and set
     std::size_t satellites = 0, sets = 0;
     int slips = 0;
     for (const EPO_DATA &epoch : chain.epochs) {
@@ -203,12 +210,14 @@ TEST(Rtcm3_Decoder, puts_each_signal_where_the_record_has_its_carrier)
                 if (!tracked) continue;
                 ++sets;
                 Expect_Set(epoch, sat, set, wanted->second);
-                auto &[code, lock] = last[{name, set}];
-                const bool slip = !code.empty() && (std::get<3>(wanted->first) != code || wanted->second.lock < lock);
+                Lock &lock = last[{name, set}];
+                const Lock now = {std::get<3>(wanted->first), static_cast<unsigned int>(wanted->second.lock), time};
+                const double most = now.indicator < 704 ? Msm_Long_Lock_Time(now.indicator + 1) / 1000.0 : HUGE_VAL;
+                const double least = Msm_Long_Lock_Time(lock.indicator) / 1000.0;
+                const bool slip = !lock.code.empty() && (now.code != lock.code || most <= least + (time - lock.time));
                 EXPECT_EQ(epoch.ReadUint8Obs(OBS_LOSS_OF_LOCK, sat) >> set & 1, slip);
                 slips += slip;
-                code = std::get<3>(wanted->first);
-                lock = wanted->second.lock;
+                lock = now;
             }
         }
         ASSERT_FALSE(HasFailure());
@@ -318,6 +327,81 @@ TEST(Rtcm3_Decoder, reports_each_kind_of_fault_once_and_its_count_at_the_end)
     }
     chain.decoder->Finish();
     EXPECT_EQ(handler.Take(), Reports{});
+}
+
+TEST(Rtcm3_Decoder, says_doubts_about_the_week)
+{
+    const std::string unit = "host/Rtcm3_Decoder", more = " More of this kind are only counted.";
+    Chain told({.start_week = 1711});
+    Capturing_Handler handler;
+    told.decoder->Set_Error_Handler(handler);
+    told.Play("day30_first1000.rtcm3");
+    EXPECT_EQ(handler.Take(),
+              (Reports{{2, 70, "GPS week 1711 is in doubt: ephemerides say 1712." + more, unit},
+                       {2, 70, "GPS week 1711 is in doubt: ephemerides say 1712. Counted: 247.", unit}}));
+    EXPECT_EQ(told.epochs.back().ReadGPSTime().week, 1711);
+    told.decoder->Finish();  // counted once
+    EXPECT_EQ(handler.Take(), Reports{});
+}
+
+TEST(Rtcm3_Decoder, sends_ephemerides_again_when_the_week_was_wrong)
+{
+    const std::string stream = Whole_File(KERNEL_TEST_DATA "/day30_first1000.rtcm3");
+    std::vector<std::string> last;  // 1019 as it came, then of the week after: the last of the week's ten bits changes
+    const std::span bytes(reinterpret_cast<const unsigned char *>(stream.data()), stream.size());
+    std::string week_after;
+    for (const Naive_Frame &frame : Naive_Frames(bytes)) {
+        if (frame.message != 1019) continue;
+        std::vector<unsigned char> payload(bytes.begin() + static_cast<std::ptrdiff_t>(frame.offset) + 3,
+                                           bytes.begin() + static_cast<std::ptrdiff_t>(frame.offset + frame.size) - 3);
+        last.push_back(Framed(payload));
+        payload[3] ^= 0x10;
+        week_after = Framed(payload);
+    }
+    Chain chain;
+    Capturing_Handler handler;
+    chain.decoder->Set_Error_Handler(handler);
+    chain.Feed(stream).Feed(last.back());
+    EXPECT_EQ(chain.gps.size(), 37u);
+    chain.Feed(week_after + week_after + week_after);
+    EXPECT_EQ(handler.Take(), (Reports{{2, 71,
+                                        "GPS week 1712 was wrong: the stream shows 1713. More of this kind are only "
+                                        "counted.",
+                                        "host/Rtcm3_Decoder"}}));
+    const std::size_t before = chain.gps.size();
+    chain.Feed(last[last.size() - 2]);
+    EXPECT_EQ(chain.gps.size(), before + 1);
+}
+
+TEST(Rtcm3_Decoder, keeps_what_stands_at_the_station)
+{
+    Chain chain;
+    const auto texts = [&] {
+        const Rtcm3_Equipment &e = chain.decoder->Equipment();
+        std::string all;
+        for (const Rtcm3_Text &text : {e.antenna, e.antenna_serial, e.receiver, e.firmware, e.receiver_serial})
+            all += std::string(text.View()) + ',';
+        return all;
+    };
+    Bit_Writer whole, antenna, serial;
+    whole.Put(12, 1033).Put(12, 7).Text("A").Put(8, 0).Text("1").Text("R").Text("F").Text("2");
+    antenna.Put(12, 1007).Put(12, 7).Text("B").Put(8, 0);
+    serial.Put(12, 1008).Put(12, 7).Text("C").Put(8, 0).Text("3");
+    EXPECT_EQ(texts(), ",,,,,");
+    EXPECT_EQ((chain.Feed(Framed(whole.Done())), texts()), "A,1,R,F,2,");
+    EXPECT_EQ((chain.Feed(Framed(antenna.Done())), texts()), "B,1,R,F,2,");
+    EXPECT_EQ((chain.Feed(Framed(serial.Done())), texts()), "C,3,R,F,2,");
+    for (const int message : {1005, 1006}) {
+        Bit_Writer place;
+        place.Put(12, message).Put(12, 7).Zeros(16);
+        if (message == 1006) place.Put(16, 12'345);
+        chain.Feed(Framed(place.Done()));
+    }
+    double antenna_height = 0;
+    ASSERT_EQ(chain.positions.size(), 2u);
+    EXPECT_EQ(chain.positions[0].Read_Antenna_Height(antenna_height), 0);
+    ASSERT_EQ(chain.positions[1].Read_Antenna_Height(antenna_height), 1);
+    EXPECT_NEAR(antenna_height, 1.2345, 1e-12);
 }
 
 TEST(Rtcm3_Decoder, is_made_with_or_without_options)

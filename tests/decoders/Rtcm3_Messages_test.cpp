@@ -2,6 +2,7 @@
 #include "host/decoders/Rtcm3_Epoch.h"
 #include "host/decoders/Rtcm3_Messages.h"
 #include "host/decoders/Rtcm3_Scanner.h"
+#include "tests/support/Bit_Writer.h"
 #include "tests/support/Rtcm3_Cells.h"
 
 #include <gtest/gtest.h>
@@ -23,43 +24,14 @@ using Texts = std::vector<std::string>;
 
 // --- Messages made here
 
-// Bit fields, most significant bit first.
-class Bit_Writer {
-public:
-    Bit_Writer &Put(unsigned int n, std::int64_t value)
-    {
-        for (unsigned int i = n; i-- > 0; ++size_) {
-            if (size_ % 8 == 0) bytes_.push_back(0);
-            if (value >> i & 1) bytes_.back() = static_cast<unsigned char>(bytes_.back() | 0x80 >> size_ % 8);
-        }
-        return *this;
-    }
-    Bit_Writer &Text(const std::string &text)
-    {
-        Put(8, static_cast<std::int64_t>(text.size()));
-        for (const char c : text) Put(8, c);
-        return *this;
-    }
-    Bit_Writer &Zeros(int bytes)
-    {
-        for (int i = 0; i < bytes; ++i) Put(8, 0);
-        return *this;
-    }
-    const Bytes &Done() const { return bytes_; }
-
-private:
-    Bytes bytes_;
-    std::size_t size_ = 0;  // [bits]
-};
-
 // `ids` go into the satellite fields.
 Bytes Legacy(unsigned int number, std::uint32_t time, bool more, const std::vector<int> &ids, int channel = 7,
-             int station = 7)
+             int station = 7, int smoothing = 0)
 {
     const bool glonass = number > 1008;
     Bit_Writer bits;
     bits.Put(12, number).Put(12, station).Put(glonass ? 27 : 30, time).Put(1, more);
-    bits.Put(5, static_cast<std::int64_t>(ids.size())).Put(4, 0);
+    bits.Put(5, static_cast<std::int64_t>(ids.size())).Put(4, smoothing);
     for (const int id : ids) {
         bits.Put(6, id).Put(1, 0);
         if (glonass) bits.Put(5, channel);
@@ -79,8 +51,9 @@ struct Values {
     std::int64_t rough = 70, extended = 8, rough_rate = 100, code = 1, phase = 1, cn0 = 40, rate = 1;
 };
 
-// Any MSM4 to MSM7; the finer ones say the same in their units.
-Bytes Msm(unsigned int number, std::uint32_t time, bool more, const Masks &masks = {}, const Values &first = {})
+// Any MSM4 to MSM7; the finer ones say the same in their units. `flags`: DF409 to DF418, 18 bits.
+Bytes Msm(unsigned int number, std::uint32_t time, bool more, const Masks &masks = {}, const Values &first = {},
+          std::int64_t flags = 0)
 {
     const bool fine = number % 10 >= 6, rates = number % 2 == 1, glonass = number / 10 == 108;
     const auto ones = [](std::int64_t mask) { return std::popcount(static_cast<std::uint32_t>(mask)); };
@@ -92,7 +65,7 @@ Bytes Msm(unsigned int number, std::uint32_t time, bool more, const Masks &masks
     };
     bits.Put(12, number).Put(12, 7);
     if (glonass) bits.Put(3, time / 86'400'000);
-    bits.Put(glonass ? 27 : 30, glonass ? time % 86'400'000 : time).Put(1, more).Put(18, 0);
+    bits.Put(glonass ? 27 : 30, glonass ? time % 86'400'000 : time).Put(1, more).Put(18, flags);
     bits.Put(32, masks.satellites_1_to_32).Put(32, masks.satellites_33_to_64).Put(32, masks.signals);
     each(cells, 1, 1, 0);
     each(satellites, 8, first.rough, 1);
@@ -414,6 +387,7 @@ TEST(Rtcm3_Messages, of_the_lower_msm_say_the_same)
                 EXPECT_EQ(a.phase_range, b.phase_range);
                 EXPECT_EQ(a.lock_time, b.lock_time);
                 EXPECT_EQ(a.cn0, b.cn0);
+                EXPECT_EQ(a.half_cycle, i % 2 == 1);
                 EXPECT_EQ(Has_Value(a.range_rate), kind == 5);
                 EXPECT_TRUE(kind != 5 || a.range_rate == b.range_rate);
                 EXPECT_EQ(Has_Value(a.frequency), Has_Value(b.frequency) && (base != 1080 || kind == 5));
@@ -441,6 +415,29 @@ TEST(Rtcm3_Messages, name_the_signals_of_each_system)
         EXPECT_EQ(Name_Of(observations.satellite_table[0]) + ' ' + Name_Of(cell.code), name);
         EXPECT_EQ(cell.msm_signal, signal);
         EXPECT_TRUE(Near(cell.frequency, frequency, 0)) << name << ' ' << cell.frequency;
+    }
+}
+
+TEST(Rtcm3_Messages, tell_how_the_receiver_works)
+{
+    const std::int64_t flags = 5 << 15 | 1 << 6 | 2 << 4 | 1 << 3 | 6;  // DF409, DF411, DF412, DF417, DF418
+    for (const unsigned int number : {1074u, 1077u, 1084u, 1087u}) {
+        const Rtcm3_Observations msm = Decoded(Msm(number, 0, false, {}, {}, flags));
+        EXPECT_TRUE(msm.issue_of_station == 5 && msm.clock_steering == 1 && msm.external_clock == 2) << number;
+        EXPECT_TRUE(msm.divergence_free && msm.smoothing_interval == 6) << number;
+    }
+    for (const unsigned int number : {1002u, 1004u, 1010u, 1012u}) {  // DF007 and DF008, DF036 and DF037
+        const Rtcm3_Observations free = Decoded(Legacy(number, 0, false, {1}, 7, 7, 8 | 3));
+        EXPECT_TRUE(free.divergence_free && free.smoothing_interval == 3) << number;
+        const Rtcm3_Observations other = Decoded(Legacy(number, 0, false, {1}, 7, 7, 4));
+        EXPECT_TRUE(!other.divergence_free && other.smoothing_interval == 4) << number;
+        EXPECT_TRUE(other.clock_steering == 2 && other.external_clock == 3) << number;  // unknown
+    }
+    // DF419: 14 and 15 are reserved, and other systems have none.
+    for (const auto &[number, extended, channel] : std::vector<std::tuple<unsigned int, int, std::optional<int>>>{
+             {1085, 0, -7}, {1087, 13, 6}, {1085, 14, {}}, {1087, 15, {}}, {1086, 8, {}}, {1075, 8, {}}}) {
+        const Rtcm3_Observations msm = Decoded(Msm(number, 0, false, {}, {.extended = extended}));
+        EXPECT_EQ(msm.satellite_table[0].glonass_channel, channel) << number;
     }
 }
 
@@ -542,6 +539,10 @@ TEST(Rtcm3_Messages, scales_of_week_and_lock)
          Scale{{63, 63}, {64, 64}, {95, 126}, {96, 128}, {703, 66060288}, {704, 67108864}, {705, 0}})
         EXPECT_EQ(Msm_Long_Lock_Time(indicator), ms);
     for (const auto &[indicator, ms] : Scale{{0, 0}, {1, 32}, {15, 524288}}) EXPECT_EQ(Msm_Lock_Time(indicator), ms);
+    EXPECT_EQ(Decoded(Legacy(1002, 0, false, {1})).cell_table[0].lock_below, 124'000);  // 60: 120 s; 61: 124 s
+    EXPECT_EQ(Decoded(Legacy(1004, 0, false, {1})).cell_table[1].lock_below, no_lock_limit);
+    EXPECT_EQ(Decoded(Msm(1074, 0, false)).cell_table[0].lock_below, 128);  // 2: 64 ms; 3: 128 ms
+    EXPECT_EQ(Decoded(Msm(1077, 0, false)).cell_table[0].lock_below, 66);   // 64: 64 ms; 65: 66 ms
 }
 
 TEST(Rtcm3_Epoch, ends_with_its_last_message_or_with_another_time)

@@ -66,6 +66,24 @@ TEST_F(gnss_stream, decodes_and_copies_by_every_way)
     EXPECT_EQ(std::count(rows[1].begin(), rows[1].end(), ','), std::count(rows[0].begin(), rows[0].end(), ','));
 }
 
+TEST_F(gnss_stream, shows_what_was_wrong_with_the_epochs_and_what_stands_at_the_station)
+{
+    const Result dirty = Run(Quoted(Recording("day30_dirty4h.rtcm3")) + " --decode");
+    for (const auto &[name, value] : {std::pair("incomplete epochs", 10), std::pair("repeated signals", 151),
+                                      std::pair("steps back in time", 0), std::pair("doubts about the week", 0)})
+        EXPECT_EQ(dirty.totals.at(name), static_cast<std::uint64_t>(value)) << name;
+    for (const char *line : {"week                     1712, by the stream",
+                             "leap seconds             16, by the stream", "receiver                 SIMULATED",
+                             "antenna                  SIMANT          NONE", "antenna height [m]             0.0000"})
+        EXPECT_TRUE(Has(dirty.out, line)) << line;
+    const Result told = Run(Quoted(Recording(clean)) + " --decode --start-week 1711");
+    EXPECT_EQ(told.exit, 0);
+    EXPECT_TRUE(Has(told.err, "Warning: GPS week 1711 is in doubt: ephemerides say 1712.")) << told.err;
+    const auto lines = Lines(told.out);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "week                     1711, as told"), 1) << told.out;
+    EXPECT_EQ(told.totals.at("doubts about the week"), 247u);
+}
+
 TEST_F(gnss_stream, plays_a_list_as_one_stream_and_says_what_is_missing)
 {
     const std::string bytes = Whole_File(Recording(week_change)), copy = folder / "copy";
