@@ -235,13 +235,14 @@ bool Win32_Buffered_Byte_Client::Take(Byte_Server &server)
 Win32_Buffered_Byte_Client::Filled Win32_Buffered_Byte_Client::Fill(Byte_Server &server)
 {
     const Semaphore_Guard guard(*this);
+    Drop_Former_Connection();
     Buffer &buffer = buffers_[current_];
     const std::size_t room = buffer.Room();
     const long got = server.GetNBytes(buffer.End(), static_cast<long>(room));
     // More than was asked for is the word of a tap without an upstream, and no bytes have come with it.
     if (got > 0 && static_cast<std::size_t>(got) <= room) buffer.fill += static_cast<std::size_t>(got);
     if (!is_connected()) {
-        buffer.fill = 0;
+        Drop();
         return Filled::unconnected;
     }
     if (room == 0) {  // all of it goes: a producer that had to wait would be worse off than a peer that misses a block
@@ -282,11 +283,30 @@ void Win32_Buffered_Byte_Client::Report_No_Writer(unsigned int line) const
         .Print_Out(Error_Handler::ES_Fatal, data_code, "Could not start thread for data transfer in %s", GetName());
 }
 
+void Win32_Buffered_Byte_Client::Drop()
+{
+    for (Buffer &buffer : buffers_) buffer.fill = 0;
+}
+
+// Compares owners: a new stream may stand at the address of one that is gone.
+bool Win32_Buffered_Byte_Client::Is_Handle(const std::weak_ptr<platform::Stream> &stream) const
+{
+    return !stream.owner_before(handle_) && !handle_.owner_before(stream);
+}
+
+// Called before the buffers are filled or written: what waits for one connection must not get into the next one.
+void Win32_Buffered_Byte_Client::Drop_Former_Connection()
+{
+    if (Is_Handle(data_of_)) return;
+    Drop();
+    data_of_ = handle_;
+}
+
 // With the data goes the signal that it waits.
 void Win32_Buffered_Byte_Client::Forget_Data()
 {
     const Semaphore_Guard guard(*this);
-    for (Buffer &buffer : buffers_) buffer.fill = 0;
+    Drop();
     if (state_ == State::data_signalled) state_ = State::waiting;
     Reset(write_done_event_);
     Reset(data_event_);
@@ -309,7 +329,7 @@ void Win32_Buffered_Byte_Client::Stop(bool go_on)
         platform::sleep_ms(1);
     }
     writer_.stop();
-    End_Writer(false, 0);
+    End_Writer(0);
     bool has_writer = true;
     {
         const Semaphore_Guard guard(*this);
@@ -319,11 +339,9 @@ void Win32_Buffered_Byte_Client::Stop(bool go_on)
     if (!has_writer) Report_No_Writer(__LINE__);
 }
 
-// What came while the writer was stopped, a request perhaps, does not wait for the next data. The older block goes
-// first.
+// What came while the writer was stopped, a request perhaps, does not wait for the next data.
 bool Win32_Buffered_Byte_Client::Go_On()
 {
-    if (buffers_[1 - current_].fill > 0) Flip();
     if (buffers_[current_].fill > 0) {
         data_event_->set();
         return Start_Writer();
@@ -359,21 +377,20 @@ void Win32_Buffered_Byte_Client::overlapped_pre_stop()
 unsigned long Win32_Buffered_Byte_Client::overlapped_thread()
 {
     for (;;) {
-        if (writer_.Stop_Requested()) return End_Writer(false, 0);
+        if (writer_.Stop_Requested()) return End_Writer(0);
         platform::Waitable *const signals[] = {stop_event_.get(), write_done_event_.get(), write_.get(),
                                                data_event_.get()};
         Next next = Next::write;
         switch (platform::wait_any(signals, platform::wait_forever)) {
-        case 0: return End_Writer(true, 1);
+        case 0: return End_Writer(1);
         case 1: break;  // somebody is in a hurry
-        case 2: next = Transfer_Ended(); break;
+        case 2: next = Block_Ended(Next::write); break;
         case 3: next = Next::gather; break;
-        default:
-            End_Writer(true, 0);
+        default:  // the report comes first, see Report_Failed_Write
             Report(unit, __LINE__)
                 .Print_Out(Error_Handler::ES_Error, wait_code, "%s: Unexpected wait return value '%lx'.", GetName(),
                            static_cast<unsigned long>(platform::win32_wait_failed));
-            return 0;
+            return End_Writer(0);
         }
         while (next == Next::gather || next == Next::write) {
             // Once and briefly, so that small pieces share a packet; a stop ends it.
@@ -384,17 +401,13 @@ unsigned long Win32_Buffered_Byte_Client::overlapped_thread()
     }
 }
 
-// Nothing is on its way when the writer has ended. drop: the other buffer is the next to be filled, from its start;
-// what waits in this one goes out behind that.
-unsigned long Win32_Buffered_Byte_Client::End_Writer(bool drop, unsigned long exit_code)
+// Nothing is on its way when the writer has ended. What waits stays where it is, and goes on through the same connection,
+// or is dropped before the next one.
+unsigned long Win32_Buffered_Byte_Client::End_Writer(unsigned long exit_code)
 {
     if (write_) write_->cancel();
     const Semaphore_Guard guard(*this);
     if (state_ == State::write_pending) Take_Result();
-    if (drop) {
-        Flip();
-        buffers_[current_].fill = 0;
-    }
     state_ = State::idle;
     return exit_code;
 }
@@ -410,79 +423,57 @@ std::uint32_t Win32_Buffered_Byte_Client::Take_Result()
 }
 
 // The buffer that is being filled to the system. It counts as on its way from here on, so that the lock need not be held
-// while the system copies it: a megabyte takes its time, and the producer goes on in the other buffer.
+// while the system copies it: a megabyte takes its time, and the producer goes on in the other buffer, which is empty.
 Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Write()
 {
+    std::shared_ptr<platform::Stream> to;  // let go of without the lock: its last holder may take its time to close it
     Block block;
     {
         const Semaphore_Guard guard(*this);
         // A request was in a hurry; the block on its way comes first, and its end brings the writer here again.
         if (state_ == State::write_pending) return Next::wait;
+        if (!handle_ || !is_connected()) {
+            Drop();
+            state_ = State::idle;
+            return Next::end;
+        }
+        Drop_Former_Connection();
         Buffer &buffer = buffers_[current_];
         if (buffer.fill == 0) {
             state_ = State::waiting;
             return Next::wait;
         }
-        if (!handle_ || !is_connected()) {
-            buffer.fill = 0;
-            state_ = State::idle;
-            return Next::end;
-        }
-        block = in_flight_ = {buffer.base, std::exchange(buffer.fill, 0), nullptr};
-        block.to = handle_;
+        to = handle_;
+        block = in_flight_ = {buffer.base, std::exchange(buffer.fill, 0), to};
         state_ = State::write_pending;
         // It told of these bytes. Left standing, it would make the next round wait for more with an empty buffer.
         Reset(data_event_);
-        Flip();
+        current_ = 1 - current_;
     }
-    if (!write_->write(block.to, block.base.get(), block.size) && platform::last_error() == platform::error_io_pending)
+    if (!write_->write(to, block.base.get(), block.size) && platform::last_error() == platform::error_io_pending)
         return Next::wait;
-    return Written_At_Once(block);
+    return Block_Ended(Next::gather);
 }
 
-// Whatever came of it, the other buffer is the next to be filled. A quiet failure empties that one and leaves the
-// block where it is: it goes out behind the next. That is how it has always been: a pipe whose client comes late gets
-// the latest blocks.
-Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Written_At_Once(const Block &block)
-{
-    std::uint32_t error = 0;
-    {
-        const Semaphore_Guard guard(*this);
-        error = Take_Result();
-        if (error != platform::error_none && Is_Given_Up(block)) {
-            state_ = State::waiting;
-            return Next::write;
-        }
-        if (Is_Quiet(error)) {
-            Buffer &left = buffers_[1 - current_];
-            if (left.base == block.base) left.fill = block.size;  // another size may have been set meanwhile
-            buffers_[current_].fill = 0;
-            state_ = State::idle;
-            return Next::end;
-        }
-        state_ = State::waiting;
-        if (error == platform::error_none) return buffers_[current_].fill > 0 ? Next::gather : Next::wait;
-    }
-    return Report_Failed_Write(error);
-}
-
-// This side has closed the transport, or has another one by now. What became of a block is then no failure to report:
-// the next step sees what is connected.
-bool Win32_Buffered_Byte_Client::Is_Given_Up(const Block &block) { return block.to->closed() || !is_connected(); }
-
-// The pending block is through, or has failed. A failure takes along what waits in the other buffer: it was for the same
-// connection, and the next one must not begin in the middle of it. A quiet one is left to the next write.
-Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Transfer_Ended()
+// The block is through, or has failed. A failure takes along what waits for the same connection: neither the peer nor the
+// next connection gets the rest of something that began in the lost block. Where this side has closed the transport, or
+// has another one by now, there is no failure to report, and Write finds out what is connected.
+Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Block_Ended(Next next)
 {
     std::uint32_t error = 0;
     {
         const Semaphore_Guard guard(*this);
         if (state_ != State::write_pending) return Next::wait;
+        const bool is_given_up = !Is_Handle(in_flight_.to) || handle_->closed() || !is_connected();
         error = Take_Result();
         state_ = State::waiting;
-        const bool is_fine = error == platform::error_none || error == platform::error_operation_aborted;
-        if (is_fine || Is_Quiet(error) || !is_connected()) return Next::write;
-        buffers_[current_].fill = 0;
+        if (error == platform::error_none) return buffers_[current_].fill > 0 ? next : Next::wait;
+        if (is_given_up) return Next::write;
+        Drop();
+        if (Is_Quiet(error)) {
+            state_ = State::idle;
+            return Next::end;
+        }
     }
     return Report_Failed_Write(error);
 }
@@ -530,6 +521,7 @@ void Win32_Buffered_Byte_Client::Send_Request(const std::string &request)
     bool overrun = false, has_writer = true;
     {
         const Semaphore_Guard guard(*this);
+        Drop_Former_Connection();
         Buffer &buffer = buffers_[current_];
         overrun = request.size() > buffer.Room();
         if (overrun) buffer.fill = 0;

@@ -26,11 +26,12 @@ namespace kernel {
 // waits: when the peer is slower, whole buffers are discarded and reported.
 //
 // The writer starts with the first data and ends when a write fails, the connection is gone, or Mesg_Attached,
-// Mesg_Detached or Stop_Writer comes; the next data start it again. Fewer than 64 bytes wait 10 ms for more. A failure
-// with error 6, 232, 233 or 536 (nobody has opened the other end yet, or no more) is not reported: the reading side tells
-// it, and a block that failed at once goes out behind the next one. Nor is one reported that comes of closing the
-// transport on this side. Every other failed block is lost, and with one that was pending what waits behind it: the next
-// connection does not begin in the middle of it.
+// Mesg_Detached or Stop_Writer comes; the next data start it again. Fewer than 64 bytes wait 10 ms for more.
+//
+// Bytes go out in the order in which they came, and through the connection for which they came: what a lost or stopped one
+// leaves in the buffers is dropped as a whole, and nothing of it gets into the next one. A block that fails is lost, and
+// what waits behind it as well. A failure with error 6, 232, 233 or 536 (nobody has opened the other end yet, or no more)
+// is not reported: the reading side tells it. Nor is one reported that comes of closing the transport on this side.
 //
 // Threads:   the producer's thread calls Send, the derived class's reader the NTRIP requests; the writer thread writes,
 //            and calls is_connected with the lock held and ReportErrorIntern without it. Buffers, writer state and
@@ -104,7 +105,8 @@ protected:
     // the buffer that is being filled stays. No other writer begins meanwhile.
     void Stop_Writer();
 
-    // The transport. The derived class sets and clears it, with the object's Semaphore held.
+    // The transport: another stream for each connection, which is how the data of one are told from those of the next. The
+    // derived class sets and clears it, with the object's Semaphore held.
     std::shared_ptr<platform::Stream> handle_;
     // For the reading side of the derived class.
     std::unique_ptr<platform::Event> reader_stop_event_;
@@ -138,7 +140,8 @@ private:
     struct Block {
         std::shared_ptr<unsigned char[]> base;
         std::size_t size = 0;
-        std::shared_ptr<platform::Stream> to;  // the writer's alone: its last holder may take its time to close it
+        std::weak_ptr<platform::Stream>
+            to;  // its last holder may take its time to close it, which must not happen here
     };
 
     struct Writer : Member_Thread<Win32_Buffered_Byte_Client> {
@@ -151,6 +154,9 @@ private:
     void Free_Buffer();
     unsigned int cache_avail() const;  // bytes in the buffer that is being filled
     void Forget_Data();
+    void Drop() KERNEL_REQUIRES(this);
+    bool Is_Handle(const std::weak_ptr<platform::Stream> &stream) const KERNEL_REQUIRES(this);
+    void Drop_Former_Connection() KERNEL_REQUIRES(this);
     void Stop(bool go_on);
     bool Go_On() KERNEL_REQUIRES(this);
 
@@ -166,21 +172,19 @@ private:
     unsigned long overlapped_terminate();
     void overlapped_pre_stop();
     Next Write();
-    Next Written_At_Once(const Block &block);
-    bool Is_Given_Up(const Block &block);
-    Next Transfer_Ended();
+    Next Block_Ended(Next next);  // next: where it was written and more waits
     Next Report_Failed_Write(std::uint32_t error);
-    unsigned long End_Writer(bool drop, unsigned long exit_code);
+    unsigned long End_Writer(unsigned long exit_code);
     std::uint32_t Take_Result() KERNEL_REQUIRES(this);
-    void Flip() KERNEL_REQUIRES(this) { current_ = 1 - current_; }
 
     const std::int32_t is_socket_;
     std::uint32_t last_error_ KERNEL_GUARDED_BY(this) = 0;
     State state_ KERNEL_GUARDED_BY(this) = State::idle;
     int stopping_ KERNEL_GUARDED_BY(this) = 0;           // those who are at it now; no writer begins meanwhile
-    std::uint32_t current_ KERNEL_GUARDED_BY(this) = 0;  // index of the buffer that Send fills
+    std::uint32_t current_ KERNEL_GUARDED_BY(this) = 0;  // index of the buffer that Send fills; the other one is empty
     std::array<Buffer, 2> buffers_ KERNEL_GUARDED_BY(this);
-    Block in_flight_ KERNEL_GUARDED_BY(this);  // empty unless a write is under way
+    std::weak_ptr<platform::Stream> data_of_ KERNEL_GUARDED_BY(this);  // the connection for which they were filled
+    Block in_flight_ KERNEL_GUARDED_BY(this);                          // empty unless a write is under way
     std::unique_ptr<platform::Transfer> write_;
     Writer writer_;
 };

@@ -5,6 +5,7 @@
 #include "kernel/base/Object.h"
 
 #include <algorithm>
+#include <functional>
 #include <mutex>
 #include <ostream>
 #include <string>
@@ -40,9 +41,12 @@ public:
     using Error_Handler::File;
     using Error_Handler::Line;
 
+    std::function<void()> on_report;  // on the thread that reports, before the report is kept
+
 private:
     void Do_Print(Enum_Status status, kernel::Err_Code code, const char *text) override
     {
+        if (const auto action = on_report) action();
         const std::lock_guard lock(guard_);
         reports_.push_back({status, code, text, File() ? File() : ""});
     }
