@@ -125,7 +125,8 @@ TEST(thread, a_suspended_one_is_killed_at_once)
     for (const bool from_the_start : {true, false}) {
         const auto thread = counter->Start(Counter::Count, from_the_start);
         unsigned long previous = 0;
-        EXPECT_EQ(thread->suspend(previous), true);
+        EXPECT_TRUE(thread->suspend(previous));
+        sleep_ms(20);  // it sleeps
         EXPECT_LT(Elapsed([&] { EXPECT_TRUE(thread->kill(17)); }), 500u);
         EXPECT_EQ(thread->exit_code(), 17u);
     }
