@@ -172,12 +172,12 @@ TEST(Object, a_new_handler_is_complete_for_every_thread)
     std::vector<std::unique_ptr<Capturing_Handler>> handlers;
     std::atomic<bool> done{false};
     std::thread reporter([&] {
-        while (!done) object.Report("kernel/X", 1).Print_Out(Error_Handler::ES_Message, "text");
+        while (!done) object.Report("kernel/X", 1);
     });
     std::thread maker([&] {
         while (!done) EXPECT_NE(Copyable_Object(Copyable_Object("made")).Get_Error_Handler(), nullptr);
     });
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < 3000; ++i) {
         handlers.push_back(std::make_unique<Capturing_Handler>());
         object.Set_Error_Handler(handlers.back().get());
         Object::Set_Default_Handler(new NULL_Error_Handler);
