@@ -23,6 +23,7 @@
 #include <random>
 #include <span>
 #include <thread>
+#include <utility>
 
 using namespace kernel;
 using namespace std::string_literals;
@@ -77,7 +78,7 @@ public:
     {
         Socket_Client_Server::SetStatus(status);
         statuses.Add({static_cast<int>(status)});
-        if (heard) heard->Add({static_cast<int>(status)});
+        if (on_status) on_status(static_cast<int>(status));
     }
     void Ask(const char *mountpoint, const char *user, const char *password)
     {
@@ -88,7 +89,7 @@ public:
     using Socket_Client_Server::ReportErrorIntern;
     using Socket_Client_Server::Set_Mountpoint;
     Shared<Heard> statuses;
-    Shared<Heard> *heard = nullptr;  // gets them, too; set before Work
+    std::function<void(int)> on_status;  // set before Work
 };
 
 // One end of a connection. Its client pulls everything; what that hears is kept, and what is reported.
@@ -204,7 +205,7 @@ TEST(Socket_Client_Server, statuses_and_messages_of_a_loss_come_in_one_order)
         SCOPED_TRACE(&c - cases);
         Host host;
         Station station;
-        station.socket.heard = &station.client.heard;
+        station.socket.on_status = [&](int status) { station.client.heard.Add({status}); };
         if (c.error) platform::fault::fail_after(platform::fault::Operation::read, 1, c.error);
         Peer peer = station.To(host.Open(), c.reconnect);
         ASSERT_TRUE(station.client.Hears(Mesg_Request_Invite));
@@ -247,7 +248,7 @@ TEST(Socket_Client_Server, turns_to_a_new_target_at_once_and_never_again_to_the_
     const auto refused = [](Station &s, Host &old) { s.To(old.Port(), long_pause).Reports("0,91 Waiting"); };
     const auto connecting = [&](Station &s, Host &old) {
         const Peer filler = Peer::To(old.Open(0).Port());
-        s.To(old.Port(), long_pause);
+        s.To(old.Port(), 0);
         platform::sleep_ms(50);
         left = old.Accept();  // the filler
     };
@@ -279,7 +280,23 @@ TEST(Socket_Client_Server, turns_to_a_new_target_at_once_and_never_again_to_the_
         station.Expect_Pulled("new");
         EXPECT_EQ(station.Count("3,"), 0) << testing::PrintToString(station.Reported());
         EXPECT_FALSE(was_server ? Peer::To(left_port) : Waiting_At(old));
+        EXPECT_EQ(station.client.Story().front(), Mesg_Attached);  // what was never up is not lost
     }
+}
+
+TEST(Socket_Client_Server, a_target_given_from_inside_a_status_holds_for_the_try_that_follows)
+{
+    Host old, next;
+    next.Open();
+    Station station;
+    bool has_turned = false;
+    station.socket.on_status = [&](int status) {
+        if (status == 10 && !std::exchange(has_turned, true)) station.Turn_To(next);
+    };
+    station.To(old.Open().Port());
+    EXPECT_TRUE(next.Accept() && station.Is_Up());
+    EXPECT_EQ(station.Reported(), Lines{"2,91 Successfully connected to host " + Address(next.Port()) + "."});
+    EXPECT_FALSE(Waiting_At(old));
 }
 
 TEST(Socket_Client_Server, does_not_go_back_to_the_old_target_while_the_new_name_is_looked_up)
@@ -397,14 +414,17 @@ TEST(Socket_Client_Server, a_stop_ends_the_wait_for_a_full_window)
     EXPECT_TRUE(stopped.socket.is_running());  // without a stop it goes on for ever
     EXPECT_LT(Elapsed([&] { stopped.socket.stop(); }), 3000u);
     EXPECT_FALSE(stopped.socket.is_running());
+    Capturing_Handler reports;
     EXPECT_LT(Elapsed([&] {
                   Station destroyed;  // with a socket that is open still
+                  destroyed.socket.Set_Error_Handler(&reports);
                   destroyed.client.answers[Mesg_Attached] = [] { return false; };
                   peer = destroyed.To(host);
                   EXPECT_TRUE(destroyed.Ends());
                   destroyed.socket.SetMessage(window.GetHandle(), 1, 2);
               }),
               3000u);
+    EXPECT_TRUE(reports.Has("Driver tried 1 times without success to post a message (status 13).\n"));  // and gave up
 }
 
 TEST(Socket_Client_Server, serves_one_peer_at_a_time_and_then_the_next)
