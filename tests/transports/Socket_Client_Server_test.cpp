@@ -248,8 +248,12 @@ TEST(Socket_Client_Server, turns_to_a_new_target_at_once_and_never_again_to_the_
     const auto refused = [](Station &s, Host &old) { s.To(old.Port(), long_pause).Reports("0,91 Waiting"); };
     const auto connecting = [&](Station &s, Host &old) {
         const Peer filler = Peer::To(old.Open(0).Port());
-        s.To(old.Port(), 0);
+        s.To(old.Port());
         platform::sleep_ms(50);
+        if (!s.socket.is_running()) {  // a system that refuses what a full host has no room for
+            s.Reported();
+            s.To(old.Port(), long_pause).reported.clear();
+        }
         left = old.Accept();  // the filler
     };
     const auto listening = [](Station &s, Host &) { s.Listen(); };
