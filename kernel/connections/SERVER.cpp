@@ -98,6 +98,7 @@ bool Server::Replace_Byte_Client(Byte_Server &server, Client *old, Client *clien
     const Deliveries::Visit visit(*server.deliveries_, former);
     if (!visit) return false;
     const bool goes = May_Delete(former);
+    if (server.Get_Byte_Client() != former) return false;  // Disconnect would meet another
     if (!goes) Disconnect();
     if (!server.Replace(former, next) && (goes || !server.Replace(nullptr, next))) return false;
     if (goes && former != next) Object::Destruct(former);

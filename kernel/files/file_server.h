@@ -21,8 +21,10 @@ class Open_File;
 // Threads:   the reader thread delivers: the client's Send runs on it, and Next_File and the reports, too. The control
 //            operations may come from any thread; changes are made under a lock named after the file, which other
 //            processes that replay the same name share. Called from the reader thread itself (by the client), stop(),
-//            Close and Disconnect only ask the thread to end. Work() and Work(n) belong to one thread; Work(n) first asks
-//            a running reader to leave and waits for that. Not to be destroyed on the reader thread.
+//            Close and Disconnect only ask the thread to end. Connect, Switch, Disconnect and destruction wait until
+//            nobody is inside the old client: see Byte_Server for what they promise and forbid. Work() and Work(n) belong
+//            to one thread; Work(n) first asks a running reader to leave and waits for that. Not to be destroyed on the
+//            reader thread.
 //            A subclass that overrides Next_File, thread or Sleep calls Close(false) in its destructor.
 // Ownership: the client as Byte_Server; the file is open for reading (nobody may write to it) until Close.
 // Errors:    kernel/file_server, level 3: code 9 "Could not open file %s", code 15 the cause, also in a message box,

@@ -37,9 +37,10 @@ struct ADriver {
 //
 // Threads:   the reader thread runs the client's Send, and Request and the pull operations belong inside that. Send
 //            belongs to one producer's thread at a time. Everything else may come from any thread; on the reader's own
-//            (from the client's Send) stop, Create, Connect and Disconnect only ask the thread to end. Close ends every
-//            wait on the port at once, and the reader then ends. Not to be destroyed on the reader thread. A subclass
-//            that overrides anything that the thread calls calls stop() in its destructor.
+//            (from the client's Send) stop, Create, Connect and Disconnect only ask the thread to end. Connect, Switch,
+//            Disconnect and destruction wait until nobody is inside the old client: see Byte_Server for what they promise
+//            and forbid. Close ends every wait on the port at once, and the reader then ends. Not to be destroyed on the
+//            reader thread. A subclass that overrides anything that the thread calls calls stop() in its destructor.
 // Ownership: the client as Byte_Server; the port until Close. Texts are copied.
 // Errors:    code 72. "Serial-Error Code: ..." with the system's words (level 3), from the last error, which is kept
 //            until the next Create; more than 4096 bytes requested (level 4); the rest is the variants'. No status is

@@ -61,6 +61,8 @@ static_assert(sizeof(sockaddr_in) == 16 && offsetof(sockaddr_in, sin_port) == 2 
 //            ends all the same: Work afterwards begins with the new target. Close and Hang_Up end the connection, not
 //            the thread: that is stop's. The client hears 150 from the reader alone while that runs: no two threads talk
 //            to it. Stopping ends every wait at once, also for a window whose queue is full.
+//            Connect, Switch, Disconnect and destruction wait until nobody is inside the old client: see Byte_Server
+//            for what they promise and forbid.
 //            A subclass calls Stop_Threads first thing in its destructor: both threads call virtual operations.
 // Ownership: the client as Byte_Server; host names and credentials are copied. GetRemoteName's text is good until its next
 //            call. The accepted socket given to CreateServer belongs to this object.

@@ -101,6 +101,7 @@ TEST(Deliveries, a_client_is_deleted_when_nobody_is_inside)
         std::atomic<bool> deleted{false};
         auto server = std::make_unique<Bare_Server>();
         auto *const client = new Lingering_Client(&deleted);
+        client->Disable_Disconnect();  // deleted all the same
         server->Connect(client);
         const auto tick = Tick(*server);
         EXPECT_TRUE(client->Is_Inside());
@@ -187,6 +188,7 @@ public:
     bool Send(Byte_Server &server, CL_Mesg message) override
     {
         if (life_ != "a text that is too long for the string's own place") std::abort();
+        if (message == Mesg_Delete_Query) std::this_thread::sleep_for(20us);  // others ask meanwhile
         return Byte_Client::Send(server, message);
     }
 
