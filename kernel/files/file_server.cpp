@@ -179,7 +179,7 @@ File_Server::Opened File_Server::Open(const char *name, std::uint64_t &closes)
         const File_Lock lock(*this, file_lock);
         const std::lock_guard guard(lock_guard_);
         delivered_ = 0;
-        if (!file_->Set(std::move(file), name, closes)) return Opened::superseded;
+        if (!file_->Set(file, name, closes)) return Opened::superseded;  // `file` goes after the locks
         file_lock_ = std::move(file_lock);
         return Opened::yes;
     } catch (const std::bad_alloc &) {

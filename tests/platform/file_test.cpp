@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #ifdef _WIN32
+#include "platform/win32/wide_text.h"
 constexpr bool windows = true;
 #else
 #include <sys/resource.h>
@@ -151,7 +152,26 @@ TEST(file, refuses_what_is_no_regular_file_and_does_not_wait_for_it)
         }
 }
 
-#ifndef _WIN32
+#ifdef _WIN32
+TEST(file, long_names_get_the_form_that_has_no_limit)
+{
+    const std::string a(300, 'a');
+    const std::pair<std::string, std::string> cases[] = {
+        {"C:/b", "C:/b"},
+        {"NUL", "NUL"},
+        {"", ""},
+        {"C:/b/" + a, "\\\\?\\C:\\b\\" + a},
+        {"C:/b/../" + a, "\\\\?\\C:\\" + a},
+        {"\\\\server\\share\\" + a, "\\\\?\\UNC\\server\\share\\" + a},
+        {"\\\\?\\C:\\" + a, "\\\\?\\C:\\" + a},
+    };
+    for (const auto &[name, expected] : cases) {
+        std::wstring wide;
+        EXPECT_TRUE(win32::file_name(name.c_str(), wide));
+        EXPECT_EQ(wide, win32::wide(expected)) << name;
+    }
+}
+#else
 TEST(file, the_limit_of_a_files_size_is_an_error_and_no_end)
 {
     Test_Folder folder;
