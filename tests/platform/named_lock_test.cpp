@@ -85,6 +85,7 @@ TEST(named_lock, serialises_processes_and_outlives_a_dead_one)
         [self = "\"" + ::testing::internal::GetArgvs()[0] + "\""] { (void)!std::system(self.c_str()); });
     EXPECT_TRUE(Exists(folder / "held"));
     Named_Lock lock(between_processes);
+    EXPECT_FALSE(lock.try_lock());
     std::atomic<bool> got{false};
     std::thread waiter([&] {
         lock.lock();
@@ -94,7 +95,6 @@ TEST(named_lock, serialises_processes_and_outlives_a_dead_one)
     });
     sleep_ms(100);
     EXPECT_FALSE(got);
-    EXPECT_FALSE(Named_Lock(between_processes).try_lock());
     folder.Write("release", "x");
     waiter.join();
     process.join();
