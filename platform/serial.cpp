@@ -1,5 +1,6 @@
 #include "platform/serial.h"
 
+#include "platform/clock.h"
 #include "platform/error.h"
 
 #include <algorithm>
@@ -9,6 +10,7 @@ namespace platform {
 namespace {
 
 constexpr unsigned long look_again_ms = 100;
+constexpr unsigned long drain_ms = 500, drain_look_ms = 10;
 
 }  // namespace
 
@@ -28,6 +30,17 @@ bool Serial_Port::finish(Transfer &transfer, bool done, unsigned long ms, std::s
         if (index != 0) transfer.cancel();
     }
     return transfer.result(moved) || over;
+}
+
+// Systems do it otherwise: one would hold up the close for half a minute where the other end has stopped the flow, and
+// another one's drivers forget what they hold.
+void Serial_Port::drain() const
+{
+    for (unsigned long ms = 0; ms < drain_ms; ms += drain_look_ms) {
+        if (!has_unsent()) return;
+        sleep_ms(drain_look_ms);
+    }
+    drop_unsent();
 }
 
 }  // namespace platform

@@ -58,10 +58,11 @@ constexpr std::uint32_t serial_event_received = 0x1, serial_event_error = 0x80;
 //            for a port that has gone (unplugged; Win32 knows other numbers for that, too).
 class Serial_Port : public Stream, public std::enable_shared_from_this<Serial_Port> {
 public:
-    // name: "COM1", "\\.\COM10" and so on, or a device. POSIX: COMn is the link COMn in the port folder
-    // ($GNSS_KERNEL_COM_DIR, default /etc/gnss-kernel/com), else /dev/ttyS(n-1). The line is raw.
+    // name: a port's ("COM1", "COM10", "ttyUSB0", also "\\.\COM10"), or a path. POSIX: COMn is the link COMn in the port
+    // folder ($GNSS_KERNEL_COM_DIR, default /etc/gnss-kernel/com), else /dev/ttyS(n-1); other names are files of /dev. The
+    // line is raw: each byte as it is, also where a former user has left flow control by characters.
     static std::shared_ptr<Serial_Port> open(const char *name);
-    // Takes over an open port: Win32: a HANDLE (one that is not opened for overlapped transfers works, but keeps its
+    // Takes over an open port and makes it raw: Win32: a HANDLE (one that is not opened for overlapped transfers works, but keeps its
     // callers waiting); POSIX: a descriptor. Null when it is none: it stays the caller's.
     static std::shared_ptr<Serial_Port> adopt(void *handle);
     ~Serial_Port() override;
@@ -74,6 +75,8 @@ public:
 
     // By the time-outs set; close() ends it. `got` may be less than n, 0 too, with true.
     bool read(void *buffer, std::size_t n, std::size_t &got);
+    // What the driver holds already, at most n bytes; never waits, whatever the time-outs.
+    bool read_held(void *buffer, std::size_t n, std::size_t &got);
     // Waits until all is written, or the time is over (true, and put < n), or `stop` is signalled or the port closed
     // (false, error_operation_aborted).
     bool write(const void *buffer, std::size_t n, std::size_t &put, Event &stop);
@@ -85,6 +88,10 @@ public:
 
 private:
     explicit Serial_Port(std::intptr_t native);
+
+    void drain() const;  // the destructor's half second
+    bool has_unsent() const;
+    void drop_unsent() const;
 
     // Sees a transfer to its end: at most ms milliseconds (a time that is over is no failure), or until `stop`.
     static bool finish(Transfer &transfer, bool done, unsigned long ms, std::size_t &moved, Event *stop = nullptr);

@@ -6,9 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cctype>
 #include <chrono>
-#include <filesystem>
 #include <mutex>
 #include <string>
 
@@ -26,23 +24,10 @@ constexpr auto end_limit = 5s;       // for a write that is ended by closing the
 constexpr int driver_buffer = 4096;  // bytes, as systems have it
 constexpr long block_size = 4096;    // bytes
 
-// Names of devices stand in a folder of their own.
-std::string Device_Of(const std::string &port)
-{
-    // The one thing about the system that matters here; a condition of the preprocessor has no place in this folder.
-    constexpr bool windows = std::filesystem::path::preferred_separator == '\\';
-    if (port.find_first_of("/\\") != std::string::npos) return port;
-    const bool is_com = port.size() > 3 && std::tolower(port[0]) == 'c' && std::tolower(port[1]) == 'o' &&
-                        std::tolower(port[2]) == 'm' &&
-                        std::all_of(port.begin() + 3, port.end(), [](char c) { return c >= '0' && c <= '9'; });
-    return is_com ? port : (windows ? "\\\\.\\" : "/dev/") + port;
-}
-
 class Line : public kernel::Serial_Client_Server_Overlapped {
 public:
     Line(const Serial_Path &path, const std::string &name, Error_Handler &handler)
-        : Object(name.c_str(), &handler), Serial_Client_Server_Overlapped(handler, name.c_str()), path_(path),
-          device_(Device_Of(path.port))
+        : Object(name.c_str(), &handler), Serial_Client_Server_Overlapped(handler, name.c_str()), path_(path)
     {
     }
     ~Line() override { stop(); }
@@ -55,10 +40,9 @@ public:
     }
 
 private:
-    bool OpenFile(int) override { return Open_Device(device_.c_str()); }
+    bool OpenFile(int) override { return Open_Device(path_.port.c_str()); }
 
     const Serial_Path path_;
-    const std::string device_;
 };
 
 // What both directions share: a port that may come and go.

@@ -48,7 +48,7 @@ bool Serial_Client_Server::Request(long n)
     return Held() >= n;
 }
 
-unsigned long Serial_Client_Server::thread()
+unsigned long Serial_Client_Server::Run()
 {
     if (!Get_Byte_Client()) return static_cast<unsigned long>(-1);
     read_error_ = platform::error_none;
@@ -57,7 +57,7 @@ unsigned long Serial_Client_Server::thread()
         if (Requested() < 1) Sleep(1);  // it accepts and wants nothing: not as fast as the machine can
         if (!Fill() || !Deliver()) return 0;
     }
-    Tell(Mesg_Detached);
+    Detach();
     return 0;
 }
 

@@ -8,7 +8,8 @@ namespace kernel {
 // Beside what the base says, the client hears Mesg_Pause (30) whenever nothing was there to read, and Mesg_Status_250
 // for a break on the line. A client that does not handle the pause sleeps 40 ms in it.
 //
-// Threads:   as the base. Send waits until the bytes are written; a stop and Close end that.
+// Threads:   as the base. Send waits until the bytes are written. A stop of the reader thread ends that, and without one
+//            pre_stop and Close do.
 // Ownership: as the base.
 // Errors:    kernel/Serial_Client_Server, level 3, code 72: "Timeout no data since ..." (closes the port); the system's
 //            errors. Those of reading are reported once until another one comes or bytes do. A port that is lost (error
@@ -27,12 +28,12 @@ public:
     bool Request(long n) override;
     bool Send(Byte_Server &server, CL_Mesg message) override;
 
-    unsigned long thread() override;  // -1 without a client, else 0
     ~Serial_Client_Server() override;
 
 protected:
     Serial_Client_Server(Error_Handler &handler, const char *name);
     bool OpenFile(int port) override;
+    unsigned long Run() override;  // -1 without a client, else 0
 
 private:
     bool Fill();

@@ -20,6 +20,7 @@ const char unit[] = "kernel/Serial_Client_Server_Base";
 constexpr Err_Code serial_code = 72;
 constexpr std::uint64_t tick_ms = 1000;
 constexpr std::uint64_t patience_ms = 60000;
+constexpr int stop_polls = 16000;             // of 1 ms: a little more than a stop takes at most
 constexpr std::uint32_t wait_factor = 11500;  // over the speed: milliseconds for a character, with some margin
 constexpr std::uint32_t wait_ms = 10;
 
@@ -50,15 +51,22 @@ bool Serial_Client_Server_Base::IsValid() const { return Client_Server::IsValid(
 
 // Opening and closing.
 
-// A thread whose port was lost a moment ago may still be running: it is stopped as well, since the buffer is its own.
-int Serial_Client_Server_Base::Create(int port, unsigned long baud, int parity, int stopbits, int bytesize,
-                                      int handshake, int flag, unsigned long queue_size)
+// A thread whose port was lost a moment ago may still be running: it is stopped as well, since the buffer is its own. It
+// may itself be inside the port that it closes here: then it does not wait for itself.
+void Serial_Client_Server_Base::Close_Former()
 {
-    extra_flag_ = flag != 0;
     if (is_running() || IsActive()) {
         stop();
         Close();
     }
+    if (!Is_Own_Thread()) line_->Await_Release();
+}
+
+int Serial_Client_Server_Base::Create(int port, unsigned long baud, int parity, int stopbits, int bytesize,
+                                      int handshake, int flag, unsigned long queue_size)
+{
+    extra_flag_ = flag != 0;
+    Close_Former();
     Set_Last_Error(platform::error_none);
     if (OpenFile(port) && !Configure(baud, parity, stopbits, bytesize, handshake, queue_size)) {
         Set_Last_Error(platform::last_error());
@@ -69,10 +77,7 @@ int Serial_Client_Server_Base::Create(int port, unsigned long baud, int parity, 
 
 int Serial_Client_Server_Base::Create(void *const handle)
 {
-    if (is_running() || IsActive()) {
-        stop();
-        Close();
-    }
+    Close_Former();
     const auto port = platform::Serial_Port::adopt(handle);
     Set_Last_Error(port ? std::uint32_t{platform::error_none} : platform::last_error());
     line_->Set(port);
@@ -226,13 +231,58 @@ void Serial_Client_Server_Base::Disconnect()
     Byte_Server::Disconnect();
 }
 
-bool Serial_Client_Server_Base::Work() { return is_running() || start(false); }
+// A thread that has not said yet that it runs, or that will not run again, is waited for.
+bool Serial_Client_Server_Base::Work()
+{
+    for (int poll = 0; poll < stop_polls && is_running(); ++poll) {
+        if (Is_Kept_Running()) return true;
+        if (Is_Own_Thread()) return false;
+        platform::sleep_ms(1);
+    }
+    return start(false) || is_running();
+}
+
+unsigned long Serial_Client_Server_Base::thread()
+{
+    unsigned long result = 0;
+    do {
+        Enter(Phase::running);
+        result = Run();
+    } while (Has_Another_Run());
+    return result;
+}
+
+void Serial_Client_Server_Base::Enter(Phase phase)
+{
+    const std::lock_guard lock(phase_guard_);
+    if (phase == Phase::running) another_run_ = false;
+    phase_ = phase;
+}
+
+// Called by Work.
+bool Serial_Client_Server_Base::Is_Kept_Running()
+{
+    const std::lock_guard lock(phase_guard_);
+    if (Stop_Requested()) return false;
+    if (phase_ == Phase::ending && IsActive()) another_run_ = true;
+    return phase_ == Phase::running || another_run_;
+}
+
+// The pause is for a client that refuses everything and asks for another run each time.
+bool Serial_Client_Server_Base::Has_Another_Run()
+{
+    Sleep(1);
+    const std::lock_guard lock(phase_guard_);
+    if (another_run_ && !Stop_Requested()) return true;
+    phase_ = Phase::ended;
+    return another_run_ = false;
+}
 
 // Flag first, event second: who finds the event looks at the flag, too.
 void Serial_Client_Server_Base::pre_stop()
 {
     Base_Thread::pre_stop();
-    if (Stop_Requested()) line_->send_stop.set();
+    line_->send_stop.set();
 }
 
 unsigned long Serial_Client_Server_Base::terminate()
@@ -250,6 +300,13 @@ void Serial_Client_Server_Base::Attach()
         port->set_event_mask(platform::serial_event_received | platform::serial_event_error);
     Tell(Mesg_Attached);
     next_tick_ = platform::clock_ms() + tick_ms;
+}
+
+// Told last: from here on Work asks for another run.
+void Serial_Client_Server_Base::Detach()
+{
+    Enter(Phase::ending);
+    Tell(Mesg_Detached);
 }
 
 // A tick that comes late does not put off the next one: a day has 86,400.
@@ -282,12 +339,14 @@ bool Serial_Client_Server_Base::Still_Wanted(const char *what)
     return false;
 }
 
-// The client hears of the loss while it can still see the port, and of the end when it cannot.
+// The client hears of the loss while it can still see the port, and of the end when it cannot. No further run would have a
+// port.
 bool Serial_Client_Server_Base::Lost()
 {
+    Enter(Phase::ended);
     Tell(Mesg_Status_110);
     Close();
-    Tell(Mesg_Detached);
+    Detach();
     return false;
 }
 
@@ -295,7 +354,7 @@ bool Serial_Client_Server_Base::Lost()
 bool Serial_Client_Server_Base::Offer()
 {
     if (Tell(Mesg_Data_Ready)) return true;
-    Tell(Mesg_Detached);
+    Detach();
     return false;
 }
 

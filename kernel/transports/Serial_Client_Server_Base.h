@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 namespace kernel {
@@ -39,7 +40,7 @@ struct ADriver {
 //            belongs to one producer's thread at a time. Everything else may come from any thread; on the reader's own
 //            (from the client's Send) stop, Create, Connect and Disconnect only ask the thread to end. Connect, Switch,
 //            Disconnect and destruction wait until nobody is inside the old client: see Byte_Server for what they promise
-//            and forbid. Close ends every wait on the port at once, and the reader then ends. Not to be destroyed on the
+//            and forbid. Close ends every wait on the port, and the reader then ends. Not to be destroyed on the
 //            reader thread. A subclass that overrides anything that the thread calls calls stop() in its destructor.
 // Ownership: the client as Byte_Server; the port until Close. Texts are copied.
 // Errors:    code 72. "Serial-Error Code: ..." with the system's words (level 3), from the last error, which is kept
@@ -67,10 +68,10 @@ public:
     //   queue_size [bytes] of the driver's buffers, a wish
     int Create(int port, unsigned long baud, int parity, int stopbits, int bytesize, int handshake, int flag,
                unsigned long queue_size);
-    // Takes over an open port with the settings that it has: a HANDLE, or on POSIX a descriptor,
+    // Takes over an open port with the speed and format that it has, and makes it raw: a HANDLE, or on POSIX a descriptor,
     // reinterpret_cast<void *>(std::intptr_t{descriptor}). 0: it is none, and stays the caller's.
     int Create(void *const handle);
-    // Gives the port back. What was not yet written is dropped after half a second.
+    // Gives the port back. What was not yet written is dropped after half a second; Close waits for that.
     virtual void Close();
     void ErrorBox();  // reports the last error, if there is one; shows no dialog
 
@@ -89,7 +90,10 @@ public:
 
     bool Connect(Byte_Client *client) override;  // stops the thread first, as does the next one
     void Disconnect() override;
-    bool Work() override;  // starts the thread if it does not run; whether it runs
+    // Starts the thread if it does not run; whether it runs. A thread that tells its client of the end (Mesg_Detached) while
+    // the port is open makes another run instead of ending, so that the client may answer with Work, too. Any other that
+    // is about to end is waited for; on the reader's own thread the answer is then false.
+    bool Work() override;
     unsigned short GetByte() override;
     using Byte_Server::UnGetByte;
     unsigned short UnGetByte(unsigned char byte) override;  // what was pulled, and up to 16 bytes more
@@ -103,7 +107,8 @@ public:
     bool Hang_Up() override;                                       // Close; whether a port was open
     bool Dial(const char *, const char *, const char *) override;  // false: a line without a modem has nobody to dial
 
-    void pre_stop() override;
+    void pre_stop() override;         // ends a write that waits, with a reader thread or without
+    unsigned long thread() override;  // the result of the last run
     ~Serial_Client_Server_Base() override;
 
 protected:
@@ -121,6 +126,8 @@ protected:
     bool Extra_Flag() const { return extra_flag_; }
     unsigned long terminate() override;
     bool Gives_Up_Posting() const override { return Is_Own_Thread() && Stop_Requested(); }
+    // What the thread does from one Mesg_Attached to its Mesg_Detached.
+    virtual unsigned long Run() = 0;
 
     // For the variants; the reader's, but for the first and the last three.
     void Fail(std::uint32_t error);  // last error, and report
@@ -128,6 +135,7 @@ protected:
     std::int32_t Held();
     bool Accept_Request(long n);  // false: too much, and reported
     void Attach();
+    void Detach();
     void Tick();
     void Be_Patient();                    // for a minute from now
     bool Is_Patient() const;              // is it not over?
@@ -148,6 +156,11 @@ protected:
 private:
     bool Configure(unsigned long baud, int parity, int stopbits, int bytesize, int handshake, unsigned long queue_size);
     int Created();
+    void Close_Former();
+    enum class Phase { ended, running, ending };
+    void Enter(Phase phase);
+    bool Is_Kept_Running();
+    bool Has_Another_Run();
 
     std::atomic<std::uint32_t> last_error_{0};  // Win32 number; 0: none
     std::atomic<std::int32_t> requested_{0};    // not yet pulled; negative when the client took more than it asked for
@@ -157,6 +170,9 @@ private:
     std::string com_name_;
     std::atomic<ADriver::ConnectionType> connection_type_{ADriver::Connection_None};
     bool extra_flag_ = false;
+    std::mutex phase_guard_;
+    Phase phase_ = Phase::ended;      // of the thread's run
+    bool another_run_ = false;        // asked for while this one was ending
     std::uint64_t next_tick_ = 0;     // [ms] of clock_ms, as are these:
     std::uint64_t silent_since_ = 0;  // start of waiting for what was requested
     std::uint64_t patience_deadline_ = 0;

@@ -7,6 +7,7 @@
 #include "platform/clock.h"
 #include "platform/error.h"
 
+#include <atomic>
 #include <cstring>
 #include <utility>
 
@@ -19,6 +20,7 @@ const char unit[] = "kernel/Serial_Client_Server_Overlapped";
 constexpr Err_Code serial_code = 72;
 constexpr std::uint64_t wait_ms = 1000;
 constexpr unsigned long look_again_ms = 100;  // at a write, see platform::Transfer::write
+constexpr unsigned long last_write_ms = 500;
 
 using platform::error_invalid_handle;
 using platform::error_io_pending;
@@ -34,6 +36,7 @@ struct Serial_Client_Server_Overlapped::Overlap {
     platform::Event write_done;  // set by the reader, who may have taken the write's signal from a waiting Send
     platform::Transfer reading, writing;
     unsigned char *read_at = nullptr;  // where the read under way puts its bytes; null: none is
+    std::atomic<bool> closing{false};  // no further write is begun
     bool write_unjudged = false;       // the last write was pending, and its error was not asked for yet
     unsigned char block[block_size];   // of the write
 };
@@ -75,11 +78,15 @@ bool Serial_Client_Server_Overlapped::OpenFile(int port)
     return Open_Device(Device_Name(port).c_str());
 }
 
-// A write under way keeps the port from being opened again.
+// Send has answered for the write under way: it gets its time while the port is open. Then it goes, since it would keep the
+// port from being opened again.
 void Serial_Client_Server_Overlapped::Close()
 {
+    overlap_->closing = true;
+    for (unsigned long ms = 0; ms < last_write_ms && overlap_->writing.pending(); ++ms) platform::sleep_ms(1);
     Serial_Client_Server_Base::Close();
     overlap_->writing.cancel();
+    overlap_->closing = false;
 }
 
 bool Serial_Client_Server_Overlapped::Request(long n) { return Accept_Request(n) && Held() >= n; }
@@ -101,7 +108,7 @@ unsigned long Serial_Client_Server_Overlapped::terminate()
 // The thread. Its steps answer false when they have ended it and told the client.
 
 // The event is cleared before the flag is looked at, which is set before the event: no stop is lost in between.
-unsigned long Serial_Client_Server_Overlapped::thread()
+unsigned long Serial_Client_Server_Overlapped::Run()
 {
     if (!Get_Byte_Client() || !IsActive()) return static_cast<unsigned long>(-1);
     overlap_->stop.reset();
@@ -109,7 +116,7 @@ unsigned long Serial_Client_Server_Overlapped::thread()
     while (!Stop_Requested()) {
         if (!Ask() || !Fill() || !Offer() || !Deliver()) return 0;
     }
-    Tell(Mesg_Detached);
+    Detach();
     return 0;
 }
 
@@ -120,17 +127,18 @@ bool Serial_Client_Server_Overlapped::Ask()
     Tell(Mesg_Request_Invite);
     if (Requested() > 0) return true;
     Report(unit, __LINE__).Print_Out(Error_Handler::ES_Fatal, serial_code, "Client did not want data.");
-    Tell(Mesg_Detached);
+    Detach();
     return false;
 }
 
 bool Serial_Client_Server_Overlapped::Fill()
 {
     Be_Patient();
-    while (Held() < Requested()) {
+    if (Held() >= Requested()) return true;
+    do {
         if (!IsActive()) {
             Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, serial_code, "Handle not valid");
-            Tell(Mesg_Detached);
+            Detach();
             return false;
         }
         if (Stop_Requested()) return Stopped();
@@ -141,11 +149,24 @@ bool Serial_Client_Server_Overlapped::Fill()
             Take_In();
         }
         if (!goes_on) return false;
-    }
+    } while (Held() < Requested());
+    Read_Ahead();
     return true;
 }
 
-// No more than requested: what comes behind it stays in the driver's queue, where a change of speed does not lose it.
+// The request is met: what the driver holds behind it comes with a second read, so that a client that asks for single bytes
+// does not cost calls of the system for each. An error is told by the next read that waits.
+void Serial_Client_Server_Overlapped::Read_Ahead()
+{
+    const auto port = line_->Get();
+    std::size_t got = 0;
+    received_->Compact();
+    if (!port || received_->Room() == 0) return;
+    port->read_held(received_->End(), received_->Room(), got);
+    received_->Add(got);
+}
+
+// No more than requested, so that it ends as soon as that is there.
 bool Serial_Client_Server_Overlapped::Begin_Read()
 {
     const auto port = line_->Get();
@@ -168,7 +189,7 @@ bool Serial_Client_Server_Overlapped::Read_Failed(std::uint32_t error, bool clos
     Set_Last_Error(error);
     if (error == error_invalid_handle) return Lost();
     Close();
-    Tell(Mesg_Detached);
+    Detach();
     ErrorBox();
     return false;
 }
@@ -205,7 +226,7 @@ bool Serial_Client_Server_Overlapped::Silence()
 
 bool Serial_Client_Server_Overlapped::Stopped()
 {
-    Tell(Mesg_Detached);
+    Detach();
     Report(unit, __LINE__).Print_Out(Error_Handler::ES_Message, serial_code, "Terminate Thread requested");
     return false;
 }
@@ -250,7 +271,7 @@ bool Serial_Client_Server_Overlapped::Send(Byte_Server &server, CL_Mesg message)
     line_->send_stop.reset();
     if (!Previous_Write_Ended()) return false;
     const auto port = line_->Get();
-    if (!port || Stop_Requested()) return false;
+    if (!port || overlap_->closing || Stop_Requested()) return false;
     const long n = Take(server, overlap_->block);
     if (n < 1) return n == 0;
     const bool done = overlap_->writing.write(port, overlap_->block, static_cast<std::size_t>(n));

@@ -9,7 +9,8 @@ namespace kernel {
 // Mesg_Pause (30) where the system reads nothing instead of waiting (Windows).
 //
 // Threads:   as the base. Send does not wait until its bytes are written, but for those of the Send before; a stop and
-//            Close end that. Where no reader thread runs, it waits until its own are written, and only Close ends that.
+//            Close end that. Where no reader thread runs, it waits until its own are written; pre_stop and Close end that.
+//            Close gives a write under way half a second, and refuses others.
 // Ownership: as the base. The bytes of a write under way have a block of their own.
 // Errors:    kernel/Serial_Client_Server_Overlapped, code 72: "Client did not want data." (level 4), "Handle not valid"
 //            when the port is closed under the thread, "Timeout no Data since ...", "Unexpected Wait return value ..."
@@ -32,13 +33,13 @@ public:
     bool Send(Byte_Server &server, CL_Mesg message) override;
 
     void pre_stop() override;
-    unsigned long thread() override;  // -1 without a client or a port, else 0
     ~Serial_Client_Server_Overlapped() override;
 
 protected:
     Serial_Client_Server_Overlapped(Error_Handler &handler, const char *name);
     bool OpenFile(int port) override;
     unsigned long terminate() override;
+    unsigned long Run() override;  // -1 without a client or a port, else 0
 
 private:
     friend struct Comm_Event_Access;  // for the test of HandleCommEvent
@@ -46,6 +47,7 @@ private:
 
     bool Ask();
     bool Fill();
+    void Read_Ahead();
     bool Begin_Read();
     bool Read_Failed(std::uint32_t error, bool closed);
     bool Await();

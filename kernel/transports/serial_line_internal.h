@@ -1,9 +1,11 @@
 // The port of a serial object: opened, used and closed by several threads. Not installed.
 #pragma once
 
+#include "platform/clock.h"
 #include "platform/serial.h"
 #include "platform/wait.h"
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -23,6 +25,7 @@ public:
     // Closes what was open before.
     void Set(std::shared_ptr<platform::Serial_Port> port)
     {
+        if (port) port = Counted(std::move(port));
         {
             const std::lock_guard lock(guard_);
             std::swap(port, port_);
@@ -30,9 +33,30 @@ public:
         if (port) port->close();
     }
 
+    // A port that was closed cannot be opened again before the last one inside a call has let go of it: that is waited for,
+    // with a limit for one who never comes back.
+    void Await_Release() const
+    {
+        for (int ms = 0; ms<release_limit_ms && * in_use_> 0; ++ms) platform::sleep_ms(1);
+    }
+
     platform::Event send_stop;  // ends what Send waits for
 
 private:
+    static constexpr int release_limit_ms = 2000;
+
+    // Counts the ports whose destruction is not over yet: a weak_ptr would tell its beginning.
+    std::shared_ptr<platform::Serial_Port> Counted(std::shared_ptr<platform::Serial_Port> port) const
+    {
+        auto *const counted = port.get();
+        ++*in_use_;
+        return {counted, [port = std::move(port), in_use = in_use_](auto *) mutable {
+                    port.reset();
+                    --*in_use;
+                }};
+    }
+
+    const std::shared_ptr<std::atomic<int>> in_use_ = std::make_shared<std::atomic<int>>(0);
     mutable std::mutex guard_;
     std::shared_ptr<platform::Serial_Port> port_;
 };

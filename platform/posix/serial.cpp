@@ -2,7 +2,6 @@
 // headers cannot be had in one source.
 #include "platform/serial.h"
 
-#include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/fault.h"
 #include "platform/posix/errno_table.h"
@@ -29,8 +28,6 @@
 namespace platform {
 
 namespace {
-
-constexpr unsigned long drain_ms = 500, drain_look_ms = 10;
 
 struct Speed {
     std::uint32_t baud;
@@ -135,7 +132,8 @@ std::string path_of(const char *name)
     const bool is_com = port.size() > 3 && port.size() < 9 && strncasecmp(port.c_str(), "COM", 3) == 0 &&
                         std::all_of(port.begin() + 3, port.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
     const int number = is_com ? std::atoi(port.c_str() + 3) : 0;
-    if (number == 0) return port;
+    const bool is_path = port.empty() || port.find('/') != std::string::npos;
+    if (number == 0) return is_path ? port : "/dev/" + port;
     const char *folder = std::getenv("GNSS_KERNEL_COM_DIR");
     const std::string link =
         std::string(folder && *folder ? folder : "/etc/gnss-kernel/com") + "/COM" + std::to_string(number);
@@ -181,7 +179,6 @@ struct Serial_Port::State {
     bool set_line(const termios2 &line) const { return ioctl(descriptor, TCSETS2, &line) == 0 || fail_port(); }
     bool set_format(const Serial_Settings &settings) const;
     void set_controls(const Serial_Settings &settings) const;
-    void drain() const;
 };
 
 // All or nothing: a driver that knows no mark parity takes the rest without a word.
@@ -212,16 +209,13 @@ void Serial_Port::State::set_controls(const Serial_Settings &settings) const
     set_modem_line(descriptor, TIOCM_DTR, settings.dtr != Serial_Settings::disable);
 }
 
-// The system would hold up close() for half a minute where the other end has stopped the flow.
-void Serial_Port::State::drain() const
+bool Serial_Port::has_unsent() const
 {
     int left = 0;
-    for (unsigned long ms = 0; ms < drain_ms; ms += drain_look_ms) {
-        if (ioctl(descriptor, TIOCOUTQ, &left) != 0 || left == 0) return;
-        sleep_ms(drain_look_ms);
-    }
-    ioctl(descriptor, TCFLSH, TCOFLUSH);
+    return ioctl(state_->descriptor, TIOCOUTQ, &left) == 0 && left > 0;
 }
+
+void Serial_Port::drop_unsent() const { ioctl(state_->descriptor, TCFLSH, TCOFLUSH); }
 
 Serial_Port::Serial_Port(std::intptr_t native) : Stream(native, false), state_(std::make_unique<State>())
 {
@@ -231,7 +225,7 @@ Serial_Port::Serial_Port(std::intptr_t native) : Stream(native, false), state_(s
 
 Serial_Port::~Serial_Port()
 {
-    state_->drain();
+    drain();
     if (state_->exclusive) ioctl(state_->descriptor, TIOCNXCL);
 }
 
@@ -348,7 +342,6 @@ unsigned long left_to_read(const Serial_Timeouts &timeouts, std::size_t n, bool 
 
 }  // namespace
 
-// Without waiting it is asked first whether something is there: beginning a transfer and giving it up again costs more.
 bool Serial_Port::read(void *buffer, std::size_t n, std::size_t &got)
 {
     using Clock = std::chrono::steady_clock;
@@ -358,13 +351,23 @@ bool Serial_Port::read(void *buffer, std::size_t n, std::size_t &got)
     for (got = 0; got < n && moved > 0; got += moved) {
         const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count();
         const unsigned long left = left_to_read(timeouts, n, got > 0, static_cast<std::uint64_t>(passed));
-        pollfd polled{state_->descriptor, POLLIN, 0};
-        if (left == 0 && !closed() && poll(&polled, 1, 0) == 0) return true;
         Transfer &transfer = state_->reading;
         auto *const next = static_cast<unsigned char *>(buffer) + got;
-        if (!finish(transfer, transfer.read(shared_from_this(), next, n - got), left, moved)) return got > 0;
+        const bool good = left == 0 ? read_held(next, n - got, moved)
+                                    : finish(transfer, transfer.read(shared_from_this(), next, n - got), left, moved);
+        if (!good) return got > 0;
     }
     return true;
+}
+
+// It is asked first whether something is there: beginning a transfer and giving it up again costs more.
+bool Serial_Port::read_held(void *buffer, std::size_t n, std::size_t &got)
+{
+    pollfd polled{state_->descriptor, POLLIN, 0};
+    got = 0;
+    if (!closed() && poll(&polled, 1, 0) == 0) return true;
+    Transfer &transfer = state_->reading;
+    return finish(transfer, transfer.read(shared_from_this(), buffer, n), 0, got);
 }
 
 bool Serial_Port::write(const void *buffer, std::size_t n, std::size_t &put, Event &stop)

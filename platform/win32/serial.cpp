@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
+#include <string>
 
 namespace platform {
 
@@ -25,6 +27,22 @@ bool get_state(std::intptr_t native, DCB &state)
     state = DCB{};
     state.DCBlength = sizeof state;
     return GetCommState(handle_of(native), &state) != 0;
+}
+
+// A former user of the port may have left what takes bytes out of the stream, changes them or holds them up.
+void make_raw(DCB &state)
+{
+    state.fBinary = TRUE;
+    state.fOutX = state.fInX = FALSE;
+    state.fNull = state.fErrorChar = FALSE;
+    state.fDsrSensitivity = FALSE;
+}
+
+// COM10 and beyond, and names of other devices, are known in the namespace of devices alone.
+std::string path_of(const std::string &name)
+{
+    const bool is_path = name.empty() || name.find_first_of("/\\") != std::string::npos;
+    return is_path ? name : "\\\\.\\" + name;
 }
 
 bool fail_closed()
@@ -58,19 +76,29 @@ Serial_Port::Serial_Port(std::intptr_t native)
 {
 }
 
-Serial_Port::~Serial_Port() = default;
+Serial_Port::~Serial_Port() { drain(); }
+
+bool Serial_Port::has_unsent() const
+{
+    COMSTAT status{};
+    return state_->look(status) && status.cbOutQue > 0;
+}
+
+void Serial_Port::drop_unsent() const { PurgeComm(handle_of(native_), PURGE_TXCLEAR); }
 
 // For overlapped transfers, also where the caller waits: on another handle reads queue up behind a write, and close()
 // might come just too early to end one.
 std::shared_ptr<Serial_Port> Serial_Port::open(const char *name)
 {
-    HANDLE handle =
-        CreateFileA(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
+    HANDLE handle = CreateFileA(path_of(name).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                FILE_FLAG_OVERLAPPED, nullptr);
     if (handle == INVALID_HANDLE_VALUE) return nullptr;
     auto port = adopt(handle);
     if (!port) {
+        const DWORD error = GetLastError();
         CloseHandle(handle);
-        SetLastError(ERROR_FILE_NOT_FOUND);  // it is something, but no port
+        SetLastError(error == ERROR_INVALID_HANDLE ? DWORD{ERROR_FILE_NOT_FOUND}
+                                                   : error);  // it is something, but no port
     }
     return port;
 }
@@ -83,6 +111,9 @@ std::shared_ptr<Serial_Port> Serial_Port::adopt(void *handle)
         SetLastError(ERROR_INVALID_HANDLE);
         return nullptr;
     }
+    const DCB before = state;
+    make_raw(state);
+    if (std::memcmp(&before, &state, sizeof state) != 0 && !SetCommState(handle, &state)) return nullptr;  // says why
     return std::shared_ptr<Serial_Port>(new Serial_Port(native));
 }
 
@@ -122,6 +153,7 @@ bool Serial_Port::set_settings(const Serial_Settings &settings)
     state.fOutxCtsFlow = settings.cts_flow;
     state.fOutxDsrFlow = settings.dsr_flow;
     state.fAbortOnError = settings.abort_on_error;
+    make_raw(state);
     if (SetCommState(handle_of(native_), &state)) return true;
     if (GetLastError() == ERROR_NOT_SUPPORTED) SetLastError(ERROR_INVALID_PARAMETER);  // a driver's word for the same
     return false;
@@ -142,17 +174,24 @@ bool Serial_Port::set_event_mask(std::uint32_t events)
     return closed() ? fail_closed() : SetCommMask(handle_of(native_), events) != 0;
 }
 
-// The driver keeps to the time-outs, for transfers as well. Not each one does where a read is not to wait (Wine's lets
-// it wait for ever): that is given no more to do than fetch what is there.
+// The driver keeps to the time-outs, for transfers as well.
 bool Serial_Port::read(void *buffer, std::size_t n, std::size_t &got)
 {
+    if (!state_->waits) return read_held(buffer, n, got);
+    Transfer &transfer = state_->reading;
+    return finish(transfer, transfer.read(shared_from_this(), buffer, n), wait_forever, got);
+}
+
+// Not each driver keeps to time-outs by which a read is not to wait (Wine's lets it wait for ever): the read is given no
+// more to do than fetch what is there.
+bool Serial_Port::read_held(void *buffer, std::size_t n, std::size_t &got)
+{
+    COMSTAT status{};
     got = 0;
-    if (!state_->waits && !closed()) {
-        COMSTAT status{};
-        if (!state_->look(status)) return false;
-        n = std::min<std::size_t>(n, status.cbInQue);
-        if (n == 0) return true;
-    }
+    if (closed()) return fail_closed();
+    if (!state_->look(status)) return false;
+    n = std::min<std::size_t>(n, status.cbInQue);
+    if (n == 0) return true;
     Transfer &transfer = state_->reading;
     return finish(transfer, transfer.read(shared_from_this(), buffer, n), wait_forever, got);
 }

@@ -10,7 +10,10 @@
 
 #include "tests/support/clients.h"
 #include "tests/support/folder.h"
+#include "tests/support/former_user.h"
 #include "tests/support/reports.h"
+#include "tests/support/timing.h"
+#include "tests/support/upstream.h"
 
 #include <gtest/gtest.h>
 
@@ -56,7 +59,8 @@ const std::string pattern = Pattern(3000);
 
 TEST(null_modem, a_port_has_two_names)
 {
-    for (const char *name : {"COM8", "\\\\.\\COM8"}) EXPECT_TRUE(Serial_Port::open(name)) << name;
+    for (const char *name : {"COM8", "\\\\.\\COM8", "COM18", "\\\\.\\COM18"})
+        EXPECT_TRUE(Serial_Port::open(name)) << name;
     EXPECT_FALSE(Serial_Port::open("COM7"));
     EXPECT_EQ(platform::last_error(), 2u);
 }
@@ -69,6 +73,18 @@ TEST(null_modem, passes_every_byte_as_it_is)
     EXPECT_TRUE(Read(*far, pattern.size()) == pattern);
     EXPECT_TRUE(Write(*far, pattern));
     EXPECT_TRUE(Read(*near, pattern.size()) == pattern);
+}
+
+TEST(null_modem, passes_every_byte_after_a_user_with_flow_control_by_characters)
+{
+    const std::string bytes = "a\x11 b\x13 c";
+    ASSERT_TRUE(Leave_Flow_Control(8));
+    const auto near = Open("COM8"), far = Open("COM9");
+    ASSERT_TRUE(near && far);
+    EXPECT_TRUE(Write(*far, bytes));
+    EXPECT_EQ(Read(*near, bytes.size()), bytes);
+    EXPECT_TRUE(Write(*near, bytes));
+    EXPECT_EQ(Read(*far, bytes.size()), bytes);
 }
 
 TEST(null_modem, has_the_settings_that_were_made)
@@ -161,3 +177,35 @@ void Exchange_And_Stop()
 TEST(null_modem, the_plain_variant_passes_every_byte) { Exchange_And_Stop<Serial_Client_Server>(); }
 
 TEST(null_modem, the_overlapped_variant_passes_every_byte) { Exchange_And_Stop<Serial_Client_Server_Overlapped>(); }
+
+TEST(null_modem, closing_gives_the_last_write_half_a_second)
+{
+    Capturing_Handler handler;
+    Recording_Client client;
+    const std::unique_ptr<Serial_Client_Server_Overlapped> port(
+        Serial_Client_Server_Overlapped::Construct(handler, nullptr));
+    const auto far = Open("COM9");
+    ASSERT_TRUE(far);
+    client.Dont_Delete_Me();
+    client.Pull_All();
+    Upstream upstream(*port);
+    ASSERT_TRUE(port->Connect(&client) && port->Create(8, 115200, 0, 1, 8, 0, 0, 4096) && port->Work());
+    std::thread producer([&] {
+        while (upstream.Give(std::string(4000, 'x'))) continue;
+    });
+    std::uint64_t out = 0;  // until nobody takes more: the last block is under way
+    for (std::uint64_t before = 1; out != before; out = port->GetBytesOut()) {
+        before = out;
+        platform::sleep_ms(500);
+    }
+    std::string received;
+    std::thread reader([&] {
+        platform::sleep_ms(50);
+        received = Read(*far, out);
+    });
+    EXPECT_LT(Elapsed([&] { port->Close(); }), 2000u);
+    reader.join();
+    producer.join();
+    EXPECT_EQ(received.size(), out);
+    EXPECT_EQ(port->GetBytesOut(), out);
+}

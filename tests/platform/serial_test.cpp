@@ -7,6 +7,7 @@
 #include "tests/support/environment.h"
 #include "tests/support/folder.h"
 #include "tests/support/pty.h"
+#include "tests/support/timing.h"
 
 #include <gtest/gtest.h>
 
@@ -46,6 +47,7 @@ TEST(serial, finds_ports_by_number_and_keeps_others_out)
         EXPECT_FALSE(Open(pty));  // until nobody is inside any more
         EXPECT_EQ(last_error(), 5u);
     }
+    EXPECT_TRUE(Serial_Port::open("ptmx"));  // a name alone is a device of the system
     for (const char *name : {"COM1", "COM13", "COM999999", "COM", "", file.c_str()}) {
         EXPECT_FALSE(Serial_Port::open(name)) << name;
         EXPECT_EQ(last_error(), 2u) << name;
@@ -93,6 +95,12 @@ TEST(serial, a_read_ends_by_its_limits)
         EXPECT_TRUE(clock_ms() - begin >= least_ms && clock_ms() - begin < 10000) << clock_ms() - begin;
     }
     ASSERT_TRUE(port->set_timeouts({}));
+    std::string held(10, '.');
+    std::size_t got = 1;
+    EXPECT_TRUE(port->read_held(held.data(), 10, got) && got == 0);  // never waits
+    ASSERT_TRUE(pty.Send("abc"));
+    EXPECT_TRUE(Soon([&] { return port->read_held(held.data(), 10, got) && got > 0; }));
+    EXPECT_EQ(held.substr(0, got), "abc");
     std::thread sender([&] {
         for (const char *piece : {"ab", "cd", "e"}) {
             sleep_ms(20);

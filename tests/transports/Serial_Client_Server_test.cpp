@@ -80,6 +80,15 @@ protected:
     {
         return Soon([=, this] { return port->GetBytesIn() == bytes; });
     }
+    // Until a producer who writes all the time is held up.
+    void Stall() const
+    {
+        for (std::uint64_t out = 0, before = 1; out != before;) {
+            before = out;
+            platform::sleep_ms(250);
+            out = port->GetBytesOut();
+        }
+    }
     std::uint64_t Stop_Ms()
     {
         const std::uint64_t begin = platform::clock_ms();
@@ -186,6 +195,27 @@ TEST_P(Serial, loses_no_byte)
     EXPECT_TRUE(Delivers(whole));
     port->stop();
     EXPECT_TRUE(client.pulled == bytes.substr(0, whole));
+}
+
+// What came behind a request is there with it, so that single bytes are not read one by one.
+TEST_P(Serial, takes_what_the_driver_holds_beyond_the_request)
+{
+    const std::string bytes = Pattern(3000);
+    long most = 0;
+    client.On(Mesg_Data_Ready, [&](Byte_Server &server) {
+        most = std::max(most, server.MinAvail(0));
+        unsigned char byte = 0;
+        server.get(byte);
+        client.pulled += static_cast<char>(byte);
+        return true;
+    });
+    client.Pull(1);
+    client.records = false;
+    ASSERT_TRUE(Create() && line.Send(bytes) && port->Connect(&client) && port->Work());
+    EXPECT_TRUE(Delivers(bytes.size()));
+    port->stop();
+    EXPECT_TRUE(client.pulled == bytes);
+    EXPECT_EQ(most > 100, GetParam() == overlapped);  // the other one reads what its client requests
 }
 
 TEST_P(Serial, a_request_has_a_limit)
@@ -299,7 +329,92 @@ TEST_P(Serial, looks_at_the_errors_of_the_line)
     EXPECT_FALSE(port->IsActive());
 }
 
+// Whoever hears the end may answer it with Work.
+TEST_P(Serial, work_brings_a_line_back_whose_thread_is_about_to_end)
+{
+    const std::pair<const char *, std::function<bool()>> callers[] = {
+        {"the reader", [this] { return port->Work(); }}, {"another thread", [this] {
+                                                              bool works = false;
+                                                              std::thread([&] { works = port->Work(); }).join();
+                                                              return works;
+                                                          }}};
+    for (const auto &[name, work] : callers) {
+        SCOPED_TRACE(name);
+        Recording_Client refuser;
+        refuser.Dont_Delete_Me();
+        int ends = 0, works = 0;
+        std::string pulled;
+        refuser.On(Mesg_Request_Invite, [](Byte_Server &server) { return server.Request(1), true; });
+        refuser.On(Mesg_Data_Ready, [&](Byte_Server &server) {
+            unsigned char byte = 0;
+            server.get(byte);
+            pulled += static_cast<char>(byte);
+            return false;
+        });
+        refuser.On(Mesg_Detached, [&](Byte_Server &) { return works += ++ends <= 20 && work() ? 1 : 0, true; });
+        ASSERT_TRUE(port->Connect(&refuser) && Create() && port->Work());
+        ASSERT_TRUE(line.Send("0123456789abcdefghijk"));
+        EXPECT_TRUE(Ends());
+        EXPECT_EQ(works, 20);
+        EXPECT_EQ(pulled, "0123456789abcdefghijk");
+        port->Disconnect();
+    }
+}
+
+TEST_P(Serial, work_waits_for_a_stop_that_is_under_way)
+{
+    std::atomic<bool> ending{false};
+    bool works_inside = true;
+    client.On(Mesg_Detached, [&](Byte_Server &) {
+        if (!ending) works_inside = port->Work();  // a stop goes before
+        ending = true;
+        platform::sleep_ms(100);
+        return true;
+    });
+    Start(3);
+    std::thread stopper([&] { port->stop(); });
+    EXPECT_TRUE(Soon([&] { return ending.load(); }));
+    EXPECT_TRUE(port->Work());
+    stopper.join();
+    EXPECT_FALSE(works_inside);
+    EXPECT_TRUE(line.Send("abc") && Delivers(3));
+    port->stop();
+}
+
 // What comes from a server above goes to the line.
+
+TEST_P(Serial, opens_a_port_again_while_a_producer_is_inside_a_write)
+{
+    Upstream upstream(*port);
+    for (const bool reads : {false, true}) {
+        reads ? Start(3) : static_cast<void>(Create());
+        std::thread producer([&] {
+            while (upstream.Give(std::string(4096, 'x'))) continue;
+        });
+        Stall();
+        EXPECT_TRUE(Create());
+        port->Close();
+        producer.join();
+        port->stop();
+        for (const Reported &report : handler.Take()) EXPECT_EQ(report.level, 0) << report;
+    }
+}
+
+TEST_P(Serial, pre_stop_ends_a_write_without_a_reader)
+{
+    Upstream upstream(*port);
+    ASSERT_TRUE(Create());
+    std::atomic<int> given{0};
+    std::thread producer([&] {
+        while (upstream.Give(std::string(4096, 'x'))) ++given;  // true also when the rest of a block was given up
+    });
+    Stall();
+    const int before = given;
+    port->pre_stop();
+    EXPECT_TRUE(Soon([&] { return given > before; }));
+    port->Close();
+    producer.join();
+}
 
 TEST_P(Serial, writes_what_a_server_gives_with_a_reader_and_without)
 {
