@@ -89,6 +89,8 @@ void Port::Start()
 {
     is_started_ = true;
     up_ = line_->IsActive() && line_->Work();
+    if (line_->IsActive() && !up_)
+        Say(Error_Handler::ES_Error, __LINE__, "cannot be read for want of a thread: it is tried again each second.");
 }
 
 // The reader ends when the port has gone.
@@ -205,7 +207,7 @@ public:
     std::uint64_t Sent() const override
     {
         const std::uint64_t written = writer_.Written();
-        return written - std::min(written, line_clock_.Bytes_Left());
+        return written - std::min(written, line_clock_.Bytes_Left() + dropped_.load(std::memory_order_relaxed));
     }
     Stream_Status Status() const override { return port_.Status(); }
     bool Close() override
@@ -222,7 +224,10 @@ private:
     bool Write(std::span<const unsigned char> block)
     {
         // True in any case: what a line takes that has gone is lost, but the line may come back.
-        if (!Is_Up()) return true;
+        if (!Is_Up()) {
+            dropped_.fetch_add(block.size(), std::memory_order_relaxed);
+            return true;
+        }
         feed_.Give(block);
         feed_.Tell(kernel::Mesg_Data_Ready);
         line_clock_.Add(block.size());
@@ -232,7 +237,8 @@ private:
     Port port_;
     Feed feed_;  // goes before the line
     Line_Clock line_clock_;
-    Queued_Writer writer_;  // goes first: its thread uses all of the above
+    std::atomic<std::uint64_t> dropped_{0};  // bytes that the writer had for a line that was gone
+    Queued_Writer writer_;                   // goes first: its thread uses all of the above
 };
 
 }  // namespace
