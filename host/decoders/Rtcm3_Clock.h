@@ -76,10 +76,9 @@ public:
     std::int32_t Start_Epoch(std::int32_t tow);
 
     bool Started() const { return started_; }
-    std::int32_t Time_Of_Week() const { return tow_; }  // [ms] of the last epoch
-    std::optional<int> Week() const { return week_; }   // of the last epoch, in full
-    int Full(unsigned int ten_bits) const;              // the week of an ephemeris, by the rules above
-    std::optional<int> Leap_Seconds() const;            // [s] GPS - UTC, now
+    std::optional<int> Week() const { return week_; }  // of the last epoch, in full
+    int Full(unsigned int ten_bits) const;             // the week of an ephemeris, by the rules above
+    std::optional<int> Leap_Seconds() const;           // [s] GPS - UTC, now
     const Doubt &Doubts(Rtcm3_Doubt kind) const { return doubts_[static_cast<std::size_t>(kind)]; }
     Source Week_Source() const;
     Source Leap_Seconds_Source() const;

@@ -342,6 +342,12 @@ TEST(Rtcm3_Decoder, says_doubts_about_the_week)
     EXPECT_EQ(told.epochs.back().ReadGPSTime().week, 1711);
     told.decoder->Finish();  // counted once
     EXPECT_EQ(handler.Take(), Reports{});
+
+    Chain later({.start_week = 1712 + 1024});  // ephemerides have the same week as epochs
+    later.decoder->Set_Error_Handler(handler);
+    later.Play("day30_first1000.rtcm3");
+    EXPECT_EQ(later.gps.at(0)[Kepler_week], 1712 + 1024);
+    EXPECT_EQ(later.epochs.at(0).ReadGPSTime().week, 1712 + 1024);
 }
 
 TEST(Rtcm3_Decoder, sends_ephemerides_again_when_the_week_was_wrong)

@@ -95,18 +95,20 @@ TEST(Rtcm3_Epoch_Record, counts_the_time_gone_by_over_weeks)
 {
     const struct {
         std::optional<int> then, now;
-        std::int32_t before, after;  // [ms]
+        std::int32_t before, after, least;  // [ms]; the lock was 10 s before
         bool lost;
     } cases[] = {
-        {1709, 1710, ms_per_week - 1000, 0, false},    {{}, {}, ms_per_week - 1000, 0, false},
-        {1709, 1710, hour, hour + 1000, true},          // a week and a second
-        {1709, 1709 - 1024, hour, hour + 1000, false},  // the week was corrected meanwhile
-        {{}, 1709, hour, hour + 1000, false},
+        {1709, 1710, ms_per_week - 1000, 0, 11'000, false},    {1709, 1710, ms_per_week - 1000, 0, 10'000, true},
+        {{}, {}, ms_per_week - 1000, 0, 11'000, false},        {{}, {}, ms_per_week - 1000, 0, 10'000, true},
+        {{}, {}, 0, ms_per_week - 1000, 10'000, false},         // a step back
+        {1709, 1710, hour, hour + 1000, 11'000, true},          // a week and a second
+        {1709, 1709 - 1024, hour, hour + 1000, 11'000, false},  // the week was corrected meanwhile
+        {1709 - 1024, 1709, hour, hour + 1000, 11'000, false}, {{}, 1709, hour, hour + 1000, 11'000, false},
     };
     for (const auto &c : cases) {
         Recorder recorder;
         recorder.Lost(c.before, Locked(10'000, 11'000), c.then);
-        EXPECT_EQ(recorder.Lost(c.after, Locked(11'000, 12'000), c.now), c.lost) << &c - cases;
+        EXPECT_EQ(recorder.Lost(c.after, Locked(c.least, c.least + 1000), c.now), c.lost) << &c - cases;
     }
 }
 

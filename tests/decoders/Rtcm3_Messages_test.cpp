@@ -433,6 +433,10 @@ TEST(Rtcm3_Messages, tell_how_the_receiver_works)
         EXPECT_TRUE(!other.divergence_free && other.smoothing_interval == 4) << number;
         EXPECT_TRUE(other.clock_steering == 2 && other.external_clock == 3) << number;  // unknown
     }
+    Rtcm3_Observations same;
+    EXPECT_EQ(Decode(Msm(1074, 0, false, {}, {}, flags), same), Rtcm3_Fault::none);
+    EXPECT_EQ(Decode(Legacy(1002, 0, false, {1}), same), Rtcm3_Fault::none);
+    EXPECT_TRUE(same.issue_of_station == 0 && same.clock_steering == 2 && same.external_clock == 3);
     // DF419: 14 and 15 are reserved, and other systems have none.
     for (const auto &[number, extended, channel] : std::vector<std::tuple<unsigned int, int, std::optional<int>>>{
              {1085, 0, -7}, {1087, 13, 6}, {1085, 14, {}}, {1087, 15, {}}, {1086, 8, {}}, {1075, 8, {}}}) {
@@ -610,6 +614,21 @@ TEST(Rtcm3_Epoch, dates_glonass_by_day_and_leap_seconds)
     leap.Say(1002, 14'000, true, {1}).Say(1010, 10'799'000, false, {2});
     leap.Say(1002, 16'000, true, {1}).Say(1010, 10'800'000, false, {2});
     EXPECT_EQ(leap.Finish(), (Texts{"1695 14000 G1 R2+", "1695 16000 G1 R2+"}));
+}
+
+TEST(Rtcm3_Epoch, tells_how_the_receiver_works_by_its_first_message)
+{
+    std::vector<Rtcm3_Epoch> epochs;
+    Rtcm3_Epoch_Assembler assembler([&](const Rtcm3_Epoch &epoch) { epochs.push_back(epoch); });
+    for (const std::int64_t flags : {5 << 15 | 1 << 6 | 1 << 3 | 6, 2 << 6 | 1}) {
+        assembler.Take(Decoded(Msm(1074, static_cast<std::uint32_t>(flags % 2) * 1000, true, {}, {}, flags)));
+        assembler.Take(Decoded(Msm(1094, static_cast<std::uint32_t>(flags % 2) * 1000, false, {}, {}, 7)));
+    }
+    ASSERT_EQ(epochs.size(), 2u);
+    EXPECT_TRUE(epochs[0].issue_of_station == 5 && epochs[0].clock_steering == 1);
+    EXPECT_TRUE(epochs[0].divergence_free && epochs[0].smoothing_interval == 6);
+    EXPECT_TRUE(epochs[1].issue_of_station == 0 && epochs[1].clock_steering == 2);
+    EXPECT_TRUE(!epochs[1].divergence_free && epochs[1].smoothing_interval == 1);
 }
 
 TEST(Rtcm3_Epoch, takes_beidou_time_as_told)

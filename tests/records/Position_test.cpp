@@ -27,6 +27,7 @@ std::string There(const Position &position)
     if (position.Read_Time(value)) letters += 'T';
     if (position.Read_Solution(solution)) letters += 'S';
     if (position.Read_Point_Number(number)) letters += 'N';
+    if (position.Read_Antenna_Height(value)) letters += 'H';
     if (position.IsKinematic()) letters += 'K';
     return letters;
 }
@@ -53,6 +54,9 @@ TEST(Position, reads_only_what_was_set)
     EXPECT_TRUE(position.Read_WGS(x, y, z) && x == -1 && y == -2 && z == -3);
     position.SetStatic();
     EXPECT_EQ(There(position), "WED");
+    position.Set_Antenna_Height(0.0125);
+    EXPECT_EQ(There(position), "WEDH");
+    EXPECT_TRUE(position.Read_Antenna_Height(value) && value == 0.0125);
 }
 
 TEST(Position, takes_times_after_the_epoch_only)
