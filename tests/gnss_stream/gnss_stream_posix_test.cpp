@@ -104,7 +104,7 @@ TEST_F(gnss_stream_on_posix, is_not_held_up_by_a_pipe_that_nobody_reads)
         Run(input + " --wait 30 --out " + Quoted(pipe), "cat " + Quoted(pipe) + " > " + Quoted(copy) + " & ");
     EXPECT_EQ(read.exit, 0) << read.err;
     EXPECT_TRUE(Soon([&] { return Whole_File(copy) == Whole_File(Recording(clean)); }));
-    for (const std::string &arguments : {Quoted(pipe), input + " --record " + Quoted(pipe)})
+    for (const std::string &arguments : {Quoted(pipe), "--list " + Quoted(pipe), input + " --record " + Quoted(pipe)})
         EXPECT_EQ(Run(arguments).exit, 4) << arguments;
 }
 
@@ -216,19 +216,6 @@ TEST_F(gnss_stream_on_posix, goes_on_when_one_output_fails_and_ends_when_all_do)
     const Result all = Run(Quoted(big) + " --out " + Quoted(full), limit);
     EXPECT_EQ(all.exit, 1);
     EXPECT_NE(all.err.find("Could not write to file " + full), std::string::npos) << all.err;
-}
-
-TEST_F(gnss_stream_on_posix, refuses_a_fifo_at_once)
-{
-    const std::string fifo = folder / "fifo";
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    for (const std::string &way :
-         {Quoted(fifo), "--list " + Quoted(fifo), Quoted(Recording(clean)) + " --record " + Quoted(fifo),
-          Quoted(Recording(clean)) + " --out " + Quoted(fifo)}) {
-        const Result result = Run(way);
-        EXPECT_EQ(result.exit, 4) << way;
-        EXPECT_NE(result.err.find("Error"), std::string::npos) << way;
-    }
 }
 
 TEST_F(gnss_stream_on_posix, shows_no_credentials_in_the_list_of_processes)
