@@ -44,6 +44,12 @@ std::string_view Text(const char *text) { return text ? text : ""; }
 
 bool Valid(const platform::Waitable *waitable) { return waitable && waitable->valid(); }
 
+// Compares owners: a new stream may stand at the address of one that is gone.
+bool Is_Same(const std::weak_ptr<platform::Stream> &one, const std::shared_ptr<platform::Stream> &other)
+{
+    return !one.owner_before(other) && !other.owner_before(one);
+}
+
 void Reset(const std::unique_ptr<platform::Event> &event)
 {
     if (event) event->reset();
@@ -288,16 +294,10 @@ void Win32_Buffered_Byte_Client::Drop()
     for (Buffer &buffer : buffers_) buffer.fill = 0;
 }
 
-// Compares owners: a new stream may stand at the address of one that is gone.
-bool Win32_Buffered_Byte_Client::Is_Handle(const std::weak_ptr<platform::Stream> &stream) const
-{
-    return !stream.owner_before(handle_) && !handle_.owner_before(stream);
-}
-
 // Called before the buffers are filled or written: what waits for one connection must not get into the next one.
 void Win32_Buffered_Byte_Client::Drop_Former_Connection()
 {
-    if (Is_Handle(data_of_)) return;
+    if (Is_Same(data_of_, handle_)) return;
     Drop();
     data_of_ = handle_;
 }
@@ -464,7 +464,7 @@ Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Block_Ended(Next ne
     {
         const Semaphore_Guard guard(*this);
         if (state_ != State::write_pending) return Next::wait;
-        const bool is_given_up = !Is_Handle(in_flight_.to) || handle_->closed() || !is_connected();
+        const bool is_given_up = !Is_Same(in_flight_.to, handle_) || handle_->closed() || !is_connected();
         error = Take_Result();
         state_ = State::waiting;
         if (error == platform::error_none) return buffers_[current_].fill > 0 ? next : Next::wait;

@@ -155,7 +155,6 @@ private:
     unsigned int cache_avail() const;  // bytes in the buffer that is being filled
     void Forget_Data();
     void Drop() KERNEL_REQUIRES(this);
-    bool Is_Handle(const std::weak_ptr<platform::Stream> &stream) const KERNEL_REQUIRES(this);
     void Drop_Former_Connection() KERNEL_REQUIRES(this);
     void Stop(bool go_on);
     bool Go_On() KERNEL_REQUIRES(this);

@@ -18,7 +18,6 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <regex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -46,9 +45,11 @@ private:
 std::vector<int> Numbers(const std::string &text)
 {
     std::vector<int> numbers;
-    const std::regex number("<([0-9]+)>");
-    for (std::sregex_iterator at(text.begin(), text.end(), number), end; at != end; ++at)
-        numbers.push_back(std::stoi((*at)[1]));
+    for (std::size_t at = text.find('<'); at != std::string::npos; at = text.find('<', at + 1)) {
+        const std::size_t end = text.find_first_not_of("0123456789", at + 1);
+        if (end != std::string::npos && end > at + 1 && text[end] == '>')
+            numbers.push_back(std::stoi(text.substr(at + 1)));
+    }
     return numbers;
 }
 
