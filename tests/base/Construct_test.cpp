@@ -55,10 +55,10 @@ TEST(Construct, answers_null_without_memory_and_leaves_nothing)
     Object::Set_Default_Handler(new NULL_Error_Handler);
     for (const Row &row : rows) {
         Object::Destruct(row.make());  // what is made once
-        const long before = short_memory::living;
+        const long before = replaced_new::living;
         Object *made = nullptr;
         EXPECT_GT(Refused_Without_Memory([&] { return (made = row.make()) != nullptr; }), 0) << row.name;
         Object::Destruct(made);
-        EXPECT_EQ(short_memory::living, before) << row.name;
+        EXPECT_EQ(replaced_new::living, before) << row.name;
     }
 }

@@ -61,7 +61,7 @@ TEST(osSemaphore, loses_no_wake_up)
 TEST(ipcMutexSemaphore, is_invalid_without_memory)
 {
     ipcMutexSemaphore("short");  // what is made once
-    const long before = short_memory::living;
+    const long before = replaced_new::living;
     const int refused = Refused_Without_Memory([] {
         ipcMutexSemaphore lock("short");
         lock.Request();
@@ -71,5 +71,5 @@ TEST(ipcMutexSemaphore, is_invalid_without_memory)
         return !failed;
     });
     EXPECT_GT(refused, 0);
-    EXPECT_EQ(short_memory::living, before);
+    EXPECT_EQ(replaced_new::living, before);
 }

@@ -433,6 +433,9 @@ TEST(File_Server, disconnect_stops_the_reader_first)
 #ifndef _WIN32
 TEST(File_Server, does_what_it_can_without_descriptors)
 {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the check of virtual calls looks at memory through a pipe, and takes a failure for a fault";
+#endif
     const Test_Folder folder;
     const std::string name = folder.Write("a", Pattern(1000));
     rlimit before{};

@@ -1,28 +1,18 @@
 // A connection for which there is no memory.
 #include "host/gnss_stream/Socket_Endpoint.h"
 
+#include "tests/support/replaced_new.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <limits>
-#include <new>
 
 namespace {
 
 std::atomic<std::size_t> largest{std::numeric_limits<std::size_t>::max()};  // bytes that are to be had in one piece
 
 }  // namespace
-
-// Not inlined: the compiler would take the pairs for mismatched ones.
-[[gnu::noinline]] void *operator new(std::size_t n)
-{
-    void *const memory = n > largest.load(std::memory_order_relaxed) ? nullptr : std::malloc(n);
-    if (!memory) throw std::bad_alloc();
-    return memory;
-}
-[[gnu::noinline]] void operator delete(void *memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void *memory, std::size_t) noexcept { std::free(memory); }
 
 TEST(Socket_Output, does_not_open_without_its_buffer)
 {
@@ -31,6 +21,7 @@ TEST(Socket_Output, does_not_open_without_its_buffer)
         Console console;
         testing::internal::CaptureStderr();
         largest = has_memory ? largest.load() : 60000;
+        replaced_new::admits = [](std::size_t n) { return n <= largest.load(std::memory_order_relaxed); };
         {
             const auto output = Make_Socket_Output(Tcp_Server_Path{0}, {0, false, 1U << 16}, console);
             largest = std::numeric_limits<std::size_t>::max();

@@ -1,43 +1,22 @@
-// Memory that runs out. Replaces the program's operator new: for one source of a test program.
+// Memory that runs out. For one source of a test program (see replaced_new.h).
 #pragma once
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
+#include "tests/support/replaced_new.h"
 
-namespace short_memory {
-
-inline constinit thread_local long left = -1;  // allocations of this thread that still succeed; negative: all
-inline constinit std::atomic<long> living{0};  // blocks of the whole program
-
-}  // namespace short_memory
-
-void *operator new(std::size_t size)
-{
-    using namespace short_memory;
-    if (left == 0) throw std::bad_alloc();
-    if (left > 0) --left;
-    void *const block = std::malloc(size > 0 ? size : 1);
-    if (!block) throw std::bad_alloc();
-    ++living;
-    return block;
-}
-
-void operator delete(void *block) noexcept
-{
-    if (block) --short_memory::living;
-    std::free(block);
-}
-
-void operator delete(void *block, std::size_t) noexcept { operator delete(block); }
-
-// From here to the end of the scope this thread gets `count` more blocks.
+// From here to the end of the scope this thread gets `count` more blocks. One per thread at a time.
 class Short_Memory {
 public:
-    explicit Short_Memory(long count) { short_memory::left = count; }
-    ~Short_Memory() { short_memory::left = -1; }
+    explicit Short_Memory(long count)
+    {
+        left_ = count;
+        replaced_new::admits = [](std::size_t) { return left_ < 0 || (left_ > 0 && left_-- > 0); };
+    }
+    ~Short_Memory() { left_ = -1; }
     Short_Memory(const Short_Memory &) = delete;
     Short_Memory &operator=(const Short_Memory &) = delete;
+
+private:
+    static inline constinit thread_local long left_ = -1;  // blocks that this thread still gets; negative: all
 };
 
 // Does it with no memory, with one block, with two, until it answers true; how often it answered false.

@@ -225,8 +225,8 @@ TEST(Socket_Client_Server, statuses_and_messages_of_a_loss_come_in_one_order)
 TEST(Socket_Client_Server, work_brings_a_connection_back_whose_thread_is_about_to_end)
 {
     Host host;
+    platform::Event end_told;  // outlives the station, whose end tells it once more
     Station station;
-    platform::Event end_told;
     station.client.answers[Mesg_Attached] = [&] { return station.socket.Work(); };  // here: it runs
     station.client.answers[Mesg_Detached] = [&] { return end_told.set(), platform::sleep_ms(20), true; };
     Peer peer = station.To(host.Open());
