@@ -276,8 +276,9 @@ public:
 
     bool Open() override
     {
+        if (!connection_.Prepare()) return false;
         kernel::Byte_Client *const drain = kernel::Byte_Client_NULL::Construct(block_size);  // goes with the link
-        if (!connection_.Prepare() || !drain || !connection_.Connect(drain)) return false;
+        if (!drain || !connection_.Connect(drain)) return false;
         connection_.Start();
         return true;
     }

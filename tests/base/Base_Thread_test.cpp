@@ -285,6 +285,9 @@ TEST(Base_Thread, keeps_a_priority)
 #ifndef _WIN32
 TEST(Base_Thread, works_without_descriptors)
 {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the check of virtual calls looks at memory through a pipe, and takes a failure for a fault";
+#endif
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     const rlimit none{0, limit.rlim_max};
