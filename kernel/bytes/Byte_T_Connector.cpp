@@ -1,0 +1,323 @@
+#include "kernel/bytes/Byte_T_Connector.h"
+
+#include "kernel/base/Error_Handler.h"
+#include "kernel/bytes/relay_support_internal.h"
+#include "kernel/tables/ordered_tree_internal.h"
+
+#include <cstring>
+#include <functional>
+#include <utility>
+
+namespace kernel {
+
+namespace {
+
+const char unit[] = "kernel/Byte_T_Connector";
+constexpr long block_size = 2000;
+constexpr Err_Code not_connected = 24;
+
+}  // namespace
+
+// The buffer of one additional client, and its node in the tree.
+class Byte_T_Connector::Additional_Client : public String_Byte_Server {
+public:
+    static const AVL_NodeFunc functions;
+
+    Additional_Client(const Byte_T_Connector &connector, Byte_Client *client)
+        : Object("Byte-T-Connector::Additional_Client", nullptr),
+          String_Byte_Server(nullptr, static_cast<long>(connector.size_), nullptr), key(client), pass(connector.pass_)
+    {
+        // One that is the default is not set: as a default it is noticed when it goes.
+        Error_Handler *handler = connector.Get_Error_Handler();
+        if (handler != Get_Error_Handler()) Set_Error_Handler(handler);
+    }
+
+    using Byte_Server::Forward_Send;
+    Byte_Client *Served() const { return Get_Byte_Client(); }
+
+    static int Compare(const void *node, const void *client)
+    {
+        const Byte_Client *a = static_cast<const Additional_Client *>(node)->key;
+        const auto *b = static_cast<const Byte_Client *>(client);
+        return std::less<>()(a, b) ? 1 : a == b ? 0 : -1;
+    }
+
+    Byte_Client *key;
+    std::uint64_t pass;                          // the last block that it has got, or that it came too late for
+    Additional_Client *next_to_leave = nullptr;  // in the connector's list
+};
+
+const AVL_NodeFunc Byte_T_Connector::Additional_Client::functions = {
+    AVL_Malloc_RetHandleDirekt,
+    [](void *node, const void *, const void *) -> void * {
+        Object::Destruct(static_cast<Additional_Client *>(node));
+        return nullptr;
+    },
+    [](void *, const void *) {},
+};
+
+// One operation: holds the lock. Nodes that were taken out meanwhile may be at work further down the stack; they go when
+// the outermost operation ends, and outside of the lock, as deleting a client may wait for a thread of the client's.
+class KERNEL_SCOPED_CAPABILITY Byte_T_Connector::Visit {
+public:
+    explicit Visit(Byte_T_Connector &connector) KERNEL_ACQUIRE(connector) : connector_(connector)
+    {
+        connector_.Semaphore::Request();
+        ++connector_.visits_;
+    }
+    ~Visit() KERNEL_RELEASE()
+    {
+        const bool outermost = --connector_.visits_ == 0;
+        Additional_Client *next = outermost ? std::exchange(connector_.leaving_, nullptr) : nullptr;
+        connector_.Semaphore::Release();
+        while (next) Object::Destruct(std::exchange(next, next->next_to_leave));
+    }
+    Visit(const Visit &) = delete;
+    Visit &operator=(const Visit &) = delete;
+
+private:
+    Byte_T_Connector &connector_;
+};
+
+// The action may change the tree, by way of what a client does inside a message.
+template <class Action>
+void Byte_T_Connector::For_Each(Action action) const
+{
+    AVL_Cursor cursor = AVL_MakeMin(tree_);
+    for (void *node = cursor.Data(); node; node = AVL_WalkSuccInorder(tree_, cursor))
+        action(*static_cast<Additional_Client *>(node));
+}
+
+const char Byte_T_Connector::Name[] = "Byte-T-Connector";
+
+Byte_T_Connector::Byte_T_Connector(unsigned int size)
+    : Object(Name, nullptr), String_Byte_Server(Name, static_cast<long>(size), nullptr), size_(size),
+      tree_(AVL_Konstruktor(Additional_Client::functions, Additional_Client::Compare))
+{
+}
+
+Byte_T_Connector *Byte_T_Connector::Construct(unsigned int size) { return Constructed(new Byte_T_Connector(size)); }
+
+Byte_T_Connector::~Byte_T_Connector()
+{
+    if (!tree_) return;
+    Byte_T_Connector::PreDisconnect();
+    AVL_DelTree(tree_, nullptr);
+    AVL_Destruktor(tree_);
+}
+
+bool Byte_T_Connector::IsInheritedFrom(const char *name) const
+{
+    return (name && std::strcmp(name, Name) == 0) || Byte_Client::IsInheritedFrom(name) ||
+           String_Byte_Server::IsInheritedFrom(name);
+}
+
+bool Byte_T_Connector::IsValid() const
+{
+    const Semaphore_Guard guard(*this);
+    bool valid = tree_ && String_Byte_Server::IsValid();
+    if (valid) For_Each([&](const Additional_Client &node) { valid = valid && node.IsValid(); });
+    return valid;
+}
+
+Byte_T_Connector::Additional_Client *Byte_T_Connector::Find(const Byte_Client *client) const
+{
+    return static_cast<Additional_Client *>(AVL_SearchKey(tree_, client));
+}
+
+void Byte_T_Connector::Retire(Additional_Client *node)
+{
+    if (Find(node->key) == node) AVL_GetPfad(tree_, AVL_MakeKey(tree_, node->key));
+    node->next_to_leave = std::exchange(leaving_, node);
+}
+
+// An additional client that was disconnected without being removed leaves its node under an address that may be another
+// client's by now.
+bool Byte_T_Connector::Is_Taken(const Byte_Client *client)
+{
+    if (client == Get_Byte_Client()) {
+        Report(unit, __LINE__)
+            .Print_Out(Error_Handler::ES_Fatal, not_connected, "This client %s is already connected!",
+                       client->GetName());
+        return true;
+    }
+    Additional_Client *node = Find(client);
+    if (!node || !node->IsConnected()) return false;
+    Report(unit, __LINE__)
+        .Print_Out(Error_Handler::ES_Fatal, not_connected, "This client %s is already connected as additional client!",
+                   client->GetName());
+    return true;
+}
+
+bool Byte_T_Connector::Connect(Byte_Client *client)
+{
+    const Visit visit(*this);
+    if (!client) return Connect_Main(client);
+    if (Is_Taken(client)) return false;
+    return Get_Byte_Client() ? Connect_Additional(client) : Connect_Main(client);
+}
+
+bool Byte_T_Connector::Connect_Main(Byte_Client *client)
+{
+    const Held_Flag replaces(replaces_main_);
+    return Byte_Server::Connect(client);
+}
+
+bool Byte_T_Connector::Connect_Additional(Byte_Client *client)
+{
+    // Here they are in nobody's way: none of them will ever get a client again.
+    For_Each([this](Additional_Client &node) {
+        if (!node.IsConnected()) Retire(&node);
+    });
+    auto *node = Constructed(new Additional_Client(*this, client));
+    if (!node) return false;
+    const bool connected = node->Connect(client);
+    if (connected && AVL_InsertUnique(tree_, client, node)) return true;
+    if (connected)
+        Report(unit, __LINE__)
+            .Print_Out(Error_Handler::ES_Fatal, not_connected, "Data structures for clients %s invalid",
+                       client->GetName());
+    node->SetClient(nullptr);  // the caller's: not to be asked whether it may be deleted
+    Retire(node);
+    return false;
+}
+
+void Byte_T_Connector::Disconnect()
+{
+    const Visit visit(*this);
+    Byte_Server::Disconnect();
+    if (replaces_main_) return;
+    For_Each([](Additional_Client &node) { node.Disconnect(); });
+}
+
+void Byte_T_Connector::Disconnect(Byte_Client *client)
+{
+    const Visit visit(*this);
+    Additional_Client *node = Find(client);
+    if (!node) {
+        if (client && client == Get_Byte_Client()) Byte_Server::Disconnect();
+        return;
+    }
+    node->Disconnect();
+    if (Find(client) != node) return;  // the client has done all this inside the message
+    Retire(node);
+    Report(unit, __LINE__)
+        .Print_Out(Error_Handler::ES_Information, 0, "Removed additional Client %s!", client->GetName());
+}
+
+bool Byte_T_Connector::PreDisconnect()
+{
+    const Visit visit(*this);
+    bool answer = Byte_Server::PreDisconnect();
+    For_Each([&](Additional_Client &node) {
+        if (!node.PreDisconnect()) answer = false;
+    });
+    return answer;
+}
+
+bool Byte_T_Connector::PreDisconnect(Byte_Client *client)
+{
+    const Visit visit(*this);
+    if (Additional_Client *node = Find(client)) return node->PreDisconnect();
+    return client && client == Get_Byte_Client() && Byte_Server::PreDisconnect();
+}
+
+Byte_Client *Byte_T_Connector::Switch(Byte_Client *client)
+{
+    const Visit visit(*this);
+    Byte_Client *main = Get_Byte_Client();
+    if (client && client != main && Is_Taken(client)) return nullptr;
+    const Held_Flag replaces(replaces_main_);
+    return Byte_Server::Switch(client);
+}
+
+void Byte_T_Connector::Switch(Byte_Client *old, Byte_Client *client)
+{
+    const Visit visit(*this);
+    Additional_Client *node = Find(old);
+    if (!node) {
+        if (old && client && old == Get_Byte_Client()) Switch(client);
+        return;
+    }
+    if (client && client != old && Is_Taken(client)) return;
+    node->Switch(client);
+    // A client may have switched or disconnected this node inside the messages, so it is looked at as it is now.
+    if (Find(node->key) == node && node->IsConnected()) Set_Key(*node, node->Served());
+}
+
+// Under the new key may stand a node without a client, or one that the client has got itself inside a message: that one
+// keeps it.
+void Byte_T_Connector::Set_Key(Additional_Client &node, Byte_Client *client)
+{
+    if (client == node.key) return;
+    Additional_Client *other = Find(client);
+    if (other && other->IsConnected()) {
+        node.SetClient(nullptr);
+        return Retire(&node);
+    }
+    if (other) Retire(other);
+    AVL_GetPfad(tree_, AVL_MakeKey(tree_, node.key));
+    node.key = client;
+    if (AVL_InsertUnique(tree_, client, &node)) return;
+    Report(unit, __LINE__)
+        .Print_Out(Error_Handler::ES_Fatal, not_connected, "Data structures for clients %s invalid", client->GetName());
+    Retire(&node);
+}
+
+bool Byte_T_Connector::Work()
+{
+    const Visit visit(*this);
+    bool answer = String_Byte_Server::Work();
+    For_Each([&](Additional_Client &node) {
+        if (!node.Work()) answer = false;
+    });
+    return answer;
+}
+
+bool Byte_T_Connector::Forward_Send(Byte_Server &server, CL_Mesg message)
+{
+    bool answer = Byte_Server::Forward_Send(server, message);
+    For_Each([&](Additional_Client &node) {
+        if (!node.Forward_Send(server, message)) answer = false;
+    });
+    return answer;
+}
+
+bool Byte_T_Connector::Send(Byte_Server &server, CL_Mesg message)
+{
+    const Visit visit(*this);
+    switch (message) {
+    case Mesg_Request_Invite: server.Request(1); return true;
+    case Mesg_Data_Ready: return Distribute(server);
+    case Mesg_Detached: Clear(); return true;
+    case Mesg_Type_10150: return true;
+    case Mesg_Attached: Clear(); break;
+    default: break;
+    }
+    if (passes_tick_ && Is_Derived_Tick(message)) return true;
+    bool answer = true;
+    {
+        const Held_Flag passes(passes_tick_, message == Mesg_Second);
+        answer = Forward_Send(server, message);
+    }
+    return Byte_Client::Send(server, message) && answer;
+}
+
+bool Byte_T_Connector::Distribute(Byte_Server &server)
+{
+    unsigned char block[block_size];
+    long got = server.GetNBytes(block, block_size);
+    if (got < 0 || got > block_size) got = 0;  // what a tap says that has no upstream
+    const auto n = static_cast<unsigned int>(got);
+    const std::uint64_t pass = ++pass_;
+    For_Each([&](Additional_Client &node) {
+        if (node.pass == pass) return;
+        node.pass = pass;
+        node.PutBin(block, n);
+        node.Work();
+    });
+    PutBin(block, n);
+    return String_Byte_Server::Work();
+}
+
+}  // namespace kernel
