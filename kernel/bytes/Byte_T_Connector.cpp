@@ -35,6 +35,19 @@ public:
     using Byte_Server::Forward_Send;
     Byte_Client *Served() const { return Get_Byte_Client(); }
 
+    // What a server's destructor does, but without its lock, for nobody else knows this one any more: a client that calls the
+    // connector from inside these messages takes the connector's lock, which comes before the node's.
+    static void Let_Go(Additional_Client *node)
+    {
+        if (Byte_Client *former = node->Served()) {
+            node->Tell(Mesg_Disconnect_Query);
+            const bool deletes = node->Tell(Mesg_Delete_Query);
+            node->SetClient(nullptr);
+            if (deletes) Object::Destruct(former);
+        }
+        Object::Destruct(node);
+    }
+
     static int Compare(const void *node, const void *client)
     {
         const Byte_Client *a = static_cast<const Additional_Client *>(node)->key;
@@ -50,7 +63,7 @@ public:
 const AVL_NodeFunc Byte_T_Connector::Additional_Client::functions = {
     AVL_Malloc_RetHandleDirekt,
     [](void *node, const void *, const void *) -> void * {
-        Object::Destruct(static_cast<Additional_Client *>(node));
+        Let_Go(static_cast<Additional_Client *>(node));
         return nullptr;
     },
     [](void *, const void *) {},
@@ -70,7 +83,7 @@ public:
         const bool outermost = --connector_.visits_ == 0;
         Additional_Client *next = outermost ? std::exchange(connector_.leaving_, nullptr) : nullptr;
         connector_.Semaphore::Release();
-        while (next) Object::Destruct(std::exchange(next, next->next_to_leave));
+        while (next) Additional_Client::Let_Go(std::exchange(next, next->next_to_leave));
     }
     Visit(const Visit &) = delete;
     Visit &operator=(const Visit &) = delete;
@@ -79,13 +92,18 @@ private:
     Byte_T_Connector &connector_;
 };
 
-// The action may change the tree, by way of what a client does inside a message.
+// The action may change the tree, by way of what a client does inside a message. The cursor is one node ahead: the processor
+// looks for it while it works on the one before.
 template <class Action>
 void Byte_T_Connector::For_Each(Action action) const
 {
-    AVL_Cursor cursor = AVL_MakeMin(tree_);
-    for (void *node = cursor.Data(); node; node = AVL_WalkSuccInorder(tree_, cursor))
+    AVL_Cursor ahead = AVL_MakeMin(tree_);
+    for (void *node = ahead.Data(); node;) {
+        const bool is_last = !AVL_WalkSuccInorder(tree_, ahead);
         action(*static_cast<Additional_Client *>(node));
+        node = ahead.Data();
+        if (!node && !is_last) node = AVL_WalkSuccInorder(tree_, ahead);  // the next one has left meanwhile
+    }
 }
 
 const char Byte_T_Connector::Name[] = "Byte-T-Connector";
@@ -314,7 +332,7 @@ bool Byte_T_Connector::Distribute(Byte_Server &server)
         if (node.pass == pass) return;
         node.pass = pass;
         node.PutBin(block, n);
-        node.Work();
+        node.String_Byte_Server::Work();
     });
     PutBin(block, n);
     return String_Byte_Server::Work();

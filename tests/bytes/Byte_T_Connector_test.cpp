@@ -514,11 +514,7 @@ private:
             return answer;
         });
     }
-    // A walk that loses the node it stands on goes on with the one that followed it then.
-    struct Walk {
-        const Byte_Client *at;
-        bool has_moved = false;
-    };
+    // What a walk comes to next; when that goes, what followed it then.
     const Byte_Client *After(const Byte_Client *address) const
     {
         const auto next = nodes_.upper_bound(address);
@@ -526,19 +522,19 @@ private:
     }
     void Erase(const Byte_Client *address)
     {
-        for (Walk *walk : walks_)
-            if (walk->at == address) *walk = {After(address), true};
+        for (const Byte_Client **next : walks_)
+            if (*next == address) *next = After(address);
         nodes_.erase(address);
     }
     template <class Action>
     void For_Each(Action action)
     {
-        Walk walk{After(nullptr)};
-        walks_.push_back(&walk);
-        while (walk.at) {
-            const Node node = nodes_.at(walk.at);
+        const Byte_Client *next = After(nullptr);
+        walks_.push_back(&next);
+        while (next) {
+            const Node node = nodes_.at(next);
+            next = After(next);
             action(*node);
-            walk = {walk.has_moved ? walk.at : After(walk.at)};
         }
         walks_.pop_back();
     }
@@ -569,7 +565,7 @@ private:
     const Addresses &addresses_;
     std::map<const Byte_Client *, Node, std::less<>> nodes_;
     std::vector<Node> leaving_;
-    std::vector<Walk *> walks_;
+    std::vector<const Byte_Client **> walks_;
     int visits_ = 0;
     int pass_ = 0;
     bool replaces_ = false;
