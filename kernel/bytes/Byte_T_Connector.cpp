@@ -35,6 +35,11 @@ public:
     using Byte_Server::Forward_Send;
     Byte_Client *Served() const { return Get_Byte_Client(); }
 
+    // Without a lock: whoever comes here holds the connector's.
+    void Disconnect() override
+    {
+        if (Tell(Mesg_Disconnect_Query)) SetClient(nullptr);
+    }
     // What a server's destructor does, but without its lock, for nobody else knows this one any more: a client that calls the
     // connector from inside these messages takes the connector's lock, which comes before the node's.
     static void Let_Go(Additional_Client *node)
