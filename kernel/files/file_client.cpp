@@ -15,7 +15,6 @@ namespace {
 
 const char unit[] = "kernel/file_client";
 
-constexpr long block_size = 4096;  // bytes
 constexpr Open_Error_Words words = {"device not found", "access denied (File open ?)"};
 
 }  // namespace
@@ -107,25 +106,31 @@ bool File_Client::Send(Byte_Server &server, CL_Mesg message)
     // One byte: it wants to be called as soon as there is anything, and then takes what there is. Both are always true:
     // a full disk must not end the stream.
     case Mesg_Request_Invite: server.Request(1); return true;
-    case Mesg_Data_Ready: Record(server); return true;
+    case Mesg_Data_Ready: {
+        unsigned char block[block_size];
+        if (!Append(block, Take_Block(server, block), unit)) Close();
+        return true;
+    }
     default: return Byte_Client::Send(server, message);
     }
 }
 
-void File_Client::Record(Byte_Server &server)
+long File_Client::Take_Block(Byte_Server &server, unsigned char *block)
 {
-    unsigned char block[block_size];
-    // Not for the answer: a ring puts itself in order when it is asked.
-    server.MinAvail(0);
+    server.MinAvail(0);  // called for its effect: it brings a ring's bytes into one piece
     const long taken = server.GetNBytes(block, block_size);
-    // More than was asked for is the word of a tap without an upstream, and no bytes came with it.
-    if (!file_ || taken <= 0 || taken > block_size) return;
+    // A tap without an upstream server returns 65535, and no bytes come with it.
+    return taken < 0 || taken > block_size ? 0 : taken;
+}
+
+bool File_Client::Append(const unsigned char *block, long n, const char *unit_name)
+{
     std::size_t written = 0;
-    if (file_->write(block, static_cast<std::size_t>(taken), written)) return;
+    if (!file_ || n == 0 || file_->write(block, static_cast<std::size_t>(n), written)) return true;
     last_error_ = platform::last_error();
-    Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not write to file %s", name_.get());
+    Report(unit_name, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not write to file %s", name_.get());
     ErrorBox();
-    Close();
+    return false;
 }
 
 void File_Client::ErrorBox() { Report_Open_Error(*this, unit, __LINE__, last_error_, words); }

@@ -50,9 +50,18 @@ protected:
     explicit File_Client(const char *name);  // not opened: Construct does
     File_Client();
 
+    // For recorders that do more with a block.
+    static constexpr long block_size = 4096;  // bytes
+    // Pulls what the server has, at most a block. Returns the number of bytes, 0 when none came.
+    static long Take_Block(Byte_Server &server, unsigned char *block);
+    // Appends to the file, if one is open. False: reported in the name of that unit; the caller closes.
+    bool Append(const unsigned char *block, long n, const char *unit_name);
+    const std::shared_ptr<platform::File> &Get_File() const { return file_; }  // null when closed
+    const char *Get_File_Name() const { return name_.get(); }                  // null when closed
+    void Set_Last_Error(std::uint32_t error) { last_error_ = error; }
+
 private:
     void ResetValues();
-    void Record(Byte_Server &server);
 
     std::uint32_t last_error_ = 0;          // Win32 number of the last failed open or write; 0: none
     std::shared_ptr<platform::File> file_;  // null when closed
