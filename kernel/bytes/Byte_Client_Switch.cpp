@@ -30,8 +30,8 @@ bool Is_For_All(CL_Mesg message)
     }
 }
 
-// The one way in which the class calls a client.
-bool Ask(Byte_Client &client, Byte_Server &origin, CL_Mesg message) { return client.Send(origin, message); }
+// The one way in which the class calls a client that is not the current one.
+bool Ask_Parked(Byte_Client &client, Byte_Server &origin, CL_Mesg message) { return client.Send(origin, message); }
 
 }  // namespace
 
@@ -43,7 +43,7 @@ Byte_Client_Switch::Byte_Client_Switch() : Byte_Client_Switch(Name) {}
 
 Byte_Client_Switch *Byte_Client_Switch::Construct(const char *name)
 {
-    return Constructed(new Byte_Client_Switch(name));
+    return Constructed([&] { return new Byte_Client_Switch(name); });
 }
 
 // The current client is the base's.
@@ -71,7 +71,7 @@ std::vector<Byte_Client *> Byte_Client_Switch::Take_Parked() { return std::excha
 void Byte_Client_Switch::Delete_Parked(Byte_Server &server)
 {
     for (Byte_Client *client : Take_Parked())
-        if (Ask(*client, server, Mesg_Delete_Query)) Object::Destruct(client);
+        if (Ask_Parked(*client, server, Mesg_Delete_Query)) Object::Destruct(client);
 }
 
 bool Byte_Client_Switch::Connect(Byte_Client *client)
@@ -129,7 +129,7 @@ bool Byte_Client_Switch::PreDisconnect()
 {
     bool answer = Byte_Server::PreDisconnect();
     for (std::size_t i = 0; i < parked_.size(); ++i)
-        if (!Ask(*parked_[i], *this, Mesg_PreDisconnect_Query)) answer = false;
+        if (!Ask_Parked(*parked_[i], *this, Mesg_PreDisconnect_Query)) answer = false;
     return answer;
 }
 
@@ -138,7 +138,7 @@ bool Byte_Client_Switch::FindNewClient()
     if (!Get_Byte_Client() || replaces_current_) return false;
     for (std::size_t i = 0; i < parked_.size(); ++i) {
         Byte_Client *candidate = parked_[i];
-        if (Ask(*candidate, *this, Mesg_Status_210)) return Hand_Over(candidate);
+        if (Ask_Parked(*candidate, *this, Mesg_Status_210)) return Hand_Over(candidate);
     }
     return Tell(Mesg_Status_210);
 }
@@ -150,7 +150,7 @@ bool Byte_Client_Switch::Hand_Over(Byte_Client *candidate)
     if (!current || !Is_Parked(candidate)) return false;
     Tell(Mesg_Status_230);
     if (!Is_Parked(candidate)) return false;
-    Ask(*candidate, *this, Mesg_Status_220);
+    Ask_Parked(*candidate, *this, Mesg_Status_220);
     const auto place = std::find(parked_.begin(), parked_.end(), candidate);
     if (place == parked_.end()) return false;
     current = Get_Byte_Client();
@@ -179,11 +179,11 @@ bool Byte_Client_Switch::Send(Byte_Server &server, CL_Mesg message)
 // Clients may come and go inside the message: by number, not by iterator.
 bool Byte_Client_Switch::Broadcast(Byte_Server &server, CL_Mesg message)
 {
-    Byte_Client *current = Get_Byte_Client();
-    if (!current) return true;
-    if (!Ask(*current, server, message)) return false;
+    const std::optional<bool> answer = Ask(server, message);
+    if (!answer) return true;  // nobody is here
+    if (!*answer) return false;
     for (std::size_t i = 0; i < parked_.size(); ++i)
-        if (!Ask(*parked_[i], server, message)) return false;
+        if (!Ask_Parked(*parked_[i], server, message)) return false;
     return true;
 }
 
@@ -200,9 +200,9 @@ bool Byte_Client_Switch::Tick(Byte_Server &server)
 
 bool Byte_Client_Switch::Offer(Byte_Server &server, CL_Mesg message)
 {
-    Byte_Client *current = Get_Byte_Client();
-    if (!current) return Byte_Client::Send(server, message);
-    if (Ask(*current, server, message)) {
+    const std::optional<bool> answer = Ask(server, message);
+    if (!answer) return Byte_Client::Send(server, message);  // nobody is here
+    if (*answer) {
         if (message == Mesg_Data_Ready) refusals_ = 0;
         return true;
     }

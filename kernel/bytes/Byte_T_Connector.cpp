@@ -35,10 +35,11 @@ public:
     using Byte_Server::Forward_Send;
     Byte_Client *Served() const { return Get_Byte_Client(); }
 
-    // Without a lock: whoever comes here holds the connector's.
+    // Without a lock of its own: the caller holds the connector's. A client that took the place meanwhile keeps it.
     void Disconnect() override
     {
-        if (Tell(Mesg_Disconnect_Query)) SetClient(nullptr);
+        const Byte_Client *asked = Served();
+        if (Tell(Mesg_Disconnect_Query) && Served() == asked) SetClient(nullptr);
     }
     // What a server's destructor does, but without its lock, for nobody else knows this one any more: a client that calls the
     // connector from inside these messages takes the connector's lock, which comes before the node's.
@@ -119,7 +120,10 @@ Byte_T_Connector::Byte_T_Connector(unsigned int size)
 {
 }
 
-Byte_T_Connector *Byte_T_Connector::Construct(unsigned int size) { return Constructed(new Byte_T_Connector(size)); }
+Byte_T_Connector *Byte_T_Connector::Construct(unsigned int size)
+{
+    return Constructed([&] { return new Byte_T_Connector(size); });
+}
 
 Byte_T_Connector::~Byte_T_Connector()
 {
@@ -192,7 +196,7 @@ bool Byte_T_Connector::Connect_Additional(Byte_Client *client)
     For_Each([this](Additional_Client &node) {
         if (!node.IsConnected()) Retire(&node);
     });
-    auto *node = Constructed(new Additional_Client(*this, client));
+    auto *node = Constructed([&] { return new Additional_Client(*this, client); });
     if (!node) return false;
     const bool connected = node->Connect(client);
     if (connected && AVL_InsertUnique(tree_, client, node)) return true;

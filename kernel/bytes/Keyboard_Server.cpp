@@ -44,7 +44,10 @@ Keyboard_Server::Keyboard_Server(unsigned long size)
 {
 }
 
-Keyboard_Server *Keyboard_Server::Construct(unsigned long size) { return Constructed(new Keyboard_Server(size)); }
+Keyboard_Server *Keyboard_Server::Construct(unsigned long size)
+{
+    return Constructed([&] { return new Keyboard_Server(size); });
+}
 
 bool Keyboard_Server::IsInheritedFrom(const char *name) const
 {

@@ -10,7 +10,10 @@ const char Text_Byte_Client::Name[] = "Text_Byte_Client";
 
 Text_Byte_Client::Text_Byte_Client(const char *name) : Object(name) {}
 
-Text_Byte_Client *Text_Byte_Client::Construct() { return Constructed(new Text_Byte_Client(ClassName())); }
+Text_Byte_Client *Text_Byte_Client::Construct()
+{
+    return Constructed([&] { return new Text_Byte_Client(ClassName()); });
+}
 
 bool Text_Byte_Client::IsInheritedFrom(const char *name) const
 {

@@ -95,6 +95,7 @@ protected:
     // Sends to the client: its answer, or nothing when there is no client. Messages to the own client take this way, or
     // Tell, and no other: only then nobody destroys the client meanwhile.
     std::optional<bool> Ask(CL_Mesg message) { return Ask(*this, message); }
+    std::optional<bool> Ask(Byte_Server &origin, CL_Mesg message);  // in the name of an upstream server
     bool Tell(CL_Mesg message) { return Ask(message).value_or(false); }
     Byte_Client *Get_Byte_Client() const;  // to look whether there is one
     // The client, which this server leaves without asking; the caller's now. Waits as SetClient does.
@@ -104,7 +105,6 @@ private:
     friend class Byte_Client;  // passes minutes, hours and days to the server's client
     friend class Server;       // asks and replaces the old client
 
-    std::optional<bool> Ask(Byte_Server &origin, CL_Mesg message);
     bool Replace(Byte_Client *old, Byte_Client *client);
 
     const std::unique_ptr<Deliveries> deliveries_;  // the client, and who is inside it

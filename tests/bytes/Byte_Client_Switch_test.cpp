@@ -265,13 +265,18 @@ public:
             current = old;
         return connected;
     }
+    void Disconnect_Base()
+    {
+        const int asked = current;
+        if (asked && Ask(asked, Mesg_Disconnect_Query) && current == asked) current = 0;
+    }
     void Disconnect()
     {
-        if (current && Ask(current, Mesg_Disconnect_Query)) current = 0;
+        Disconnect_Base();
         if (connecting) return;
         for (const int client : std::exchange(parked, {})) {
             current = client;
-            if (Ask(client, Mesg_Disconnect_Query)) current = 0;
+            Disconnect_Base();
         }
     }
     bool PreDisconnect()

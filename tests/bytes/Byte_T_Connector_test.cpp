@@ -458,7 +458,8 @@ private:
     }
     void Let_Go(Ring &ring)
     {
-        if (Ask(ring.client, Mesg_Disconnect_Query)) ring.client = 0;
+        const int asked = ring.client;
+        if (Ask(asked, Mesg_Disconnect_Query) && ring.client == asked) ring.client = 0;
     }
     bool Connect_To(Ring &ring, int client)
     {
@@ -469,17 +470,21 @@ private:
     }
     bool Switch_To(Ring &ring, int client)
     {
-        const int old = ring.client;
-        if (!old) return Connect_To(ring, client);
-        if (!Ask(client, Mesg_Byte_Type)) {
-            Let_Go(ring);
-            Delete(client);
-            return false;
+        // Again when the client has changed inside the messages.
+        for (;;) {
+            const int old = ring.client;
+            if (!old) return Connect_To(ring, client);
+            if (!Ask(client, Mesg_Byte_Type)) {
+                Let_Go(ring);
+                Delete(client);
+                return false;
+            }
+            Ask(old, Mesg_Detached);
+            if (ring.client != old) continue;
+            ring.client = client;
+            Ask(client, Mesg_Attached);
+            return true;
         }
-        Ask(old, Mesg_Detached);
-        ring.client = client;
-        Ask(client, Mesg_Attached);
-        return true;
     }
     void Delete(int client)
     {
