@@ -13,18 +13,22 @@ namespace kernel {
 
 namespace {
 
-constexpr std::size_t stack_size = 8192;  // bytes, at least
-constexpr int start_polls = 40;           // of 50 ms
+constexpr std::size_t stack_size = 8192;  // [bytes], at least
+constexpr int start_polls = 40;
 constexpr unsigned long start_poll_ms = 50;
-constexpr int terminate_polls = 50;  // of 100 ms
+constexpr unsigned long last_run_ms = 100;  // what a run that is about to end gets before a new start is refused
+constexpr int terminate_polls = 50;
 constexpr unsigned long terminate_poll_ms = 100;
-constexpr int stop_polls = 200;  // of 50 ms
+constexpr int stop_polls = 200;
 constexpr unsigned long stop_poll_ms = 50;
-constexpr long kill_at_once = -5;
+constexpr unsigned long begin_pause_ms = 1;
+constexpr unsigned long plain_sleep_ms = 5;  // shorter sleeps do not watch the stop
+// Sleeping without an event: the flag is read after each slice, and the last part is slept in one piece.
+constexpr unsigned long flag_slice_ms = 2500, flag_last_ms = 250;
 
-// Values of the flag. A stop that comes between start and begin turns pending into requested and is not forgotten.
-// Stop_Requested() asks for not clear: between start and begin it says yes as well.
-constexpr std::uint32_t clear = 0, requested = 1, pending = 2;
+// Results of terminate(). What it returns is also the exit code of the kill.
+constexpr unsigned long body_ended = 1, body_still_runs = 2;
+constexpr long kill_at_once = -5;
 
 bool Runs(const std::shared_ptr<platform::Thread> &thread)
 {
@@ -72,7 +76,8 @@ bool Base_Thread::Is_Own_Thread() const
     return handle && handle->is_current();
 }
 
-// Does something for a run, under the lock, unless another thread has cleared it away or started the next one.
+// Calls the action under the lock if `run` is still this object's: another thread may have removed it or started the
+// next.
 template <class Action>
 void Base_Thread::If_Still(const std::shared_ptr<platform::Thread> &run, Action action)
 {
@@ -89,30 +94,28 @@ bool Base_Thread::is_running() const
 void Base_Thread::pre_stop()
 {
     const Semaphore_Guard guard(Bookkeeping());
-    // Flag first, event second: a body that is woken looks at the flag. Without a thread there is nobody to ask, and
-    // nobody who would take the request back.
-    flag_.store(requested, std::memory_order_release);
+    // Flag first, event second: a body that the event wakes reads the flag. Without a thread the flag is cleared again,
+    // because only a thread would clear it.
+    flag_.store(flag_requested, std::memory_order_release);
     if (is_running())
         Set(stop_event_);
     else
-        flag_.store(clear, std::memory_order_release);
+        flag_.store(flag_clear, std::memory_order_release);
 }
 
 void Base_Thread::Sleep(unsigned long ms)
 {
-    if (ms < 5) {
+    if (ms < plain_sleep_ms) {
         platform::sleep_ms(ms);
         return;
     }
-    // The signal ends one sleep and is gone with it: a body that sleeps again without a look at the flag sleeps the
-    // time out.
+    // The event resets itself: it ends one sleep. A body that ignores the flag and sleeps again sleeps its full time.
     if (Has(stop_event_)) {
         stop_event_->wait(ms);
         return;
     }
-    // No event could be had: look at the flag every 2.5 s until shortly before the end.
-    while (ms > 250 && !Stop_Requested()) {
-        const unsigned long slice = std::min(ms - 250, 2500UL);
+    while (ms > flag_last_ms && !Stop_Requested()) {
+        const unsigned long slice = std::min(ms - flag_last_ms, flag_slice_ms);
         platform::sleep_ms(slice);
         ms -= slice;
     }
@@ -125,50 +128,49 @@ bool Base_Thread::start_virtual() { return start(Tracing_Entry, this, false); }
 
 bool Base_Thread::start(Entry entry, void *context, bool suspended)
 {
-    // The last run may be at its end: it gets that long before the start is refused.
-    if (is_running()) platform::sleep_ms(100);
+    if (is_running()) platform::sleep_ms(last_run_ms);
     const auto run = Create(entry, context, suspended);
     if (!run) return false;
-    // A look every 50 ms, and sooner when it is settled whether the body runs. The flag tells where the event does not:
-    // there is none, or the start of a later run took its signal.
+    // The event ends the wait as soon as the body begins. The flag is read as well: there may be no event, or the start
+    // of a later run may have taken its signal.
     bool settled = false;
     for (int poll = 0; poll < start_polls && !settled; ++poll) {
         if (Has(begun_) ? begun_->wait(start_poll_ms) : (platform::sleep_ms(start_poll_ms), false)) break;
         settled = true;
-        If_Still(run, [&] { settled = !Runs(run) || flag_.load(std::memory_order_acquire) == clear; });
+        If_Still(run, [&] { settled = !Runs(run) || flag_.load(std::memory_order_acquire) == flag_clear; });
     }
     return true;
 }
 
-// The lock is held until the handle is stored: the new thread asks for its own, and waits here for it.
+// Holds the lock until handle_ is stored: the new thread calls Handle() and must not find it empty.
 std::shared_ptr<platform::Thread> Base_Thread::Create(Entry entry, void *context, bool suspended)
 {
     const Semaphore_Guard guard(Bookkeeping());
     if (is_running()) return nullptr;
-    // Left signalled by a body that began after its start had stopped waiting: one started suspended.
+    // A body that was started suspended may have set this event after its start() gave up waiting.
     Reset(begun_);
-    flag_.store(pending, std::memory_order_release);
+    flag_.store(flag_pending, std::memory_order_release);
     handle_ = platform::Thread::start(entry, context, suspended, stack_size);
     if (!handle_) {
-        flag_.store(clear, std::memory_order_release);  // nobody else would take it back
+        flag_.store(flag_clear, std::memory_order_release);  // there is no thread that would clear it
         return nullptr;
     }
-    // Refused for want of rights, the thread runs all the same, with the priority that it has.
+    // May be refused for lack of rights: the thread then runs with the priority that it has.
     handle_->set_priority(priority_);
     return handle_;
 }
 
 bool Base_Thread::Begin()
 {
-    std::uint32_t expected = pending;
-    // Not a plain store: that would forget a stop that came before the beginning.
-    flag_.compare_exchange_strong(expected, clear, std::memory_order_acq_rel);
-    // An earlier run's signal. A stop that comes between flag and event loses its signal here, and not its flag: that
-    // is looked at below.
+    std::uint32_t expected = flag_pending;
+    // A plain store would lose a stop that was requested before this point.
+    flag_.compare_exchange_strong(expected, flag_clear, std::memory_order_acq_rel);
+    // The event may hold the signal of an earlier run. A stop of this run may lose its signal here; its flag stays and
+    // is read below.
     Reset(stop_event_);
-    platform::sleep_ms(1);
-    // Set first, then look: a stop that follows the return of start() is seen here, before the body is called. That stop
-    // may be the destructor's, and then there is no body any more.
+    platform::sleep_ms(begin_pause_ms);
+    // Set the event first, then read the flag: a stop that follows the return of start() is seen before the body is
+    // called. That stop may come from the destructor; the body's object is gone then.
     Set(begun_);
     return !Stop_Requested();
 }
@@ -177,12 +179,12 @@ unsigned long Base_Thread::Tracing_Entry(void *context)
 {
     auto *self = static_cast<Base_Thread *>(context);
     const bool runs = self->Begin();
-    // The trace goes nowhere (BWTraceDebug is empty) and is kept for builds that trace. The pointer is for print alone.
+    // BWTraceDebug is empty here; builds that trace replace it. The pointer is only printed, never followed.
     const void *handle = self->Handle().get();
     const int priority = self->GetPriorty();
     BWTraceDebug("Thread %8.8d=0x%08X started with priorty %d\n", handle, handle, priority);
     unsigned long exit_code = runs && !self->Stop_Requested() ? self->thread() : 0;
-    // As an exit code, 259 would read as a thread that runs for ever.
+    // The exit code 259 means "still active": the thread would seem to run for ever.
     if (exit_code == platform::Thread::still_active) {
         exit_code = 0;
         BWTraceDebug("Thread %8.8d=0x%08X priorty %d stopped with illegal exit_code STILL_ACTIVE\n", handle, handle,
@@ -190,7 +192,7 @@ unsigned long Base_Thread::Tracing_Entry(void *context)
     } else {
         BWTraceDebug("Thread %8.8d=0x%08X priorty %d stopped with exit_code %d\n", handle, handle, priority, exit_code);
     }
-    // A signal that came too late for the body must not end a later sleep.
+    // A signal that the body did not consume must not end a sleep of the next run.
     Reset(self->stop_event_);
     return exit_code;
 }
@@ -209,35 +211,34 @@ unsigned long Base_Thread::terminate()
     {
         const Semaphore_Guard guard(Bookkeeping());
         run = handle_;
-        flag_.store(requested, std::memory_order_release);
+        flag_.store(flag_requested, std::memory_order_release);
         Set(stop_event_);
     }
     for (int poll = 0; poll < terminate_polls && Runs(run); ++poll) run->wait(terminate_poll_ms);
-    // 2 is the exit code of the kill, if it comes to one.
-    if (Runs(run)) return 2;
-    // Of a later run, the flag and the event may hold another thread's stop.
+    if (Runs(run)) return body_still_runs;
+    // If a later run has begun, the flag and the event may hold another thread's stop: leave them alone.
     If_Still(run, [this] {
-        flag_.store(clear, std::memory_order_release);
+        flag_.store(flag_clear, std::memory_order_release);
         Reset(stop_event_);
     });
-    return 1;
+    return body_ended;
 }
 
 void Base_Thread::stop()
 {
-    if (Is_Own_Thread()) {  // waiting for itself would end in its own kill
+    if (Is_Own_Thread()) {  // a body that waited for itself would kill itself
         pre_stop();
         return;
     }
-    const auto run = Handle();  // this one is asked, waited for and given up on, and no later one
+    const auto run = Handle();  // all that follows concerns this run; a later run is left alone
     long code = -1;
     if (Runs(run)) code = static_cast<std::int32_t>(terminate());
     if (code != kill_at_once) {
-        // The object's own Sleep, which a subclass may shorten. It may take the stop signal from the body, which then
-        // has the flag.
+        // Sleep is virtual, so that a subclass may shorten it. It may consume the stop signal; the body still sees the
+        // flag.
         for (int poll = 0; poll < stop_polls && Runs(run); ++poll) Sleep(stop_poll_ms);
     }
-    // The kill is under the lock as well: a thread that is inside the bookkeeping leaves it first.
+    // Kill under the lock: the thread cannot hold the bookkeeping lock at that moment.
     If_Still(run, [&] {
         if (Runs(run) && !run->kill(code == kill_at_once ? 0 : static_cast<std::uint32_t>(code))) return;
         Reset(stop_event_);
@@ -247,11 +248,12 @@ void Base_Thread::stop()
 
 bool Base_Thread::Suspend()
 {
-    // A thread that suspends itself must not take the lock with it.
+    // A thread that suspends itself must not hold the lock meanwhile.
     const auto handle = Handle();
     unsigned long previous = 0;
     if (handle && handle->is_current()) return handle->suspend(previous);
-    // Any other, under the lock: a thread that is stopped while it holds the lock would stop everybody.
+    // Another thread is suspended under the lock: if it were stopped while it held the lock, all Base_Threads would
+    // block.
     const Semaphore_Guard guard(Bookkeeping());
     return handle_ && handle_->suspend(previous);
 }
@@ -269,7 +271,7 @@ bool Base_Thread::ResumeAll()
     const Semaphore_Guard guard(Bookkeeping());
     if (!handle_) return false;
     unsigned long previous = 0;
-    // The answer is the count before: at 1 the thread runs now.
+    // resume() gives the count before the call: at 1 the thread runs now.
     while (handle_->resume(previous) && previous > 1) continue;
     return true;
 }
@@ -277,10 +279,10 @@ bool Base_Thread::ResumeAll()
 unsigned long Base_Thread::GetSuspendCount()
 {
     const Semaphore_Guard guard(Bookkeeping());
-    if (!handle_ || handle_->is_current()) return 0;  // who asks about itself runs
+    if (!handle_ || handle_->is_current()) return 0;  // the calling thread is running
     unsigned long count = 0;
     unsigned long ignored = 0;
-    // The count is told only to who changes it; the thread stands still for that moment.
+    // The system returns the count only from suspend and resume, so the thread is suspended for a moment.
     if (!handle_->suspend(count)) return 0;
     handle_->resume(ignored);
     return count;

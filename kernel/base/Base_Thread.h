@@ -1,4 +1,4 @@
-// Threads with a cooperative stop: a flag and an event that the body watches, and a kill for a body that does not.
+// Threads with a cooperative stop: the body watches a flag and an event. A body that ignores both is killed.
 #pragma once
 
 #include "kernel/base/Semaphore.h"
@@ -16,19 +16,21 @@ class Thread;
 namespace kernel {
 
 // One thread of the operating system. A subclass provides the body, thread(), which polls Stop_Requested() or sleeps
-// through Sleep(), and calls stop() in its own destructor: here the subclass is gone already, and with it the body's data.
+// through Sleep(). A subclass calls stop() in its own destructor: the destructor of Base_Thread comes too late, because
+// the subclass and the data of its body are destroyed by then.
 //
-// Threads:   every operation may be called from any thread, the body's own included; there stop() only asks. A stop belongs
-//            to the run that it found: another thread may start the next one meanwhile, and neither that run nor a stop of
-//            that run is touched. One lock for all Base_Threads guards handle, flag and priority; it is never held while
-//            waiting for a body to end. A suspension or a kill holds it for as long as the thread takes to obey, a second
-//            at most. Nothing may be called during or after the destruction, which belongs to one thread, not its own.
+// Threads:   every operation may be called from any thread, the body's own included; there stop() only asks. stop()
+//            ends the run that it finds. Another thread may start the next run meanwhile: neither that run nor a stop
+//            of that run is touched. One lock for all Base_Threads guards handle, flag and priority. It is never held
+//            while waiting for a body to end. A suspension or a kill holds it until the thread obeys, at most one
+//            second. One thread destroys the object, and not the object's own; nothing may be called during or after
+//            that.
 // Ownership: owns the thread's handle and the stop event.
 // Errors:    none reported: results only. A body that ignores the stop for 5 s (the poll of terminate) and 10 s more is
-//            killed. Where the system has no kill that is safe for the process (POSIX), it is parked for good instead: it
-//            never runs again, and what it locked or allocated stays so. A body there that blocks signals obeys neither
+//            killed. POSIX has no kill that is safe for the process, so there the thread is parked instead: it never
+//            runs again, and what it locked or allocated stays so. A POSIX body that blocks signals obeys neither
 //            suspension nor kill: Suspend() returns false, and is_running() stays true after stop(). Without memory or
-//            descriptors for its events the object works all the same, and its Sleep looks at the flag every 2.5 s.
+//            descriptors for its events the object still works; its Sleep then looks at the flag every 2.5 s.
 class KERNEL_API Base_Thread {
 public:
     // priority: -15, -2 to 2, 15 from lowest to highest, as on Windows. quiet: no trace lines.
@@ -37,27 +39,29 @@ public:
     Base_Thread &operator=(const Base_Thread &) = delete;
 
     virtual ~Base_Thread();
-    virtual void pre_stop();             // asks a running body to end, and does not wait
+    virtual void pre_stop();             // asks a running body to end and does not wait
     virtual unsigned long thread() = 0;  // the body; returns the exit code (259 becomes 0)
-    // For bodies: a sleep that a stop request ends. Below 5 ms a plain sleep.
+    // For bodies: sleeps for `ms` milliseconds; a stop request ends the sleep. Below 5 ms it is a plain sleep.
     virtual void Sleep(unsigned long ms);
 
 protected:
-    // Asks the body to end and waits up to 5 s. 1: it has; 2: it runs on. An override may answer -5: kill at once.
+    // Asks the body to end and waits up to 5 s. Returns 1 when the body has ended and 2 when it still runs. An override
+    // may return -5: stop() then kills at once.
     virtual unsigned long terminate();
 
 public:
-    // False when it runs already or no thread could be had. Waits up to 2 s for the body to begin; started suspended, it
-    // waits the 2 s out.
+    // Returns false when the body runs already or the system has no thread left. Waits up to 2 s for the body to begin;
+    // a suspended start always waits the full 2 s.
     bool start(bool suspended);
     bool start_virtual();
     bool is_running() const;
-    // terminate(), then Sleep(50) up to 200 times, then the kill. The object may be started again afterwards, unless
-    // is_running() is still true: the body could not be killed. The kill takes effect as soon as it can.
+    // Calls terminate(), then Sleep(50) up to 200 times, then kills. The object may be started again afterwards, unless
+    // is_running() is still true: then the body could not be killed yet, and the kill takes effect as soon as it can.
     void stop();
 
-    bool Suspend();    // false without a thread, and when the thread did not stop within a second: it runs on
-    bool Resume();     // true, also when there is nothing to resume
+    // Returns false without a thread, and when the thread did not stop within a second; it then still runs.
+    bool Suspend();
+    bool Resume();     // always true, also without a thread to resume
     bool ResumeAll();  // resumes until it runs; false without a thread
     unsigned long GetSuspendCount();
     bool SetPriorty(int priority);  // false without a thread: the priority is kept for the next start
@@ -65,15 +69,17 @@ public:
     platform::Thread *GetHandleThread() const;  // null before start and after stop; valid until stop
 
 protected:
-    // The work of starting. An entry of a subclass calls Begin first, which clears the flag and ends start's wait; false: a
-    // stop came before it, and the body is not to run.
+    // What start() does. An entry of a subclass calls Begin() first: Begin clears the flag and ends the wait of
+    // start(). Begin returns false when a stop was requested before it; the body must not run then.
     using Entry = unsigned long (*)(void *context);
     bool start(Entry entry, void *context, bool suspended);
     bool Begin();
 
-    bool Stop_Requested() const { return flag_.load(std::memory_order_acquire) != 0; }
-    void Request_Stop() { flag_.store(1, std::memory_order_release); }  // the flag alone; the event stays
-    bool Is_Own_Thread() const;                                         // called on the thread of this object?
+    // Tests flag != clear, so it is also true while a start is pending.
+    bool Stop_Requested() const { return flag_.load(std::memory_order_acquire) != flag_clear; }
+    // Sets the flag alone: a body inside Sleep() is not woken.
+    void Request_Stop() { flag_.store(flag_requested, std::memory_order_release); }
+    bool Is_Own_Thread() const;  // whether the caller runs on the thread of this object
 
 private:
     static unsigned long Tracing_Entry(void *context);
@@ -83,11 +89,14 @@ private:
     template <class Action>
     void If_Still(const std::shared_ptr<platform::Thread> &run, Action action);
 
-    // Start pending before creation, cleared by the thread when it begins, stop requested to ask for the end.
-    std::atomic<std::uint32_t> flag_{0};
+    // Values of flag_. start() stores pending before it creates the thread, Begin() turns pending into clear, and a
+    // stop stores requested. A stop between start and Begin turns pending into requested, so Begin does not lose it.
+    static constexpr std::uint32_t flag_clear = 0, flag_requested = 1, flag_pending = 2;
+
+    std::atomic<std::uint32_t> flag_{flag_clear};
     std::shared_ptr<platform::Thread> handle_;
     int priority_;
-    // Null or invalid when the system had none left.
+    // Both are null or invalid when the system had no event left.
     std::unique_ptr<platform::Event> stop_event_;  // auto-reset
     std::unique_ptr<platform::Event> begun_;       // ends start's wait as soon as the body begins
     const bool quiet_;
@@ -95,9 +104,9 @@ private:
 
 // Runs a plain function.
 //
-// Threads:   Init belongs to the time before start.
+// Threads:   call Init before start.
 // Ownership: the context stays the caller's and outlives the thread.
-// Errors:    without a context or function both thread() and terminate() answer -1.
+// Errors:    without a context or function both thread() and terminate() return -1.
 class KERNEL_API Function_Thread : public Base_Thread {
 public:
     using Function = int (*)(void *context);
@@ -119,9 +128,9 @@ private:
 
 // Runs member functions of an object.
 //
-// Threads:   Init belongs to the time before start.
+// Threads:   call Init before start.
 // Ownership: the object stays the caller's and outlives the thread.
-// Errors:    without an object or body thread() answers -1.
+// Errors:    without an object or body thread() returns -1.
 template <class T>
 class Member_Thread : public Base_Thread {
 public:

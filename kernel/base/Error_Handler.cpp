@@ -14,23 +14,24 @@ namespace kernel {
 
 namespace {
 
-// Print_Out makes its texts on the stack: that memory is short can be reported without any.
-constexpr std::size_t text_size = 2048;  // with the terminator
+// Texts are made on the stack, so that a report about lack of memory needs none.
+constexpr std::size_t text_size = 2048;  // [characters], terminator included
 constexpr Err_Code no_code = 1;
 constexpr Err_Code os_error_code = 3;
+constexpr unsigned long wait_for_exit_ms = 1000;
 
-// Two threads may come to their end at once, and a destructor of the exit may report once more: exit itself runs only
-// once.
+// std::exit may run only once. A second thread that gets here waits for the end; a destructor that reports again during
+// the exit ends the process directly.
 [[noreturn]] void End_Process()
 {
     static std::atomic<std::thread::id> ending{};
     std::thread::id nobody{};
     if (ending.compare_exchange_strong(nobody, std::this_thread::get_id())) std::exit(-1);
     if (nobody == std::this_thread::get_id()) std::_Exit(-1);
-    for (;;) platform::sleep_ms(1000);
+    for (;;) platform::sleep_ms(wait_for_exit_ms);
 }
 
-// For objects without a handler. Level 5 is swallowed as well: nobody is there to see why the process ended.
+// For objects without a handler. ES_Unrecoverable does not end the process here, because no text would tell why.
 class Silent_Handler : public Error_Handler {
     void Do_Print(Enum_Status, Err_Code, const char *) override {}
 };
@@ -43,9 +44,9 @@ void Format(char (&text)[text_size], const char *format, std::va_list arguments)
 
 }  // namespace
 
-// Never destroyed, as the other handlers of the library: reports come until the process is gone. A variable of the
-// handler's own type would be, so the name stands for plain bytes. The handler is made through the name, because a program
-// may hold its own copy of those bytes (a copy relocation) in place of the library's.
+// Never destroyed, like the other handlers of the library: reports may come until the process ends. A variable of the
+// handler's type would be destroyed, so Trace_Handler is an alias of plain bytes. The handler is constructed through
+// the alias: with a copy relocation the program's bytes replace those of the library.
 extern unsigned char trace_handler_bytes[];
 alignas(Trace_Error_Handler) unsigned char trace_handler_bytes[sizeof(Trace_Error_Handler)];
 extern KERNEL_API Trace_Error_Handler Trace_Handler __attribute__((alias("_ZN6kernel19trace_handler_bytesE")));
@@ -56,7 +57,7 @@ namespace {
 
 }  // namespace
 
-// For handlers of hosts; those of the library print none of these. The last is spelled so on purpose.
+// For handlers of hosts; those of the library print none of these. The spelling of the last is part of the interface.
 const char *const Error_Handler::StatusMesg[6] = {"Message", "Information", "Warning",
                                                   "Error",   "Fatal Error", "Unrecoverble Error"};
 
@@ -99,7 +100,7 @@ void Error_Handler::Print_Out(Enum_Status status, const char *format, ...)
 
 void Error_Handler::OS_Error(Enum_Status status, const char *format, ...)
 {
-    // Before anything else: what formats the text may change it.
+    // Read it first: formatting the text may change it.
     const unsigned long error = platform::last_error();
     std::va_list arguments;
     va_start(arguments, format);
@@ -115,14 +116,14 @@ void Error_Handler::OS_Error(unsigned long error, Enum_Status status, const char
     va_end(arguments);
 }
 
-// A caller's text that is too long gives way to the system's words, which name the cause.
+// If the report is too long, the caller's text is cut and the system's text stays, because it names the cause.
 void Error_Handler::Report_OS(unsigned long error, Enum_Status status, const char *format, std::va_list arguments)
 {
     if (error == 0) return;
     const auto code = static_cast<unsigned int>(error);
     char words[platform::most_error_text];
     platform::error_text(code, words);
-    // Half of a report at most, for each of the two: the caller's text keeps the rest.
+    // The system's text gets at most half of a report.
     char cause[text_size / 2];
     std::snprintf(cause, sizeof cause, "OS Error-Code: %d=0x%08X => %s", static_cast<int>(code), code, words);
     if (!format) {
@@ -151,18 +152,18 @@ void Simple_Error_Handler::Do_Print(Enum_Status status, Err_Code, const char *te
 {
     {
         const Semaphore_Guard guard(lock_);
-        // A null name would be the runtime's business; most print these letters.
+        // printf with a null %s is undefined; "(null)" is what most run-time libraries print.
         if (print_location_) std::fprintf(stream_, "Line %u in File %s\n", Line(), File() ? File() : "(null)");
         std::fprintf(stream_, "%s\n", text);
     }
-    // With the lock free: destructors at the exit may wait for threads that want to report.
+    // The lock is free here: destructors that run at the exit may wait for threads that want to report.
     if (status == ES_Unrecoverable) End_Process();
 }
 
 void Trace_Error_Handler::Do_Print(Enum_Status status, Err_Code, const char *text)
 {
-    // Words of its own, padded to one column. Piece by piece below: whoever hooks the debugger's output gets each as a
-    // call.
+    // Not the words of StatusMesg: these are padded to one width. Prefix, text and line feed are three calls, which is
+    // visible to a hook of the debugger's output and part of the interface.
     static const char *const prefix[] = {nullptr, nullptr, "Warning: ", "Error  : ", "Fatal  : ", "Terminate: "};
     {
         const Semaphore_Guard guard(lock_);
@@ -171,7 +172,7 @@ void Trace_Error_Handler::Do_Print(Enum_Status status, Err_Code, const char *tex
         platform::debug_output("\n");
     }
     if (status == ES_Unrecoverable) {
-        // Before the end, while the stack still shows who reported.
+        // Break before the exit, while the stack still shows the reporting call.
         platform::debug_break();
         End_Process();
     }

@@ -1,4 +1,5 @@
-// Where reports go: the abstract handler, the three that the library brings, and the handler of objects made without one.
+// Where reports go: the abstract handler, the three that the library brings, and the handler of objects made without
+// one.
 #pragma once
 
 #include "kernel/base/Semaphore.h"
@@ -10,19 +11,19 @@
 
 namespace kernel {
 
-// Carried to Do_Print; the handlers of the library ignore it. 1: no code given, 3: an operating-system error,
+// Passed to Do_Print; the handlers of the library ignore it. 1: no code given, 3: an operating-system error,
 // 21: null pointer for an object, 26: stream type refused, 28: data without request, 31: unknown message,
-// 33: value out of range, 34: operation missing in a subclass; each unit's header lists what else it uses.
+// 33: value out of range, 34: operation missing in a subclass. Each unit's header lists its other codes.
 using Err_Code = int;
 
 // A sink for reports: Set(unit, line), then Print_Out(level, code, format, ...) or OS_Error(...).
 //
-// Threads:   two threads may report through one handler; each may see the other's unit and line (both are relaxed
-//            atomics), but texts never mix where Do_Print serialises, as the handlers of the library do. Nobody may report
-//            through a handler that is being destroyed.
-// Ownership: keeps pointers to the unit's name until the report is out: pass a constant text.
-// Errors:    none; a text longer than 2047 characters is cut, a null format is an empty text. Reports need no memory but
-//            the stack.
+// Threads:   two threads may report through one handler. Each may see the other's unit and line (both are relaxed
+//            atomics). Texts do not mix if Do_Print takes a lock, as in the handlers of the library. A handler that is
+//            being destroyed must not be used.
+// Ownership: keeps the pointer to the unit's name until the report is printed: pass a constant text.
+// Errors:    none; a text longer than 2047 characters is cut, a null format is an empty text. Reports use the stack
+//            only and allocate nothing.
 class KERNEL_API Error_Handler {
 public:
     enum Enum_Status {
@@ -39,19 +40,19 @@ public:
     Error_Handler &operator=(const Error_Handler &) = delete;
     virtual ~Error_Handler();
 
-    // Notes the source unit ("kernel/BYTE_SER") and line of the report to come; answers this handler.
+    // Notes the source unit ("kernel/BYTE_SER") and the line of the next report. Returns this handler.
     Error_Handler *Set(const char *file, unsigned int line);
-    // Formats, prints, and forgets unit and line. The second form has code 1.
+    // Formats, prints, and clears unit and line. The second form has code 1.
     void Print_Out(Enum_Status status, Err_Code code, const char *format, ...) KERNEL_PRINTF(4, 5);
     void Print_Out(Enum_Status status, const char *format, ...) KERNEL_PRINTF(3, 4);
-    // "<text> failed!\nOS Error-Code: 5=0x00000005 => <the system's text>" with code 3; without a format the second line
-    // alone. Nothing when the error is 0. Unit and line stay as they are. Errors are Win32 numbers on every platform. The
-    // first form takes the calling thread's last error: on POSIX that of this library's calls; what a host's own system
-    // call left behind it cannot know, so a host there uses the second form.
+    // Prints "<text> failed!\nOS Error-Code: 5=0x00000005 => <the system's text>" with code 3; a null format prints the
+    // second line alone. Prints nothing when the error is 0. Does not clear unit and line. Errors are Win32 numbers on
+    // every platform. The first form takes the calling thread's last error. On POSIX that is the last error of this
+    // library's calls: a host that reports a system call of its own uses the second form.
     void OS_Error(Enum_Status status, const char *format, ...) KERNEL_PRINTF(3, 4);
     void OS_Error(unsigned long error, Enum_Status status, const char *format, ...) KERNEL_PRINTF(4, 5);
 
-    // The handler itself, or for null one that swallows every report, level 5 included.
+    // Returns the handler itself. For null returns a handler that drops every report, ES_Unrecoverable included.
     static Error_Handler &Or_Silent(Error_Handler *handler);
 
 protected:
@@ -70,11 +71,11 @@ private:
     std::atomic<const char *> file_{nullptr};
 };
 
-// Prints the text and a line feed on a stdio stream; no word for the level.
+// Prints the text and a line feed on a stdio stream, without a word for the level.
 //
 // Threads:   lines of several threads never mix.
 // Ownership: the stream stays the caller's and must outlive the handler.
-// Errors:    none; what the stream refuses is lost.
+// Errors:    none; a text that the stream refuses is lost.
 class KERNEL_API Simple_Error_Handler : public Error_Handler {
 public:
     Simple_Error_Handler();
@@ -82,7 +83,7 @@ public:
     // A null stream means standard error. With print_location each text follows "Line %u in File %s\n".
     Simple_Error_Handler(std::FILE *stream, bool print_location);
     template <class T>
-    explicit Simple_Error_Handler(T *stream) = delete;  // would be taken for print_location
+    explicit Simple_Error_Handler(T *stream) = delete;  // a pointer would convert to print_location
 
 private:
     void Do_Print(Enum_Status status, Err_Code code, const char *text) override;
@@ -92,7 +93,7 @@ private:
     std::FILE *stream_;
 };
 
-// Prints on the debugger's output (standard error where there is none), with a prefix for levels 2 to 5.
+// Prints on the debugger's output (standard error where there is none), with a prefix from ES_Warning on.
 //
 // Threads:   lines of several threads never mix.
 // Ownership: nothing.
@@ -107,7 +108,7 @@ private:
     Semaphore lock_;
 };
 
-// Prints nothing; level 5 still ends the process.
+// Prints nothing; ES_Unrecoverable still ends the process.
 //
 // Threads:   any.
 // Ownership: nothing.
@@ -116,13 +117,13 @@ class KERNEL_API NULL_Error_Handler : public Error_Handler {
     void Do_Print(Enum_Status status, Err_Code code, const char *text) override;
 };
 
-// For hosts; lives from the load of the library to the end of the process, so that other threads and statics may report
-// until then. Not the default handler: that one is internal.
+// For hosts. It exists from the load of the library to the end of the process, so that other threads and statics may
+// report until then. It is not the default handler, which is internal.
 extern KERNEL_API Trace_Error_Handler Trace_Handler;
 
 }  // namespace kernel
 
-// Empty on purpose: programs built against a tracing build still link.
+// Part of the interface; here they do nothing. Programs that were built against a tracing build still link.
 extern "C" {
 KERNEL_API void BWTraceDebug(...);
 KERNEL_API void BWTraceCharDebug(...);

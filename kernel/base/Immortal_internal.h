@@ -1,4 +1,4 @@
-// Statics that the end of the process does not destroy.
+// Statics that are not destroyed at the end of the process.
 #pragma once
 
 #include <cstddef>
@@ -7,12 +7,12 @@
 
 namespace kernel {
 
-// A static that is made like any other and never destroyed: other threads, and statics of a host that were made earlier,
-// use the library until the process is gone.
+// A static that is constructed like any other and never destroyed: other threads, and statics of a host that were made
+// earlier, may use the library until the process ends.
 //
-// Threads:   as T; made once, as every static.
-// Ownership: holds the T, and what that holds, for good.
-// Errors:    what the constructor of T throws.
+// Threads:   as T; constructed once, like every static.
+// Ownership: keeps the T and what T owns until the process ends.
+// Errors:    passes on what the constructor of T throws.
 template <class T>
 class Immortal {
 public:

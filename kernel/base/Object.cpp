@@ -9,7 +9,8 @@
 
 namespace kernel {
 
-// Objects keep this beside the handler they took at birth: it outlives the handler and tells when that one is gone.
+// The record of a default handler. Objects made with that handler share the record, which outlives the handler and says
+// whether it has been deleted.
 struct Object::Default {
     explicit Default(Error_Handler *the_handler) : handler(the_handler) {}
 
@@ -19,7 +20,7 @@ struct Object::Default {
 
 namespace {
 
-// Functions' statics: a host's own statics may make objects before those of this file are there, and after their end.
+// A static of a function and not of the file: statics of a host may make objects before those of this file exist.
 Error_Handler *Built_In_Handler()
 {
     static Immortal<Trace_Error_Handler> built_in_handler;
@@ -34,11 +35,11 @@ bool Is_Deletable(const Error_Handler *handler)
 
 }  // namespace
 
-// The lock is a leaf: taken to copy or replace the pointer, and for nothing else.
+// The lock is a leaf: it is held only to copy or replace the pointer.
 struct Object::Defaults {
     std::mutex lock;
     Default built_in{Built_In_Handler()};
-    std::shared_ptr<Default> current{std::shared_ptr<Default>(), &built_in};  // owns nothing: the first needs no memory
+    std::shared_ptr<Default> current{std::shared_ptr<Default>(), &built_in};  // owns nothing, so it allocates nothing
 };
 
 const char Object::Name[] = "Abstrakte Basisklasse";
@@ -66,7 +67,7 @@ Object::Object(const char *name, Error_Handler *handler) : Object(name, handler,
 {
 }
 
-// With the record of the default: a copy made after its handler was deleted must know that, too.
+// Copies the record of the default handler as well: a copy made after the handler was deleted must not use it.
 Object::Object(const Object &other)
     : name_(other.name_), default_at_birth_(other.default_at_birth_),
       uses_default_(other.uses_default_.load(std::memory_order_acquire)),
@@ -86,9 +87,10 @@ bool Object::IsInheritedFrom(const char *name) const { return name && std::strcm
 
 void Object::Set_Error_Handler(Error_Handler *handler)
 {
-    // Publishes the handler as it was constructed, to whoever reads the pointer.
+    // Publishes the constructed handler to threads that read the pointer.
     handler_.store(handler, std::memory_order_release);
-    // Then that the default is out of use: who sees that must not meet it any more, as it may be deleted.
+    // Cleared second: a thread that reads false here must not read the default handler afterwards, which may be
+    // deleted.
     uses_default_.store(false, std::memory_order_release);
 }
 
@@ -106,9 +108,10 @@ Error_Handler &Object::Report(const char *unit, unsigned int line) const
 
 void Object::Report_Missing(const char *unit, unsigned int line, const char *operation, const char *base) const
 {
+    constexpr Err_Code operation_missing = 34;
     Report(unit, line)
-        .Print_Out(Error_Handler::ES_Fatal, 34, "Please implement %s in class %s inherited from %s", operation,
-                   GetName(), base);
+        .Print_Out(Error_Handler::ES_Fatal, operation_missing, "Please implement %s in class %s inherited from %s",
+                   operation, GetName(), base);
 }
 
 void Object::Set_Default_Handler(Error_Handler *handler)
@@ -118,17 +121,17 @@ void Object::Set_Default_Handler(Error_Handler *handler)
         Defaults &defaults = The_Defaults();
         const std::lock_guard guard(defaults.lock);
         if (handler == defaults.current->handler) return;  // deleting it would leave the default dangling
-        // In place before the old one goes: what that one's destructor makes gets the new one.
+        // Set the new one before deleting the old one: objects made by the old handler's destructor get the new one.
         try {
             old = std::exchange(defaults.current, std::make_shared<Default>(handler));
         } catch (const std::bad_alloc &) {
-            // The new one takes over the record of the old one, to which the objects made under it go on reporting.
+            // The new handler takes over the record of the old one. Objects made under the old handler keep using it.
             defaults.current->handler = handler;
             return;
         }
     }
     if (!Is_Deletable(old->handler)) return;
-    old->deleted.store(true, std::memory_order_release);  // read by objects made under it, before they report
+    old->deleted.store(true, std::memory_order_release);  // Get_Error_Handler() of objects made under it reads this
     delete old->handler;
 }
 

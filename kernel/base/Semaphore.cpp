@@ -6,7 +6,7 @@ Semaphore::Semaphore() = default;
 
 Semaphore::~Semaphore() = default;
 
-// Const, as Release is: who only looks at an object has to lock it, too.
+// Const, like Release: reading an object needs its lock as well.
 void Semaphore::Request() const { section_.lock(); }
 
 void Semaphore::Release() const { section_.unlock(); }

@@ -7,13 +7,13 @@
 
 namespace kernel {
 
-// A re-entrant mutual-exclusion lock. Connectable objects inherit it virtually, so that an object that is client and
-// server has one lock for both roles.
+// A re-entrant mutual-exclusion lock. Connectable objects inherit it virtually, so that an object that is both client
+// and server has one lock for both roles.
 //
-// Threads:   any, at any moment but destruction; the owning thread may take it again and must release it as often. Never
-//            hold it while waiting for a thread that may want it.
-// Ownership: owns its critical section until destruction; nobody may hold it, or wait for it, then.
-// Errors:    none: it needs no memory of its own, and so it is always valid.
+// Threads:   any thread, at any time except during destruction. The owning thread may take it again and must release it
+//            as often. Never hold it while waiting for a thread that may request it.
+// Ownership: owns its critical section. No thread may hold it or wait for it when it is destroyed.
+// Errors:    none: it allocates nothing, so it is always valid.
 class KERNEL_API KERNEL_CAPABILITY("Semaphore") Semaphore {
 public:
     Semaphore();

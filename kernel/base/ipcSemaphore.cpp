@@ -13,7 +13,7 @@ ipcMutexSemaphore::ipcMutexSemaphore(const char *name)
 {
     try {
         lock_ = std::make_unique<platform::Named_Lock>(name ? name : "");
-        // Read at once: the last error is the thread's, and any later call may change it.
+        // Read at once: any later call on this thread may change the last error.
         if (!lock_->valid()) Set_State(platform::last_error());
     } catch (const std::bad_alloc &) {
         Set_State(platform::error_no_memory);
@@ -38,7 +38,8 @@ osSemaphore::osSemaphore(long count) : count_(count < 0 ? 0 : count) {}
 
 osSemaphore::~osSemaphore() = default;
 
-// A mutex and a condition variable: std::counting_semaphore and std::atomic::wait of MinGW's library lose wake-ups.
+// A mutex and a condition variable, because std::counting_semaphore and std::atomic::wait of MinGW's library lose
+// wake-ups.
 void osSemaphore::Request()
 {
     std::unique_lock guard(guard_);
@@ -46,7 +47,7 @@ void osSemaphore::Request()
     --count_;
 }
 
-// Told under the lock: whoever is woken may destroy the semaphore as soon as it is free.
+// Notify under the lock: the woken thread may destroy the semaphore as soon as the lock is free.
 void osSemaphore::Release()
 {
     const std::lock_guard guard(guard_);

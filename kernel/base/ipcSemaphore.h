@@ -1,4 +1,4 @@
-// Locks beyond one object: between processes by name, and a counting one.
+// A lock that processes share by name, and a counting semaphore.
 #pragma once
 
 #include "kernel/base/kernel_api.h"
@@ -15,9 +15,10 @@ namespace kernel {
 
 // The common part: an error state.
 //
-// Threads:   any; the state is constant from construction on.
+// Threads:   any; the state is constant after construction.
 // Ownership: see the subclasses.
-// Errors:    rdstate() is 0 or the operating system's error (Win32 numbers) of the failed construction; 8 without memory.
+// Errors:    rdstate() is 0 or the operating system's error (Win32 numbers) of the failed construction; 8 without
+//            memory.
 class KERNEL_API ipcSemaphore {
 public:
     ipcSemaphore(const ipcSemaphore &) = delete;
@@ -40,15 +41,15 @@ private:
 
 // A named lock, one for all processes that use the name; re-entrant within a thread.
 //
-// Threads:   any; who requests releases: a release by another thread, or one too many, does nothing.
-// Ownership: nobody may hold it when it is destroyed.
-// Errors:    as ipcSemaphore; a failed one locks nothing.
+// Threads:   any; the thread that requested it releases it. A release by another thread, or one too many, does nothing.
+// Ownership: no thread may hold it when it is destroyed.
+// Errors:    as ipcSemaphore; after a failed construction it locks nothing.
 class KERNEL_API ipcMutexSemaphore : public ipcSemaphore {
 public:
-    explicit ipcMutexSemaphore(const char *name);  // null or empty: a lock of its own
+    explicit ipcMutexSemaphore(const char *name);  // null or empty: a lock without a name, shared with no one
     ~ipcMutexSemaphore() override;
     void Request() override;
-    bool Try_Request();  // false: another thread or process has it; does not wait
+    bool Try_Request();  // does not wait; false when another thread or process holds it
     void Release() override;
 
 private:
@@ -57,9 +58,9 @@ private:
 
 // A counting semaphore of this process: Request waits while the count is 0.
 //
-// Threads:   any, at any moment but destruction; another thread than the one that requested may release.
-// Ownership: nobody may wait for it when it is destroyed.
-// Errors:    none: it needs no memory of its own. A count below 0 is 0.
+// Threads:   any, at any time except during destruction. Any thread may release, not only the one that requested.
+// Ownership: no thread may wait for it when it is destroyed.
+// Errors:    none: it allocates nothing. A count below 0 is taken as 0.
 class KERNEL_API osSemaphore : public ipcSemaphore {
 public:
     explicit osSemaphore(long count = 1);

@@ -1,4 +1,4 @@
-// What every header of the library needs: the export macro and the compiler's checks.
+// The export macro and the compiler's checks, for every header of the library.
 #pragma once
 
 // Classes and functions of the interface. KERNEL_API_DLLEXPORT is set while the library itself is compiled for Windows,

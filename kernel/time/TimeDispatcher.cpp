@@ -19,8 +19,8 @@ void TimeDispatcher::Register(TimeDispatcherFunction *object, Function function)
 unsigned int SynchronReceiverSimulator::ObjCount = 0;
 std::map<SynchronReceiverSimulator::Place, SynchronReceiverSimulator *> SynchronReceiverSimulator::tree;
 
-// In the register before the derived class is built, and still there when that is gone: an update from another thread
-// would call an operation that nobody has.
+// The base constructor puts the simulator into the register, and the base destructor takes it out. Before and after the
+// derived class lives, an update from another thread would call a pure virtual operation.
 SynchronReceiverSimulator::SynchronReceiverSimulator() : place_(Join(ObjCount)) { ++ObjCount; }
 
 SynchronReceiverSimulator::SynchronReceiverSimulator(const SynchronReceiverSimulator &original)
@@ -31,7 +31,7 @@ SynchronReceiverSimulator::SynchronReceiverSimulator(const SynchronReceiverSimul
 SynchronReceiverSimulator &SynchronReceiverSimulator::operator=(const SynchronReceiverSimulator &original)
 {
     if (this != &original) {
-        // Out first: among others of the same number it would queue behind itself.
+        // Erase first: otherwise Join could place this simulator behind its own entry.
         tree.erase(place_);
         place_ = Join(original.place_.first);
     }
@@ -40,7 +40,7 @@ SynchronReceiverSimulator &SynchronReceiverSimulator::operator=(const SynchronRe
 
 SynchronReceiverSimulator::~SynchronReceiverSimulator() { tree.erase(place_); }
 
-// Behind the last of the same number.
+// Places this simulator behind the last one with the same creation number.
 SynchronReceiverSimulator::Place SynchronReceiverSimulator::Join(unsigned int creation_number)
 {
     Place place{creation_number, 0};
@@ -51,7 +51,7 @@ SynchronReceiverSimulator::Place SynchronReceiverSimulator::Join(unsigned int cr
     return place;
 }
 
-// By place and not by iterator: an update may take any simulator out of the register.
+// Finds the next simulator by its place, not by an iterator: an update may erase any simulator.
 void SynchronReceiverSimulator::UpdateAllObjectsTo(Gps_Time time)
 {
     for (auto next = tree.begin(); next != tree.end();) {

@@ -1,5 +1,5 @@
-// One common time for receivers that are simulated or replayed: a dispatcher passes it on to one listener, a register
-// moves all simulators along.
+// One common time for receivers that are simulated or replayed. A dispatcher passes the time to one listener; a
+// register passes it to all simulators.
 #pragma once
 
 #include "kernel/time/Gps_Time.h"
@@ -9,7 +9,7 @@
 
 namespace kernel {
 
-// Base of what a TimeDispatcher calls: any operation of a derived class that takes a Gps_Time.
+// Base of the listeners of a TimeDispatcher, which calls one operation of a derived class that takes a Gps_Time.
 //
 // Threads:   calls arrive on the thread that dispatches the time.
 // Ownership: nothing; never deleted through this class.
@@ -25,10 +25,10 @@ protected:
     ~TimeDispatcherFunction() = default;
 };
 
-// Passes each new time to one operation of one object. Copies call the same.
+// Passes each new time to one operation of one object. A copy calls the same operation of the same object.
 //
-// Threads:   not locked; NewTime calls on its caller's thread.
-// Ownership: the object stays its owner's, who keeps it alive until Register names another one or none.
+// Threads:   not locked; NewTime calls the operation on its own caller's thread.
+// Ownership: does not own the object, which must live until Register names another one or null.
 // Errors:    none; without an object or an operation nothing happens.
 class KERNEL_API TimeDispatcher {
 public:
@@ -40,7 +40,7 @@ public:
     virtual ~TimeDispatcher() { Reset_Members(); }
 
     virtual void NewTime(Gps_Time time);
-    // In place of what was registered before. A derived class casts its operation to Function.
+    // Replaces what was registered before. A derived class casts its operation to Function.
     void Register(TimeDispatcherFunction *object, Function function);
 
 private:
@@ -50,14 +50,14 @@ private:
     Function function_ = nullptr;
 };
 
-// Base of simulated receivers: all that live are moved along together, in the order in which they were created. A copy has
-// the creation number of its original and comes after it, and after earlier copies.
-// Destructors are not virtual: mark a concrete simulator `final`, and delete it as what it is. None may be created before
-// main in a program that links the archive: the register may not be there yet.
+// Base of simulated receivers. UpdateAllObjectsTo updates all living ones in the order of their creation. A copy has
+// the creation number of its original and comes after it and after earlier copies.
+// The destructor is not virtual: mark a concrete simulator `final`, and delete it through its own type. A program that
+// links the archive must not create one before main: the register may not exist yet.
 //
-// Threads:   the register has no lock: create, destroy, copy and update on one thread, or under one lock of the host's. An
-//            update may create and destroy simulators, itself included; new ones are reached in the same round.
-// Ownership: the register holds pointers, and each simulator takes its own out when it is destroyed.
+// Threads:   the register has no lock: create, destroy, copy and update on one thread, or under one lock of the host.
+//            An update may create and destroy simulators, its own included; new ones are updated in the same round.
+// Ownership: the register holds pointers; each simulator removes its own when it is destroyed.
 // Errors:    none.
 class KERNEL_API SynchronReceiverSimulator : public TimeDispatcherFunction {
 public:

@@ -13,18 +13,22 @@ namespace kernel {
 
 namespace {
 
-// 64 bits: an int of years, or of weeks, has more seconds than 32 bits hold.
+// 64 bits: the seconds of an int of years or weeks exceed 32 bits.
 constexpr std::int64_t week_seconds = static_cast<std::int64_t>(Seconds_Per_Week);
 constexpr std::int64_t day_seconds = static_cast<std::int64_t>(Seconds_Per_Day);
+constexpr double most_seconds = 1e15;  // [s] of a date given by its fields; sums with them fit into 64 bits
 constexpr std::int64_t epoch_mjd = 44244;
 constexpr std::int64_t epoch_day = epoch_mjd + 2400001;  // the Julian day that begins at noon
 constexpr std::uint32_t gregorian_day = 2299161;         // 15 October 1582
 constexpr double noted_sunday_mjd = 49921;               // 23 July 1995
-constexpr std::size_t text_size = 24;
+constexpr std::size_t text_size = 24;                    // [bytes] of the buffers of rtime2str
+// [s] of the texts of rtime2str. Part of the interface: a time from about .9 s on is shown as the next second.
+constexpr double text_tolerance = 0.1;
+constexpr double milliseconds_tolerance = 0.0005;  // [s] half a millisecond: rounding never yields 1000 of them
 
-// The Modified Julian Date at 00:00, of the Gregorian calendar for any year. A year begins with March here: the leap
-// day then is its last, and each month takes 30.6 days, cut to whole ones as they add up. The divisions cut towards 0,
-// which for years below 0 is not the calendar's count.
+// The Modified Julian Date at 00:00, by the Gregorian calendar for any year. A year begins with March here, so that the
+// leap day is its last day. A month takes 30.6 days; the sum is cut to whole days. The divisions cut towards 0, which
+// differs from the calendar for years below 0.
 std::int64_t Day_Number(std::int64_t year, std::int64_t month, std::int64_t day)
 {
     if (month < 3) {
@@ -39,8 +43,8 @@ struct Date {
 };
 
 // The classical conversion of a Julian day at noon (Meeus, Astronomical Algorithms, chapter 7; a, c and e are his A, C
-// and E), with its fractions as fractions of whole numbers: 36524.25 = 146097 / 4, 365.25 = 7305 / 20, 30.6001 =
-// 306001 / 10000. Nothing exceeds 32 bits for the days that are let in here.
+// and E). Its decimal numbers are written as fractions: 36524.25 = 146097 / 4, 365.25 = 7305 / 20, 30.6001 =
+// 306001 / 10000. Date_Of_Day passes days for which nothing exceeds 32 bits.
 Date Date_Of_Small_Day(std::uint32_t julian_day)
 {
     std::uint32_t a = julian_day;
@@ -56,24 +60,24 @@ Date Date_Of_Small_Day(std::uint32_t julian_day)
     return {static_cast<int>(c) - 4715 - (month > 2), static_cast<int>(month), static_cast<int>(day)};
 }
 
-// Days for which 32 bits are too few are moved there by whole cycles of 4 and 400 years. There is no year 0.
+// Moves days outside the range of Date_Of_Small_Day into it, by whole cycles of 4 or 400 years. There is no year 0.
 Date Date_Of_Day(std::int64_t julian_day)
 {
     constexpr std::int64_t end = 100000000;
     std::int64_t years = 0;
     if (julian_day < 0) {
-        // Long before 1582: the calendar is the Julian one, which repeats itself after four years.
+        // Long before 1582: the Julian calendar, which repeats after 4 years of 1461 days.
         const std::int64_t cycles = 1 - julian_day / 1461;
         julian_day += cycles * 1461;
         years = cycles * -4;
     } else if (julian_day > end) {
-        // The Gregorian one repeats itself after 400.
+        // The Gregorian calendar repeats after 400 years of 146097 days.
         const std::int64_t cycles = 1 + (julian_day - end) / 146097;
         julian_day -= cycles * 146097;
         years = cycles * 400;
     }
     Date date = Date_Of_Small_Day(static_cast<std::uint32_t>(julian_day));
-    // An int's weeks are some 41 million years.
+    // Fits: an int of weeks is some 41 million years.
     date.year += static_cast<int>(years);
     if (date.year < 1) --date.year;
     return date;
@@ -86,13 +90,14 @@ struct Date_Time {
 
 Date_Time Date_Time_Of(std::int64_t week, int seconds)
 {
-    // Set(double) alone leaves seconds below 0, and by a week at most.
+    // Only Set(double) leaves seconds below 0, by at most a week.
     if (seconds < 0) {
         week -= 1;
         seconds += static_cast<int>(week_seconds);
     }
     const auto of_week = static_cast<std::uint32_t>(seconds);
-    const std::uint32_t days = of_week / 86400, of_day = of_week % 86400, minutes = of_day / 60;
+    constexpr auto per_day = static_cast<std::uint32_t>(day_seconds);
+    const std::uint32_t days = of_week / per_day, of_day = of_week % per_day, minutes = of_day / 60;
     return {Date_Of_Day(7 * week + epoch_day + days), static_cast<int>(minutes / 60), static_cast<int>(minutes % 60),
             static_cast<int>(of_day % 60)};
 }
@@ -103,7 +108,7 @@ platform::Calendar_Time To_Platform(const SYSTEMTIME &time) { return std::bit_ca
 
 }  // namespace
 
-// Each names its own Set: an override would not be reached from a constructor, whatever it looks like.
+// A constructor cannot reach an override of Set in a subclass; mTime::Set says which one it calls.
 mTime::mTime(InitTime init) { mTime::Set(init); }
 mTime::mTime(double total) { mTime::Set(total); }
 mTime::mTime(int week, double sec) { mTime::Set(week, sec); }
@@ -118,7 +123,7 @@ mTime::mTime(int year, int month, int day, int hour, int min, double sec)
 
 void mTime::Store(double week, double sec)
 {
-    // In double, where no sum of weeks overflows.
+    // The sum is a double, which does not overflow.
     week += Take_Whole_Weeks(sec);
     const bool fits = std::isfinite(sec) && std::fabs(week) <= std::numeric_limits<int>::max();
     week_ = fits ? static_cast<int>(week) : 0;
@@ -143,29 +148,29 @@ void mTime::Set(double total)
 {
     const double weeks = std::trunc(total / Seconds_Per_Week);
     Store(weeks, 0);
-    // Another week means that Store has refused this one: then it is zero time as a whole.
+    // If week_ differs, Store has refused the week, and the time stays week 0, 0 s.
     if (week_ == weeks) seconds_ = total - weeks * Seconds_Per_Week;
 }
 
 void mTime::Set(int week, double sec) { Store(week, sec); }
 
-// Whole seconds are counted in integers; what is left of them, up to half a second either way, keeps all its digits.
+// Whole seconds are counted in integers. The rest, at most half a second either way, keeps all its digits.
 void mTime::Set(int year, int month, int day, int hour, int min, double sec)
 {
     const double whole = std::floor(sec + 0.5);
-    if (!(std::fabs(whole) < 1e15)) return Store(0, 0);  // no count of seconds; so is not-a-number
+    if (!(std::fabs(whole) < most_seconds)) return Store(0, 0);  // also for not-a-number
     const std::int64_t total = (Day_Number(year, month, day) - epoch_mjd) * day_seconds + std::int64_t{hour} * 3600 +
                                std::int64_t{min} * 60 + static_cast<std::int64_t>(whole);
-    // Before the epoch the rest is negative: Store brings it into normal form.
+    // The remainder is negative before the epoch; Store normalises it.
     Store(static_cast<double>(total / week_seconds), static_cast<double>(total % week_seconds) + (sec - whole));
 }
 
 void mTime::Set(int year, int day_of_period, int hour, int min, double sec)
 {
-    // Cut towards 0, for negative years as well.
+    // The remainder is cut towards 0, for negative years as well.
     std::int64_t start = year - year % 4;
     const std::int64_t in_period = (day_of_period >= 366) + (day_of_period >= 731) + (day_of_period >= 1096);
-    // How far `year` is ahead of the day's year in the period from `start`; in the next period it is 4 less.
+    // By how many years `year` is ahead of the day's year in the period from `start`. In the next period it is 4 less.
     const std::int64_t ahead = year - (start + in_period);
     if (std::abs(ahead - 4) <= std::abs(ahead)) start += 4;
     const std::int64_t days = Day_Number(start, 1, 1) - 1 + day_of_period - epoch_mjd;
@@ -179,13 +184,13 @@ double mTime::get_mjd() const { return 7.0 * week_ + epoch_mjd + seconds_ / Seco
 
 void mTime::get_caldat(int &year, int &month, int &day, int &hour, int &min, double &sec, double tol) const
 {
-    // Dates are made of whole seconds, in integers; the part of a second is added untouched, with all its digits.
+    // The date is computed from whole seconds in integers. The fraction is added unchanged, with all its digits.
     int whole = static_cast<int>(seconds_);
     if (whole > seconds_) --whole;
     Date_Time shown = Date_Time_Of(week_, whole);
     sec = shown.sec + (seconds_ - whole);
-    // Half a second beyond the next whole one, and cut: no rounding on the way can fall back, and the carry goes
-    // through to the year.
+    // Half a second is added and then cut, so that rounding errors cannot fall back below the whole second. The new
+    // date carries up to the year.
     if (sec + tol >= shown.sec + 1) {
         const mTime next(shown.date.year, shown.date.month, shown.date.day, shown.hour, shown.min, sec + 0.5);
         shown = Date_Time_Of(next.week_, static_cast<int>(next.seconds_));
@@ -201,7 +206,7 @@ void mTime::get_caldat(int &year, int &month, int &day, int &hour, int &min, dou
 namespace {
 
 struct Calendar {
-    // The virtual operation: a subclass that shows other dates changes all single answers with it.
+    // get_caldat is virtual: a subclass that overrides it changes get_year and the other single fields, too.
     Calendar(const mTime &time, double tol) { time.get_caldat(year, month, day, hour, min, sec, tol); }
     int year, month, day, hour, min;
     double sec;
@@ -218,7 +223,7 @@ double mTime::get_secs(double tol) const { return Calendar(*this, tol).sec; }
 
 int mTime::get_day_of_year(double tol) const
 {
-    // The same tolerance for the year as for the day: at midnight both turn together.
+    // Year and day use the same tolerance, so that both change together at midnight.
     const mTime new_year(get_year(tol), 1, 1, 0, 0, 0.0);
     return 1 + static_cast<int>(get_mjd() - new_year.get_mjd() + tol / Seconds_Per_Day);
 }
@@ -227,8 +232,8 @@ int mTime::get_day_of_week(double tol) const
 {
     const double days = get_mjd() - noted_sunday_mjd + tol / Seconds_Per_Day;
     const int rest = static_cast<int>(static_cast<std::int64_t>(std::fabs(days)) % 7);
-    // Both sides of the reference are cut towards it, so that the count before it is the mirrored one; hence the
-    // midnights of the header, which are kept.
+    // Days are cut towards the reference on both sides. Before it, a midnight therefore counts for the day before,
+    // which is part of the interface (see the header).
     return days < 0 ? 6 - rest : rest;
 }
 
@@ -247,7 +252,7 @@ mTime mTime::operator+(double sec) const
 
 double mTime::operator-(const mTime &b) const
 {
-    // In double: two ints may be further apart than an int can say.
+    // In double: the difference of two ints may not fit into an int.
     return (static_cast<double>(week_) - b.week_) * Seconds_Per_Week + seconds_ - b.seconds_;
 }
 
@@ -255,14 +260,14 @@ int mTime::MonthLen(int month, int year)
 {
     static constexpr int days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     if (month < 1 || month > 12) return 0;
-    // By the dates themselves, so that leap years are those that are shown; noon is far from any rounding.
+    // Asks get_day_of_year, so that leap years agree with the dates shown. At noon rounding cannot change the day.
     const bool leap_day = month == 2 && mTime(year, 3, 1, 12, 0, 0.0).get_day_of_year(Tolerance) > 60;
     return days[month - 1] + (leap_day ? 1 : 0);
 }
 
 int mTime::Overlap(const mTime &a1, const mTime &a2, const mTime &b1, const mTime &b2, int widen, double margin)
 {
-    const mTime from = widen ? a1 + -margin : a1;  // the minus is a sign: there is no operator-(double)
+    const mTime from = widen ? a1 + -margin : a1;  // there is no operator-(double)
     const mTime to = widen ? a2 + margin : a2;
     return (from <= b1 && b1 <= to) || (from <= b2 && b2 <= to) || (b1 <= from && to <= b2);
 }
@@ -270,7 +275,7 @@ int mTime::Overlap(const mTime &a1, const mTime &a2, const mTime &b1, const mTim
 double mTime::GetTimeZone()
 {
     const platform::Time_Zone zone = platform::zone_now();
-    // As Win32 tells it: without daylight saving the biases of both seasons are not to be counted.
+    // The rule of Win32: in a zone without daylight saving only `bias` counts.
     switch (zone.holds) {
     case platform::Time_Zone::Holds::no_change: return 60.0 * static_cast<double>(zone.bias);
     case platform::Time_Zone::Holds::standard: return 60.0 * static_cast<double>(zone.bias + zone.standard_bias);
@@ -292,22 +297,22 @@ mTime mTime::LocalTimeToUTC(const mTime &local)
 {
     mTime estimate = local + GetTimeZone();
     const mTime check = UTCToLocalTime(estimate);
-    // Also true for any time finer than a millisecond, which the check does not show: hence the half millisecond of the
-    // header.
+    // `check` is in whole milliseconds, so a finer time is corrected by its fraction, too: the half millisecond that
+    // the header names.
     if (check != local) estimate += local - check;
     return estimate;
 }
 
 SYSTEMTIME mTime::ConvertToSystemTime() const
 {
-    const Calendar date(*this, 0.0005);  // half a millisecond: rounding never makes 1000 of them
-    // A month of 0 is no date to the system: SetSystemTime and the conversions refuse it.
+    const Calendar date(*this, milliseconds_tolerance);
+    // An all-zero date has the month 0, so SetSystemTime and the conversions of the system refuse it.
     if (date.year < 0 || date.year > std::numeric_limits<std::uint16_t>::max()) return {};
     const auto small = [](double value) { return static_cast<std::uint16_t>(value); };
     const double whole = std::floor(date.sec);
     return {small(date.year),
             small(date.month),
-            small(get_day_of_week(0.0005)),
+            small(get_day_of_week(milliseconds_tolerance)),
             small(date.day),
             small(date.hour),
             small(date.min),
@@ -320,9 +325,7 @@ bool mTime::SetSystemTime() const { return platform::set_system_time(To_Platform
 char *rtime2str(char *buf, double t)
 {
     if (!buf) return nullptr;
-    // A tenth, though rounding to the text's one digit asks for half of it: from about .9 s on a time is shown as the
-    // next second. So it is meant.
-    const Calendar date(mTime(t), 0.1);
+    const Calendar date(mTime(t), text_tolerance);
     std::snprintf(buf, text_size, "%02d.%02d.%02d / %02d:%02d:%04.1f", date.day, date.month, date.year % 100, date.hour,
                   date.min, date.sec);
     return buf;
@@ -332,12 +335,12 @@ char *rtime2str(char *buf, long double t) { return rtime2str(buf, static_cast<do
 
 namespace {
 
-// The day is not carried into the month.
+// Does not carry the day into the month.
 char *Write_Whole_Seconds(char *buf, double t)
 {
     if (!buf) return nullptr;
-    Calendar date(mTime(t), 0.1);
-    // Never for whole seconds, which is what both callers hand in; it is part of the form.
+    Calendar date(mTime(t), text_tolerance);
+    // Both callers pass whole seconds, for which this loop never runs.
     while (date.sec >= 59.5) {
         date.sec -= 60;
         date.min += 1;
