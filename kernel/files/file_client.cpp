@@ -25,7 +25,7 @@ File_Client::File_Client(const char *name) : Object(name ? name : ClassName()) {
 
 File_Client::File_Client() : File_Client(ClassName()) {}
 
-// Not Byte_Client's copy: counters and connection are not taken over.
+// Byte_Client is default-constructed, because counters and connection are not copied.
 File_Client::File_Client(const File_Client &other) : Object(other), Byte_Client() { ResetValues(); }
 
 File_Client &File_Client::operator=(const File_Client &other)
@@ -74,7 +74,7 @@ bool File_Client::Create(const char *name)
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Warning, 9, "File %s already open", name);
         return true;
     }
-    std::unique_ptr<char[]> own_name = Copy_Text(name);  // before Close: the caller's text may be the one it frees
+    std::unique_ptr<char[]> own_name = Copy_Text(name);  // before Close, which may free the caller's text
     Close();
     if (!own_name) {
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "strdup(%s) failed", name);
@@ -82,7 +82,7 @@ bool File_Client::Create(const char *name)
     }
     file_ = platform::File::open(own_name.get(), platform::File::Mode::create);
     if (!file_) {
-        // The name is dropped with the failure: a client without both is valid, and records nothing.
+        // The name is not kept: a client without name and file is valid and records nothing.
         last_error_ = platform::last_error();
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not open file %s", own_name.get());
         ErrorBox();
@@ -93,7 +93,7 @@ bool File_Client::Create(const char *name)
     return true;
 }
 
-// Both together: with a name and no file the object would not be valid.
+// Resets both: with a name and no file the object would not be valid.
 void File_Client::Close()
 {
     file_.reset();
@@ -103,8 +103,8 @@ void File_Client::Close()
 bool File_Client::Send(Byte_Server &server, CL_Mesg message)
 {
     switch (message) {
-    // One byte: it wants to be called as soon as there is anything, and then takes what there is. Both are always true:
-    // a full disk must not end the stream.
+    // A request of one byte, so that the server calls as soon as there is any data; Mesg_Data_Ready then takes all. The replies
+    // are always true: a full disk must not end the stream.
     case Mesg_Request_Invite: server.Request(1); return true;
     case Mesg_Data_Ready: {
         unsigned char block[block_size];

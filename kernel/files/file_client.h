@@ -14,32 +14,33 @@ namespace kernel {
 
 // Takes every block that its server offers, whether a file is open or not.
 //
-// Threads:   no lock: Create and Close belong to the time when the server does not send, or to its sending thread.
-// Ownership: the open file; nobody else may write to it until Close. Belongs to its server (see Client_Server).
+// Threads:   no lock: call Create and Close while the server does not send, or on its sending thread.
+// Ownership: owns the open file; no other process may write to it until Close. Belongs to its server (see
+//            Client_Server).
 // Errors:    kernel/file_client: level 2, code 9 "File %s already open"; level 3, code 9 "Could not open file %s" and
-//            "Could not write to file %s", code 15 the cause, code 18 no memory. A failed write closes the file: what was
-//            written stays, what comes later is taken from the server and dropped. Invalid while a name is set and no
-//            file is open.
+//            "Could not write to file %s", code 15 the cause, code 18 no memory. A failed write closes the file: the
+//            bytes already written stay, and later blocks are taken from the server and dropped. Invalid while a name
+//            is set and no file is open.
 class KERNEL_API File_Client : public Byte_Client {
 public:
     static const char Name[];  // "Client or File Communication"
     static const char *ClassName() { return Name; }
     bool IsInheritedFrom(const char *name) const override;
 
-    // Opens the file as Create does. One that cannot be opened is reported; the client then records nothing until a
-    // Create succeeds: a station without a disk still runs.
+    // Opens the file like Create. If that fails, it is reported, and the client records nothing until a Create
+    // succeeds: a station without a disk still runs.
     static File_Client *Construct(const char *name);
     static File_Client *Construct();
     static void Destruct(File_Client *client) { Object::Destruct(client); }
 
-    // A copy reports to the same handler under the same name and has no file: a file has one writer. Assigning copies the
-    // last error; name, handler, file and connection stay.
+    // A copy has the same handler and the same object name and no file, because a file has one writer. Assignment
+    // copies only the last error; name, handler, file and connection stay.
     File_Client(const File_Client &other);
     File_Client &operator=(const File_Client &other);
     ~File_Client() override;
 
-    // Opens a file for recording and cuts off what was there; the name (UTF-8) that is open already, in whatever case, goes on
-    // recording. Null closes.
+    // Opens a file for recording and truncates it. If the same name (UTF-8, case ignored) is open already, recording
+    // continues. Null closes.
     bool Create(const char *name);
     void Close();
     bool IsValid() const override;
@@ -47,7 +48,7 @@ public:
     void ErrorBox();  // reports the last error in words
 
 protected:
-    explicit File_Client(const char *name);  // not opened: Construct does
+    explicit File_Client(const char *name);  // opens nothing; Construct does
     File_Client();
 
     // For recorders that do more with a block.

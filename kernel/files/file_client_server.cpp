@@ -15,7 +15,7 @@ namespace {
 
 const char unit[] = "kernel/file_client_server";
 
-// No_Byte as a count. Whoever takes blocks through a tap has to see that it is more than was asked for.
+// GetNBytes without an upstream returns No_Byte as a count. It exceeds what was asked for, and callers check for that.
 constexpr long no_upstream_count = 65535;
 constexpr Open_Error_Words words = {"device not found", "access denied (Device open ?)"};
 
@@ -45,7 +45,7 @@ bool File_Client_Server::IsInheritedFrom(const char *name) const
            Byte_Client::IsInheritedFrom(name);
 }
 
-// Name and file are set and cleared together: a name without a file does not outlive Create.
+// Name and file are set and cleared together: after Create there is no name without a file.
 bool File_Client_Server::IsValid() const { return Client_Server::IsValid() && (!file_->Name() || file_->Get()); }
 
 bool File_Client_Server::Create(const char *name)
@@ -54,12 +54,11 @@ bool File_Client_Server::Create(const char *name)
         Close();
         return true;
     }
-    const std::unique_ptr<char[]> own_name =
-        Copy_Text(name);  // before Close: the caller's text may be the one it frees
+    const std::unique_ptr<char[]> own_name = Copy_Text(name);  // before Close, which may free the caller's text
     std::uint64_t closes = 0;
     {
         const Semaphore_Guard guard(*this);
-        // Good while the lock is held: who closes takes it, Record included.
+        // The pointer is valid while the lock is held, because every Close takes the lock.
         const char *open_name = file_->Name();
         if (open_name && Same_File_Name(open_name, name)) return true;
         Close();
@@ -69,7 +68,7 @@ bool File_Client_Server::Create(const char *name)
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "strdup(%s) failed", name);
         return false;
     }
-    // No lock is held while the system opens: it may take for ever.
+    // No lock is held here: opening may block without limit.
     auto file = platform::File::open(own_name.get(), platform::File::Mode::append);
     if (!file) {
         last_error_ = platform::last_error();
@@ -93,7 +92,7 @@ bool File_Client_Server::Request(long n) { return upstream_ && upstream_->Reques
 
 long File_Client_Server::MinAvail(long n) { return upstream_ ? upstream_->MinAvail(n) : 0; }
 
-// A call of the system per byte: a client in a hurry pulls blocks.
+// One system call per byte; GetNBytes is faster.
 unsigned short File_Client_Server::GetByte()
 {
     const unsigned short value = upstream_ ? upstream_->GetByte() : No_Byte;
@@ -108,7 +107,7 @@ unsigned short File_Client_Server::UnGetByte(unsigned char)
 {
     const unsigned short value = upstream_ ? upstream_->GetByte() : No_Byte;
     if (value == No_Byte) return value;
-    // Fails in an empty file, where there is nothing to replace.
+    // Fails for an empty file, in which there is no byte to replace.
     if (const auto file = file_->Get()) file->seek_end(-1);
     return value;
 }
@@ -117,7 +116,7 @@ long File_Client_Server::GetNBytes(unsigned char *buffer, long n)
 {
     if (!upstream_) return no_upstream_count;
     const long got = upstream_->GetNBytes(buffer, n);
-    // More than n is what a tap above says that has no upstream: nothing of it is in the buffer.
+    // A tap without an upstream returns more than n and leaves the buffer empty.
     if (got > 0 && got <= n) Record(buffer, static_cast<std::size_t>(got));
     return got;
 }
@@ -129,7 +128,7 @@ void File_Client_Server::Record(const unsigned char *bytes, std::size_t n)
     std::size_t written = 0;
     if (file->write(bytes, n, written)) return;
     const std::uint32_t error = platform::last_error();
-    if (file->closed()) return;  // by another thread, between the look and the write
+    if (file->closed()) return;  // another thread closed it between Get and write
     last_error_ = error;
     Report(unit, __LINE__)
         .Print_Out(Error_Handler::ES_Error, 9, "Could not write to file %s", file_->Name_Copy().c_str());
@@ -143,21 +142,21 @@ bool File_Client_Server::Send(Byte_Server &server, CL_Mesg message)
         Delete_Downstream();
         return Byte_Client::Send(server, message);
     }
-    // The tap answers for the chain; its client was asked when it was connected here. Everything below goes down, also
-    // whether disconnection is allowed: the end of the chain decides, and ticks are counted there.
+    // The tap replies for the chain; its client was asked when it was connected to the tap. All other messages are
+    // passed down, Mesg_Disconnect_Query included: the end of the chain decides, and ticks are counted there.
     if (message == Mesg_Byte_Type) return true;
-    // A message sent from inside this one must not cut the outer one off from its bytes.
+    // Restored afterwards: a nested message must not take the upstream away from the outer one.
     Byte_Server *const outer = std::exchange(upstream_, &server);
     const std::optional<bool> answer = Ask(message);
     upstream_ = outer;
     return answer ? *answer : Byte_Client::Send(server, message);
 }
 
-// An object that may be deleted takes its client with it.
+// If this object may be deleted, deletes its client, too.
 void File_Client_Server::Delete_Downstream()
 {
     if (!Delete_Me()) return;
-    // Detached first, or this object's own end would ask a client that is gone.
+    // Take_Client first: otherwise this object's destructor would send to a deleted client.
     Byte_Client *const downstream = Take_Client();
     if (downstream && downstream->Send(*this, Mesg_Delete_Query)) Object::Destruct(downstream);
 }

@@ -1,4 +1,4 @@
-// A recording tap: passes a byte stream through and appends to a file what the client takes.
+// A recording tap: passes a byte stream on and appends the bytes that the client takes to a file.
 #pragma once
 
 #include "kernel/connections/BYTE_SER.h"
@@ -13,27 +13,28 @@ class Open_File;
 
 // Sits between a server (upstream, whose client it is) and a client (downstream, whose server it is).
 //
-// Threads:   Create and Close hold the object's Semaphore and may come from any thread; the pass-through runs on the
-//            upstream server's thread, inside its Send, and takes no lock but a short one for the file.
-// Ownership: belongs to its upstream server and owns its downstream client; asked Mesg_Delete_Query it hands the question
-//            down and deletes the client that agrees.
-// Errors:    kernel/file_client_server, level 3: code 9 "Could not open File %s" and "Could not write to file %s", code 15
-//            the cause, code 18 no memory. A failed write closes the file; the stream goes on. Outside an upstream Send:
-//            Request false, MinAvail 0, GetByte No_Byte, GetNBytes 65535 (not 0: kept as it is).
+// Threads:   Create and Close take the object's Semaphore; any thread may call them. The pass-through runs on the
+//            upstream server's thread, inside its Send, and takes only a short lock for the file.
+// Ownership: belongs to its upstream server and owns its downstream client. It passes Mesg_Delete_Query on and deletes
+//            the client if that replies true.
+// Errors:    kernel/file_client_server, level 3: code 9 "Could not open File %s" and "Could not write to file %s", code
+//            15 the cause, code 18 no memory. A failed write closes the file; the stream goes on. Outside an upstream
+//            Send: Request false, MinAvail 0, GetByte No_Byte, GetNBytes 65535 (part of the interface; not 0).
 class KERNEL_API File_Client_Server : public Byte_Server, public Byte_Client {
 public:
     static const char Name[];  // "Client Server for File Communication"
     static const char *ClassName() { return Name; }
     bool IsInheritedFrom(const char *name) const override;
 
-    // Opens the file as Create does. One that cannot be opened is reported; the tap then passes the stream on and records
-    // nothing until a Create succeeds.
+    // Opens the file like Create. If that fails, it is reported, and the tap passes the stream on and records nothing
+    // until a Create succeeds.
     static File_Client_Server *Construct(const char *name);
     static void Destruct(File_Client_Server *object) { Object::Destruct(object); }
     ~File_Client_Server() override;
 
-    // Opens a file and goes on at its end; the name (UTF-8) that is open already, in whatever case, stays. Null closes. No
-    // lock is held while the system opens. False without a report: another thread has called Close or Create meanwhile.
+    // Opens a file and appends to it. If the same name (UTF-8, case ignored) is open already, recording continues. Null
+    // closes. Holds no lock while the system opens. Returns false without a report when another thread has called Close
+    // or Create meanwhile.
     bool Create(const char *name);
     void Close();
     bool IsValid() const override;
@@ -42,8 +43,8 @@ public:
     bool Request(long n) override;
     unsigned short GetByte() override;
     using Byte_Server::UnGetByte;
-    // Takes a byte from upstream, whatever `byte` is, and moves the file's position one back from its end, so that the next
-    // byte recorded replaces the last one. Kept as it is.
+    // Part of the interface: ignores `byte`, takes a byte from upstream and moves the file's position back by one from
+    // its end, so that the next recorded byte replaces the last one.
     unsigned short UnGetByte(unsigned char byte) override;
     using Byte_Server::GetNBytes;
     long GetNBytes(unsigned char *buffer, long n) override;

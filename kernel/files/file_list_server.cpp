@@ -4,6 +4,7 @@
 #include "kernel/files/list_file_internal.h"
 
 #include <cstring>
+#include <limits>
 #include <string>
 
 namespace kernel {
@@ -21,7 +22,7 @@ File_List_Server::File_List_Server(const char *name)
 {
 }
 
-// The reader is stopped while it still finds the list.
+// Stops the reader before list_ is destroyed.
 File_List_Server::~File_List_Server() { Close(false); }
 
 File_List_Server *File_List_Server::Construct(const char *name)
@@ -40,7 +41,7 @@ std::shared_ptr<List_File> File_List_Server::List() const
     return list_;
 }
 
-// The former list goes with its last user: a reader that was killed in the middle of a read keeps it for good.
+// The last user destroys the former list. A reader that was killed during a read never releases it.
 void File_List_Server::Set_List(std::shared_ptr<List_File> list)
 {
     const std::lock_guard guard(list_guard_);
@@ -62,20 +63,20 @@ bool File_List_Server::Create(const char *list_name, unsigned long rate)
     return Find_File() == Found::file;
 }
 
-// True when it was called off: whoever has closed the file or opened another one decides what comes.
+// True also for Found::nothing: another thread has closed the file or opened one, and the reader goes on with that.
 bool File_List_Server::Next_File() { return Find_File() != Found::end; }
 
 File_List_Server::Found File_List_Server::Find_File()
 {
     const std::shared_ptr<List_File> list = List();
-    // No end: the reader finds the same file again and asks once per pass, until it is stopped.
+    // Not the end: the reader finds the same file again and calls this once per pass until it is stopped.
     if (!list) {
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 12, "List file not open.");
         return Found::file;
     }
     std::uint64_t closes = Closes();
     for (std::string entry; list->Next(entry);) {
-        // The rate is that of now, which AutoRun may have changed.
+        // Rate() and not the rate of Create: AutoRun may have changed it.
         const Opened opened = Replace(entry.c_str(), Rate(), closes);
         if (opened == Opened::superseded) return Found::nothing;
         if (opened == Opened::no) continue;
@@ -96,7 +97,7 @@ Simulator_File_Server::Simulator_File_Server(const char *name)
 {
 }
 
-// The reader is stopped while Next_File is still this class's.
+// Stops the reader while Next_File is still that of this class.
 Simulator_File_Server::~Simulator_File_Server() { Close(false); }
 
 Simulator_File_Server *Simulator_File_Server::Construct(const char *name)
@@ -111,8 +112,8 @@ bool Simulator_File_Server::IsInheritedFrom(const char *name) const
 
 bool Simulator_File_Server::Create(const char *name, bool list_mode, unsigned long bytes_per_second)
 {
-    // A reader that is at the end of the recording before this one may already see the new mode, and says that no list
-    // is open.
+    // A reader that is still at the end of the previous recording may see the new mode. It then reports that no list is
+    // open.
     list_mode_ = list_mode;
     SetBytesPerSec(bytes_per_second);
     return list_mode ? File_List_Server::Create(name, bytes_per_second) : File_Server::Create(name, bytes_per_second);
@@ -127,8 +128,8 @@ void Simulator_File_Server::Disable()
 
 void Simulator_File_Server::SetBytesPerSec(unsigned long rate)
 {
-    bytes_per_second_.store(rate > 0xFFFFFFFFUL ? 0xFFFFFFFFU : static_cast<std::uint32_t>(rate),
-                            std::memory_order_relaxed);
+    constexpr std::uint32_t most = std::numeric_limits<std::uint32_t>::max();
+    bytes_per_second_.store(rate > most ? most : static_cast<std::uint32_t>(rate), std::memory_order_relaxed);
 }
 
 }  // namespace kernel

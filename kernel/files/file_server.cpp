@@ -20,12 +20,13 @@ namespace {
 
 const char unit[] = "kernel/file_server";
 
-constexpr long buffer_size = 8192;        // bytes of the ring that the client pulls from
-constexpr std::size_t block_size = 4096;  // bytes per read, at most
-// The grain of the pace: the budget grows once per pass.
-constexpr unsigned long pass_ms = 50;
+constexpr long buffer_size = 8192;        // [bytes] of the ring that the client pulls from
+constexpr std::size_t block_size = 4096;  // [bytes] per read, at most
+constexpr unsigned long pass_ms = 50;     // the budget grows once per pass
 constexpr unsigned long retry_ms = 10;
 constexpr unsigned long lock_retry_ms = 5;
+constexpr unsigned long leave_poll_ms = 5;
+constexpr unsigned long no_position = 0xFFFFFFFFUL;
 constexpr std::uint64_t most_bytes = std::numeric_limits<std::uint64_t>::max();
 constexpr Open_Error_Words words = {"file not found", "access denied"};
 
@@ -58,7 +59,7 @@ bool File_Server::IsValid() const { return String_Byte_Server::IsValid(); }
 
 void File_Server::Disconnect()
 {
-    // The reader first: with it gone nobody is inside the client that is asked.
+    // Stop the reader first: then no thread is inside the client when it is asked.
     stop();
     Byte_Server::Disconnect();
 }
@@ -77,8 +78,8 @@ File_Server::File_Lock::File_Lock(const File_Server &server, std::shared_ptr<ipc
     Request(server);
 }
 
-// The wait may be for another process. Who waits while the file changes gets the old file's lock, and meets the holder of
-// the new one; the counters are atomics for that.
+// The wait may be for another process. If the file changes meanwhile, this thread gets the old file's lock while
+// another holds the new one; the counters are atomics for that reason.
 void File_Server::File_Lock::Request(const File_Server &server)
 {
     if (!lock_) return;
@@ -86,8 +87,8 @@ void File_Server::File_Lock::Request(const File_Server &server)
         lock_->Request();
         return;
     }
-    // The reader may be killed when it does not end, and must not stand in the queue for the lock then: it asks again and
-    // again, and goes on without the lock when it is to end.
+    // The reader polls and does not wait in Request(), because a thread that does not end may be killed and must not be
+    // killed there. When it is asked to stop, it goes on without the lock.
     while (!lock_->Try_Request()) {
         if (server.Stop_Requested()) {
             lock_.reset();
@@ -103,7 +104,7 @@ std::shared_ptr<ipcMutexSemaphore> File_Server::Named_Lock_Of_File() const
     return file_lock_;
 }
 
-// Keeps the lock alive past its release: Close may have let go of it meanwhile.
+// lock_ shares the lock until after the release: Close may have dropped the server's reference meanwhile.
 void File_Server::File_Lock::Release()
 {
     if (lock_) lock_->Release();
@@ -116,7 +117,7 @@ void File_Server::Set_Rate(unsigned long rate)
     rate_.store(rate > most ? most : static_cast<std::uint32_t>(rate), std::memory_order_relaxed);
 }
 
-// The reader rests until somebody grants anew. Auto-run is not begun anew: a list keeps its pace over its files.
+// The reader pauses until bytes are granted again. Auto-run is not restarted: a list keeps its pace across its files.
 void File_Server::Begin_Budget(unsigned long rate)
 {
     const File_Lock lock(*this);
@@ -131,9 +132,9 @@ bool File_Server::Create(const char *name, unsigned long rate)
         Close(false);
         return true;
     }
-    const std::unique_ptr<char[]> own_name = Copy_Text(name);  // the caller's text may be the one that Close frees
-    // The thread is not stopped: it may be the caller, and goes on with the new file. When it is not, it may look between
-    // Close and Open, find no file and end: Work() starts it again.
+    const std::unique_ptr<char[]> own_name = Copy_Text(name);  // before Close, which may free the caller's text
+    // The thread is not stopped: it may be the caller, and it goes on with the new file. If it is another thread, it
+    // may find no file between Close and Open and end; Work() starts it again.
     Close(true);
     if (!own_name) {
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "strdup(%s) failed", name);
@@ -154,7 +155,7 @@ File_Server::Opened File_Server::Replace(const char *name, unsigned long rate, s
 
 std::uint64_t File_Server::Closes() const { return file_->Closes(); }
 
-// No lock is held while the system opens: it may take for ever, and Insert, Close and destruction must not.
+// Holds no lock while the system opens: that may block without limit, and Insert, Close and destruction must not.
 File_Server::Opened File_Server::Open(const char *name, std::uint64_t &closes)
 {
     try {
@@ -179,7 +180,7 @@ File_Server::Opened File_Server::Open(const char *name, std::uint64_t &closes)
         const File_Lock lock(*this, file_lock);
         const std::lock_guard guard(lock_guard_);
         delivered_ = 0;
-        if (!file_->Set(file, name, closes)) return Opened::superseded;  // `file` goes after the locks
+        if (!file_->Set(file, name, closes)) return Opened::superseded;  // `file` is destroyed after the locks
         file_lock_ = std::move(file_lock);
         return Opened::yes;
     } catch (const std::bad_alloc &) {
@@ -188,12 +189,12 @@ File_Server::Opened File_Server::Open(const char *name, std::uint64_t &closes)
     }
 }
 
-// The thread is stopped before the lock is taken: it may want the lock to come to its end. The reader itself gets here
-// with every list entry that cannot be opened, and goes on with the next.
+// Stops the thread before taking the lock, because the thread may need the lock to end. The reader itself calls this
+// for every list entry that cannot be opened, and goes on with the next.
 void File_Server::Close(bool from_thread)
 {
     if (!from_thread && !Is_Own_Thread()) stop();
-    std::shared_ptr<platform::File> former;  // outlives the locks: what the system does for a close may take its time
+    std::shared_ptr<platform::File> former;  // outlives the locks: the system's close may take long
     std::shared_ptr<ipcMutexSemaphore> former_lock;
     const File_Lock lock(*this);
     const std::lock_guard guard(lock_guard_);
@@ -201,14 +202,14 @@ void File_Server::Close(bool from_thread)
     former_lock.swap(file_lock_);
 }
 
-// Before Create it grants nothing: Create starts from 0.
+// Has no effect before Create, which sets the budget to 0.
 void File_Server::Insert(unsigned long n)
 {
     const File_Lock lock(*this);
     Grant(n);
 }
 
-// Not past the end of the counter: a budget that wrapped would stop the replay.
+// Saturates: a budget that wrapped around would stop the replay.
 void File_Server::Grant(std::uint64_t n)
 {
     std::uint64_t budget = budget_.load(std::memory_order_relaxed);
@@ -218,7 +219,7 @@ void File_Server::Grant(std::uint64_t n)
 void File_Server::AutoRun(unsigned long rate)
 {
     const File_Lock lock(*this);
-    // What was granted before stays: a new rate takes nothing back.
+    // Bytes granted before stay granted under the new rate.
     run_start_ = platform::clock_ms();
     granted_ = 0;
     Set_Rate(rate);
@@ -226,7 +227,7 @@ void File_Server::AutoRun(unsigned long rate)
 
 bool File_Server::Next_File() { return false; }
 
-// No further reads: the reader's inner loop ends at its next look.
+// Uses up the budget, so that the reader's inner loop ends at its next check.
 void File_Server::Freeze()
 {
     Request_Stop();
@@ -234,8 +235,8 @@ void File_Server::Freeze()
     rate_ = 0;
 }
 
-// Two readers would share one buffer: a running one is asked to leave, again and again, since it may be about to start.
-// One that was given up on does not count.
+// Two readers would share one buffer, so a running one is asked to end first. The request is repeated, because a reader
+// that is just starting clears it. A reader that could not be killed does not count as running.
 bool File_Server::Work(unsigned long n)
 {
     while (is_running() && !Is_Own_Thread()) {
@@ -243,7 +244,7 @@ bool File_Server::Work(unsigned long n)
             const File_Lock lock(*this);
             Freeze();
         }
-        platform::sleep_ms(5);
+        platform::sleep_ms(leave_poll_ms);
     }
     {
         const File_Lock lock(*this);
@@ -251,26 +252,26 @@ bool File_Server::Work(unsigned long n)
         budget_ = n;
         rate_ = 0;
     }
-    const bool stepped_before = steps_.exchange(true);  // by a client that steps from inside a step
+    const bool stepped_before = steps_.exchange(true);  // true if a client calls Work(n) from inside Work(n)
     const bool more = thread() != 0;
     steps_ = stepped_before;
-    if (Is_Own_Thread()) Request_Stop();  // the step has ended auto-run, and ends the run around it
+    if (Is_Own_Thread()) Request_Stop();  // Work(n) on the reader thread ends auto-run and the run that called it
     return more;
 }
 
-// Only of the reader thread itself: after a stop the flag stays raised, and a later step is not meant.
+// Counts on the reader thread only: the flag stays set after a stop and must not end a later Work(n).
 bool File_Server::Asked_To_End() const { return Is_Own_Thread() && Stop_Requested(); }
 
 unsigned long File_Server::thread()
 {
-    // Asked only here: a client that SetClient takes away later leaves a reader that reads on for nobody.
+    // Checked only here: if SetClient removes the client later, the reader reads on without one.
     if (!Get_Byte_Client()) return static_cast<unsigned long>(-1);
     run_start_ = platform::clock_ms();
     granted_ = 0;
     last_error_ = 0;
     read_error_ = 0;
     const unsigned long result = Run();
-    // An error of a read is told now, and not with each try. What Create could not open has been told there.
+    // A read error is reported once, here, and not with each retry. Create reports its own errors.
     if (const std::uint32_t error = read_error_.exchange(0)) Show_Error(error);
     return result;
 }
@@ -283,17 +284,17 @@ unsigned long File_Server::Run()
         Sleep(pass_ms);
         Top_Up();
     }
-    // Without a file there is nothing more to do: it was closed, or never there.
+    // There is no file, or it was closed.
     return last_error_ == 0 ? 1 : 0;
 }
 
 struct File_Server::Block {
     std::shared_ptr<platform::File> file;
-    std::size_t n = 0;    // bytes wanted
-    std::size_t got = 0;  // bytes read; less than n at the end of the file
+    std::size_t n = 0;    // [bytes] wanted
+    std::size_t got = 0;  // [bytes] read; less than n at the end of the file
 };
 
-// Spends the budget. False when the last file has come to its end.
+// Delivers until the budget is used up. False at the end of the last file.
 bool File_Server::Deliver()
 {
     Block block{file_->Get()};
@@ -305,39 +306,39 @@ bool File_Server::Deliver()
         if (IsUsedByOrgScan.load(std::memory_order_relaxed)) block.n = 1;
 
         const bool read = Read(block);
-        // A read that fails may have brought bytes before it did; one that brings none at the end still invites the
-        // client to what it left.
+        // A failed read may have delivered some bytes first. An empty read at the end still invites the client to take
+        // what it left in the ring.
         if (block.got > 0 || read) Hand_Over(block);
         if (read && block.got == block.n) continue;
 
-        if (block.file->closed()) {  // under us: there may be another one, or none
+        if (block.file->closed()) {  // by another thread; there may be a new file
             block.file = file_->Get();
-        } else if (!read) {  // repeated while there is budget
+        } else if (!read) {  // retry while there is budget
             if (Asked_To_End()) return true;
             platform::sleep_ms(retry_ms);
         } else {
-            // Before Next_File, which closes the last file at the end of a list, its name included.
+            // Copied before Next_File, which closes the file at the end of a list and frees its name.
             const std::string ended = file_->Name_Copy();
             if (!Next_File()) {
                 Report(unit, __LINE__).Print_Out(Error_Handler::ES_Warning, 16, "EOF of file \"%s\"", ended.c_str());
                 return false;
             }
             const auto next = file_->Get();
-            if (next == block.file) return true;  // a list that is not open says so and goes on: once per pass
+            if (next == block.file) return true;  // no list is open: Next_File reports that once per pass
             block.file = next;
         }
     }
     return true;
 }
 
-// Into the ring, in place where its free bytes lie in one piece: they do whenever the client has taken all.
+// Reads directly into the ring if its free bytes are contiguous, which is so whenever the client has taken all.
 bool File_Server::Read(Block &block)
 {
     unsigned char bytes[block_size];
     unsigned char *const in_place = Reserve(block.n);
     const bool read = block.file->read(in_place ? in_place : bytes, block.n, block.got);
     const std::uint32_t error = platform::last_error();
-    // Closed by another thread is no error of the file's.
+    // If another thread has closed the file, the failure is not an error of the file.
     if (!read && !block.file->closed()) last_error_ = read_error_ = error;
     if (in_place)
         Commit(block.got);
@@ -348,21 +349,21 @@ bool File_Server::Read(Block &block)
 
 void File_Server::Hand_Over(const Block &block)
 {
-    // Nobody else writes this counter: a plain addition, without locking the bus.
+    // Only this thread writes the counter, so no atomic addition is needed.
     bytes_in_.store(bytes_in_.load(std::memory_order_relaxed) + block.got, std::memory_order_relaxed);
     String_Byte_Server::Work();
-    // Create starts the count of a new file at 0: what was read from the old one must not go on its account.
+    // Create sets delivered_ to 0 for a new file: bytes of the old file must not be counted there.
     if (!block.file->closed()) delivered_.fetch_add(block.got, std::memory_order_relaxed);
 }
 
 void File_Server::Top_Up()
 {
     if (rate_ == 0) return;
-    // Against AutoRun, which changes start, rate and what was granted together.
+    // The lock keeps AutoRun out, which changes run_start_, granted_ and rate_ together.
     const File_Lock lock(*this);
-    const double elapsed = static_cast<double>(platform::clock_ms() - run_start_) / 1000.0;  // s
+    const double elapsed = static_cast<double>(platform::clock_ms() - run_start_) / 1000.0;  // [s]
     const auto target = static_cast<std::uint64_t>(static_cast<double>(rate_) * elapsed);
-    // A lower rate may have put the target behind what was granted; that is no reason to take bytes back.
+    // After a lower rate the target may be below granted_; bytes are not taken back.
     if (target > granted_) Grant(target - granted_);
     granted_ = target;
 }
@@ -373,7 +374,7 @@ unsigned long File_Server::terminate()
         const File_Lock lock(*this);
         Freeze();
     }
-    // stop() does the waiting; 0 is the exit code, should it come to a kill.
+    // stop() waits. 0 is the exit code if it has to kill.
     Close(true);
     return 0;
 }
@@ -389,13 +390,13 @@ unsigned long File_Server::GetFilePos() const
 {
     const auto file = file_->Get();
     const std::int64_t position = file ? file->position() : -1;
-    return position < 0 ? 0xFFFFFFFFUL : static_cast<unsigned long>(position);
+    return position < 0 ? no_position : static_cast<unsigned long>(position);
 }
 
 void File_Server::ErrorBox() { Show_Error(last_error_); }
 
-// No caller holds a lock here: on Windows the box stays until somebody has seen it. A reader that is waited for shows none:
-// it would be killed behind its box.
+// Call without any lock: on Windows the box waits for a click. A reader that is being stopped shows no box, because
+// stop() would kill it while the box waits.
 void File_Server::Show_Error(std::uint32_t error)
 {
     const std::string text = Report_Open_Error(*this, unit, __LINE__, error, words);

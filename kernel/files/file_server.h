@@ -1,4 +1,4 @@
-// Replays a recorded byte stream from a file, at the pace of a byte budget.
+// Replays a recorded byte stream from a file, paced by a byte budget.
 #pragma once
 
 #include "kernel/base/Base_Thread.h"
@@ -14,25 +14,24 @@ namespace kernel {
 class ipcMutexSemaphore;
 class Open_File;
 
-// Reads a file in blocks of at most 4096 bytes and hands them to the connected client as a serial port or socket would.
-// The budget says how many bytes may be read: it grows at a fixed rate (AutoRun), by grants (Insert), or for one call
-// (Work(n)). Typical use: Construct, Connect a client, Create(file, rate), Work() starts the thread.
+// Reads a file in blocks of at most 4096 bytes and hands them to the connected client like a serial port or socket.
+// The budget is the number of bytes that may be read. It grows at a fixed rate (AutoRun), by grants (Insert), or for
+// one call (Work(n)). Typical use: Construct, Connect a client, Create(file, rate), Work() starts the thread.
 //
-// Threads:   the reader thread delivers: the client's Send runs on it, and Next_File and the reports, too. The control
-//            operations may come from any thread; changes are made under a lock named after the file, which other
-//            processes that replay the same name share. Called from the reader thread itself (by the client), stop(),
-//            Close and Disconnect only ask the thread to end. Connect, Switch, Disconnect and destruction wait until
-//            nobody is inside the old client: see Byte_Server for what they promise and forbid. Work() and Work(n) belong
-//            to one thread; Work(n) first asks a running reader to leave and waits for that. Not to be destroyed on the
-//            reader thread.
-//            A subclass that overrides Next_File, thread or Sleep calls Close(false) in its destructor.
-// Ownership: the client as Byte_Server; the file is open for reading (nobody may write to it) until Close.
+// Threads:   the reader thread delivers: the client's Send, Next_File and the reports run on it. Any thread may call
+//            the control operations; they make changes under a lock named after the file, which is shared with other
+//            processes that replay the same name. When the reader thread itself (the client) calls stop(), Close or
+//            Disconnect, they only ask the thread to end. Connect, Switch, Disconnect and destruction wait until no
+//            thread is inside the old client; see Byte_Server for what they promise and forbid. One thread calls Work()
+//            and Work(n); Work(n) first asks a running reader to end and waits for it. Do not destroy the object on the
+//            reader thread. A subclass that overrides Next_File, thread or Sleep calls Close(false) in its destructor.
+// Ownership: the client as Byte_Server; the file is open for reading until Close, and nobody may write to it meanwhile.
 // Errors:    kernel/file_server, level 3: code 9 "Could not open file %s", code 15 the cause, also in a message box,
-//            code 18 no memory or no lock; level 2, code 16 "EOF of file \"%s\"". Only regular files are opened: a FIFO or
-//            a device is refused with Win32 error 222 ("no regular file"). A read that fails is repeated while there is
-//            budget; then, or when the file is closed, the run ends and reports the cause once (code 15). When the reader
-//            is being stopped it shows no box, which would hold it up. What the client leaves in the buffer
-//            of 8191 bytes is kept; what no longer fits is dropped, as from a live line that nobody reads.
+//            code 18 no memory or no lock; level 2, code 16 "EOF of file \"%s\"". Only regular files are opened: a FIFO
+//            or a device is refused with Win32 error 222 ("no regular file"). A failed read is repeated while there is
+//            budget; then, or when the file is closed, the run ends and reports the cause once (code 15). A reader that
+//            is being stopped shows no box, because the box would delay it. Bytes that the client leaves in the buffer
+//            of 8191 bytes are kept; bytes that do not fit are dropped, as on a live line that nobody reads.
 class KERNEL_API File_Server : public String_Byte_Server, public Base_Thread {
 public:
     static const char Name[];  // "Server for File Communication"
@@ -48,29 +47,29 @@ public:
 
     bool IsValid() const override;
     void Disconnect() override;  // stops the thread first
-    // Starts the thread if it does not run; true.
+    // Starts the thread if it does not run. Returns true.
     bool Work() override;
 
     // Opens a file for replay, with an empty budget and a rate in bytes per second (0: only grants). The name is UTF-8.
-    // Null closes, and an empty name succeeds without a file: the thread then ends at once. No lock is held while the
-    // system opens. False without a report: another thread has called Close or Create meanwhile.
+    // Null closes. An empty name succeeds without a file; the thread then ends at once. Holds no lock while the system
+    // opens. Returns false without a report when another thread has called Close or Create meanwhile.
     virtual bool Create(const char *name, unsigned long rate);
     // from_thread: the caller is the reader thread or must not wait for it; the thread is not stopped.
     virtual void Close(bool from_thread);
-    virtual void Insert(unsigned long n);      // n more bytes; saturates
-    virtual void AutoRun(unsigned long rate);  // bytes per second from now on; 0 ends it
-    virtual bool Next_File();                  // called at the end of the file: false, there is none
+    virtual void Insert(unsigned long n);      // grants n more bytes; saturates
+    virtual void AutoRun(unsigned long rate);  // [bytes/s] from now on; 0 ends it
+    virtual bool Next_File();                  // called at the end of the file; false when there is no next file
 
-    // Replays n more bytes on the calling thread and ends auto-run; at a change of file it returns early, since a new file
-    // starts with an empty budget. False at the end of the (last) file. True, too, when nothing can be read: without a
-    // client or a file. A read that fails is repeated until it succeeds or another thread closes the file: until then this
-    // call does not come back.
+    // Replays n more bytes on the calling thread and ends auto-run. At a change of file it returns early, because a new
+    // file starts with an empty budget. Returns false at the end of the (last) file, and true also without a client or
+    // a file. A failed read is repeated until it succeeds or another thread closes the file; until then this call does
+    // not return.
     bool Work(unsigned long n);
 
     const char *GetFilename() const;   // null when closed; valid until the next change of file
-    std::int64_t GetBytesIn() const;   // from all files since construction
-    unsigned long GetFilePos() const;  // bytes; 0xFFFFFFFF without a file
-    // Turns the last error into a report and a message box.
+    std::int64_t GetBytesIn() const;   // [bytes] from all files since construction
+    unsigned long GetFilePos() const;  // [bytes]; 0xFFFFFFFF without a file
+    // Reports the last error and shows it in a message box.
     void ErrorBox();
 
     unsigned long thread() override;  // the reader; -1 without a client, 0 after the end of file, else 1
@@ -81,17 +80,17 @@ protected:
     explicit File_Server(const char *name);
     unsigned long terminate() override;  // freezes the budget and closes the file; does not wait
 
-    // How an attempt to open a file has ended; superseded: another thread has closed the file or opened one meanwhile.
+    // The result of opening a file; superseded: another thread has closed the file or opened one meanwhile.
     enum class Opened { yes, no, superseded };
-    // What Create does, for a list. `closes` is the number of Closes() that the caller knows of, kept up to date here: any
-    // other one is an order of somebody else's, and obeyed.
+    // Like Create, for a list. `closes` is the value of Closes() that the caller knows; this call adds its own closes.
+    // If Closes() differs, another thread has closed or opened meanwhile, and this call gives way.
     Opened Replace(const char *name, unsigned long rate, std::uint64_t &closes);
     std::uint64_t Closes() const;
 
     unsigned long Rate() const { return rate_.load(std::memory_order_relaxed); }
     void Set_Rate(unsigned long rate);
 
-    // Holds the lock named after the open file for a scope; without a file nothing.
+    // Holds the lock named after the open file for a scope; does nothing without a file.
     class KERNEL_API File_Lock {
     public:
         explicit File_Lock(const File_Server &server);
@@ -123,14 +122,14 @@ private:
     void Show_Error(std::uint32_t error);
 
     std::atomic<std::uint32_t> last_error_{0};  // Win32 number of the last failed open or read; 0: none
-    std::atomic<std::uint32_t> read_error_{0};  // of this run's last failed read; 0: none, or told already
+    std::atomic<std::uint32_t> read_error_{0};  // of this run's last failed read; 0: none, or reported already
     std::atomic<bool> steps_{false};            // Work(n) runs the body: one pass, without the thread
     const std::unique_ptr<Open_File> file_;
-    // Counters in bytes. 64 bits wide, so that a replay of years neither wraps nor stalls. Relaxed atomics: the control
-    // operations change them under the file lock; the reader looks without it, and a late look costs one pass.
-    std::atomic<std::uint32_t> rate_{0};       // per second
-    std::atomic<std::uint64_t> budget_{0};     // may have been delivered since the last reset
-    std::atomic<std::uint64_t> delivered_{0};  // against the budget
+    // Counters in bytes, of 64 bits, so that they do not wrap in a replay of years. Relaxed atomics: the control
+    // operations change them under the file lock. The reader reads them without it; an old value delays it by one pass.
+    std::atomic<std::uint32_t> rate_{0};       // [bytes/s]
+    std::atomic<std::uint64_t> budget_{0};     // allowed since the last reset
+    std::atomic<std::uint64_t> delivered_{0};  // of the budget
     std::atomic<std::uint64_t> run_start_{0};  // clock_ms when the thread or the auto-run started
     std::atomic<std::uint64_t> granted_{0};    // by auto-run since then
     std::atomic<std::uint64_t> bytes_in_{0};

@@ -11,8 +11,8 @@
 
 namespace kernel {
 
-// What has no words here comes out as its number, on purpose: 3 (no such folder), 32 (somebody else has the file), 112
-// (disk full).
+// The texts are part of the interface, and so is the number for every other error, such as 3 (no such folder), 32
+// (another process has the file), 112 (disk full).
 std::string Open_Error_Text(std::uint32_t error, const Open_Error_Words &words)
 {
     switch (error) {
@@ -30,7 +30,7 @@ std::string Open_Error_Text(std::uint32_t error, const Open_Error_Words &words)
     case 21: return "not ready";
     case 110: return "open failed";
     case 123: return "File name invalid";
-    case 222: return "no regular file";  // a FIFO, a device: the layer refuses it
+    case 222: return "no regular file";  // a FIFO or a device, which platform::File refuses
     case 1450: return "No system resources";
     case 1816: return "Not enough quota is available to process this command.";
     default: break;
@@ -59,8 +59,8 @@ std::unique_ptr<char[]> Copy_Text(const char *text)
     return copy;
 }
 
-// Case does not count on POSIX either, although two files may differ in nothing else there: the second is then taken
-// for the one that is open. ASCII letters only, whatever the locale: other bytes are parts of UTF-8 characters.
+// Case is ignored on POSIX as well: of two files whose names differ only in case, the second is taken for the first.
+// Only ASCII letters, in every locale: other bytes are parts of UTF-8 characters.
 bool Same_File_Name(const char *a, const char *b)
 {
     const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
@@ -74,7 +74,7 @@ std::shared_ptr<platform::File> Open_File::Get() const
     return file_;
 }
 
-// The guard keeps the look whole; what it answers is the caller's to protect from Set and Close.
+// The guard protects the read only. The caller must keep Set and Close away while it uses the pointer.
 const char *Open_File::Name() const
 {
     const std::lock_guard lock(guard_);
@@ -109,10 +109,10 @@ std::shared_ptr<platform::File> Open_File::Close()
     return Replace(nullptr, nullptr);
 }
 
-// Marked for those who still hold it: their next transfer fails.
+// file_->close() makes the next transfer of every other holder fail.
 std::shared_ptr<platform::File> Open_File::Replace(std::shared_ptr<platform::File> file, const char *name)
 {
-    auto own_name = name ? std::make_unique<std::string>(name) : nullptr;  // may throw: nothing has changed then
+    auto own_name = name ? std::make_unique<std::string>(name) : nullptr;  // first: it may throw
     if (file_) file_->close();
     file_.swap(file);
     name_ = std::move(own_name);

@@ -1,4 +1,5 @@
-// What the file objects share: the texts of failed opens, and an open file that two threads see. Not installed.
+// The common parts of the file objects: the texts of failed opens, and an open file that two threads use. Not
+// installed.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +15,7 @@ namespace kernel {
 
 class Object;
 
-// The two texts in which the file objects differ.
+// The two texts that differ between the file objects.
 struct Open_Error_Words {
     const char *not_found;      // error 2
     const char *access_denied;  // error 5
@@ -23,21 +24,22 @@ struct Open_Error_Words {
 // The cause in words for a Win32 error number; empty for 0.
 std::string Open_Error_Text(std::uint32_t error, const Open_Error_Words &words);
 
-// Reports "Initialization Error\nCode: %s" (level 3, code 15) and answers the text; for error 0 neither.
+// Reports "Initialization Error\nCode: %s" (level 3, code 15) and returns the text. For error 0 it reports nothing and
+// returns an empty text.
 std::string Report_Open_Error(const Object &object, const char *unit, unsigned int line, std::uint32_t error,
                               const Open_Error_Words &words);
 
 // A copy of a text; null when memory is short.
 std::unique_ptr<char[]> Copy_Text(const char *text);
 
-// As _stricmp compares.
+// Whether two names are equal, as _stricmp compares them: the case of ASCII letters is ignored.
 bool Same_File_Name(const char *a, const char *b);
 
-// An open file and its name, held together: one thread transfers while another closes. Opening takes its time and is done
-// without a lock; whoever closes meanwhile is obeyed, since Set asks whether anybody has.
+// An open file and its name, changed together: one thread may transfer while another closes. A file is opened without a
+// lock, because that may take long. If another thread has called Close meanwhile, Set refuses the file.
 //
-// Threads:   any. The system's part of a close is done by the last holder, with no lock held.
-// Ownership: shares the file with whoever took it by Get().
+// Threads:   any. The last holder closes the file in the system, with no lock held.
+// Ownership: shares the file with the callers of Get().
 // Errors:    none.
 class Open_File {
 public:
@@ -45,10 +47,10 @@ public:
     const char *Name() const;                     // null when closed; valid until the next Set or Close
     std::string Name_Copy() const;
     std::uint64_t Closes() const;  // calls of Close so far
-    // Takes an opened file, or null for a name without one, in place of the one before. False: Close was called since
-    // Closes() was `closes`, and nothing is taken.
+    // Replaces file and name; `file` may be null for a name without a file. Returns false and changes nothing if Close
+    // was called since Closes() returned `closes`.
     bool Set(std::shared_ptr<platform::File> file, const char *name, std::uint64_t closes);
-    // Returns the file that was open, marked as closed: to be let go of where no lock is held.
+    // Returns the file that was open, marked as closed. Release it where no lock is held.
     std::shared_ptr<platform::File> Close();
 
 private:

@@ -8,8 +8,9 @@
 
 namespace kernel {
 
-// RTCM 10403.3, section 4; ICAO Annex 10 volume I, appendix B, 3.5.3.3. Polynomial 0x1864CFB, start value 0, no reflection, no final change. Over a block and its own checksum,
-// most significant byte first, it is 0. To go on with a further block hand in the result so far.
+// RTCM 10403.3, section 4; ICAO Annex 10 volume I, appendix B, 3.5.3.3. Polynomial 0x1864CFB, start value 0, no
+// reflection, no final change. The CRC of a block followed by its own checksum, most significant byte first, is 0. To
+// continue with a further block, pass the result so far as `crc`.
 KERNEL_API std::uint32_t Crc24q(std::span<const unsigned char> bytes, std::uint32_t crc = 0);
 
 }  // namespace kernel

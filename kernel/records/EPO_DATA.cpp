@@ -11,7 +11,9 @@ namespace kernel {
 
 namespace {
 
-// An enumeration may hold any int, by way of a cast; the index may not be read there.
+constexpr unsigned char not_known = 255;  // a byte without a value
+
+// A caller may cast any int to the enumeration; check it before it indexes an array.
 bool Is_Type(EpoDataTypes type) { return type >= 0 && type < EPO_END; }
 bool Is_Type(ObsDataTypes type) { return type >= 0 && type < OBS_END; }
 
@@ -25,7 +27,7 @@ int Are_Present(const std::uint8_t *index, std::uint8_t not_present, std::initia
     return 1;
 }
 
-// Arrays fill their places from the front, so that a number says which are there.
+// Arrays fill their places from the front, so that `used` says which places hold one.
 template <class Arrays>
 void Free_From(Arrays &arrays, std::uint8_t first)
 {
@@ -37,7 +39,7 @@ template <class Arrays>
 void Copy_Arrays(Arrays &to, const Arrays &from, std::size_t entries)
 {
     for (int i = 0; i < from.used; ++i) std::copy_n(from.item[i], entries, to.item[i]);
-    // No index leads to the others any more, and they would hold places that a store may want.
+    // No index refers to the remaining arrays; free them, because a later store may need their places.
     Free_From(to, from.used);
 }
 
@@ -57,7 +59,7 @@ EPO_DATA::EPO_DATA(int capacity) : capacity_(static_cast<std::uint8_t>(capacity 
     std::fill(std::begin(obs_index_), std::end(obs_index_), not_present);
 }
 
-// A failure stays unsaid: the result is a whole epoch, if an empty one.
+// A failed copy is not reported: the new epoch is then valid and empty.
 EPO_DATA::EPO_DATA(const EPO_DATA &other) : EPO_DATA(other.capacity_) { copy(&other); }
 
 EPO_DATA &EPO_DATA::operator=(const EPO_DATA &other)
@@ -76,7 +78,7 @@ EPO_DATA::~EPO_DATA()
 template <class T, int first, int limit>
 int EPO_DATA::Places<T, first, limit>::Add(std::uint8_t &place, T value)
 {
-    // The index counts over all kinds, so that it knows the kind; callers are told the place within it.
+    // The index counts places over all kinds, so that it also tells the kind. The return value counts within this kind.
     place = static_cast<std::uint8_t>(first + used);
     item[used] = value;
     return used++;
@@ -88,7 +90,7 @@ int EPO_DATA::Store_Epo(Places<T, first, limit> &values, EpoDataTypes type, T va
     if (!Is_Type(type)) return -1;
     std::uint8_t &place = epo_index_[type];
     if (values.Is_Free(place)) return values.Add(place, value);
-    // Find knows the places of its own kind: a quantity that lives in another one is -1 here.
+    // Find returns -1 for a quantity that is stored in another kind.
     const int found = values.Find(place);
     if (found >= 0) values.item[found] = value;
     return found;
@@ -104,7 +106,7 @@ T EPO_DATA::Read_Epo(const Places<T, first, limit> &values, EpoDataTypes type, T
 template <class T>
 T *EPO_DATA::New_Array(int fill) const
 {
-    // `fill` goes to every byte: 0 is also 0.0, 255 is a byte not known.
+    // Every byte becomes `fill`: all bytes 0 make 0.0, and a byte of `not_known` is a quantity not known.
     void *array = std::malloc(Entries() * sizeof(T));
     return static_cast<T *>(array ? std::memset(array, fill, Entries() * sizeof(T)) : nullptr);
 }
@@ -112,7 +114,7 @@ T *EPO_DATA::New_Array(int fill) const
 template <class T, int first, int limit>
 int EPO_DATA::Store_Obs(Places<T *, first, limit> &arrays, ObsDataTypes type, T value, unsigned char sat, int fill)
 {
-    // The array before the entry: a quantity counts as present from its first store on, also when that is refused with
+    // Make the array before checking `sat`: a quantity is present from its first store on, even if that store returns
     // -2.
     if (!Is_Type(type)) return -1;
     std::uint8_t &place = obs_index_[type];
@@ -131,7 +133,7 @@ int EPO_DATA::Store_Obs(Places<T *, first, limit> &arrays, ObsDataTypes type, T 
 template <class T, int first, int limit>
 T EPO_DATA::Read_Obs(const Places<T *, first, limit> &arrays, ObsDataTypes type, unsigned char sat, T absent) const
 {
-    // Beyond the capacity there is nothing to read: answered as absent rather than read from behind the array.
+    // An entry beyond the capacity reads as absent; it lies outside the array.
     const int found = Is_Type(type) && sat <= capacity_ ? arrays.Find(obs_index_[type]) : -1;
     return found < 0 ? absent : arrays.item[found][sat];
 }
@@ -152,15 +154,12 @@ int EPO_DATA::StoreFloatObs(ObsDataTypes type, float value, unsigned char sat)
 
 int EPO_DATA::StoreUint8Obs(ObsDataTypes type, unsigned char value, unsigned char sat)
 {
-    return Store_Obs(bytes_, type, value, sat, 255);
+    return Store_Obs(bytes_, type, value, sat, not_known);
 }
 
 double EPO_DATA::ReadDoubleEpo(EpoDataTypes type) const { return Read_Epo(epo_doubles_, type, -1.0); }
 
-unsigned char EPO_DATA::ReadUint8Epo(EpoDataTypes type) const
-{
-    return Read_Epo(epo_bytes_, type, static_cast<unsigned char>(255));
-}
+unsigned char EPO_DATA::ReadUint8Epo(EpoDataTypes type) const { return Read_Epo(epo_bytes_, type, not_known); }
 
 double EPO_DATA::ReadDoubleObs(ObsDataTypes type, unsigned char sat) const
 {
@@ -171,12 +170,12 @@ float EPO_DATA::ReadFloatObs(ObsDataTypes type, unsigned char sat) const { retur
 
 unsigned char EPO_DATA::ReadUint8Obs(ObsDataTypes type, unsigned char sat) const
 {
-    return Read_Obs(bytes_, type, sat, static_cast<unsigned char>(255));
+    return Read_Obs(bytes_, type, sat, not_known);
 }
 
 int EPO_DATA::StoreGPSTime(const Gps_Time &time)
 {
-    // Each is tried, also when one before it has found no place.
+    // All three are stored, even if one of them fails.
     const int seconds = StoreDoubleEpo(EPO_SECONDS, time.sec);
     const int low = StoreUint8Epo(EPO_WEEK_LOW, static_cast<unsigned char>(time.week & 0xFF));
     const int high = StoreUint8Epo(EPO_WEEK_HIGH, static_cast<unsigned char>(time.week >> 8));
@@ -201,12 +200,12 @@ int EPO_DATA::All_Present(std::initializer_list<ObsDataTypes> types) const
 
 void EPO_DATA::RemoveEpoIndex(unsigned char sat)
 {
-    // Only a count that lives where it belongs, among the bytes, can go down.
+    // Only a count that is stored as a byte can be decreased.
     const int count_at = epo_bytes_.Find(epo_index_[EPO_SATELLITES]);
     if (count_at < 0 || sat >= epo_bytes_.item[count_at]) return;
-    // The producer's count may say more than there are entries.
+    // The producer's count may exceed the number of entries.
     const std::size_t end = std::min<std::size_t>(epo_bytes_.item[count_at]--, Entries());
-    // The last entry, or one that has no place in the arrays: the count was all there was to change.
+    // For the last entry, or one beyond the arrays, decreasing the count is enough.
     if (sat + std::size_t{1} >= end) return;
     Close_Gap(doubles_, sat, end);
     Close_Gap(floats_, sat, end);
@@ -215,18 +214,18 @@ void EPO_DATA::RemoveEpoIndex(unsigned char sat)
 
 bool EPO_DATA::Can_Hold(const EPO_DATA &source) const
 {
-    // Numbers say it all: arrays of one kind are alike, and which quantity is in which one is copied with the index.
+    // Comparing the numbers is enough: arrays of one kind are alike, and the index is copied.
     return capacity_ == source.capacity_ && doubles_.used >= source.doubles_.used &&
            floats_.used >= source.floats_.used && bytes_.used >= source.bytes_.used;
 }
 
 bool EPO_DATA::Allocate_As(const EPO_DATA &source)
 {
-    // Counted one by one: after a failure the destructor frees what is there.
+    // `used` grows with each array, so that the destructor frees them after a failure.
     const auto allocate = [this](auto &arrays, int wanted) {
         while (arrays.used < wanted) {
             auto *&array = arrays.item[arrays.used];
-            // Filled with anything: copy writes over all of it.
+            // The fill value does not matter: copy overwrites the whole array.
             array = New_Array<std::remove_reference_t<decltype(*array)>>(0);
             if (!array) return false;
             ++arrays.used;
@@ -237,7 +236,7 @@ bool EPO_DATA::Allocate_As(const EPO_DATA &source)
            allocate(bytes_, source.bytes_.used);
 }
 
-// For copy only: index, epoch values and their counts stay behind, since copy sets them next.
+// For copy() only: does not swap the index and the epoch-wide values, because copy() sets them next.
 void EPO_DATA::Swap(EPO_DATA &other)
 {
     std::swap(capacity_, other.capacity_);
@@ -250,10 +249,10 @@ int EPO_DATA::copy(const EPO_DATA *source)
 {
     if (!source) return -1;
     if (source == this) return 1;
-    if (!Can_Hold(*source)) {  // made aside: without memory, this epoch stays whole
+    if (!Can_Hold(*source)) {  // allocate in a new epoch first: without memory, this one stays as it is
         EPO_DATA fresh(source->capacity_);
         if (!fresh.Allocate_As(*source)) return -1;
-        // The arrays that were here before go with it.
+        // `fresh` now owns the old arrays and frees them.
         Swap(fresh);
     }
     std::copy(std::begin(source->epo_index_), std::end(source->epo_index_), epo_index_);

@@ -1,12 +1,12 @@
 // One observation epoch of a GNSS receiver: a sparse container of epoch-wide values and of measurements per satellite.
 //
-// Producers and consumers agree on the two enumerations below. Each quantity has a storage kind (double, float or byte),
-// so chosen that the 9 and 37 quantities fill exactly the 3 + 6 and 15 + 10 + 12 places of an epoch: a complete epoch on
-// three carriers always fits.
+// Producers and consumers agree on the two enumerations below. Each quantity has a storage kind (double, float or
+// byte). The 9 quantities of an epoch fill exactly its 3 + 6 places, and the 37 quantities of a satellite exactly its
+// 15 + 10 + 12 places: a complete epoch on three carriers always fits.
 //
-// A satellite is observed on up to three carriers: A the first, C the second, B the third, one signal on each. A receiver
-// that tracks both C/A and P(Y) on L1 has C1 in A, P1 in B and P2 in C. Two codes belong in A and C, the ones that an
-// Obs_Server compares. Other carriers find no place: QZSS L6, Galileo E6, BeiDou B1C and B2a.
+// A satellite is observed on up to three carriers, with one signal on each: A is the first, C the second, B the third.
+// A receiver that tracks both C/A and P(Y) on L1 stores C1 in A, P1 in B and P2 in C. Store two codes in A and C,
+// because an Obs_Server compares these. There is no place for other carriers: QZSS L6, Galileo E6, BeiDou B1C and B2a.
 //
 //   system, letter  A [MHz]             C                   B
 //   GPS      'G'    L1  1575.42         L2  1227.60         L5  1176.45, or P(Y) on L1
@@ -26,7 +26,7 @@
 
 namespace kernel {
 
-// Epoch-wide values. Absent: a double reads -1.0, a byte 255; where 255 is a possible value, is_ava_epo tells.
+// Epoch-wide values. An absent double reads -1.0, an absent byte 255. Where 255 is a possible value, ask is_ava_epo.
 enum EpoDataTypes : int {
     EPO_SECONDS = 0,       // double [s] GPS seconds of week, 0 to 604800
     EPO_SATELLITES = 1,    // byte   number of satellites in the epoch
@@ -41,8 +41,8 @@ enum EpoDataTypes : int {
     EPO_END = 9,
 };
 
-// Measurements of one satellite. Absent: a double or float reads -1, a byte 255. Where other satellites have the quantity,
-// one that was never stored reads 0 (double, float: not measured) or 255 (byte: not known).
+// Measurements of one satellite. A quantity that no satellite has reads -1 (double, float) or 255 (byte). If other
+// satellites have it, an entry that was never stored reads 0 (double, float: not measured) or 255 (byte: not known).
 enum ObsDataTypes : int {
     TRACKING_FLAG = 0,      // byte   1 to 7: carriers tracked, bit 0: A, bit 1: B, bit 2: C
     OBS_SYSTEM = 1,         // byte   the system's letter, see above
@@ -84,12 +84,12 @@ enum ObsDataTypes : int {
     OBS_END = 37,
 };
 
-// Satellites are entries, numbered from 0; the first EPO_SATELLITES are in use. A quantity lives in the kind whose store
-// function was used first for it. An epoch that is filled again (the static record of a server) keeps what is not
-// stored again, the code validity of the check included.
+// Satellites are entries, numbered from 0; the first EPO_SATELLITES are in use. The first store of a quantity decides
+// its kind. An epoch that is filled again (the static record of a server) keeps what is not stored again, including the
+// code validity that the check of Obs_Server has set.
 //
-// Threads:   one at a time; an epoch handed over belongs to the receiver.
-// Ownership: an array per stored quantity, from malloc on first use to destruction; copies are deep.
+// Threads:   one at a time; an epoch that was handed over belongs to the receiver.
+// Ownership: one array per stored quantity, from malloc on first use to destruction; copies are deep.
 // Errors:    never throws and reports nothing; see the operations.
 class KERNEL_API EPO_DATA {
 public:
@@ -98,16 +98,16 @@ public:
     EPO_DATA &operator=(const EPO_DATA &other);  // as copy
     ~EPO_DATA();
 
-    // The place used, counted per kind. -1: all places of the kind are taken, the quantity lives in another kind, the
-    // type is none of the enumeration, or memory is short. -2: sat is greater than the capacity (equal is accepted); the
-    // quantity counts as present then, too.
+    // Return the place used, counted per kind. Return -1 when all places of the kind are taken, the quantity is stored
+    // in another kind, the type is not in the enumeration, or memory is short. Return -2 when sat is greater than the
+    // capacity (equal is accepted); the quantity is present then, too.
     int StoreDoubleEpo(EpoDataTypes type, double value);
     int StoreUint8Epo(EpoDataTypes type, unsigned char value);
     int StoreDoubleObs(ObsDataTypes type, double value, unsigned char sat);
     int StoreFloatObs(ObsDataTypes type, float value, unsigned char sat);
     int StoreUint8Obs(ObsDataTypes type, unsigned char value, unsigned char sat);
 
-    // -1 or 255 when the quantity is absent, lives in another kind, or sat is greater than the capacity.
+    // Return -1 or 255 when the quantity is absent or stored in another kind, or sat is greater than the capacity.
     double ReadDoubleEpo(EpoDataTypes type) const;
     unsigned char ReadUint8Epo(EpoDataTypes type) const;
     double ReadDoubleObs(ObsDataTypes type, unsigned char sat) const;
@@ -117,7 +117,7 @@ public:
     int StoreGPSTime(const Gps_Time &time);  // 1, or -1 when a store failed
     Gps_Time ReadGPSTime() const;            // absent: week 65535, -1 s
 
-    // 1 when every listed type is present in any kind, else 0. EPO_END or OBS_END ends the list; so does its last type.
+    // Return 1 when every listed type is present in any kind, else 0. EPO_END or OBS_END may end the list early.
     template <class... Types>
     int is_ava_epo(EpoDataTypes type, Types... more) const
     {
@@ -129,18 +129,18 @@ public:
         return All_Present({type, static_cast<ObsDataTypes>(more)...});
     }
 
-    // Takes an entry out: those after it move one down and the count goes down; the old last entry keeps its values.
-    // Without a count, or with sat not below it, nothing happens.
+    // Removes an entry: the entries after it move down by one and the count decreases by one. The old last entry keeps
+    // its values. Does nothing without a count, or when sat is not below the count.
     void RemoveEpoIndex(unsigned char sat);
 
-    // Makes this a deep copy, capacity included; 1, or -1 for null or without memory (then nothing changes). Arrays that
-    // are there already are used again: copying epochs of the same shape does not allocate.
+    // Makes this a deep copy, capacity included. Returns 1, or -1 for null or without memory; then nothing changes.
+    // Existing arrays are reused: copying epochs of the same shape does not allocate.
     int copy(const EPO_DATA *source);
 
 private:
     static constexpr std::uint8_t not_present = 255;
 
-    // The places of one kind. An index entry holds a place counted over all kinds, this one's beginning at `first`.
+    // The places of one kind. An index entry holds a place counted over all kinds; those of this kind begin at `first`.
     template <class T, int first, int limit>
     struct Places {
         std::uint8_t used = 0;
@@ -163,7 +163,8 @@ private:
     int All_Present(std::initializer_list<EpoDataTypes> types) const;
     int All_Present(std::initializer_list<ObsDataTypes> types) const;
 
-    std::size_t Entries() const { return std::size_t{capacity_} + 1; }  // of an array: the capacity is a valid index
+    // Of each array; one more than the capacity, which is a valid index.
+    std::size_t Entries() const { return std::size_t{capacity_} + 1; }
     template <class T>
     T *New_Array(int fill) const;
     bool Can_Hold(const EPO_DATA &source) const;

@@ -5,13 +5,13 @@
 
 namespace kernel {
 
-// A measured value and the mark that there is one. Zero is a value like any other; not-a-number is none.
+// A measured value that may be missing. Zero is a value; not-a-number makes it missing.
 //
-// Converts from double, so that a field is filled by assignment.
+// Converts from double, so that a field is set by assignment.
 //
 // Threads:   a value.
 // Ownership: holds nothing.
-// Errors:    none; the value of a missing one is 0.
+// Errors:    none; Value() of a missing one is 0.
 class Mdouble {
 public:
     constexpr Mdouble() = default;  // missing

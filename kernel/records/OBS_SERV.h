@@ -1,4 +1,4 @@
-// Observation epochs from producer to client; on the way the codes of each satellite can be checked against each other.
+// Observation epochs from producer to client. The server can check the codes of each satellite against each other.
 #pragma once
 
 #include "kernel/connections/OBJ_SERV.h"
@@ -6,12 +6,14 @@
 
 namespace kernel {
 
-// Hands over EPO_DATA records, type Mesg_Type_Obs. A subclass names itself as one of Pos_Server does (Typed_Servers.h).
+// Hands over EPO_DATA records, type Mesg_Type_Obs. A subclass names itself like a subclass of Pos_Server
+// (Typed_Servers.h).
 //
-// Threads:   as Object_Server. The check runs on the producer's thread without the lock: the epoch still is the producer's.
+// Threads:   as Object_Server. The check runs on the producer's thread without the lock: the producer still owns the
+//            epoch.
 // Ownership: as Object_Server.
-// Errors:    as Object_Server; also inconsistent codes (3, 47), a TRACKING_FLAG that is not 1 to 7 (4, 47), an epoch that
-//            could not be allocated (3, 18).
+// Errors:    as Object_Server; also inconsistent codes (3, 47), a TRACKING_FLAG that is not 1 to 7 (4, 47), an epoch
+//            that could not be allocated (3, 18).
 class KERNEL_API Obs_Server : public Object_Server {
 public:
     static const char Name[];  // "Obs_Server"
@@ -21,23 +23,25 @@ public:
     static Obs_Server *Construct();
     static void Destruct(Obs_Server *server) { Object::Destruct(server); }
 
-    bool Connect(Object_Client *client) override;  // also asks whether it takes epochs
-    // Checks the codes if asked to, and hands the epoch over; the pointer becomes null. As Object_Server::Work.
+    bool Connect(Object_Client *client) override;  // also asks the client whether it takes epochs
+    // Checks the codes if Max_Code_Delta_Sat is set, and hands the epoch over; the pointer becomes null. Returns what
+    // Object_Server::Work returns.
     virtual bool Send_Obs(EPO_DATA *&epoch);
 
-    static constexpr int Default_Capacity = 24;  // satellites, of the static record also
+    static constexpr int Default_Capacity = 24;  // [satellites], also of the static record
     EPO_DATA *Malloc_Obs() { return Malloc_Obs(Default_Capacity); }
-    // A new epoch. In static mode the static record, whatever the capacity asked for: not emptied, see EPO_DATA.
+    // A new epoch. In static mode the static record, which ignores `capacity` and keeps its values, see EPO_DATA.
     EPO_DATA *Malloc_Obs(int capacity);
     void Free_Obs(EPO_DATA *&epoch);
     EPO_DATA *Get_Obs() { return static_cast<EPO_DATA *>(Get_Object()); }  // for the client, inside Mesg_Data_Ready
 
-    // [m] How far two codes of a satellite may be apart: more marks all codes of its TRACKING_FLAG as unusable (OBS_VALID_A
-    // to OBS_VALID_C become 255), and is reported. 0, as from construction, or less: no check.
+    // [m]. The largest accepted difference between two codes of a satellite. If it is exceeded, all codes of its
+    // TRACKING_FLAG are marked as unusable (OBS_VALID_A to OBS_VALID_C become 255), and this is reported. With 0, the
+    // initial value, or less there is no check.
     //   TRACKING_FLAG 3, 5, 6   the codes on A and C
     //   7                       each pair
     //   1, 2, 4                 nothing to compare
-    // A code of 0, or one that the epoch does not have, was not measured and is not compared.
+    // A code of 0, or one that the epoch does not have, is not compared.
     void Max_Code_Delta_Sat(double difference);
 
     ~Obs_Server() override;
@@ -56,7 +60,7 @@ private:
     double max_code_delta_ = 0.0;  // [m]
 };
 
-// Takes epochs. A subclass answers Mesg_Data_Ready by taking the epoch with Get_Obs.
+// Takes epochs. A subclass takes the epoch with Get_Obs when it receives Mesg_Data_Ready.
 //
 // Threads:   as Object_Client.
 // Ownership: as Object_Client.

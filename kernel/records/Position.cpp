@@ -35,14 +35,14 @@ int Position::Read_WGS(double &x, double &y, double &z) const
     return 1;
 }
 
-// Written so that not-a-number is refused, too.
+// The comparison is false for not-a-number, which is thus refused.
 void Position::Set_Time(double t)
 {
     if (t > 0) Set(time_, t, Has_Time);
 }
 
-// The product wraps in 32 bits, which is part of the interface, and is stored also where it came out negative: only the
-// arguments are judged. Unsigned, as a signed overflow is undefined.
+// The product wraps in 32 bits, which is part of the interface. It is also stored when it is negative, because only the
+// arguments are checked. It is computed unsigned: a signed overflow is undefined.
 void Position::Set_Time(int week, double second)
 {
     constexpr auto whole_week = static_cast<std::uint32_t>(Seconds_Per_Week);
@@ -57,7 +57,7 @@ int Position::Read_Solution(Solution_Type &solution) const
 
 const char *Position::Get_Solution_Name(Solution_Type solution)
 {
-    // A negative value becomes a large one.
+    // A negative value becomes a large index, which the check below refuses.
     const auto index = static_cast<std::size_t>(solution);
     return index < std::size(solution_names) ? solution_names[index] : solution_names[UNKNOWN];
 }

@@ -7,12 +7,13 @@
 
 namespace kernel {
 
-// Each optional quantity has a flag: its setter stores the value and raises the flag; its reader answers 0, and leaves its
-// arguments alone, while the flag is down, else it copies the value and answers 1. A new one is all zero and UNKNOWN.
+// Each optional quantity has a flag. Its setter stores the value and sets the flag. Its reader copies the value and
+// returns 1 if the flag is set; otherwise it returns 0 and does not touch its arguments. A new Position is all zero and
+// UNKNOWN.
 //
 // Threads:   a value.
 // Ownership: holds nothing; texts are copied in and out.
-// Errors:    none reported; what a setter does not accept leaves value and flag as they were.
+// Errors:    none reported; a setter that does not accept its argument changes neither value nor flag.
 class KERNEL_API Position {
 public:
     enum Solution_Type : int {
@@ -30,7 +31,7 @@ public:
     };
     static constexpr int Point_Number_Size = 9;  // 8 characters and the terminator
 
-    Position() = default;  // UNKNOWN, with its flag down
+    Position() = default;  // UNKNOWN, without its flag
     explicit Position(Solution_Type solution) { Set_Solution(solution); }
 
     // WGS-84, Cartesian [m] ECEF.
@@ -44,18 +45,18 @@ public:
     void Set_Clock_Drift(double drift) { Set(clock_drift_, drift, Has_Clock_Drift); }  // [s/s]
     int Read_Clock_Drift(double &drift) const { return Read(clock_drift_, drift, Has_Clock_Drift); }
 
-    // [m] the WGS-84 point, an antenna's reference point, above the marker.
+    // [m]. Height of the WGS-84 point, the antenna's reference point, above the marker.
     void Set_Antenna_Height(double height) { Set(antenna_height_, height, Has_Antenna_Height); }
     int Read_Antenna_Height(double &height) const { return Read(antenna_height_, height, Has_Antenna_Height); }
 
     void SetHdop(double hdop) { hdop_ = hdop; }  // [1]; has no flag: 0 when never set
     double GetHdop() const { return hdop_; }
-    void SetNSat(int satellites) { satellites_ = satellites; }  // used in the solution; no flag either
+    void SetNSat(int satellites) { satellites_ = satellites; }  // used in the solution; has no flag: 0 when never set
     int GetNSat() const { return satellites_; }
 
-    // [s] GPS time since 1980-01-06 00:00. Only times after that are accepted.
+    // [s]. GPS time since 1980-01-06 00:00. Only times after that are accepted.
     void Set_Time(double t);
-    // Only week > 0 and second >= 0 are accepted. The weeks' seconds wrap around in 32 bits: week 3550 is the last good one.
+    // Only week > 0 and second >= 0 are accepted. The seconds of the weeks wrap around in 32 bits after week 3550.
     void Set_Time(int week, double second);
     int Read_Time(double &t) const { return Read(time_, t, Has_Time); }
 
@@ -65,13 +66,13 @@ public:
     bool IsStatic() const { return !IsKinematic(); }
 
     void Set_Solution(Solution_Type solution) { Set(solution_, solution, Has_Solution); }
-    Solution_Type Get_Solution() const { return solution_; }  // whatever the flag says
-    int Read_Solution(Solution_Type &solution) const;         // UNKNOWN counts as none
-    // "NO_SOLUTION" to "POSITION_KNOWN"; lives for ever. Another value is the caller's fault; it is answered "UNKNOWN".
+    Solution_Type Get_Solution() const { return solution_; }  // ignores the flag
+    int Read_Solution(Solution_Type &solution) const;         // 0 also for UNKNOWN
+    // "NO_SOLUTION" to "POSITION_KNOWN", a constant text. Returns "UNKNOWN" for a value outside the enumeration.
     static const char *Get_Solution_Name(Solution_Type solution);
 
-    void Set_Point_Number(const char *number);  // at most 8 characters are taken; null is ignored
-    int Read_Point_Number(char *number) const;  // up to Point_Number_Size characters, with the terminator
+    void Set_Point_Number(const char *number);  // copies at most 8 characters; null is ignored
+    int Read_Point_Number(char *number) const;  // writes up to Point_Number_Size characters, terminator included
 
 private:
     enum Flag : std::uint32_t {

@@ -18,7 +18,7 @@ int GloFreqTable::Channel(int slot) const
     return slot < 1 || slot > Slots ? No_Channel : channels_[static_cast<std::size_t>(slot) - 1];
 }
 
-// 0 rather than what channel 0 has: a wrong carrier would spoil every phase unnoticed.
+// An unknown slot returns 0 and not the carrier of channel 0: a wrong carrier would falsify every phase unnoticed.
 double GloFreqTable::L1(int slot) const
 {
     const int channel = Channel(slot);
@@ -31,7 +31,7 @@ double GloFreqTable::L2(int slot) const
     return channel == No_Channel ? 0 : L2_Of(channel);
 }
 
-// Whole bytes for Crc24q: six zero bits in front, which change no remainder, instead of the six at the end.
+// Crc24q needs whole bytes: moves the six zero bits from the end to the front, where they do not change the remainder.
 bool WAAS_Data::Has_Good_Parity() const
 {
     std::array<unsigned char, 32> padded;

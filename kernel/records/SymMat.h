@@ -12,7 +12,7 @@ namespace kernel {
 //
 // Threads:   a value.
 // Ownership: holds nothing, allocates nothing.
-// Errors:    none; an index outside 0 .. N - 1 is the caller's fault and not checked.
+// Errors:    none; an index outside 0 .. N - 1 is not checked and undefined.
 template <std::size_t N>
 class SymMat {
 public:
@@ -34,7 +34,7 @@ public:
         }
         return sum;
     }
-    // Adds weight * a a': one observation's share of the normal equations.
+    // Adds weight * a a', the contribution of one observation to the normal equations.
     constexpr void Add_Outer_Product(const double (&a)[N], double weight)
     {
         for (std::size_t row = 0; row < N; ++row) {

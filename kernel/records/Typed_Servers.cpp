@@ -4,8 +4,8 @@
 
 namespace kernel {
 
-// Base is the class that has a name: Typed_Server and Typed_Client, which stand in between, have none that could be
-// asked for. Object is a virtual base, so that its name comes from here and from nowhere else.
+// `Base` is the nearest base class with a Name; Typed_Server and Typed_Client have none. Object is a virtual base, so
+// the most derived class names it, here.
 #define KERNEL_DEFINE_CLASS(Class, Base, text)                                                                         \
     const char Class::Name[] = text;                                                                                   \
     Class::Class(const char *name) : Object(name ? name : ClassName()) {}                                              \
@@ -23,7 +23,8 @@ namespace kernel {
     KERNEL_DEFINE_CLASS(X##_Client, Object_Client, client_name)
 
 KERNEL_RECORD_KINDS(KERNEL_DEFINE_KIND)
-// No row of the table, whose wrappers it does not have; the rest is the same. The hyphen and the underscore are meant.
+// Not in the table, because its wrappers differ; the rest is the same. The spellings, one with a hyphen and one with an
+// underscore, are part of the interface.
 KERNEL_DEFINE_KIND(Met, Met_Data, Mesg_Type_Met, "Meterologic-Server", "Meterologic_Client")
 
 }  // namespace kernel

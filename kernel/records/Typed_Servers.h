@@ -1,24 +1,25 @@
-// The record kinds: for each a server whose records are of one type, and a client that takes only these. What Pos_Server and
-// Pos_Client offer for Position, every row of KERNEL_RECORD_KINDS offers for its own X and Record:
+// The record kinds. Each kind has a server whose records are of one type, and a client that takes only these.
+// Pos_Server and Pos_Client do this for Position; every row of KERNEL_RECORD_KINDS gives the same for its own X and
+// Record:
 //
-//   Pos_Server *Pos_Server::Construct()  named with its ClassName()
+//   Pos_Server *Pos_Server::Construct()  a server named with its ClassName()
 //   Position *Malloc_Pos()               a new record, all zero, or in static mode the server's; null: memory is short
-//   bool Send_Pos(Position *&record)     hands it over; false: no client, or it did not want it now. The pointer becomes null
-//   void Free_Pos(Position *&record)     gives back a record: the producer's, or the one a client owns. Likewise
-//   Position *Get_Pos()                  for the client, inside Mesg_Data_Ready: the record, or null
-//   bool Connect(Object_Client *client)  asks also for the type; refused: reported (3, 26), disconnected, false
-//   Pos_Client                           answers Mesg_Type_Pos with true, all else as Object_Client
+//   bool Send_Pos(Position *&record)     hands it over and makes the pointer null; false: no client, or it refused
+//   void Free_Pos(Position *&record)     gives back the producer's record, or one a client owns; the pointer becomes
+//   null Position *Get_Pos()                  for the client, inside Mesg_Data_Ready: the record, or null
+//   bool Connect(Object_Client *client)  also sends the type; a refusal is reported (3, 26), disconnects, returns false
+//   Pos_Client                           replies true to Mesg_Type_Pos; for all else see Object_Client
 //
-// A subclass of either names itself through the virtual base, which the most derived class makes; a name that it gives to
-// Pos_Server or Pos_Client does not count:
+// A subclass of either names itself through the virtual base Object, which the most derived class constructs. A name
+// that it passes to Pos_Server or Pos_Client is ignored:
 //
 //   class My_Server : public Pos_Server {
 //   public:
 //       My_Server() : Object("mine") {}
 //   };
 //
-// Threads, ownership and errors are those of Object_Server and Object_Client. Observation epochs have a unit of their own.
-// A host's own kind: derive from Typed_Server and Typed_Client with one of the types from 10100 on.
+// Threads, ownership and errors are those of Object_Server and Object_Client. Observation epochs have their own unit,
+// OBS_SERV. For its own kind a host derives from Typed_Server and Typed_Client with one of the types from 10100 on.
 #pragma once
 
 #include "kernel/connections/OBJ_SERV.h"
@@ -32,7 +33,11 @@
 namespace kernel {
 
 // One row per kind: X, Record, type, and the names of server and client, which IsInheritedFrom compares. Meteorological
-// data stand below the table: their wrappers differ.
+// data follow below, because their wrappers differ.
+//
+// Classes made from the rows: Eph_Server, Eph_Client, Pos_Server, Pos_Client, Alm_Server, Alm_Client, UTC_Server,
+// UTC_Client, Voltage_Server, Voltage_Client, Event_Server, Event_Client, IONO_Server, IONO_Client, Glo_Eph_Server,
+// Glo_Eph_Client, WAAS_Server, WAAS_Client, RTCM_Server, RTCM_Client.
 #define KERNEL_RECORD_KINDS(KIND)                                                                                      \
     KIND(Eph, KeplerData, Mesg_Type_Eph, "gps_Eph_Server", "gps_Eph_Client")                                           \
     KIND(Pos, Position, Mesg_Type_Pos, "Pos_Server", "Pos_Client")                                                     \
@@ -45,7 +50,7 @@ namespace kernel {
     KIND(WAAS, WAAS_Data, Mesg_Type_WAAS, "WAAS_Server", "WAAS_Client")                                                \
     KIND(RTCM, rtcm_epo_data, Mesg_Type_RTCM, "RTCM_Server", "RTCM_Client")
 
-// What the servers of all kinds do.
+// The common part of the servers of all kinds.
 //
 // Threads:   as Object_Server.
 // Ownership: as Object_Server.
@@ -55,7 +60,7 @@ class Typed_Server : public Object_Server {
 public:
     bool Connect(Object_Client *client) override
     {
-        // Ephemerides have a text of their own.
+        // The text for ephemerides differs; both are part of the interface.
         return Connect_Typed(client,
                              type == Mesg_Type_Eph ? "Client %s couldn't work with type %d"
                                                    : "Client %s could not work with type %d.",
@@ -83,7 +88,7 @@ protected:
     }
 };
 
-// What the clients of all kinds do.
+// The common part of the clients of all kinds.
 //
 // Threads:   as Object_Client.
 // Ownership: as Object_Client.
@@ -100,8 +105,8 @@ protected:
     Typed_Client() : Object(nullptr) {}
 };
 
-// What every class of a pair declares. A server ends its connection itself, so that its client still finds the wrappers.
-// Their definitions stand in the source, once for all kinds.
+// The declarations that all classes have; Typed_Servers.cpp defines them. The destructor of each server calls End()
+// itself, so that its client can still call the wrappers, such as Free_Pos.
 #define KERNEL_NAMED_CLASS(Class)                                                                                      \
 public:                                                                                                                \
     static const char Name[];                                                                                          \
@@ -130,7 +135,8 @@ protected:                                                                      
 KERNEL_RECORD_KINDS(KERNEL_DECLARE_KIND)
 #undef KERNEL_DECLARE_KIND
 
-// Meteorological data: the getter has another name, and the caller's pointer stays as it is, though it is spent.
+// Meteorological data: the getter has another name, and Send_Met and Free_Met do not set the caller's pointer to null.
+// It must not be used afterwards.
 //
 // Threads:   as Object_Server.
 // Ownership: as Object_Server.

@@ -6,7 +6,7 @@ namespace kernel {
 
 namespace {
 
-// An angle as sine and cosine: sums and doubles need no trigonometric function.
+// An angle as sine and cosine: adding and doubling need no trigonometric function.
 struct Angle {
     double sine, cosine;
 };
@@ -24,21 +24,22 @@ constexpr double Factorial(int n) { return n < 2 ? 1.0 : n * Factorial(n - 1); }
 template <int n>
 constexpr double Term = (n / 2 % 2 ? -1.0 : 1.0) / Factorial(n);
 
-// Three even or odd terms of a series from order n on, y = x^2.
+// Three even or odd terms of a series, from order n on; y = x^2.
 template <int n>
 inline double Terms(double y)
 {
     return Term<n> + y * Term<n + 2> + y * y * Term<n + 4>;
 }
 
-// The series, cut where they no longer count in a double: at the limits the first term left out is 4e-16 at most, some
-// 10 nm on a GPS orbit. They stand as written rather than nested: short chains.
+// The series end where further terms no longer matter in a double: at the limits the first omitted term is at most
+// 4e-16, some 10 nm on a GPS orbit. They are not nested (Horner), because nested forms make long chains of dependent
+// operations.
 struct By_Series {
     static constexpr double Tiny_Limit = 0.005;  // [rad]
     static constexpr double Small_Limit = 0.08;  // [rad]
-    static constexpr double Any_Limit = 1e6;     // [rad]; half turns are few enough to count without loss
+    static constexpr double Any_Limit = 1e6;     // [rad]; the number of half turns has at most 20 bits
 
-    // a cos d + b sin d for many d: one series with both.
+    // Evaluates a cos d + b sin d for many d, as one series.
     class Wave {
     public:
         Wave(double a, double b)
@@ -62,9 +63,9 @@ struct By_Series {
         const double y = x * x, y3 = y * y * y;
         return {x * (Terms<1>(y) + y3 * Term<7>), Terms<0>(y) + y3 * (Term<6> + y * Term<8>)};
     }
-    // To the nearest half turn, in two steps (Cody and Waite): up to Any_Limit the first product is exact, since the
-    // count has 20 bits and the factor 33. Of what is left the series get half, which needs fewer terms, and Twice
-    // doubles it back. Rounded by a cast, which vectors have.
+    // Takes off the nearest number of half turns in two steps (Cody and Waite). Up to Any_Limit the first product is
+    // exact, since the number has 20 bits and the factor 33. The series compute half of the remaining angle, which
+    // needs fewer terms, and Twice doubles it. A cast rounds, because vector instructions have it.
     static Angle Any(double x)
     {
         constexpr double half_turn = 0x1.921fb544p+1, rest = 0x1.0b4611a626331p-33;  // pi, 33 bits and the following
@@ -80,7 +81,7 @@ struct By_Series {
     }
 };
 
-// For elements that no satellite sends. The same shape, so that the orbit stands here once.
+// For elements that no satellite sends. It has the same operations as By_Series, so that one Orbit serves both.
 struct By_Library {
     struct Wave {
         double a, b;
@@ -91,14 +92,15 @@ struct By_Library {
     static Angle Tiny(double x) { return Any(x); }
 };
 
-// Exactly half a week is left alone, either way. One week is all that is made good.
+// Adds or subtracts one week at most. A difference of exactly half a week is not changed.
 double Across_Weeks(double difference)
 {
     if (difference < -orbit::Half_Week) return difference + orbit::Week;
     return difference > orbit::Half_Week ? difference - orbit::Week : difference;
 }
 
-// Whether the series serve; not for what is not a number. The sum of two sizes bounds their harmonic for any angle.
+// Whether the series are accurate; false for values that are not numbers. The sum of two amplitudes bounds their
+// harmonic for any angle.
 bool Usual(const KeplerData &k, const KeplerParam &p)
 {
     const auto within = [](double limit, double a, double b) { return std::fabs(a) + std::fabs(b) <= limit; };
@@ -107,8 +109,8 @@ bool Usual(const KeplerData &k, const KeplerParam &p)
            within(By_Series::Any_Limit, p.i, p.Omega);
 }
 
-// E as the sum of M and what the iterations add: d = e sin(M + d), from d = 0; the first is done without a series.
-// What remains after the given number of them, e^5 at most (8 cm on the orbit for e = 0.02), belongs to the result.
+// E = M + d with the iteration d = e sin(M + d) from d = 0; the first step needs no series. The number of steps is part
+// of the interface, and so is the remaining error: at most e^5, 8 cm on the orbit for e = 0.02.
 template <class Trig>
 inline Angle Eccentric_Anomaly(Angle M, double e)
 {
@@ -118,15 +120,15 @@ inline Angle Eccentric_Anomaly(Angle M, double e)
     return M + Trig::Small(d);
 }
 
-// The satellite in the plane of its orbit, x towards the ascending node, and how the plane lies.
+// The satellite in the plane of its orbit, x towards the ascending node, and the inclination of the plane.
 struct In_Plane {
     double x, y, vx, vy;  // [m], [m/s]
     Angle i;              // inclination
     double i_rate;        // [rad/s]
 };
 
-// W satellites, each quantity side by side: the loops hold no branch and no call, so that the compiler can make vectors
-// of them. Load each lane, solve, store each lane; one that was not loaded is computed in vain.
+// W satellites, each quantity in an array of W lanes. The loops contain no branch and no call, so that the compiler can
+// vectorise them. Load each lane, solve, store each lane. A lane that was not loaded is computed and not stored.
 //
 // Threads:   one.
 // Ownership: holds nothing.
@@ -178,7 +180,7 @@ private:
         const double e = e_[lane], A = A_[lane];
         const Angle E = Eccentric_Anomaly<Trig>(Of(M, lane), e);
         const double q = 1 - e * E.cosine, by_q = 1 / q;
-        // Sine and cosine of the true anomaly, from those of E: with angles as pairs the arc tangent of the published
+        // Sine and cosine of the true anomaly follow from those of E, so that the arc tangent of the published
         // algorithm (IS-GPS-200, table 20-IV) is not needed. Rates are its derivatives by time.
         const Angle phi = Angle{axes_[lane] * E.sine * by_q, (E.cosine - e) * by_q} + Of(omega, lane);
         const Angle two = Twice(phi);
@@ -191,7 +193,7 @@ private:
         const double E_rate = n_[lane] * by_q, phi_rate = axes_[lane] * E_rate * by_q, two_rate = 2 * phi_rate;
         const double u_rate = phi_rate + two_rate * harmonic_rate(k(Kepler_Cus), k(Kepler_Cuc));
         const double r_rate = e * A * E.sine * E_rate + two_rate * harmonic_rate(k(Kepler_Crs), k(Kepler_Crc));
-        // For the relativistic term, which takes the E of the iterations.
+        // The relativistic term uses the E of the iterations.
         sine_E_[lane] = E.sine;
         const double x = r * u.cosine, y = r * u.sine;
         return {x,
@@ -205,7 +207,7 @@ private:
     void To_Earth(int lane, const In_Plane &p)
     {
         const Angle node = Of(Omega, lane);
-        // The node's rate over the turning Earth.
+        // The rate of the node relative to the rotating Earth.
         const double node_rate = value_[Kepler_OmegaDot][lane] - orbit::Earth_Rate;
         const double level = p.y * p.i.cosine, level_rate = p.vy * p.i.cosine;  // along the equator, across the node
         const double x = p.x * node.cosine - level * node.sine;
@@ -219,7 +221,7 @@ private:
         state_[5][lane] = p.vy * p.i.sine + level * p.i_rate;
     }
 
-    // Not initialised: Load and Solve fill a lane.
+    // Not initialised; Load and Solve fill each lane.
     double value_[Kepler_Cuc + 1][W];  // as in KeplerData, from Kepler_OmegaDot on
     double A_[W], e_[W], n_[W];
     double root_A_[W];  // [sqrt(m)]
@@ -228,7 +230,7 @@ private:
     double state_[6][W], sine_E_[W];
 };
 
-// Omega0 belongs to the start of the week: by toe the Earth has turned on, which the last term of Omega takes off.
+// Omega0 is given at the start of the week. The last term of Omega takes off the Earth's rotation from there to toe.
 // IS-GPS-200, table 20-IV.
 KeplerParam Carried(const KeplerData &k, double t)
 {
@@ -268,9 +270,9 @@ void comorb(const KeplerData *table, int sat, double t, double *state, double &r
 void comorb_batch(const KeplerData *table, const int *sats, const double *t, int count, double (*states)[7],
                   double *relativistic)
 {
-    // What suits the series goes eight at a time; anything else at once and alone, so that it holds up nobody.
+    // Satellites for which the series are accurate go in groups of eight. Any other is computed at once and alone.
     constexpr int width = 8;
-    Lanes<width> lanes{};         // zero, because the last time some are not loaded
+    Lanes<width> lanes{};         // zero, because some lanes of the last group are not loaded
     int loaded = 0, from[width];  // where in the batch a lane's satellite stands
     for (int j = 0; j < count; ++j) {
         const KeplerData &k = table[sats[j]];
@@ -281,7 +283,7 @@ void comorb_batch(const KeplerData *table, const int *sats, const double *t, int
         } else {
             Evaluate(k, t[j], states[j], relativistic[j]);
         }
-        // The last, smaller group is due with the last satellite, also when that one was unusual.
+        // The last satellite ends the last, smaller group, even if that satellite itself was computed alone.
         if (loaded < width && (j + 1 < count || loaded == 0)) continue;
         lanes.Solve<By_Series>();
         for (int lane = 0; lane < loaded; ++lane) {
@@ -300,8 +302,8 @@ void compra_t(const KeplerData *table, int sat, double t, const double *receiver
     double &x = state[0], &y = state[1], &vx = state[3], &vy = state[4], &vz = state[5];
     const double rx = receiver[0], ry = receiver[1], dz = state[2] - receiver[2];
 
-    // The Earth turns by distance * turn on the way. To first order in that angle the distance solves D^2 = rho^2 - 2 D
-    // s, so that nothing is iterated; what is left out is about a tenth of a millimetre.
+    // During the travel time the Earth turns by distance * turn. To first order in that angle the distance D solves
+    // D^2 = rho^2 - 2 D s, so that no iteration is needed. The omitted part is about a tenth of a millimetre.
     const double s = (rx * y - ry * x) * turn;
     const double distance = std::sqrt((x - rx) * (x - rx) + (y - ry) * (y - ry) + dz * dz + s * s) - s;
     const double by_distance = 1 / distance;
@@ -313,11 +315,11 @@ void compra_t(const KeplerData *table, int sat, double t, const double *receiver
     vy -= alpha * vx0;
 
     const double dx = x - rx, dy = y - ry;
-    // k1, k2 [1]: how the turned satellite moves with the distance, which sets the angle.
+    // k1, k2 [1]: derivatives of the rotated position by the distance, which determines the angle.
     const double k1 = (alpha * x + y) * turn, k2 = (alpha * y - x) * turn;
     double rate = (dx * vx + dy * vy + dz * vz) * by_distance;
-    // Until here per second of transmission. A second of reception has 1 - rate / c of them, and the rate stands on
-    // both sides: solved for it.
+    // So far rates are per second of transmission. A second of reception is 1 - rate / c seconds of transmission. The
+    // rate appears on both sides; this is the solution.
     rate /= 1 + rate * by_light - (dx * k1 + dy * k2) * by_distance;
     const double q = 1 - rate * by_light;
     vx = q * vx + k1 * rate;
