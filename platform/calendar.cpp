@@ -4,7 +4,7 @@
 
 namespace platform {
 
-// Win32 refuses the same; some of its implementations let 29 February pass in any year.
+// Win32 refuses the same dates. The check is needed there as well: some implementations accept 29 February in any year.
 bool is_date(const Calendar_Time &time)
 {
     namespace chrono = std::chrono;

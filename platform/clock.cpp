@@ -1,4 +1,4 @@
-// The standard library's steady clock serves every platform: there are no halves.
+// The standard library's steady clock serves every platform, so there is no posix or win32 half.
 #include "platform/clock.h"
 
 #include <algorithm>
@@ -25,6 +25,6 @@ std::uint64_t clock_ms()
 
 void advance_clock(std::uint64_t ms) { pushed_ms.fetch_add(ms, std::memory_order_relaxed); }
 
-void sleep_ms(unsigned long ms) { std::this_thread::sleep_for(std::chrono::milliseconds(std::min(ms, 0xFFFFFFFFUL))); }
+void sleep_ms(unsigned long ms) { std::this_thread::sleep_for(std::chrono::milliseconds(std::min(ms, longest_sleep))); }
 
 }  // namespace platform

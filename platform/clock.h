@@ -5,12 +5,14 @@
 
 namespace platform {
 
-// Milliseconds of wall time since the process started; never processor time, never backwards.
+// [ms] Elapsed time since the process started. It never runs backwards and does not depend on processor time.
 std::uint64_t clock_ms();
 
-// For tests: pushes clock_ms forward, so that a watchdog of a minute is tested in a moment. Waits stay as they are.
+// For tests: advances clock_ms, so that a time-out of a minute can be tested at once. Waits and sleeps are not
+// affected.
 void advance_clock(std::uint64_t ms);
 
-void sleep_ms(unsigned long ms);  // 49 days at most
+constexpr unsigned long longest_sleep = 0xFFFFFFFF;  // [ms], 49 days
+void sleep_ms(unsigned long ms);                     // at most longest_sleep
 
 }  // namespace platform

@@ -1,5 +1,5 @@
-// Error numbers and their texts. Every platform speaks the numbers of Win32 and Winsock; the other systems translate theirs
-// once, at the point of failure.
+// Error numbers and their texts. Every platform uses the numbers of Win32 and Winsock. The POSIX half translates
+// the system's numbers once, at the point of failure.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 namespace platform {
 
-// The numbers that the library itself names.
+// The numbers that the library refers to.
 enum Error : std::uint32_t {
     error_none = 0,
     error_not_found = 2,  // a file
@@ -22,7 +22,7 @@ enum Error : std::uint32_t {
     error_disk_full = 112,
     error_invalid_name = 123,
     error_busy = 170,
-    error_bad_file_type = 222,  // no regular file
+    error_bad_file_type = 222,  // not a regular file
     error_operation_aborted = 995,
     error_io_incomplete = 996,
     error_io_pending = 997,
@@ -34,13 +34,14 @@ enum Error : std::uint32_t {
     error_host_not_found = 11001,
 };
 
-// The calling thread's last error: good right after a call that failed; a successful one may change it.
+// The calling thread's last error. Read it right after a failed call; a successful call may change it.
 std::uint32_t last_error();
 void set_last_error(std::uint32_t error);
 
-constexpr std::size_t most_error_text = 960;  // with the terminator; what is longer is cut
+constexpr std::size_t most_error_text = 960;  // [bytes], terminator included; longer texts are cut
 
-// The system's own words for a number, with whatever line end they have; never empty. The first form needs no memory.
+// The system's text for a number, with the line end that the system gives it; never empty. The first form allocates
+// nothing.
 void error_text(std::uint32_t error, char (&text)[most_error_text]);
 inline std::string error_text(std::uint32_t error)
 {
@@ -48,7 +49,7 @@ inline std::string error_text(std::uint32_t error)
     error_text(error, text);
     return text;
 }
-// What error_text answers where the system has no words.
+// What error_text returns if the system has no text.
 inline std::string unknown_error_text(std::uint32_t error) { return "Unknown error " + std::to_string(error); }
 
 }  // namespace platform

@@ -31,7 +31,7 @@ struct Name_Plan {
     std::uint32_t host = 0;
 };
 
-// Never destroyed: a look-up that hangs may be there when the process ends.
+// Never destroyed: a hanging look-up may still use it when the process ends.
 struct Name_Plans {
     std::mutex lock;
     std::condition_variable changed;
@@ -57,13 +57,13 @@ Name_Plans &name_plans()
     return *plans_of_names;
 }
 
-std::atomic<std::size_t> most{0};  // bytes per call of the system; 0: no limit
+std::atomic<std::size_t> most{0};  // [bytes] per system call; 0: no limit
 
 Plan &plan_of(Operation operation) { return plans[static_cast<int>(operation)]; }
 
 }  // namespace
 
-// All that a data path looks at when no test has made a plan.
+// Without a plan, data paths read only this flag.
 std::atomic<bool> armed{false};
 
 void fail_after(Operation operation, std::uint64_t bytes, std::uint32_t error)
@@ -114,7 +114,7 @@ bool planned_name(const char *name, std::uint32_t &error, std::uint32_t &host)
 
 void hold_opens(bool hold) { opens_held = hold; }
 
-// A sleep and no condition: the thread may be killed here, and must hold nothing then.
+// Sleeps and polls: a thread may be killed here, and it must not hold the lock of a condition variable then.
 void wait_while_opens_are_held()
 {
     while (opens_held.load(std::memory_order_relaxed)) sleep_ms(1);

@@ -1,4 +1,4 @@
-// Files: whole blocks in, whole blocks out.
+// Files that are read and written in whole blocks.
 #pragma once
 
 #include <atomic>
@@ -8,14 +8,14 @@
 
 namespace platform {
 
-// An open file. Readers share a file with readers; a file open for writing is nobody else's: the second open fails with
-// error_sharing_violation. (POSIX: among the programs that use this layer.)
+// An open file. Several readers may share a file. A file open for writing is exclusive: a second open fails with
+// error_sharing_violation (on POSIX only among programs that use this layer).
 //
-// Regular files only. A pipe, a FIFO, a socket or a device is refused with error_bad_file_type, and its other side is not
-// waited for: a silent writer would hold a reader, and close() would not wake it.
+// Regular files only. A pipe, a FIFO, a socket or a device is refused at once with error_bad_file_type: a FIFO without
+// data would block its reader, and close() could not wake it.
 //
-// Threads:   one thread transfers; any thread may close. A transfer on a closed file fails with error_invalid_handle; the
-//            descriptor is released when nobody holds the object any more.
+// Threads:   one thread transfers; any thread may close. A transfer on a closed file fails with error_invalid_handle.
+//            The descriptor is released with the last reference to the object.
 // Ownership: by shared_ptr; the last holder closes the file.
 // Errors:    null or false, with last_error() set.
 class File {
@@ -23,23 +23,24 @@ public:
     enum class Mode {
         read,         // must exist; a folder is refused with error_access_denied
         read_shared,  // the same, and others may write to the file meanwhile
-        create,       // for writing; what was there is cut off
-        append,       // for writing; what was there stays. The position is the start, as with every open.
+        create,       // for writing; truncates the file
+        append,       // for writing; keeps the content. The position is the start, as with every mode.
     };
-    // The name is UTF-8, of any length that the system can store. Where it is not (Windows): error_invalid_name.
-    // A folder on a share that has gone may hold this call for a long time: hold no lock around it.
+    // The name is UTF-8, of any length that the system can store. On Windows other names fail with error_invalid_name.
+    // Hold no lock around this call: on a share that is down it may block for a long time.
     static std::shared_ptr<File> open(const char *name, Mode mode);
     ~File();
     File(const File &) = delete;
     File &operator=(const File &) = delete;
 
-    // Reads n bytes; got is less only at the end of the file, or with false.
+    // Reads n bytes. `got` is less than n only at the end of the file, or when the result is false.
     bool read(void *buffer, std::size_t n, std::size_t &got);
-    // Writes n bytes; a short write of the system is continued. With false `put` bytes are written.
+    // Writes n bytes; continues a short write of the system. If the result is false, `put` bytes were written.
     bool write(const void *buffer, std::size_t n, std::size_t &put);
-    // Moves the position to `offset` bytes from the end (0 or less). False before the start, and the position stays.
+    // Moves the position to `offset` bytes from the end (0 or less). Returns false, and does not move, before the
+    // start.
     bool seek_end(std::int64_t offset);
-    // The position in bytes; -1 when it has none.
+    // The position [bytes]; -1 if the system gives none.
     std::int64_t position() const;
 
     void close() { closed_.store(true, std::memory_order_release); }

@@ -1,4 +1,4 @@
-// A lock with a name: one for all threads of all processes that use the name.
+// A lock with a name, shared by all threads of all processes that use the name.
 #pragma once
 
 #include <cstddef>
@@ -7,13 +7,14 @@
 
 namespace platform {
 
-// Re-entrant within a thread. An empty name is a lock of its own.
+// Re-entrant within a thread. An empty name makes a lock that is shared with no one.
 //
-// Threads:   any; who locks unlocks: one unlock too many, or one by another thread, does nothing. When a process dies its
-//            locks are free. A thread that may be killed takes the lock by try_lock: one that is killed while it waits in
-//            lock() would leave the lock locked.
-// Ownership: the object may go while others of the same name stay; nobody may hold it then.
-// Errors:    invalid, with last_error() set, when the system could not make it; an invalid lock locks nothing.
+// Threads:   any; the thread that locks it unlocks it. One unlock too many, or one by another thread, does nothing.
+//            When a process dies, its locks become free. A thread that may be killed uses try_lock: if it were killed
+//            while it waits in lock(), the lock would stay locked.
+// Ownership: no thread may hold the lock through this object when it is destroyed; other objects of the name stay
+//            valid.
+// Errors:    invalid, with last_error() set, when the system could not create it; an invalid lock locks nothing.
 class Named_Lock {
 public:
     explicit Named_Lock(std::string_view name);
@@ -23,7 +24,7 @@ public:
 
     bool valid() const { return state_ != nullptr; }
     void lock();
-    bool try_lock();  // false: another thread or process has it; does not wait
+    bool try_lock();  // does not wait; false when another thread or process holds it
     void unlock();
 
 private:

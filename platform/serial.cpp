@@ -14,7 +14,7 @@ constexpr unsigned long drain_ms = 500, drain_look_ms = 10;
 
 }  // namespace
 
-// Cancelled, a transfer has moved a part, or even all: the result says how much, and that counts.
+// A cancelled transfer may have moved a part or even all of its bytes; its result says how many.
 bool Serial_Port::finish(Transfer &transfer, bool done, unsigned long ms, std::size_t &moved, Event *stop)
 {
     bool over = false;
@@ -32,8 +32,8 @@ bool Serial_Port::finish(Transfer &transfer, bool done, unsigned long ms, std::s
     return transfer.result(moved) || over;
 }
 
-// Systems do it otherwise: one would hold up the close for half a minute where the other end has stopped the flow, and
-// another one's drivers forget what they hold.
+// The systems differ here: one delays the close for half a minute if the other end has stopped the flow; drivers of
+// another drop the bytes that they hold.
 void Serial_Port::drain() const
 {
     for (unsigned long ms = 0; ms < drain_ms; ms += drain_look_ms) {

@@ -4,6 +4,7 @@
 #include "platform/fault.h"
 #include "platform/thread.h"
 
+#include <limits>
 #include <map>
 #include <mutex>
 #include <string>
@@ -13,15 +14,15 @@ namespace platform {
 
 namespace {
 
-// One look-up, shared by the thread that does it and all who wait for it.
+// One look-up, shared by the thread that does it and all threads that wait for it.
 struct Look_Up {
     std::string name;
-    Event done;               // whoever takes the signal passes it on to the next
+    Event done;               // auto-reset: each waiter sets it again for the next one
     std::uint32_t error = 0;  // both published by `done`
     std::uint32_t host = 0;
 };
 
-// The look-ups under way. Never destroyed: a thread that hangs in the system may come back while the process ends.
+// The look-ups in progress. Never destroyed: a thread that hangs in the system may return while the process ends.
 struct Look_Ups {
     std::mutex lock;
     std::map<std::string, std::shared_ptr<Look_Up>> by_name;
@@ -33,7 +34,7 @@ Look_Ups &look_ups()
     return *under_way;
 }
 
-// Out of the map before it is done: who asks later asks the system anew.
+// Removes the look-up from the map before signalling `done`: a later caller asks the system again.
 unsigned long look_up_on_thread(void *context)
 {
     const std::shared_ptr<Look_Up> own = std::move(*static_cast<std::shared_ptr<Look_Up> *>(context));
@@ -48,7 +49,8 @@ unsigned long look_up_on_thread(void *context)
     return 0;
 }
 
-// The one under way for this name, or a new one; null, with last_error(), when no thread is left.
+// Returns the look-up in progress for this name, or starts one. Null, with last_error(), when the system has no thread
+// left.
 std::shared_ptr<Look_Up> join_look_up(const char *name)
 {
     const std::lock_guard guard(look_ups().lock);
@@ -65,8 +67,8 @@ std::shared_ptr<Look_Up> join_look_up(const char *name)
     return nullptr;
 }
 
-// One number of a dotted address, in the notation of C; false when there is none or it is larger than `most`. More than 32
-// bits are refused as soon as they are seen, so that nothing overflows.
+// Reads one number of a dotted address, in the notation of C. False when there is none or it is larger than `most`. The
+// loop stops at the first value of more than 32 bits, so that nothing overflows.
 bool parse_part(const char *&text, std::uint64_t most, std::uint32_t &part)
 {
     const bool octal = text[0] == '0';
@@ -82,7 +84,7 @@ bool parse_part(const char *&text, std::uint64_t most, std::uint32_t &part)
         if (*text >= 'A' && *text <= 'F') digit = static_cast<unsigned>(*text - 'A' + 10);
         if (digit >= base) break;
         value = value * base + digit;
-        if (value > 0xFFFFFFFF) return false;
+        if (value > std::numeric_limits<std::uint32_t>::max()) return false;
     }
     part = static_cast<std::uint32_t>(value);
     return text != begin && value <= most;
@@ -96,7 +98,7 @@ std::string dotted(std::uint32_t host)
            std::to_string(host >> 8 & 0xFF) + '.' + std::to_string(host & 0xFF);
 }
 
-// Up to three parts of a byte, and a last one that takes the bytes that are left.
+// Up to three parts of one byte each, and a last part for the remaining bytes.
 bool parse_dotted(const char *text, std::uint32_t &host)
 {
     std::uint32_t left = 0;
@@ -114,11 +116,12 @@ bool parse_dotted(const char *text, std::uint32_t &host)
     }
 }
 
-// A station that reconnects for years while its name server hangs has one thread in the system per name, not one per try.
+// Look-ups of one name share a thread. A station that reconnects for years while its name server hangs has one hanging
+// thread per name, not one per try.
 bool resolve(const char *name, std::uint32_t &host, Event &stop)
 {
     if (name && parse_dotted(name, host)) return true;
-    if (!name || *name == '\0') {  // some systems take it for their own name
+    if (!name || *name == '\0') {  // some systems resolve the empty name to themselves
         set_last_error(error_host_not_found);
         return false;
     }

@@ -1,4 +1,4 @@
-// What the two halves provide for debug.h and message_box.h; nobody else calls it.
+// The parts of debug.h and message_box.h that differ between the systems. Only debug.cpp and message_box.cpp call them.
 #pragma once
 
 namespace platform {

@@ -12,7 +12,7 @@ namespace {
 std::atomic<Thread_Number> last_number{0};
 thread_local Thread_Number own_number = 0;
 
-// Kills are rare, so that the list stays short.
+// Kills are rare, so the list stays short.
 struct Killed {
     std::mutex lock;
     std::vector<Thread_Number> numbers;

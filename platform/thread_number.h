@@ -1,4 +1,4 @@
-// Numbers for threads, and which of them were killed.
+// Unique numbers for threads, and the record of killed threads.
 #pragma once
 
 #include <cstdint>
@@ -7,14 +7,15 @@ namespace platform {
 
 using Thread_Number = std::uint64_t;
 
-// The calling thread's, from 1. No other thread of the process ever gets it, unlike the numbers of the system.
+// The number of the calling thread, from 1. Unlike the system's numbers it is never given to another thread of the
+// process.
 Thread_Number thread_number();
 
-// For Thread. A number for a thread that is about to be started, and the thread's own call to have it.
+// For Thread: reserves a number for a thread that is about to start, which then sets it as its own.
 Thread_Number reserve_thread_number();
 void set_thread_number(Thread_Number number);
 
-// Thread::kill has ended it: it never runs again, and what it had entered it never leaves.
+// Records that Thread::kill has ended a thread: it never runs again and never releases what it holds.
 void note_killed(Thread_Number number);
 bool was_killed(Thread_Number number);
 

@@ -37,9 +37,9 @@ bool Transfer::State::begin(const std::shared_ptr<Stream> &on, Operation what, v
 void Transfer::State::end(std::uint32_t with)
 {
     error = with;
-    const bool at_the_limit = operation == Operation::write || moved == 0;  // a read that brought something is good
+    const bool at_the_limit = operation == Operation::write || moved == 0;  // a read with some bytes has succeeded
     if (with == error_none && at_the_limit && admitted < wanted && !fault::fail(operation)) error = last_error();
-    // The end or the failure that was found may be of close()'s making.
+    // close() may have caused the end or the failure.
     const bool in_vain = error != error_none || (moved == 0 && wanted > 0);
     if (in_vain && stream->closed()) error = error_operation_aborted;
     fault::give_back(operation, admitted - moved);
@@ -55,7 +55,7 @@ bool Transfer::read(const std::shared_ptr<Stream> &stream, void *buffer, std::si
 bool Transfer::write(const std::shared_ptr<Stream> &stream, const void *buffer, std::size_t n)
 {
     const std::lock_guard guard(state_->lock);
-    return state_->begin(stream, Operation::write, const_cast<void *>(buffer), n);  // only read
+    return state_->begin(stream, Operation::write, const_cast<void *>(buffer), n);  // a write only reads the buffer
 }
 
 bool Transfer::pending() const

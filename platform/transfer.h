@@ -1,4 +1,5 @@
-// What both halves share of a Transfer: what is under way, and how it is begun and judged. For the platform layer only.
+// The part of a Transfer that both halves share: its state, how it begins, and how its result is determined. For the
+// platform layer only.
 #pragma once
 
 #include "platform/fault.h"
@@ -11,34 +12,34 @@
 
 namespace platform {
 
-// Each half derives its own and moves the bytes.
+// Each half derives a class from it that moves the bytes.
 //
-// Threads:   `lock` is held around every call; it guards the fields against those who wait and ask.
-// Ownership: while a transfer is under way it holds the stream.
+// Threads:   hold `lock` around every call; it guards the fields, which waiting threads read.
+// Ownership: a transfer in progress holds a reference to the stream.
 // Errors:    false, with last_error() set.
 struct Transfer::State {
     virtual ~State() = default;
 
     bool begin(const std::shared_ptr<Stream> &on, fault::Operation what, void *bytes, std::size_t n);
-    // The transfer has come to its end, with this error or none; `moved` is right.
+    // Ends the transfer with this error or none; `moved` must be set before.
     void end(std::uint32_t with);
     bool under_way() const { return stream != nullptr; }
 
-    // Hands the first `admitted` bytes of the buffer to the system. error_none: done at once; error_io_pending: under way;
-    // or the failure.
+    // Hands the first `admitted` bytes of the buffer to the system. Returns error_none when done at once,
+    // error_io_pending when in progress, or the failure.
     virtual std::uint32_t start(void *bytes) = 0;
-    // Notices the end of a transfer that nobody has waited for.
+    // Detects the end of a transfer for which no thread has waited.
     virtual void look() = 0;
-    // The next wait is for the next transfer.
+    // Drops a pending signal, so that the next wait is for the next transfer.
     virtual void forget_signal() = 0;
     virtual void cancel() = 0;
     virtual bool take() = 0;
 
     std::mutex lock;
     fault::Operation operation = fault::Operation::read;
-    std::shared_ptr<Stream> stream;  // null: nothing under way
-    std::size_t wanted = 0;          // bytes
-    std::size_t admitted = 0;        // the part of it that the test's plan lets pass; all of it without a plan
+    std::shared_ptr<Stream> stream;  // null: no transfer in progress
+    std::size_t wanted = 0;          // [bytes]
+    std::size_t admitted = 0;        // the part of `wanted` that a test's plan admits; without a plan all of it
     std::size_t moved = 0;
     std::uint32_t error = 0;
 };

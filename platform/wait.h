@@ -6,13 +6,13 @@
 
 namespace platform {
 
-constexpr unsigned long wait_forever = 0xFFFFFFFF;  // milliseconds; more is for ever as well
+constexpr unsigned long wait_forever = 0xFFFFFFFF;  // [ms]; larger values mean the same
 
 // Something that can be waited for.
 //
 // Threads:   any; each signal ends one wait.
-// Ownership: owns its handle of the system; nobody may wait on it any more when it is destroyed.
-// Errors:    invalid when the system had no handle left; waiting for it fails.
+// Ownership: owns its system handle; no thread may wait for it when it is destroyed.
+// Errors:    invalid when the system had no handle left; waiting for it then fails.
 class Waitable {
 public:
     Waitable(const Waitable &) = delete;
@@ -20,7 +20,7 @@ public:
     virtual ~Waitable() = default;
 
     bool valid() const { return native_ != invalid; }
-    // Waits at most ms milliseconds; true when it was signalled, and the signal is taken.
+    // Waits at most ms milliseconds. Returns true, and takes the signal, when it was signalled.
     bool wait(unsigned long ms);
 
 protected:
@@ -31,11 +31,11 @@ protected:
 
 private:
     friend int wait_any(std::span<Waitable *const> waitables, unsigned long ms);
-    // POSIX: takes the signal, without waiting; false when somebody else was quicker. Win32: the wait itself takes it.
+    // POSIX: takes the signal without waiting; false when another thread has taken it. Win32: the wait itself takes it.
     virtual bool take() = 0;
 };
 
-// An auto-reset event, unsignalled at first. Setting it twice is setting it once.
+// An auto-reset event, not signalled at first. Setting it twice gives one signal.
 //
 // Threads:   set and reset from any thread.
 // Ownership: as Waitable.
@@ -53,10 +53,10 @@ private:
 
 constexpr int wait_timeout = -1;
 constexpr int wait_failed = -2;
-constexpr std::uint32_t win32_wait_failed = 0xFFFFFFFF;  // what Win32 answers in its place; for reports
+constexpr std::uint32_t win32_wait_failed = 0xFFFFFFFF;  // Win32's value of wait_failed, for reports
 
-// Waits for the first signalled of at most 64, at most ms milliseconds: its index (the lowest when several are signalled;
-// only its signal is taken), wait_timeout, or wait_failed.
+// Waits at most ms milliseconds for the first of at most 64 waitables. Returns its index (the lowest if several are
+// signalled; only its signal is taken), wait_timeout, or wait_failed.
 int wait_any(std::span<Waitable *const> waitables, unsigned long ms);
 
 }  // namespace platform

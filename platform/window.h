@@ -1,4 +1,4 @@
-// Windows in the sense of receivers of small messages, reachable from every process of the same user by a number.
+// Windows as receivers of small messages: every process of the same user can reach one by its number.
 #pragma once
 
 #include <cstdint>
@@ -17,11 +17,11 @@ struct Window_Message {
     std::int64_t lparam = 0;
 };
 
-// A receiver. Its messages wait in a queue of the system's: what finds it full is refused to the sender.
+// A receiver. Its messages wait in a queue of the system. If the queue is full, posting fails.
 //
-// Threads:   create, receive and destruction on one thread (on Windows a window belongs to the thread that made it).
-// Ownership: by the creator. Destroyed, or when its process ends in whatever way, it is no window any more.
-// Errors:    create answers null with last_error() set.
+// Threads:   create, receive and destroy on one thread (on Windows a window belongs to the thread that made it).
+// Ownership: the creator owns it. Its number becomes invalid when it is destroyed or its process ends.
+// Errors:    create returns null with last_error() set.
 class Window {
 public:
     static std::unique_ptr<Window> create();
@@ -29,9 +29,9 @@ public:
     Window(const Window &) = delete;
     Window &operator=(const Window &) = delete;
 
-    // The number, never null; what is_window and post_message take, in any process of this user. Not used again soon.
+    // The number, never null, for is_window and post_message in any process of this user. It is not reused soon.
     void *handle() const;
-    // The next message, in the order of posting; false when none came within ms milliseconds.
+    // Takes the next message, in the order of posting; false when none came within ms milliseconds.
     bool receive(Window_Message &message, unsigned long ms);
 
 private:
@@ -40,11 +40,11 @@ private:
     const std::unique_ptr<State> state_;
 };
 
-// Does a living window have this number? (Windows: any program's window.)
+// Whether an existing window has this number. On Windows the window may belong to any program.
 bool is_window(void *window);
-// Never waits. False, with last_error(): 1400 (no window), 1816 (its queue is full).
+// Never waits. False, with last_error(): error_invalid_window, or error_not_enough_quota when its queue is full.
 bool post_message(void *window, const Window_Message &message);
-// To every living window of this user; leftovers of dead processes are cleaned up. The number that took it.
+// Posts to every window of this user and removes leftovers of dead processes. Returns how many windows took it.
 int broadcast_message(const Window_Message &message);
 
 }  // namespace platform

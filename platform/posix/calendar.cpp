@@ -18,7 +18,7 @@ timespec now()
     return time;
 }
 
-// localtime_r itself need not look at TZ again.
+// tzset first: localtime_r is not required to read TZ again.
 tm local_of(time_t time)
 {
     tm fields{};
@@ -34,7 +34,7 @@ Calendar_Time calendar(const tm &fields, long nanosecond)
             small(fields.tm_hour),        small(fields.tm_min),     small(fields.tm_sec),  small(nanosecond / 1000000)};
 }
 
-// Nothing, with the error set, for what is no date.
+// Returns nothing, and sets the error, if `utc` is not a date.
 std::optional<time_t> seconds_of(const Calendar_Time &utc)
 {
     namespace chrono = std::chrono;
@@ -47,11 +47,12 @@ std::optional<time_t> seconds_of(const Calendar_Time &utc)
            utc.minute * 60 + utc.second;
 }
 
-// Minutes east of Greenwich in the other half of the year, the one whose flag for daylight saving is not `daylight`.
+// [min] east of Greenwich in the season whose daylight-saving flag is not `daylight`.
 std::optional<long> offset_when_not(bool daylight, time_t time)
 {
-    constexpr time_t step = 10 * 86400;  // no country keeps either for less
-    for (time_t at = time; at < time + 366 * 86400; at += step) {
+    constexpr time_t day = 86400;      // [s]
+    constexpr time_t step = 10 * day;  // no season of any zone is shorter
+    for (time_t at = time; at < time + 366 * day; at += step) {
         const tm fields = local_of(at);
         if ((fields.tm_isdst > 0) != daylight) return fields.tm_gmtoff / 60;
     }

@@ -15,7 +15,9 @@ struct Row {
     std::uint32_t win32;
 };
 
-// Where several rows share a number, the first gives the text.
+constexpr std::uint32_t no_counterpart = 31;  // a device does not function
+
+// If several rows have the same Win32 number, the first gives the text.
 constexpr Row table[] = {
     {ENOENT, error_not_found},
     {ENOTDIR, error_path_not_found},
@@ -31,7 +33,7 @@ constexpr Row table[] = {
     {EXDEV, 17},
     {ENODEV, 20},
     {ENXIO, 21},  // not ready
-    {EIO, 31},    // a device does not function
+    {EIO, no_counterpart},
     {EEXIST, 183},
     {EINVAL, error_invalid_parameter},
     {EPIPE, 109},
@@ -75,13 +77,13 @@ constexpr Row table[] = {
     {EHOSTUNREACH, 10065},
 };
 
-// What Winsock numbers apart from the rest of Win32.
+// Errors for which Winsock has its own numbers.
 constexpr Row socket_table[] = {
     {EACCES, 10013}, {EPERM, 10013},  {EFAULT, 10014}, {EINVAL, 10022},      {EMFILE, 10024},
     {ENFILE, 10024}, {ENOMEM, 10055}, {EPIPE, 10054},  {EINPROGRESS, 10036}, {EBADF, error_not_socket},
 };
 
-// What errno has no words for, or misleading ones.
+// Texts for numbers for which errno has no text, or a misleading one.
 struct Words {
     std::uint32_t win32;
     const char *text;
@@ -114,7 +116,7 @@ std::uint32_t posix::from_errno(int error)
     for (const Row &row : table) {
         if (row.posix == error) return row.win32;
     }
-    return 31;
+    return no_counterpart;
 }
 
 std::uint32_t posix::from_socket_errno(int error)

@@ -25,8 +25,8 @@ bool is_file(const struct stat &status)
     return false;
 }
 
-// O_NONBLOCK: a FIFO that takes the file's place after the look at it does not hold the caller. O_NOCTTY: nor does a
-// terminal become the program's own, with its Ctrl-C.
+// O_NONBLOCK: if a FIFO replaces the file after the check, opening it does not block. O_NOCTTY: likewise a terminal
+// does not become the controlling terminal of the program.
 int open_descriptor(const char *name, File::Mode mode)
 {
     const int flags = reads(mode) ? O_RDONLY : O_WRONLY | O_CREAT;
@@ -37,11 +37,11 @@ int open_descriptor(const char *name, File::Mode mode)
     return descriptor;
 }
 
-// Win32 tells a missing folder from a missing file.
+// Win32 has different errors for a missing folder and a missing file.
 void fail_open(const char *name)
 {
     posix::fail();
-    if (errno == EWOULDBLOCK) set_last_error(error_sharing_violation);  // a lease: a file server has it in use
+    if (errno == EWOULDBLOCK) set_last_error(error_sharing_violation);  // a file server holds a lease on the file
     const std::string_view path(name);
     const std::size_t slash = path.rfind('/');
     if (path.empty()) set_last_error(error_path_not_found);
@@ -50,15 +50,15 @@ void fail_open(const char *name)
     if (stat(std::string(path.substr(0, slash)).c_str(), &status) != 0) set_last_error(error_path_not_found);
 }
 
-// A file that grows past the limit of the process is an error to report, not a reason to die. A host that handles the
-// signal keeps its way.
+// Makes a file that exceeds the process's size limit an error; by default SIGXFSZ would end the process. A handler of
+// the host is not replaced.
 void take_size_limit_as_error()
 {
     struct sigaction action {};
     if (sigaction(SIGXFSZ, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) std::signal(SIGXFSZ, SIG_IGN);
 }
 
-// Win32's sharing among the users of this layer. A file system that knows no locks shares everything.
+// Gives the sharing rules of Win32 among the users of this layer. On a file system without locks all files are shared.
 bool take_share(int descriptor, File::Mode mode)
 {
     if (mode == File::Mode::read_shared) return true;
@@ -68,13 +68,13 @@ bool take_share(int descriptor, File::Mode mode)
     return false;
 }
 
-// After opening: what open itself lets pass, and the cut of Mode::create, which must not come before the share.
+// After opening: refuses what open itself accepts, takes the share, and then truncates for Mode::create.
 bool settle(int descriptor, File::Mode mode)
 {
     struct stat status {};
     if (fstat(descriptor, &status) != 0) return posix::fail();
     if (!is_file(status)) return false;
-    fcntl(descriptor, F_SETFL, 0);  // O_NONBLOCK has served: transfers wait
+    fcntl(descriptor, F_SETFL, 0);  // clears O_NONBLOCK: transfers wait
     if (!reads(mode)) take_size_limit_as_error();
     if (!take_share(descriptor, mode)) return false;
     return mode != File::Mode::create || ftruncate(descriptor, 0) == 0 || posix::fail();
@@ -86,7 +86,7 @@ int descriptor_of(std::intptr_t native) { return static_cast<int>(native); }
 
 std::shared_ptr<File> File::open_native(const char *name, Mode mode)
 {
-    // Looked at before it is opened: opening alone makes some devices act (a tape rewinds, a modem hangs up).
+    // Check before opening: opening some devices has effects (a tape rewinds, a modem hangs up).
     struct stat status {};
     if (stat(name, &status) == 0 && !is_file(status)) return nullptr;
     const int descriptor = open_descriptor(name, mode);
@@ -98,14 +98,14 @@ std::shared_ptr<File> File::open_native(const char *name, Mode mode)
         ::close(descriptor);
         return nullptr;
     }
-    // Whoever reads here replays from front to back: the system may read further ahead.
+    // Files are replayed from front to back, so the system may read further ahead.
     if (reads(mode)) posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
     return std::shared_ptr<File>(new File(descriptor));
 }
 
 File::~File() { ::close(descriptor_of(native_)); }
 
-// EINTR, here and below: threads are suspended by a signal, and a host may have signals of its own.
+// EINTR, here and below: threads are suspended by a signal, and a host may use signals, too.
 bool File::read_once(void *buffer, std::size_t n, std::size_t &got)
 {
     ssize_t moved = 0;

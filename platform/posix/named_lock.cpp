@@ -21,11 +21,12 @@ namespace platform {
 
 namespace {
 
-// FNV-1a, 64 bits: names are paths of any length and may hold any character.
+// FNV-1a, 64 bits. Names are hashed because they are paths of any length and may contain any character.
 std::uint64_t hash(std::string_view name)
 {
-    std::uint64_t value = 0xcbf29ce484222325u;
-    for (const char c : name) value = (value ^ static_cast<unsigned char>(c)) * 0x100000001b3u;
+    constexpr std::uint64_t offset_basis = 0xcbf29ce484222325u, prime = 0x100000001b3u;
+    std::uint64_t value = offset_basis;
+    for (const char c : name) value = (value ^ static_cast<unsigned char>(c)) * prime;
     return value;
 }
 
@@ -43,7 +44,7 @@ int open_lock_file(const std::string &path)
     return open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
 }
 
-// The last user takes the file away; whoever opened it before that and locks it after must see that it is gone.
+// The last user removes the file. A process that has opened the file before and locks it afterwards must detect that.
 bool is_current_file(int descriptor, const std::string &path)
 {
     struct stat own {
@@ -61,7 +62,7 @@ bool take_flock(int descriptor, int how)
 
 }  // namespace
 
-// One per name in this process: the mutex serialises its threads, the file's lock its process with the others.
+// One per name in this process. The mutex excludes the other threads, the lock on the file the other processes.
 struct Named_Lock::State {
     State(const std::string &lock_path, int lock_file) : path(lock_path), descriptor(lock_file) {}
     ~State()
@@ -71,14 +72,14 @@ struct Named_Lock::State {
         close(descriptor);
     }
 
-    // With the mutex held. False: another process has the lock, and `how` says not to wait.
+    // Call with the mutex held. False when another process has the lock and `how` does not wait.
     bool lock_file(int how)
     {
         while (descriptor >= 0) {
             if (!take_flock(descriptor, how) && errno == EWOULDBLOCK) return false;
             if (is_current_file(descriptor, path)) return true;
             const int fresh = open_lock_file(path);
-            if (fresh < 0) return true;  // the folder is gone: within the process the mutex still serves
+            if (fresh < 0) return true;  // the folder is gone; the mutex still works within the process
             close(descriptor);
             descriptor = fresh;
         }
@@ -91,22 +92,22 @@ struct Named_Lock::State {
     }
 
     std::recursive_mutex mutex;
-    const std::string path;  // empty for the nameless
+    const std::string path;  // empty for a lock without a name
     int descriptor;
     unsigned int depth = 0;  // guarded by mutex
-    // Written with the mutex held. A thread finds its own id here only while it holds the lock.
+    // Written with the mutex held. It contains a thread's own id only while that thread holds the lock.
     std::atomic<std::thread::id> owner{};
 };
 
-// The locks of this process, so that equal names meet. The guard is held over the map alone: what the system does for a
-// lock may wait, or the thread be killed in it.
+// The locks of this process by path, so that equal names share a State. The guard is held only to use the map: system
+// calls for a lock may block, and the thread may be killed in one.
 struct Named_Lock::Known {
     std::mutex guard;
     std::map<std::string, std::weak_ptr<State>> states;
 
     static Known &all()
     {
-        static Known *const known = new Known;  // never destroyed: threads outlive the library's statics
+        static Known *const known = new Known;  // never destroyed: threads may outlive the statics
         return *known;
     }
     std::shared_ptr<State> find(const std::string &path)
@@ -115,7 +116,7 @@ struct Named_Lock::Known {
         const auto found = states.find(path);
         return found == states.end() ? nullptr : found->second.lock();
     }
-    // The one of that path: `fresh`, or another thread's that was quicker.
+    // Returns the State of that path: `fresh`, or the one that another thread has added meanwhile.
     std::shared_ptr<State> add(const std::shared_ptr<State> &fresh)
     {
         const std::lock_guard lock(guard);

@@ -12,7 +12,7 @@ namespace platform::posix {
 
 namespace {
 
-// The variable may have come along from another user, or point to a session that is over.
+// The variable may be inherited from another user, or name a folder of a session that has ended.
 bool is_own(const char *folder)
 {
     struct stat status {};
@@ -41,7 +41,7 @@ std::string runtime_folder()
         fail();
         return {};
     }
-    // In a folder that others can write, somebody may have been quicker with a link or a folder of his own.
+    // In a parent folder that others can write, another user may have created a link or a folder of this name.
     if (!S_ISDIR(status.st_mode) || status.st_uid != geteuid() || (status.st_mode & 0077) != 0) {
         set_last_error(error_access_denied);
         return {};

@@ -1,5 +1,5 @@
-// The kernel's own termios2 instead of termios.h: it knows every speed, not only those that have a name. The two
-// headers cannot be had in one source.
+// Uses termios2 of the Linux kernel instead of termios.h, because it supports every speed and not only the named ones.
+// One source cannot include both headers.
 #include "platform/serial.h"
 
 #include "platform/error.h"
@@ -34,7 +34,7 @@ struct Speed {
     tcflag_t name;
 };
 
-// Speeds with a name are set by it, for programs that look at the port with termios.h.
+// A speed that has a name is set by name, for programs that read the port with termios.h.
 constexpr Speed speeds[] = {
     {50, B50},           {75, B75},           {110, B110},         {134, B134},         {150, B150},
     {200, B200},         {300, B300},         {600, B600},         {1200, B1200},       {1800, B1800},
@@ -58,13 +58,13 @@ constexpr tcflag_t format_flags = CSIZE | PARENB | PARODD | CMSPAR | CSTOPB;
 tcflag_t format_of(const Serial_Settings &settings)
 {
     constexpr tcflag_t parities[] = {0, PARENB | PARODD, PARENB, PARENB | PARODD | CMSPAR, PARENB | CMSPAR};
-    // Two stop bits are one and a half where the characters have 5 bits: so does the hardware.
+    // CSTOPB means one and a half stop bits for characters of 5 bits; that is how UARTs work.
     const tcflag_t stop = settings.stop_bits == Serial_Settings::one_stop_bit ? 0 : CSTOPB;
     return sizes[settings.byte_size - 5] | parities[settings.parity] | stop;
 }
 
-// The rules of UARTs, which Win32 keeps to as well. termios would take the nearest thing instead. No speed is a hang-up
-// there.
+// The rules of UARTs, which Win32 enforces as well. termios would take the nearest possible setting, and would hang up
+// at speed 0.
 bool is_possible(const Serial_Settings &settings)
 {
     const bool half = settings.stop_bits == Serial_Settings::one5_stop_bits;
@@ -90,14 +90,14 @@ void read_format(const termios2 &line, Serial_Settings &settings)
                                                       : Serial_Settings::two_stop_bits;
 }
 
-// Every byte as it is, and as soon as it is there. Speed and format stay.
+// Passes every byte unchanged and at once. Does not change speed and format.
 void make_raw(termios2 &line)
 {
     line.c_iflag = 0;
     line.c_oflag = 0;
     line.c_lflag = 0;
     line.c_cflag |= CLOCAL | CREAD;
-    line.c_cc[VMIN] = 1;  // with 0 an idle line could not be told from one that is gone
+    line.c_cc[VMIN] = 1;  // with 0 an idle line would look like an unplugged one
     line.c_cc[VTIME] = 0;
 }
 
@@ -107,21 +107,21 @@ bool fail_with(std::uint32_t error)
     return false;
 }
 
-// A port that has been unplugged is a handle that has become invalid.
+// An unplugged port gives error_invalid_handle.
 bool fail_port()
 {
     const bool gone = errno == EIO || errno == ENXIO || errno == ENODEV;
     return gone ? fail_with(error_invalid_handle) : posix::fail();
 }
 
-// What no pseudo-terminal has, and every line with a connector.
+// True for a real line, false for a pseudo-terminal.
 bool has_modem_lines(int descriptor)
 {
     int lines = 0;
     return ioctl(descriptor, TIOCMGET, &lines) == 0;
 }
 
-// Not a failure without such a line.
+// A port without this line is not an error.
 void set_modem_line(int descriptor, int line, bool on) { ioctl(descriptor, on ? TIOCMBIS : TIOCMBIC, &line); }
 
 std::string path_of(const char *name)
@@ -137,7 +137,7 @@ std::string path_of(const char *name)
     const char *folder = std::getenv("GNSS_KERNEL_COM_DIR");
     const std::string link =
         std::string(folder && *folder ? folder : "/etc/gnss-kernel/com") + "/COM" + std::to_string(number);
-    struct stat status {};  // of the link itself: where it points to may be unplugged
+    struct stat status {};  // of the link itself, because its target may be unplugged
     return lstat(link.c_str(), &status) == 0 ? link : "/dev/ttyS" + std::to_string(number - 1);
 }
 
@@ -149,7 +149,7 @@ int open_exclusively(const std::string &path)
     } else if (isatty(descriptor) == 0) {
         fail_with(error_not_found);
     } else if (flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-        fail_with(error_access_denied);  // root opens what is TIOCEXCL; the lock refuses him, too
+        fail_with(error_access_denied);  // root can open a port despite TIOCEXCL; the lock stops that, too
     } else {
         ioctl(descriptor, TIOCEXCL);
         return descriptor;
@@ -160,15 +160,15 @@ int open_exclusively(const std::string &path)
 
 }  // namespace
 
-// The lock guards the settings, the time-outs and the counts.
+// The lock guards the settings, the time-outs and the error counts.
 struct Serial_Port::State {
     int descriptor = -1;
-    bool exclusive = false;  // by us
+    bool exclusive = false;  // this object has set TIOCEXCL
     mutable std::mutex lock;
-    Serial_Settings wanted;  // what a line that is none cannot hold, and what termios has no place for
+    Serial_Settings wanted;  // for settings that termios, or a pseudo-terminal, cannot store
     Serial_Timeouts timeouts;
     serial_icounter_struct counted{};
-    Transfer reading, writing;  // for read and write, which come back when these have ended
+    Transfer reading, writing;  // for read and write, which return when these have ended
 
     Serial_Timeouts current_timeouts() const
     {
@@ -181,7 +181,7 @@ struct Serial_Port::State {
     void set_controls(const Serial_Settings &settings) const;
 };
 
-// All or nothing: a driver that knows no mark parity takes the rest without a word.
+// Sets all or nothing. A driver without mark parity would set the rest and report no error; so the result is read back.
 bool Serial_Port::State::set_format(const Serial_Settings &settings) const
 {
     termios2 before{};
@@ -195,9 +195,10 @@ bool Serial_Port::State::set_format(const Serial_Settings &settings) const
     line.c_ispeed = line.c_ospeed = settings.baud;
     termios2 after{};
     if (!set_line(line) || !get_line(after)) return false;
+    constexpr std::uint32_t tolerance = 20;  // the speed may be off by one part in 20
     const auto off = static_cast<std::uint32_t>(std::abs(static_cast<std::int64_t>(after.c_ospeed) - settings.baud));
     const bool same_format = (after.c_cflag & format_flags) == (line.c_cflag & format_flags);
-    if (off <= settings.baud / 20 && (same_format || !has_modem_lines(descriptor))) return true;
+    if (off <= settings.baud / tolerance && (same_format || !has_modem_lines(descriptor))) return true;
     set_line(before);
     return fail_with(error_invalid_parameter);
 }
@@ -242,7 +243,7 @@ std::shared_ptr<Serial_Port> Serial_Port::open(const char *name)
     return port;
 }
 
-// The null handle is refused, although 0 is a descriptor: it is rather a mistake than a wish for standard input.
+// Refuses the null handle, although 0 is a descriptor: a null is more likely a mistake than standard input.
 std::shared_ptr<Serial_Port> Serial_Port::adopt(void *handle)
 {
     const auto native = reinterpret_cast<std::intptr_t>(handle);
@@ -266,7 +267,7 @@ std::shared_ptr<Serial_Port> Serial_Port::adopt(void *handle)
 
 bool Serial_Port::set_queues(std::uint32_t, std::uint32_t) { return !closed() || fail_with(error_invalid_handle); }
 
-// A pseudo-terminal forgets parity and size: there what was set counts.
+// A pseudo-terminal does not store parity and size; for it the last settings are returned.
 bool Serial_Port::get_settings(Serial_Settings &settings) const
 {
     if (closed()) return fail_with(error_invalid_handle);
@@ -301,7 +302,7 @@ bool Serial_Port::set_timeouts(const Serial_Timeouts &timeouts)
     return true;
 }
 
-// Events are counted by the system in any case.
+// The system counts all events, so the mask is not needed.
 bool Serial_Port::set_event_mask(std::uint32_t) { return !closed() || fail_with(error_invalid_handle); }
 
 bool Serial_Port::clear_error(std::uint32_t &errors)
@@ -309,7 +310,7 @@ bool Serial_Port::clear_error(std::uint32_t &errors)
     if (closed()) return fail_with(error_invalid_handle);
     const std::lock_guard guard(state_->lock);
     termios2 line{};
-    if (!state_->get_line(line)) return false;  // gone; drivers without counts say it here
+    if (!state_->get_line(line)) return false;  // unplugged; drivers without counts report it here
     errors = fault::planned_serial_errors();
     serial_icounter_struct now{};
     if (ioctl(state_->descriptor, TIOCGICOUNT, &now) != 0) return true;
@@ -329,7 +330,7 @@ std::uint64_t total_of(std::uint32_t multiplier, std::uint32_t constant, std::si
     return std::uint64_t{multiplier} * n + constant;
 }
 
-// How long a read of n bytes, `passed` milliseconds after its start, may go on waiting.
+// How long [ms] a read of n bytes may still wait, `passed` milliseconds after its start.
 unsigned long left_to_read(const Serial_Timeouts &timeouts, std::size_t n, bool has_some, std::uint64_t passed)
 {
     const std::uint64_t total = total_of(timeouts.read_multiplier, timeouts.read_constant, n);
@@ -360,7 +361,7 @@ bool Serial_Port::read(void *buffer, std::size_t n, std::size_t &got)
     return true;
 }
 
-// It is asked first whether something is there: beginning a transfer and giving it up again costs more.
+// Polls first: beginning and cancelling a transfer would cost more.
 bool Serial_Port::read_held(void *buffer, std::size_t n, std::size_t &got)
 {
     pollfd polled{state_->descriptor, POLLIN, 0};

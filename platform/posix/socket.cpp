@@ -54,7 +54,8 @@ bool wait_ready(std::intptr_t native, std::uint32_t events, int closing_event, E
     return first == 1 || (first == 0 && aborted());
 }
 
-// Where nobody listens, a port of this machine that the system has just given to the connecting socket answers itself.
+// If the port is on this machine and has no listener, the system may give the connecting socket the same port. The
+// socket then connects to itself.
 bool is_connected_to_itself(int descriptor)
 {
     sockaddr_in near{}, far{};
@@ -69,14 +70,15 @@ bool is_connected_to_itself(int descriptor)
 bool socket_startup(std::uint16_t, Socket_Library &library)
 {
     const fault::Socket_Library_Plan *const plan = fault::planned_socket_library();
-    library = {plan ? plan->version : std::uint16_t{0x0202}, 0x0202, "POSIX sockets", "Running"};
+    constexpr std::uint16_t version_2_2 = 0x0202;
+    library = {plan ? plan->version : version_2_2, version_2_2, "POSIX sockets", "Running"};
     set_last_error(plan ? plan->error : error_none);
     return last_error() == error_none;
 }
 
 void socket_cleanup() {}
 
-// Everything but the names' own failures counts as one that will not go away by itself.
+// All other failures give 11003, an error that a retry will not cure.
 std::uint32_t look_up(const char *name, std::uint32_t &host)
 {
     addrinfo wanted{};
@@ -113,7 +115,7 @@ std::shared_ptr<Socket> Socket::create()
     return nullptr;
 }
 
-// Transfers never block, whoever else has the descriptor; connect and accept rely on the flag.
+// connect and accept need O_NONBLOCK. Transfers do not: they pass their own flag with each call.
 std::shared_ptr<Socket> Socket::adopt(std::uintptr_t native)
 {
     const int descriptor = static_cast<int>(native);
@@ -125,7 +127,7 @@ std::shared_ptr<Socket> Socket::adopt(std::uintptr_t native)
     }
     fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
     fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-    set_option(descriptor, IPPROTO_TCP, TCP_NODELAY);  // the writer gathers small pieces itself, and for less time
+    set_option(descriptor, IPPROTO_TCP, TCP_NODELAY);  // the writer collects small pieces itself, for a shorter time
     return std::shared_ptr<Socket>(new Socket(native));
 }
 
@@ -133,7 +135,7 @@ bool Socket::set_keep_alive() { return set_option(native_, SOL_SOCKET, SO_KEEPAL
 
 bool Socket::set_reuse_address() { return set_option(native_, SOL_SOCKET, SO_REUSEADDR); }
 
-// What an earlier listener has left behind (connections, or their traces) does not occupy the port, as on Windows.
+// As on Windows, connections of an earlier listener, open or in TIME_WAIT, do not block the port.
 bool Socket::bind(const Address &address)
 {
     const sockaddr_in system = to_system(address);
@@ -147,7 +149,7 @@ bool Socket::listen(int backlog)
     closing_->listening.store(true, std::memory_order_relaxed);
     if (::listen(descriptor_of(native_), backlog) != 0) return posix::fail_socket();
     if (!closed()) return true;
-    ::shutdown(descriptor_of(native_), SHUT_RDWR);  // close() came too early to do it
+    ::shutdown(descriptor_of(native_), SHUT_RDWR);  // close() came before listen and could not do it
     return aborted();
 }
 
@@ -171,7 +173,7 @@ bool Socket::peer_address(Address &address) const
     return true;
 }
 
-// The second call of the system tells how the first one has ended, and makes the socket one that is connected already.
+// The second connect call returns the result of the first and completes the connection.
 bool Socket::connect(const Address &address, Event &stop)
 {
     const sockaddr_in system = to_system(address);
@@ -190,7 +192,7 @@ bool Socket::connect(const Address &address, Event &stop)
     return false;
 }
 
-// A peer that has gone again while it waited in the queue (ECONNABORTED) is nobody.
+// A peer that has left the queue again (ECONNABORTED) counts as no peer.
 bool Socket::accept_now(Address &peer, std::uintptr_t &accepted)
 {
     if (closed()) return aborted();

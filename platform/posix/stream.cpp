@@ -30,14 +30,14 @@ bool is_socket_of_any_kind(int descriptor)
     return fstat(descriptor, &status) == 0 && S_ISSOCK(status.st_mode);
 }
 
-// An eventfd polls readable until it is read; raising it twice is raising it once.
+// Sets an eventfd: it polls readable until it is read. Setting it twice gives one signal.
 void raise(int event)
 {
     const std::uint64_t one = 1;
     while (write(event, &one, sizeof one) < 0 && errno == EINTR) continue;
 }
 
-// A terminal may answer 0 bytes for "nothing yet" as well as for "hung up".
+// A terminal may return 0 bytes both for "no data yet" and for "hung up".
 bool hung_up(int descriptor)
 {
     pollfd polled{descriptor, POLLIN, 0};
@@ -89,17 +89,18 @@ Stream::Stream(std::intptr_t native, bool is_socket)
 
 Stream::~Stream()
 {
-    // What was received and never read would make the system cut the connection off, and what it still has to send with it.
+    // Read the received data first: otherwise the system resets the connection and drops what it still has to send.
     unsigned char dropped[4096];
-    for (int i = 0; closing_->uses_send && i < 1024; ++i) {
+    constexpr int most_reads = 1024;
+    for (int i = 0; closing_->uses_send && i < most_reads; ++i) {
         if (recv(descriptor_of(native_), dropped, sizeof dropped, MSG_DONTWAIT) <= 0) break;
     }
     ::close(descriptor_of(native_));
 }
 
-// The mark comes first: who is woken by the event must see it. A listener is freed by shutting down its receiving side. For
-// a connection the sending side is enough: the peer gets what is on its way, and then the end; to refuse what it still
-// sends would cut it off instead.
+// closed_ is set first, because threads that the event wakes read it. A listener is freed by shutting down its
+// receiving side. For a connection only the sending side is shut down: the peer gets the data on its way and then the
+// end. Shutting down the receiving side would reset the connection if the peer still sends.
 void Stream::close()
 {
     if (closed_.exchange(true, std::memory_order_acq_rel)) return;
@@ -109,10 +110,11 @@ void Stream::close()
     ::shutdown(descriptor_of(native_), closing_->listening.load(std::memory_order_relaxed) ? SHUT_RDWR : SHUT_WR);
 }
 
-// Ready when the transfer can go on, and when the stream is closed: the Transfer's descriptor is an epoll descriptor that
-// watches the stream and its closing event. It goes on watching after the transfer, so that the next one on the same
-// stream needs no call for that; who finds it ready without a transfer (in take) ends the watching, so that nobody spins.
-// Between transfers it does not hold the stream: a descriptor that is closed leaves an epoll descriptor by itself.
+// The Transfer's descriptor is an epoll descriptor that watches the stream and its closing event. It is ready when the
+// transfer can continue and when the stream is closed. It keeps watching after the transfer, so that the next one on
+// the same stream needs no system call for that. If take() finds it ready without a transfer, it stops watching;
+// otherwise waiters would spin. Between transfers it holds no reference to the stream: closing a descriptor removes it
+// from epoll.
 struct Transfer::Native : State {
     explicit Native(int epoll_descriptor) : epoll(epoll_descriptor) {}
     ~Native() override;
@@ -134,8 +136,8 @@ struct Transfer::Native : State {
 
     const int epoll;
     unsigned char *buffer = nullptr;
-    bool signalled = false;  // has ended, and nobody has taken that yet
-    int nudge = -1;          // an eventfd that is watched, too; the signal of a transfer that ended without a wait
+    bool signalled = false;  // the transfer has ended, and its signal has not been taken
+    int nudge = -1;          // a watched eventfd: the signal of a transfer that ended without a wait
     std::weak_ptr<Stream> watched;
     Operation watched_for = Operation::read;
 };
@@ -153,8 +155,8 @@ std::uint32_t Transfer::Native::start(void *bytes)
     return now == error_io_pending && !watch() ? last_error() : now;
 }
 
-// Moves what can be moved now: error_io_pending when that was not all, or how the transfer has ended. Looks at the mark
-// first: what close() does to a socket would look like its peer's doing.
+// Moves what can be moved now. Returns error_io_pending when bytes are left, else the result of the transfer. Checks
+// closed() first, because the effects of close() on a socket look like those of its peer.
 std::uint32_t Transfer::Native::advance()
 {
     if (stream->closed()) return error_operation_aborted;
@@ -167,8 +169,8 @@ std::uint32_t Transfer::Native::advance()
     return error_none;
 }
 
-// One call of the system, for the next n bytes. The flags hold for this call: a descriptor that was taken over may be
-// shared with somebody who sets it to block, and a peer that has gone is an error here, not a signal.
+// One system call for the next n bytes. MSG_DONTWAIT: an adopted descriptor may be shared with code that makes it
+// blocking. MSG_NOSIGNAL: a peer that has gone gives an error and not a signal.
 ssize_t Transfer::Native::move(std::size_t n) const
 {
     const int descriptor = descriptor_of(stream->native_);
@@ -181,14 +183,14 @@ ssize_t Transfer::Native::move(std::size_t n) const
         else
             result = uses_send ? send(descriptor, next, n, MSG_DONTWAIT | MSG_NOSIGNAL) : ::write(descriptor, next, n);
     } while (result < 0 && errno == EINTR);
-    if (result == 0 && is_read && (isatty(descriptor) || errno == EIO)) {  // hung up, it does not say that it is one
+    if (result == 0 && is_read && (isatty(descriptor) || errno == EIO)) {  // after a hang-up isatty fails with EIO
         errno = hung_up(descriptor) ? EIO : EAGAIN;
         return -1;
     }
     return result;
 }
 
-// From errno. A device that has been unplugged is a handle that has become invalid.
+// From errno. An unplugged device gives error_invalid_handle.
 std::uint32_t Transfer::Native::failure() const
 {
     const int code = errno;
@@ -199,9 +201,9 @@ std::uint32_t Transfer::Native::failure() const
     return code == EIO || code == ENXIO || code == ENODEV ? error_invalid_handle : posix::from_errno(code);
 }
 
-// A transfer goes on where it is waited for; but that it is closed is seen by those who only ask, too. A terminal may forget
-// to tell that it has room again (a pseudo-terminal's other end has read, and the room comes a moment later): epoll would
-// then wait for ever, so a write to one is tried again by whoever asks.
+// A transfer advances where it is waited for. Callers that only query it detect a close() here. A write to a terminal
+// is retried here as well: a pseudo-terminal may not signal that it has room again, because the room appears a moment
+// after the other end has read. epoll would then wait for ever.
 void Transfer::Native::look()
 {
     if (!under_way()) return;
@@ -219,7 +221,7 @@ void Transfer::Native::cancel()
     signal();
 }
 
-// Called when the descriptor is ready: for the transfer, for its signal, or for nothing that anybody has asked for.
+// Called when the descriptor is ready: for the transfer, for its signal, or for an event between transfers.
 bool Transfer::Native::take()
 {
     if (under_way()) {
@@ -232,15 +234,15 @@ bool Transfer::Native::take()
     return taken;
 }
 
-// After a failure the stream may not be used again: if somebody else holds its descriptor, too, nothing would end the
-// watching.
+// Stops watching after a failure or an end, because no further transfer may follow. If other code shares the
+// descriptor, closing the stream would not end the watching.
 void Transfer::Native::end_watched(std::uint32_t with)
 {
     if (with != error_none || moved == 0) stop_watching();
     end(with);
 }
 
-// Compares owners, not addresses or numbers: a new stream may have got those of one that is gone.
+// Compares owners: a new stream may have the address or the descriptor of a former one.
 bool Transfer::Native::watch()
 {
     const bool is_watching = !watched.owner_before(stream) && !stream.owner_before(watched);
@@ -261,7 +263,7 @@ void Transfer::Native::stop_watching()
     watched.reset();
 }
 
-// There may be nothing in the stream that would wake the waiters.
+// Wakes the waiters by an eventfd, because the stream itself may not become ready.
 void Transfer::Native::signal()
 {
     signalled = true;

@@ -1,4 +1,4 @@
-// What the POSIX half knows of a stream beside its descriptor, and how it waits for one.
+// The data of a stream on POSIX beside its descriptor, and waiting for a descriptor.
 #pragma once
 
 #include "platform/stream.h"
@@ -8,22 +8,23 @@
 
 namespace platform {
 
-// Threads:   constant, but for the flags.
+// Threads:   constant except for the flags, which are atomics.
 // Ownership: the event is owned.
 // Errors:    without an event (-1) nothing on the stream can be waited for: transfers that would be pending fail.
 struct Stream::Closing {
     explicit Closing(int descriptor);
     ~Closing();
 
-    const int event;       // an eventfd, signalled for good by close()
-    const bool uses_send;  // a socket of some kind (Unix-domain ones too): moved by send and recv
+    const int event;       // an eventfd; close() sets it for good
+    const bool uses_send;  // a socket of any kind (Unix-domain included), moved by send and recv
     std::atomic<bool> listening{false};
     std::atomic<bool> shut_down{false};  // for sending, by this side
 };
 
 namespace posix {
 
-// Watches a descriptor in an epoll descriptor, which then polls readable while the other is ready. False with last_error().
+// Adds a descriptor to an epoll descriptor, which then polls readable while the former is ready. False with
+// last_error().
 bool watch(int epoll, int descriptor, std::uint32_t events);
 void unwatch(int epoll, int descriptor);
 

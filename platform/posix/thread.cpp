@@ -24,8 +24,9 @@ namespace {
 
 constexpr unsigned long most_suspends = 127;  // as on Win32
 constexpr std::uint32_t stay_bit = 1;
+constexpr int highest_nice = 19;
 
-// The bare system call: the only waiting that a signal handler may do on a word of memory.
+// The bare system call: a signal handler may not use any other way to wait for a change of memory.
 void futex_wait(const std::atomic<std::uint32_t> &word, std::uint32_t value, const timespec *limit)
 {
     syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, value, limit, nullptr, 0);
@@ -42,14 +43,14 @@ struct Nice {
     int priority;  // Win32
     int nice;
 };
-// Relative to the process, which may have been started with a niceness of its own.
+// Niceness relative to that of the process, which need not be 0.
 constexpr Nice nice_table[] = {{-15, 19}, {-2, 10}, {-1, 5}, {0, 0}, {1, -5}, {2, -10}, {15, -15}};
 
 int nice_of(pid_t tid) { return getpriority(PRIO_PROCESS, static_cast<id_t>(tid)); }
 
 int nice_of_process() { return nice_of(getpid()); }
 
-// A thread begins with the niceness of the one that started it.
+// A thread starts with the niceness of the thread that started it.
 int inherited_priority(pid_t tid)
 {
     const int nice = nice_of(tid) - nice_of_process();
@@ -61,7 +62,8 @@ int inherited_priority(pid_t tid)
 
 }  // namespace
 
-// Shared by the handle and the thread. `lock` guards the plain fields; the atomics are the hand-over with the handler.
+// Shared by the handle and the thread. `lock` guards the plain fields. The atomics exchange orders with the signal
+// handler.
 struct Thread::State {
     Entry entry = nullptr;
     void *context = nullptr;
@@ -78,10 +80,10 @@ struct Thread::State {
     int priority = 0;
     unsigned long suspends = 0;
 
-    // The last order to the thread: its number, and in the lowest bit whether to stay (1) or to run (0). One word, so that
-    // a thread that goes to sleep on one order cannot miss the next.
+    // The last order to the thread: its number, and in the lowest bit whether to stop (1) or to run (0). Both are in
+    // one word, so that a thread that goes to sleep on one order cannot miss the next.
     std::atomic<std::uint32_t> order{0};
-    std::atomic<std::uint32_t> obeyed{0};  // the last order to stay that the thread has seen
+    std::atomic<std::uint32_t> obeyed{0};  // the last order to stop that the thread has seen
 
     static void install_handler();
     static void on_stop_signal(int);
@@ -97,12 +99,12 @@ struct Thread::State {
 
 namespace {
 
-// The signal handler's way to its thread; set before the signal can come.
+// The State of the running thread, for the signal handler; set before the signal can arrive.
 thread_local void *current_state = nullptr;
 
 }  // namespace
 
-// In the thread itself, mostly inside the signal handler: only atomics and system calls.
+// Runs in the thread itself, usually inside the signal handler, so it may use only atomics and system calls.
 void Thread::State::stay()
 {
     for (;;) {
@@ -144,7 +146,7 @@ void unblock_stop_signal()
 
 }  // namespace
 
-// With the lock held, but for a thread's order to itself. Numbers of orders only need to differ from one to the next.
+// Call with the lock held. The numbers of two successive orders must differ.
 std::uint32_t Thread::State::new_order()
 {
     const std::uint32_t number = (order.load(std::memory_order_relaxed) | stay_bit) + 2;
@@ -152,18 +154,19 @@ std::uint32_t Thread::State::new_order()
     return number;
 }
 
-// Waits until the thread has stopped, a second at most; false: it has not. One that blocks signals does so when it lets
-// them in again, one that the system keeps (a disk that hangs) when the system lets it go.
+// Waits at most a second until the thread has stopped; false when it has not. A thread that blocks signals stops when
+// it unblocks them. A thread inside a hanging system call (a disk) stops when the call returns.
 bool Thread::State::order_stop()
 {
     const std::uint32_t number = new_order();
-    // One that is suspended already blocks the signal: it sleeps on the word that has just changed.
+    // A thread that is already suspended blocks the signal and sleeps on `order`, which has just changed.
     futex_wake(order);
     pthread_kill(id, stop_signal());
-    for (int slice = 0; slice < 100; ++slice) {
+    constexpr int slices = 100;
+    const timespec limit{0, 10'000'000};  // 10 ms
+    for (int slice = 0; slice < slices; ++slice) {
         const std::uint32_t seen = obeyed.load(std::memory_order_acquire);
         if (seen == number) return true;
-        const timespec limit{0, 10'000'000};
         futex_wait(obeyed, seen, &limit);
     }
     set_last_error(error_busy);
@@ -176,7 +179,7 @@ void Thread::State::release()
     futex_wake(order);
 }
 
-// With the lock held, as below.
+// Call with the lock held, like has_ended.
 void Thread::State::end(std::uint32_t code)
 {
     ended = true;
@@ -184,7 +187,8 @@ void Thread::State::end(std::uint32_t code)
     changed.notify_all();
 }
 
-// A kill that was not obeyed at once may be by now; the signal handler can tell nobody.
+// A thread that did not obey a kill at once may have obeyed it since. The signal handler cannot report that, so check
+// here.
 bool Thread::State::has_ended()
 {
     if (!ended && kill_order != 0 && obeyed.load(std::memory_order_acquire) == kill_order) {
@@ -205,11 +209,11 @@ std::uint32_t Thread::State::run()
         priority = inherited_priority(tid);
         changed.notify_all();
     }
-    stay();  // started suspended
+    stay();  // if started suspended
     return static_cast<std::uint32_t>(entry(context));
 }
 
-// The share of the state that stands on the stack here keeps the state alive for ever when the thread is killed.
+// `own` is on the thread's stack: if the thread is killed, it keeps the state alive for ever.
 void *Thread::State::main(void *share)
 {
     const auto given = static_cast<std::shared_ptr<State> *>(share);
@@ -229,7 +233,7 @@ std::shared_ptr<Thread> Thread::start(Entry entry, void *context, bool suspended
 {
     State::install_handler();
     std::shared_ptr<Thread> thread;
-    std::unique_ptr<std::shared_ptr<State>> share;  // the thread's
+    std::unique_ptr<std::shared_ptr<State>> share;  // the thread's reference
     try {
         thread.reset(new Thread(std::make_shared<State>()));
         share = std::make_unique<std::shared_ptr<State>>(thread->state_);
@@ -246,12 +250,12 @@ std::shared_ptr<Thread> Thread::start(Entry entry, void *context, bool suspended
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    std::unique_lock guard(state->lock);  // `id` is written before the thread or anybody else looks at it
+    std::unique_lock guard(state->lock);  // pthread_create writes `id` before any other thread reads it
     const int error = pthread_create(&state->id, &attributes, State::main, share.get());
     pthread_attr_destroy(&attributes);
     if (error != 0) {
         set_last_error(error == EAGAIN ? std::uint32_t{error_no_memory} : posix::from_errno(error));
-        guard.unlock();  // the state goes with its last share
+        guard.unlock();  // before the state is destroyed with its last reference
         return nullptr;
     }
     share.release();
@@ -271,9 +275,10 @@ bool Thread::wait(unsigned long ms) const
 {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::min(ms, 0xFFFFFFFFUL));
     std::unique_lock guard(state_->lock);
-    // The end that a late kill brings is looked for.
+    // After a kill order the loop polls, because the signal handler cannot notify `changed`.
+    constexpr std::chrono::milliseconds kill_poll(50);
     while (!state_->has_ended() && std::chrono::steady_clock::now() < end) {
-        const auto look = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
+        const auto look = std::chrono::steady_clock::now() + kill_poll;
         state_->changed.wait_until(guard, state_->kill_order == 0 ? end : std::min(end, look));
     }
     return state_->has_ended();
@@ -320,8 +325,8 @@ bool Thread::set_priority(int priority)
     for (const Nice &row : nice_table) {
         if (row.priority != priority) continue;
         if (state_->has_ended()) break;
-        if (priority != state_->priority &&
-            setpriority(PRIO_PROCESS, static_cast<id_t>(state_->tid), std::min(nice_of_process() + row.nice, 19)) != 0)
+        if (priority != state_->priority && setpriority(PRIO_PROCESS, static_cast<id_t>(state_->tid),
+                                                        std::min(nice_of_process() + row.nice, highest_nice)) != 0)
             return posix::fail();
         state_->priority = priority;
         return true;

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <limits>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -16,17 +17,18 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t most_waitables = 64;
 
-// What is left of a time limit, rounded up, for poll: a wait never ends early.
+// The time left [ms], rounded up, so that a wait never ends early.
 int left_ms(Clock::time_point end)
 {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
     if (left <= 0) return 0;
-    return left > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(left);
+    constexpr int most = std::numeric_limits<int>::max();
+    return left > most ? most : static_cast<int>(left);
 }
 
 }  // namespace
 
-// One descriptor per event, which poll takes beside those of sockets and transfers.
+// One descriptor per event, so that poll can wait for events, sockets and transfers together.
 Event::Event() { native_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); }
 
 Event::~Event()
@@ -34,7 +36,7 @@ Event::~Event()
     if (valid()) close(static_cast<int>(native_));
 }
 
-// Fails only when the counter is at its limit, and then the event is set.
+// write fails only when the counter is at its limit; the event is set then.
 void Event::set()
 {
     const std::uint64_t one = 1;
@@ -43,7 +45,7 @@ void Event::set()
 
 void Event::reset() { take(); }
 
-// Reading takes the whole counter: two sets are one signal.
+// Reading resets the whole counter: two sets give one signal.
 bool Event::take()
 {
     std::uint64_t count = 0;
@@ -54,8 +56,8 @@ bool Event::take()
     return got == sizeof count;
 }
 
-// The lowest index wins, as on Win32. A signal that another waiter has taken between poll and here is no reason to come
-// back: the rest of the time is waited. Nor is a signal of the system, which suspends threads.
+// The lowest index wins, as on Win32. If another waiter takes the signal first, the wait continues for the rest of its
+// time. It also continues after EINTR, because a signal suspends threads.
 int wait_any(std::span<Waitable *const> waitables, unsigned long ms)
 {
     pollfd polled[most_waitables];

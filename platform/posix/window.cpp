@@ -1,5 +1,5 @@
-// A window is a FIFO window-NUMBER in the runtime folder: reachable as long as somebody has it open for reading, which
-// ends with his process, however that ends. Its queue takes some 2,700 messages; a datagram socket's takes ten.
+// A window is a FIFO window-NUMBER in the runtime folder. It can be reached while a process has it open for reading,
+// which ends with that process in every case. Its queue takes some 2,700 messages; that of a datagram socket takes ten.
 #include "platform/window.h"
 
 #include "platform/error.h"
@@ -26,9 +26,9 @@ namespace {
 
 constexpr char prefix[] = "window-";
 constexpr std::uint32_t magic = 0x57474E53;
-constexpr int most_tries = 100;  // to find a number that is free
+constexpr int most_tries = 100;  // to find a free number
 
-// One message, one write: whole or not at all, since it is smaller than PIPE_BUF.
+// Each message is one write. It is written whole or not at all, because it is smaller than PIPE_BUF.
 struct Record {
     std::uint32_t magic;
     std::uint32_t message;
@@ -42,7 +42,7 @@ std::string path_of(const std::string &folder, std::uint32_t number)
     return folder + '/' + prefix + std::to_string(number);
 }
 
-// Empty when there is no folder, or for what was never a number of create's.
+// Empty when there is no folder, or when the number cannot be one that create() gave.
 std::string path_of(void *window)
 {
     const auto number = reinterpret_cast<std::uintptr_t>(window);
@@ -50,7 +50,7 @@ std::string path_of(void *window)
     return folder.empty() || number > UINT32_MAX ? std::string() : path_of(folder, static_cast<std::uint32_t>(number));
 }
 
-// From time and process, mixed: not null, not soon again, and a positive `int` for hosts that keep it in one.
+// Mixed from time and process id: not null, not repeated soon, and positive as an `int` for hosts that store it in one.
 std::uint32_t fresh_number()
 {
     timespec now{};
@@ -62,13 +62,13 @@ std::uint32_t fresh_number()
     return 0x10000u + static_cast<std::uint32_t>(value >> 33) % 0x7FFF0000u;
 }
 
-// -1 when nobody has it open for reading (ENXIO), or when it does not exist (ENOENT).
+// Returns -1 when no process has it open for reading (ENXIO), or when it does not exist (ENOENT).
 int open_for_posting(const std::string &path)
 {
     return open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW);
 }
 
-// The receiver may go between open and write; SIGPIPE is kept from this thread then, whatever the host does with it.
+// The receiver may close between open and write. SIGPIPE is then kept from this thread, however the host handles it.
 bool write_without_signal(int descriptor, const Record &record)
 {
     sigset_t pipe, before, pending;
@@ -106,13 +106,13 @@ bool post(const std::string &path, const Window_Message &message)
 
 }  // namespace
 
-// Waitable: it polls readable while a message is there; taking the signal is taking the message.
+// A Waitable: its descriptor polls readable while a message is there, and taking the signal takes the message.
 struct Window::State : Waitable {
     std::uint32_t number = 0;
     std::string path;
-    int writer = -1;  // own: else the FIFO would poll as hung up whenever a sender has closed it
+    int writer = -1;  // our own writing end; without it the FIFO would poll as hung up after each sender's close
     Record record{};
-    std::size_t have = 0;  // bytes of record
+    std::size_t have = 0;  // [bytes] of `record` received so far
 
     ~State() override
     {
@@ -121,7 +121,7 @@ struct Window::State : Waitable {
         if (valid()) close(static_cast<int>(native_));
     }
 
-    // Opened under another name: a window that nobody reads yet looks like the leftover of a dead process.
+    // Opened under another name first: a FIFO without a reader looks like the leftover of a dead process.
     bool open_in(const std::string &folder)
     {
         const std::string unborn = folder + "/unborn-" + std::to_string(number), born = path_of(folder, number);
@@ -145,7 +145,7 @@ struct Window::State : Waitable {
             have += static_cast<std::size_t>(got);
             if (have < sizeof record) continue;
             if (record.magic == magic) return true;
-            std::memmove(bytes, bytes + 1, --have);  // a stranger's bytes: look for the next message behind them
+            std::memmove(bytes, bytes + 1, --have);  // foreign bytes: search the next message behind them
         }
     }
 };
@@ -177,7 +177,7 @@ bool Window::receive(Window_Message &message, unsigned long ms)
     return true;
 }
 
-// A process that is out of descriptors cannot see the window, which is no reason to call it dead.
+// Other errors, such as no descriptors left, do not mean that the window is gone.
 bool is_window(void *window)
 {
     const std::string path = path_of(window);

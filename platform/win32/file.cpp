@@ -13,7 +13,9 @@ namespace {
 
 HANDLE handle_of(std::intptr_t native) { return reinterpret_cast<HANDLE>(native); }
 
-DWORD block(std::size_t n) { return static_cast<DWORD>(std::min<std::size_t>(n, 0x40000000)); }
+constexpr std::size_t most_per_call = 0x40000000;  // [bytes]; a DWORD holds it
+
+DWORD block(std::size_t n) { return static_cast<DWORD>(std::min(n, most_per_call)); }
 
 }  // namespace
 
@@ -49,7 +51,7 @@ bool File::write_once(const void *buffer, std::size_t n, std::size_t &put)
 {
     DWORD moved = 0;
     if (!WriteFile(handle_of(native_), buffer, block(n), &moved, nullptr)) return false;
-    if (moved == 0) {  // a full disk on systems that do not call it an error
+    if (moved == 0) {  // some systems do not report a full disk as an error
         SetLastError(ERROR_DISK_FULL);
         return false;
     }

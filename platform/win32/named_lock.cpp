@@ -11,8 +11,9 @@ namespace platform {
 
 namespace {
 
-// The prefix keeps the name apart from events and the like of other programs, which share one space of names. A backslash
-// would name a namespace of the kernel. A name has at most MAX_PATH characters: of a longer path the end tells files apart.
+// The prefix separates the name from events and other objects of other programs, which share one namespace. A backslash
+// would select a namespace of the system. A name has at most MAX_PATH characters: of a longer path the end is used, in
+// which paths differ more.
 std::wstring mutex_name(std::string_view name)
 {
     constexpr std::size_t longest = 200;
@@ -41,12 +42,12 @@ Named_Lock::~Named_Lock() = default;
 
 void Named_Lock::lock()
 {
-    if (state_) WaitForSingleObject(state_->handle, INFINITE);  // abandoned by a dead thread is ours as well
+    if (state_) WaitForSingleObject(state_->handle, INFINITE);  // also takes a lock that a dead thread has abandoned
 }
 
 bool Named_Lock::try_lock() { return !state_ || WaitForSingleObject(state_->handle, 0) != WAIT_TIMEOUT; }
 
-// Refused by the system for a thread that does not hold it.
+// The system refuses it for a thread that does not hold the lock.
 void Named_Lock::unlock()
 {
     if (state_) ReleaseMutex(state_->handle);

@@ -14,7 +14,7 @@ namespace platform {
 
 namespace {
 
-// The enumerators are Win32's numbers: they are passed on as they are.
+// The enumerators have Win32's values and are passed on unchanged.
 static_assert(Serial_Settings::space_parity == SPACEPARITY && Serial_Settings::even_parity == EVENPARITY);
 static_assert(Serial_Settings::one5_stop_bits == ONE5STOPBITS && Serial_Settings::two_stop_bits == TWOSTOPBITS);
 static_assert(Serial_Settings::handshake == RTS_CONTROL_HANDSHAKE && Serial_Settings::toggle == RTS_CONTROL_TOGGLE);
@@ -29,7 +29,7 @@ bool get_state(std::intptr_t native, DCB &state)
     return GetCommState(handle_of(native), &state) != 0;
 }
 
-// A former user of the port may have left what takes bytes out of the stream, changes them or holds them up.
+// A former user of the port may have left settings that remove, change or delay bytes.
 void make_raw(DCB &state)
 {
     state.fBinary = TRUE;
@@ -38,7 +38,7 @@ void make_raw(DCB &state)
     state.fDsrSensitivity = FALSE;
 }
 
-// COM10 and beyond, and names of other devices, are known in the namespace of devices alone.
+// COM10 and above, and other device names, are found only in the namespace of devices.
 std::string path_of(const std::string &name)
 {
     const bool is_path = name.empty() || name.find_first_of("/\\") != std::string::npos;
@@ -56,7 +56,7 @@ bool fail_closed()
 struct Serial_Port::State {
     explicit State(HANDLE port) : handle(port) {}
 
-    // Asking how much is there takes the errors away: they are kept for clear_error.
+    // ClearCommError also clears the errors, so they are kept here for clear_error.
     bool look(COMSTAT &status)
     {
         DWORD found = 0;
@@ -66,7 +66,7 @@ struct Serial_Port::State {
     }
 
     const HANDLE handle;
-    Transfer reading, writing;  // for read and write, which come back when these have ended
+    Transfer reading, writing;  // for read and write, which return when these have ended
     std::atomic<bool> waits{true};
     std::atomic<std::uint32_t> errors{0};
 };
@@ -86,8 +86,8 @@ bool Serial_Port::has_unsent() const
 
 void Serial_Port::drop_unsent() const { PurgeComm(handle_of(native_), PURGE_TXCLEAR); }
 
-// For overlapped transfers, also where the caller waits: on another handle reads queue up behind a write, and close()
-// might come just too early to end one.
+// Opened for overlapped transfers, even where the caller waits. On another handle reads would queue behind a write, and
+// close() could miss a transfer that is just beginning.
 std::shared_ptr<Serial_Port> Serial_Port::open(const char *name)
 {
     HANDLE handle = CreateFileA(path_of(name).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
@@ -97,8 +97,8 @@ std::shared_ptr<Serial_Port> Serial_Port::open(const char *name)
     if (!port) {
         const DWORD error = GetLastError();
         CloseHandle(handle);
-        SetLastError(error == ERROR_INVALID_HANDLE ? DWORD{ERROR_FILE_NOT_FOUND}
-                                                   : error);  // it is something, but no port
+        // An invalid handle here means that the name exists and is not a port.
+        SetLastError(error == ERROR_INVALID_HANDLE ? DWORD{ERROR_FILE_NOT_FOUND} : error);
     }
     return port;
 }
@@ -113,7 +113,7 @@ std::shared_ptr<Serial_Port> Serial_Port::adopt(void *handle)
     }
     const DCB before = state;
     make_raw(state);
-    if (std::memcmp(&before, &state, sizeof state) != 0 && !SetCommState(handle, &state)) return nullptr;  // says why
+    if (std::memcmp(&before, &state, sizeof state) != 0 && !SetCommState(handle, &state)) return nullptr;
     return std::shared_ptr<Serial_Port>(new Serial_Port(native));
 }
 
@@ -148,14 +148,15 @@ bool Serial_Port::set_settings(const Serial_Settings &settings)
     state.ByteSize = settings.byte_size;
     state.Parity = settings.parity;
     state.StopBits = settings.stop_bits;
-    state.fRtsControl = settings.rts & 3;
-    state.fDtrControl = settings.dtr & 3;
+    constexpr unsigned two_bits = 3;  // the width of both fields
+    state.fRtsControl = settings.rts & two_bits;
+    state.fDtrControl = settings.dtr & two_bits;
     state.fOutxCtsFlow = settings.cts_flow;
     state.fOutxDsrFlow = settings.dsr_flow;
     state.fAbortOnError = settings.abort_on_error;
     make_raw(state);
     if (SetCommState(handle_of(native_), &state)) return true;
-    if (GetLastError() == ERROR_NOT_SUPPORTED) SetLastError(ERROR_INVALID_PARAMETER);  // a driver's word for the same
+    if (GetLastError() == ERROR_NOT_SUPPORTED) SetLastError(ERROR_INVALID_PARAMETER);  // some drivers' error for it
     return false;
 }
 
@@ -174,7 +175,7 @@ bool Serial_Port::set_event_mask(std::uint32_t events)
     return closed() ? fail_closed() : SetCommMask(handle_of(native_), events) != 0;
 }
 
-// The driver keeps to the time-outs, for transfers as well.
+// The driver obeys the time-outs, also for overlapped transfers.
 bool Serial_Port::read(void *buffer, std::size_t n, std::size_t &got)
 {
     if (!state_->waits) return read_held(buffer, n, got);
@@ -182,8 +183,8 @@ bool Serial_Port::read(void *buffer, std::size_t n, std::size_t &got)
     return finish(transfer, transfer.read(shared_from_this(), buffer, n), wait_forever, got);
 }
 
-// Not each driver keeps to time-outs by which a read is not to wait (Wine's lets it wait for ever): the read is given no
-// more to do than fetch what is there.
+// Some drivers ignore time-outs that forbid waiting (Wine's waits for ever). So only the bytes that are there are
+// requested.
 bool Serial_Port::read_held(void *buffer, std::size_t n, std::size_t &got)
 {
     COMSTAT status{};

@@ -42,7 +42,7 @@ bool aborted()
     return false;
 }
 
-// Makes a socket block again that was told to tell events, as transfers and hosts expect it.
+// Ends the event notification of a socket and makes it blocking again, as transfers and hosts expect.
 void unselect(SOCKET socket)
 {
     unsigned long non_blocking = 0;
@@ -50,7 +50,7 @@ void unselect(SOCKET socket)
     ioctlsocket(socket, static_cast<long>(FIONBIO), &non_blocking);
 }
 
-// The socket sets the event when one of `events` happens; it does not block from now on.
+// The socket sets the event when one of `events` happens. This makes the socket non-blocking.
 bool select(std::intptr_t native, std::intptr_t event, long events)
 {
     return WSAEventSelect(socket_of(native), handle_of(event), events) == 0;
@@ -65,7 +65,7 @@ class Network_Event : public Waitable {
 public:
     explicit Network_Event(std::intptr_t event) { native_ = event; }
 
-    // Waits until it is set; false when it was `stop`.
+    // Waits until it is set; false when `stop` was signalled first.
     bool wait_or(Event &stop)
     {
         Waitable *const both[] = {&stop, this};
@@ -77,7 +77,7 @@ private:
     bool take() override { return true; }
 };
 
-// Of a socket that tells FD_CONNECT by the event. It may have been set by close() as well, which the caller looks at.
+// For a socket that signals FD_CONNECT by the event. close() may set the event as well; the caller checks that.
 bool wait_connect(std::intptr_t native, std::intptr_t event, const Address &address, Event &stop)
 {
     const sockaddr_in system = to_system(address);
@@ -108,7 +108,7 @@ bool socket_startup(std::uint16_t wanted_version, Socket_Library &library)
 
 void socket_cleanup() { WSACleanup(); }
 
-// The system answers Winsock's numbers already.
+// The system returns Winsock's numbers.
 std::uint32_t look_up(const char *name, std::uint32_t &host)
 {
     addrinfo wanted{};
@@ -143,7 +143,8 @@ std::shared_ptr<Socket> Socket::adopt(std::uintptr_t native)
     }
     SetHandleInformation(reinterpret_cast<HANDLE>(native), HANDLE_FLAG_INHERIT, 0);
     const std::shared_ptr<Socket> result(new Socket(native));
-    set_option(result->native_, IPPROTO_TCP, TCP_NODELAY);  // the writer gathers small pieces itself, and for less time
+    set_option(result->native_, IPPROTO_TCP,
+               TCP_NODELAY);  // the writer collects small pieces itself, for a shorter time
     return result;
 }
 
@@ -157,7 +158,7 @@ bool Socket::bind(const Address &address)
     return ::bind(socket_of(native_), reinterpret_cast<const sockaddr *>(&system), sizeof system) == 0;
 }
 
-// From here on close() closes the socket at once, and each call on it must be sure that it is still there.
+// From here on close() closes the socket at once, so each call must check under the lock that the socket still exists.
 bool Socket::listen(int backlog)
 {
     const std::lock_guard guard(closing_->lock);
@@ -188,7 +189,7 @@ bool Socket::peer_address(Address &address) const
 
 bool Socket::connect(const Address &address, Event &stop)
 {
-    ResetEvent(handle_of(closing_->event));  // whatever happens from now on sets it again
+    ResetEvent(handle_of(closing_->event));  // events from now on set it again
     if (closed()) return aborted();
     if (!select(native_, closing_->event, FD_CONNECT)) return false;
     const bool connected = wait_connect(native_, closing_->event, address, stop) && !closed();

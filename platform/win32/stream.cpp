@@ -18,17 +18,21 @@ namespace {
 
 using fault::Operation;
 
+constexpr std::size_t most_per_call = 0x40000000;  // [bytes]; a DWORD holds it
+constexpr DWORD late_signal_ms = 100, cancel_poll_ms = 10;
+
 HANDLE handle_of(std::intptr_t native) { return reinterpret_cast<HANDLE>(native); }
 
 SOCKET socket_of(std::intptr_t native) { return static_cast<SOCKET>(native); }
 
-// What was received and never read would make the system cut the connection off, and what it still has to send with it.
+// With unread data the system would reset the connection at the close and drop what it still has to send.
 void drop_received(SOCKET socket)
 {
     char dropped[4096];
     unsigned long non_blocking = 1;
     ioctlsocket(socket, static_cast<long>(FIONBIO), &non_blocking);
-    for (int i = 0; i < 1024; ++i) {
+    constexpr int most_reads = 1024;
+    for (int i = 0; i < most_reads; ++i) {
         if (recv(socket, dropped, sizeof dropped, 0) <= 0) break;
     }
 }
@@ -61,8 +65,9 @@ Stream::~Stream()
     }
 }
 
-// A transfer that another thread begins at this moment is either cancelled here, or sees the mark and cancels itself. The
-// event wakes connect and accept, which wait for no transfer. A listening port is free only when its socket is closed.
+// A transfer that another thread begins at this moment is either cancelled here, or reads closed_ and cancels itself.
+// The event wakes connect and accept, which do not use transfers. A listening port is free only when its socket is
+// closed.
 void Stream::close()
 {
     const std::lock_guard guard(closing_->lock);
@@ -74,11 +79,11 @@ void Stream::close()
         closesocket(socket_of(native_));
         closing_->released = true;
     } else {
-        shutdown(socket_of(native_), SD_SEND);  // the peer gets what is on its way, and then the end
+        shutdown(socket_of(native_), SD_SEND);  // the peer gets the data on its way and then the end
     }
 }
 
-// The OVERLAPPED and the buffer are the system's while the transfer is under way.
+// While the transfer is in progress the system uses the OVERLAPPED and the buffer.
 struct Transfer::Native : State {
     explicit Native(HANDLE event) { overlapped.hEvent = event; }
     ~Native() override;
@@ -94,7 +99,7 @@ struct Transfer::Native : State {
     bool has_ended() const { return HasOverlappedIoCompleted(&overlapped); }
 
     OVERLAPPED overlapped{};  // its event is the Transfer's, auto-reset
-    bool signal_due = false;  // a transfer was pending, and nobody has taken its signal yet
+    bool signal_due = false;  // a transfer was pending, and its signal has not been taken
 };
 
 Transfer::Native::~Native()
@@ -103,12 +108,12 @@ Transfer::Native::~Native()
     if (overlapped.hEvent) CloseHandle(overlapped.hEvent);
 }
 
-// Writes are handed over as a whole, whatever a test allows per call: the system moves all of it, or fails. A transfer that
-// is done at once sets the event as well.
+// A write is handed over as a whole, because the system moves all of it or fails; a test's limit per call does not
+// apply. A transfer that is done at once sets the event as well.
 std::uint32_t Transfer::Native::start(void *bytes)
 {
     const std::size_t n = operation == Operation::read ? fault::piece(admitted) : admitted;
-    const std::uint32_t started = issue(bytes, static_cast<DWORD>(std::min<std::size_t>(n, 0x40000000)));
+    const std::uint32_t started = issue(bytes, static_cast<DWORD>(std::min(n, most_per_call)));
     signal_due = started == error_io_pending;
     if (signal_due && stream->closed()) CancelIoEx(handle_of(stream->native_), &overlapped);
     if (signal_due) return started;
@@ -117,7 +122,7 @@ std::uint32_t Transfer::Native::start(void *bytes)
     return started;
 }
 
-// Sockets have their own calls, so that the numbers of their failures are Winsock's.
+// Sockets have their own calls, which return Winsock's errors.
 std::uint32_t Transfer::Native::issue(void *bytes, DWORD n)
 {
     const bool is_read = operation == Operation::read;
@@ -138,14 +143,14 @@ std::uint32_t Transfer::Native::issue(void *bytes, DWORD n)
     return result == 0 ? 0 : static_cast<std::uint32_t>(WSAGetLastError());
 }
 
-// The end of a pipe is no failure of a read.
+// For a read the end of a pipe is not a failure.
 std::uint32_t Transfer::Native::judge(DWORD code) const
 {
     const bool is_end = code == ERROR_BROKEN_PIPE || code == ERROR_HANDLE_EOF;
     return is_end && operation == Operation::read ? DWORD{ERROR_SUCCESS} : code;
 }
 
-// The stream is held until somebody asks: the system does not tell us the end otherwise.
+// Windows does not report the end by a call, so the stream is held until this is called.
 void Transfer::Native::look()
 {
     if (!under_way() || !has_ended()) return;
@@ -157,19 +162,21 @@ void Transfer::Native::look()
     end(good ? std::uint32_t{error_none} : judge(GetLastError()));
 }
 
-// The system may be about to set the event of a transfer whose end was seen already: it must not count for the next one.
+// The end of a transfer may be visible before the system sets its event. That late signal must not count for the next
+// one.
 void Transfer::Native::forget_signal()
 {
-    if (signal_due) WaitForSingleObject(overlapped.hEvent, 100);
+    if (signal_due) WaitForSingleObject(overlapped.hEvent, late_signal_ms);
     signal_due = false;
 }
 
-// Waits in slices: somebody else may take the signal. It is given back to those who wait.
+// Waits in slices, because another waiter may take the signal. If this thread took it, it sets it again for the
+// waiters.
 void Transfer::Native::cancel()
 {
     bool taken = false;
     CancelIoEx(handle_of(stream->native_), &overlapped);
-    while (!has_ended()) taken = WaitForSingleObject(overlapped.hEvent, 10) == WAIT_OBJECT_0 || taken;
+    while (!has_ended()) taken = WaitForSingleObject(overlapped.hEvent, cancel_poll_ms) == WAIT_OBJECT_0 || taken;
     look();
     if (taken) SetEvent(overlapped.hEvent);
 }

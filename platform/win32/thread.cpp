@@ -37,6 +37,7 @@ unsigned int __stdcall run(void *argument)
 }
 
 constexpr DWORD failed = 0xFFFFFFFF;
+constexpr unsigned long kill_wait_ms = 1000;
 
 }  // namespace
 
@@ -47,7 +48,7 @@ Thread::~Thread() = default;
 std::shared_ptr<Thread> Thread::start(Entry entry, void *context, bool suspended, std::size_t stack_size)
 {
     std::shared_ptr<Thread> thread;
-    std::unique_ptr<Start> start;  // the thread's
+    std::unique_ptr<Start> start;  // owned by the thread once it runs
     try {
         thread.reset(new Thread(std::make_shared<State>()));
         start.reset(new Start{entry, context, thread->state_->number});
@@ -77,7 +78,7 @@ bool Thread::suspend(unsigned long &previous)
 {
     previous = SuspendThread(state_->handle);
     if (previous == failed || is_current()) return previous != failed;
-    // The call only orders it; asking for the thread's registers waits until it has stopped.
+    // SuspendThread only requests the stop; GetThreadContext waits until the thread has stopped.
     CONTEXT context{};
     context.ContextFlags = CONTEXT_CONTROL;
     GetThreadContext(state_->handle, &context);
@@ -98,12 +99,12 @@ int Thread::priority() const
     return priority == THREAD_PRIORITY_ERROR_RETURN ? 0 : priority;
 }
 
-// The end of a thread that the system keeps (a driver that hangs) comes when the system lets it go.
+// A thread inside a hanging driver ends only when the driver returns.
 bool Thread::kill(std::uint32_t exit_code)
 {
     if (wait(0)) return true;
     const bool ordered = TerminateThread(state_->handle, exit_code) != 0;
-    if (!wait(1000)) {
+    if (!wait(kill_wait_ms)) {
         set_last_error(error_busy);
         return false;
     }

@@ -39,7 +39,7 @@ bool file_name(const char *utf8, std::wstring &name)
         SetLastError(error_invalid_name);
         return false;
     }
-    // Short names stay as they are given: only the long form is taken literally, device names included.
+    // Short names are not changed: Windows takes the long form literally, so that device names would no longer work.
     const std::wstring full = full_path(name);
     if (full.size() < MAX_PATH || full.starts_with(L"\\\\?\\") || full.starts_with(L"\\\\.\\")) return true;
     name = full.starts_with(L"\\\\") ? L"\\\\?\\UNC" + full.substr(1) : L"\\\\?\\" + full;

@@ -1,4 +1,4 @@
-// The library's texts are UTF-8; Windows' are UTF-16.
+// Conversion of the library's texts, which are UTF-8, to the UTF-16 of Windows.
 #pragma once
 
 #include <string>
@@ -6,10 +6,10 @@
 
 namespace platform::win32 {
 
-// For texts that are shown or compared: what is no UTF-8 becomes U+FFFD.
+// For texts that are shown or compared: bytes that are not UTF-8 become U+FFFD.
 std::wstring wide(std::string_view utf8);
 
-// The name of a file for the wide calls, of any length. False with error_invalid_name when it is no UTF-8.
+// Converts a file name of any length for the wide calls. False with error_invalid_name when it is not UTF-8.
 bool file_name(const char *utf8, std::wstring &name);
 
 }  // namespace platform::win32

@@ -10,7 +10,7 @@ namespace {
 
 constexpr char class_name[] = "gnss-kernel-window";
 
-// The address of something in this module: the program's or the library's, whichever this code is part of.
+// Finds this module, the program or the library, by the address of a variable in it.
 HINSTANCE own_module()
 {
     static const char here = 0;
@@ -29,7 +29,7 @@ bool register_class()
     return RegisterClassA(&description) != 0 || GetLastError() == ERROR_CLASS_ALREADY_EXISTS;
 }
 
-// Numbers from here on are for programs among themselves; the ones below are the system's.
+// Message numbers from WM_USER on are for programs; the ones below belong to the system.
 bool is_ours(const MSG &message) { return message.message >= WM_USER; }
 
 }  // namespace
@@ -40,12 +40,12 @@ struct Window::State {
     HWND window = nullptr;
     ~State() { DestroyWindow(window); }
 
-    // Takes messages off the queue, the system's too, until one is for the host.
+    // Takes messages off the queue, those of the system included, until one is for the host.
     Found take(MSG &message) const
     {
         while (PeekMessageA(&message, window, 0, 0, PM_REMOVE)) {
             if (is_ours(message)) return Found::message;
-            if (message.message == WM_QUIT) {  // for the host's own loop, which comes later
+            if (message.message == WM_QUIT) {  // posted again for the host's own message loop
                 PostQuitMessage(static_cast<int>(message.wParam));
                 return Found::quit;
             }
@@ -59,7 +59,7 @@ Window::Window(std::unique_ptr<State> state) : state_(std::move(state)) {}
 
 Window::~Window() = default;
 
-// A top-level window, so that broadcasts reach it, and never shown.
+// A top-level window, so that broadcasts reach it. It is never shown.
 std::unique_ptr<Window> Window::create()
 {
     if (!register_class()) return nullptr;
@@ -92,7 +92,7 @@ bool Window::receive(Window_Message &message, unsigned long ms)
 
 bool is_window(void *window) { return IsWindow(static_cast<HWND>(window)) != 0; }
 
-// Asked first: Windows knows numbers that mean more than one window, null among them.
+// Checks is_window first: some numbers, null among them, mean more than one window to Windows.
 bool post_message(void *window, const Window_Message &message)
 {
     if (!is_window(window)) {
