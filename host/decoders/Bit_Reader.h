@@ -7,12 +7,12 @@
 
 namespace host {
 
-// A field that reaches beyond the end reads as 0 and marks the reader as failed for good; so a whole message may be read
-// first and asked about once, at its end.
+// A field that reaches beyond the end reads as 0 and makes the reader fail for good. A decoder may therefore read a
+// whole message and check Failed() once at its end.
 //
 // Threads:   one at a time.
 // Ownership: refers to the bytes, which must outlive it; reads nothing outside of them.
-// Errors:    Failed.
+// Errors:    see Failed.
 class Bit_Reader {
 public:
     explicit Bit_Reader(std::span<const unsigned char> bytes) : bytes_(bytes), left_(bytes.size() * 8) {}
@@ -38,7 +38,7 @@ public:
         const std::uint64_t sign = std::uint64_t{1} << (n - 1);
         return static_cast<std::int64_t>((Unsigned(n) ^ sign) - sign);
     }
-    // A sign bit and n - 1 bits of magnitude, as GLONASS data have it; minus zero is 0. n: 1 to 57.
+    // A sign bit and n - 1 bits of magnitude, as in GLONASS data; minus zero is 0. n: 1 to 57.
     std::int64_t Sign_Magnitude(unsigned int n)
     {
         const bool negative = Unsigned(1) != 0;
@@ -48,7 +48,7 @@ public:
     bool Flag() { return Unsigned(1) != 0; }
     void Skip(unsigned int n) { Unsigned(n); }
 
-    // An unsigned field straight into a member that has room for it.
+    // Reads an unsigned field into a member that is large enough for it.
     template <class T>
     void Read(unsigned int n, T &out)
     {
@@ -56,7 +56,7 @@ public:
     }
 
 private:
-    // Eight bytes from `at` on, zeros behind the end.
+    // Eight bytes from `at` on; bytes beyond the end are 0.
     std::uint64_t Window(std::size_t at) const
     {
         const std::size_t there = bytes_.size() - at;

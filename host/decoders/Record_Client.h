@@ -10,11 +10,11 @@
 
 namespace host {
 
-// Base: the kind's client; get: the server's getter. See the names below.
+// Base: the client class of the kind; get: the server's getter. The aliases below name the kinds.
 //
-// Threads:   the function runs on the producer's thread, inside the server's lock.
-// Ownership: the function gets the record. The client belongs to the server it is connected to, unless Dont_Delete_Me was
-//            called (see Client_Server).
+// Threads:   the function runs on the producer's thread, while the server holds its lock.
+// Ownership: the function gets the record. The client belongs to the server it is connected to, unless Dont_Delete_Me
+//            was called (see Client_Server).
 // Errors:    as Object_Client.
 template <class Base, class Server, class Record, Record *(Server::*get)()>
 class Record_Client : public Base {

@@ -9,22 +9,22 @@ namespace host {
 
 namespace {
 
-constexpr std::int32_t beidou_offset = 14'000;       // [ms] GPS - BeiDou time, which began with 2006 (UTC)
+constexpr std::int32_t beidou_offset = 14'000;       // [ms] GPS - BeiDou time, which began in 2006 (UTC)
 constexpr std::int32_t glonass_offset = 10'800'000;  // [ms] GLONASS time - UTC
 constexpr std::int32_t hour = 3'600'000;             // [ms]
-constexpr int enough = 3;                            // contradictions or comparisons in a row to be believed
+constexpr int enough = 3;                            // equal contradictions or comparisons in a row that are accepted
 constexpr int most_leap_seconds = 30;                // a larger difference between two clocks is no leap second
 constexpr int default_near_week = 2200;
 constexpr int week_cycle = 1024;
 
-// Into 0 to modulus - 1.
+// Wraps into 0 to modulus - 1.
 std::int32_t Wrap(std::int64_t value, std::int32_t modulus)
 {
     const std::int64_t rest = value % modulus;
     return static_cast<std::int32_t>(rest < 0 ? rest + modulus : rest);
 }
 
-// Into -modulus/2 to modulus/2 - 1.
+// Wraps into -modulus/2 to modulus/2 - 1.
 std::int32_t Wrap_Around_Zero(std::int64_t value, std::int32_t modulus)
 {
     return Wrap(value + modulus / 2, modulus) - modulus / 2;
@@ -32,8 +32,8 @@ std::int32_t Wrap_Around_Zero(std::int64_t value, std::int32_t modulus)
 
 // --- The table
 
-// The days from which on GPS - UTC is 1, 2, 3, ... seconds (IERS Bulletin C). Add a new one here, and move `table_end`;
-// until then streams with GPS and GLONASS epochs or 1013, and the option, have it right.
+// The days from which GPS - UTC is 1, 2, 3, ... seconds (IERS Bulletin C). Add a new one here and move `table_end`.
+// Without the entry a new leap second is known only from GPS and GLONASS epochs, from 1013 or from the option.
 constexpr std::chrono::sys_days Day(int year, unsigned int month)
 {
     return std::chrono::year{year} / std::chrono::month{month} / 1;
@@ -46,7 +46,7 @@ constexpr std::chrono::sys_days leap_days[] = {
 constexpr int last_leap_seconds = static_cast<int>(std::size(leap_days));
 constexpr std::chrono::sys_days gps_start = std::chrono::year{1980} / std::chrono::January / 6;
 constexpr std::int64_t Gps_Day(std::chrono::sys_days day) { return (day - gps_start).count(); }
-constexpr int table_end = static_cast<int>(Gps_Day(Day(2026, 1)) / 7);  // [weeks] from here on there may be more
+constexpr int table_end = static_cast<int>(Gps_Day(Day(2026, 1)) / 7);  // [weeks] from here on the table may lack some
 
 // [s] GPS - UTC at a GPS time.
 int Known_Leap_Seconds(int week, std::int32_t tow)
@@ -54,12 +54,12 @@ int Known_Leap_Seconds(int week, std::int32_t tow)
     const std::int64_t now = (std::int64_t{week} * ms_per_week + tow) / 1000;
     int seconds = 0;
     for (const std::chrono::sys_days day : leap_days)
-        // In GPS time, which has no leap seconds, that day begins later by all of them, the new one included.
+        // GPS time has no leap seconds: there the day begins later by all leap seconds, the new one included.
         if (now >= Gps_Day(day) * (ms_per_day / 1000) + seconds + 1) ++seconds;
     return seconds;
 }
 
-// Whether a stream of that week may have these leap seconds; a stream may be late with a new one.
+// Whether a stream of that week may show these leap seconds; a stream may adopt a new one late.
 bool Fits(int week, int leap_seconds)
 {
     if (week >= table_end) return leap_seconds >= last_leap_seconds;
@@ -85,7 +85,7 @@ std::optional<std::int32_t> Rtcm3_Clock::Glonass_Time_Of_Week(const Rtcm3_Observ
     if (!leap_seconds) return {};
     const std::int64_t time = std::int64_t{observations.time} - glonass_offset + *leap_seconds * 1000;
     if (observations.glonass_day) return Wrap(time + std::int64_t{*observations.glonass_day} * ms_per_day, ms_per_week);
-    // Legacy messages tell the time of day alone: the one within half a day of the epoch before.
+    // Legacy messages have the time of day only: take the day that is within half a day of the previous epoch.
     if (!started_) return {};
     return Wrap(std::int64_t{tow_} + Wrap_Around_Zero(time - tow_, ms_per_day), ms_per_week);
 }
@@ -97,9 +97,9 @@ std::int32_t Rtcm3_Clock::Start_Epoch(std::int32_t tow)
     if (week_ && step > ms_per_week / 2) --*week_;
     started_ = true;
     tow_ = tow;
-    // An ephemeris that came before this epoch had no time to be judged by.
+    // An ephemeris from before the first epoch can be compared with a time only now.
     Use_Week_Hint();
-    // Over the change of the week a step is short, whatever its sign.
+    // Across the change of week a step is short in either direction.
     return Wrap_Around_Zero(step, ms_per_week);
 }
 
@@ -114,15 +114,15 @@ Rtcm3_Clock::Leap Rtcm3_Clock::Leap_Now() const
     if (shown_) return {Follows_Leap_Second() ? compared_ : shown_, Source::stream};
     if (announced_) return {announced_, Source::announced};
     const std::optional<int> by_table = week_ ? std::optional(Known_Leap_Seconds(*week_, tow_)) : std::nullopt;
-    // Where the date is certain, the table is more so than a single comparison.
+    // With a certain date the table is more reliable than a single comparison.
     if (week_ && *week_ < table_end && Certain_Near()) return {by_table, Source::table};
     if (compared_) return {compared_, Source::stream};
     if (by_table) return {by_table, Source::table};
     return {};
 }
 
-// Within the hour after the second was inserted, and in the epoch whose times show it: elsewhere a second more is a message
-// that came late.
+// True in the hour after a leap second, for the epoch whose times show it. At any other time a difference of one more
+// second comes from a late message.
 bool Rtcm3_Clock::Follows_Leap_Second() const
 {
     return pair_.gps && pair_.glonass && compared_ == *shown_ + 1 && *pair_.glonass >= glonass_offset &&
@@ -133,16 +133,16 @@ void Rtcm3_Clock::Hear(const Rtcm3_Observations &observations)
 {
     if (std::exchange(pair_ends_, !observations.more_follows) || observations.station != pair_.station)
         pair_ = {observations.station, {}, {}};
-    // BeiDou takes no part: which scale its times are in is open.
+    // BeiDou is not used: its time scale is uncertain (see Rtcm3_Options).
     if (observations.gnss == Gnss::beidou) return;
     std::optional<std::uint32_t> &time = observations.gnss == Gnss::glonass ? pair_.glonass : pair_.gps;
     if (time == observations.time) return;
-    // A second time of the same scale is that of another epoch.
+    // Another time in the same scale belongs to another epoch.
     if (time) pair_ = {observations.station, {}, {}};
     time = observations.time;
     if (!pair_.gps || !pair_.glonass) return;
-    // The open epoch expects this message. So both times are the same instant, but for whole seconds that only the leap
-    // seconds can be.
+    // Both messages belong to the open epoch, so their times are the same instant. The difference is whole seconds,
+    // which can only be the leap seconds.
     const std::int32_t difference = Wrap(std::int64_t{*pair_.gps} - *pair_.glonass + glonass_offset, ms_per_day);
     if (difference % 1000 == 0 && difference <= most_leap_seconds * 1000) Compare(difference / 1000);
 }
@@ -168,7 +168,7 @@ void Rtcm3_Clock::Hear(const Rtcm3_System_Parameters &parameters)
 
 // --- Week
 
-// N4 and NT: GLONASS ICD 5.1, 4.4 (table 4.5); both 0 where the satellite, or the encoder, does not tell.
+// N4 and NT: GLONASS ICD 5.1, 4.4 (table 4.5); both are 0 when the satellite or the encoder does not send them.
 void Rtcm3_Clock::Hear(const Rtcm3_Glonass_Ephemeris &ephemeris)
 {
     constexpr int four_years = 1461;  // [days]
@@ -186,8 +186,8 @@ void Rtcm3_Clock::Note_Date(std::int64_t day)
 
 void Rtcm3_Clock::Hear(const Rtcm3_Gps_Ephemeris &ephemeris)
 {
-    // A fit interval of 4 hours has toe in its middle and is sent in advance; a longer one may have up to 146 hours:
-    // IS-GPS-200, 20.3.4.4 and 20.3.4.5.
+    // A fit interval of 4 hours has toe in its middle, and the ephemeris is sent in advance. A longer interval has up
+    // to 146 hours. IS-GPS-200, 20.3.4.4 and 20.3.4.5.
     hint_ = {ephemeris.week, static_cast<std::int32_t>(ephemeris.toe) * 1000,
              ephemeris.long_fit ? ms_per_week / 2 : 4 * hour};
     Use_Week_Hint();
@@ -196,9 +196,9 @@ void Rtcm3_Clock::Hear(const Rtcm3_Gps_Ephemeris &ephemeris)
 void Rtcm3_Clock::Use_Week_Hint()
 {
     if (!started_ || !hint_) return;
-    // Used once, also where it is of no use: the next ephemeris is never far.
+    // Each hint is tried once; the next ephemeris comes soon.
     const Week_Hint hint = *std::exchange(hint_, std::nullopt);
-    // Not across the change of week: there the ephemeris may mean the week beside.
+    // Not across the change of week, where the ephemeris may mean the adjacent week.
     if (std::abs(hint.toe - tow_) > hint.reach) return;
     const int week = Full(hint.ten_bits);
     if (week_ && *week_ != week) return Contradict(week);
@@ -214,7 +214,7 @@ void Rtcm3_Clock::Contradict(int week)
     contradictions_ = week == contradicting_week_ ? contradictions_ + 1 : 1;
     contradicting_week_ = week;
     if (contradictions_ < enough) return;
-    // The user's word, which nothing has confirmed, is kept: only the user knows what it rests on.
+    // An unconfirmed week of the user is kept, because the user may know more than the stream shows.
     if (!confirmed_) return Count(Rtcm3_Doubt::week_by_ephemerides, *week_, week);
     Count(Rtcm3_Doubt::week_corrected, *week_, week);
     week_ = week;
@@ -228,7 +228,7 @@ Rtcm3_Clock::Source Rtcm3_Clock::Week_Source() const
     return confirmed_ ? Source::user_confirmed : Source::user;
 }
 
-// A week within 512 of the true one, where somebody has said one.
+// A week within 512 of the true one, if the user or a date in the stream gives one.
 std::optional<int> Rtcm3_Clock::Certain_Near() const
 {
     if (options_.start_week) return options_.start_week;
@@ -244,7 +244,7 @@ int Rtcm3_Clock::Full(unsigned int ten_bits) const
     return Fitting(Full_Week(ten_bits, default_near_week));
 }
 
-// Of the weeks with the same ten bits the one whose leap seconds are the stream's; the week itself where none is.
+// Returns, of the weeks with the same ten bits, the one whose leap seconds agree with the stream; else `week` itself.
 int Rtcm3_Clock::Fitting(int week) const
 {
     const auto leap_seconds = Shown_Leap_Seconds();
@@ -254,7 +254,7 @@ int Rtcm3_Clock::Fitting(int week) const
     return week;
 }
 
-// Something is known that was not known when the week was chosen.
+// Checks the week again with what the stream has shown since the week was chosen.
 void Rtcm3_Clock::Settle()
 {
     if (!week_) return;

@@ -14,10 +14,10 @@ namespace {
 using namespace kernel;
 
 const char unit[] = "host/Rtcm3_Decoder";
-constexpr Err_Code fault_code = 60;  // and the number of the fault
-constexpr Err_Code doubt_code = 70;  // and the number of the doubt
+constexpr Err_Code fault_code = 60;  // plus the number of the fault
+constexpr Err_Code doubt_code = 70;  // plus the number of the doubt
 
-// By Rtcm3_Doubt: what there was, and what the stream shows.
+// Indexed by Rtcm3_Doubt; the numbers are the former value and what the stream shows.
 constexpr const char *doubt_texts[rtcm3_doubts] = {
     "GPS week %d is in doubt: ephemerides say %d.",
     "GPS week %d was wrong: the stream shows %d.",
@@ -45,7 +45,7 @@ void Fill_Orbit(const Rtcm3_Gps_Ephemeris &from, KeplerData &to)
     to[Kepler_Cuc] = from.cuc;
 }
 
-// Kepler_sent stays 0: when the satellite sent it is not in the message.
+// Kepler_sent stays 0: the message does not contain the time of transmission.
 void Fill(const Rtcm3_Gps_Ephemeris &from, int week, KeplerData &to)
 {
     Fill_Orbit(from, to);
@@ -71,7 +71,7 @@ void Fill_Clock_And_Marks(const Rtcm3_Glonass_Ephemeris &from, GlonassEph &to)
     to.gamma_n = from.gamma;
     to.delta_tau_n = from.delta_tau;
     to.En = from.en;
-    to.Bn = from.bn_msb ? 4 : 0;  // of its three bits only the highest is sent
+    to.Bn = from.bn_msb ? GlonassEph::Bn_Malfunction : 0;  // of its three bits only the highest is sent
     to.ln = from.ln_third;
     to.almanac_known = from.almanac_health_known;
     to.Cn = from.almanac_health;
@@ -128,7 +128,7 @@ void Rtcm3_Decoder::Set_Error_Handler(Error_Handler *handler)
         server->Set_Error_Handler(handler);
 }
 
-// The reader pulls; whose client this is, and what it counts, is answered here.
+// The reader pulls the data. All other messages are handled by this client.
 bool Rtcm3_Decoder::Send(Byte_Server &server, CL_Mesg message)
 {
     const bool pulls = message == Mesg_Request_Invite || message == Mesg_Data_Ready;
@@ -137,7 +137,7 @@ bool Rtcm3_Decoder::Send(Byte_Server &server, CL_Mesg message)
 
 void Rtcm3_Decoder::Finish()
 {
-    // The reader first: a frame that was waiting for more bytes may hide one of the open epoch.
+    // The reader first: an incomplete frame may contain a shorter one that belongs to the open epoch.
     reader_.Finish();
     assembler_.Finish();
     Report_Counts();
@@ -151,15 +151,15 @@ void Rtcm3_Decoder::Take(const Rtcm3_Frame &frame)
     Note_Doubts();
     if (const auto *equipment = std::get_if<Rtcm3_Equipment>(message)) Note(*equipment);
     if (const auto *station = std::get_if<Rtcm3_Station>(message)) Deliver(*station);
-    // PRN and slot are within the arrays: Decode lets no others pass.
+    // PRN and slot are within the arrays; Decode refuses others.
     if (const auto *gps = std::get_if<Rtcm3_Gps_Ephemeris>(message))
         Deliver_New(*gps, frame.payload(), last_gps_[gps->prn]);
     if (const auto *glonass = std::get_if<Rtcm3_Glonass_Ephemeris>(message))
         Deliver_New(*glonass, frame.payload(), last_glonass_[glonass->slot]);
 }
 
-// The time is noted also where nothing else can be used: positions carry that of the last epoch, or none. A static
-// record still holds the epoch before, and has its capacity.
+// Stores the time even if no satellite can be used, because positions carry the time of the last epoch. A static record
+// still holds the previous epoch with its capacity, so it is replaced.
 void Rtcm3_Decoder::Deliver(const Rtcm3_Epoch &epoch)
 {
     time_.reset();
@@ -173,8 +173,8 @@ void Rtcm3_Decoder::Deliver(const Rtcm3_Epoch &epoch)
     observations_->Send_Obs(record);
 }
 
-// As it was sent, bytes against bytes: no field can be forgotten. Remembered only when taken, so that who connects
-// later gets the current ones.
+// Compares the payloads byte by byte, so that no field is missed. The payload is remembered only if the client took the
+// ephemeris, so that a client that connects later gets the current ones.
 template <class Ephemeris>
 void Rtcm3_Decoder::Deliver_New(const Ephemeris &ephemeris, std::span<const unsigned char> payload, Payload &last)
 {
@@ -186,7 +186,7 @@ bool Rtcm3_Decoder::Deliver(const Rtcm3_Gps_Ephemeris &ephemeris)
 {
     KeplerData *record = ephemerides_->Malloc_Eph();
     if (!record) return false;
-    // A static record holds the ephemeris before; likewise below.
+    // A static record still holds the previous ephemeris; likewise below.
     *record = KeplerData();
     Fill(ephemeris, assembler_.Clock().Full(ephemeris.week), *record);
     return ephemerides_->Send_Eph(record);
@@ -203,7 +203,7 @@ bool Rtcm3_Decoder::Deliver(const Rtcm3_Glonass_Ephemeris &ephemeris)
 
 void Rtcm3_Decoder::Deliver(const Rtcm3_Station &station)
 {
-    // Each time, though it seldom changes: what is new is its time.
+    // Sent each time, although the position seldom changes: its time is new.
     Position *record = positions_->Malloc_Pos();
     if (!record) return;
     *record = Position(Position::POSITION_KNOWN);
@@ -218,8 +218,9 @@ void Rtcm3_Decoder::Deliver(const Rtcm3_Station &station)
 void Rtcm3_Decoder::Note(const Rtcm3_Equipment &equipment)
 {
     Rtcm3_Equipment all = equipment;
-    if (all.message < 1008) all.antenna_serial = equipment_.antenna_serial;
-    if (all.message < 1033) {
+    constexpr unsigned int with_antenna_serial = 1008, with_receiver = 1033;  // message numbers
+    if (all.message < with_antenna_serial) all.antenna_serial = equipment_.antenna_serial;
+    if (all.message < with_receiver) {
         all.receiver = equipment_.receiver;
         all.firmware = equipment_.firmware;
         all.receiver_serial = equipment_.receiver_serial;
@@ -234,7 +235,7 @@ void Rtcm3_Decoder::Note_Doubts()
         const std::uint64_t count = Clock().Doubts(kind).count;
         const bool first = seen_doubts_[index] == reported_doubts_[index];
         if (std::exchange(seen_doubts_[index], count) == count) continue;
-        // Those that went out have the week that was wrong.
+        // The ephemerides sent so far have the wrong week, so they are sent again.
         if (kind == Rtcm3_Doubt::week_corrected) last_gps_.fill({});
         if (first) Report_Doubt(kind, "More of this kind are only counted.");
     }
@@ -253,7 +254,7 @@ void Rtcm3_Decoder::Report_Doubt(Rtcm3_Doubt kind, const std::string &more)
 
 void Rtcm3_Decoder::Report_Fault(Rtcm3_Fault fault, unsigned int message)
 {
-    // The first one since the counts were reported last; the decoder has counted it already.
+    // Report only the first one since the last Report_Counts; the decoder has counted it already.
     const auto index = static_cast<std::size_t>(fault);
     if (decoder_.Count(fault) != reported_faults_[index] + 1) return;
     Report(unit, __LINE__)
@@ -264,10 +265,10 @@ void Rtcm3_Decoder::Report_Fault(Rtcm3_Fault fault, unsigned int message)
 
 void Rtcm3_Decoder::Report_Counts()
 {
-    // From 1 on: the count at 0 is that of messages without a fault.
+    // From 1 on: index 0 counts the messages without a fault.
     for (std::size_t index = 1; index < rtcm3_faults; ++index) {
         const auto fault = static_cast<Rtcm3_Fault>(index);
-        // Taken into the earlier runs at once: a stream may go on after Finish, and that is a new run.
+        // Added to the earlier runs at once: a stream that continues after Finish is a new run.
         const std::uint64_t count = decoder_.Count(fault) - reported_faults_[index];
         reported_faults_[index] += count;
         if (count == 0) continue;

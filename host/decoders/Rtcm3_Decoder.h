@@ -1,4 +1,4 @@
-// RTCM 3 into records: the byte client at the start of what a host does with a receiver's stream.
+// Turns an RTCM 3 byte stream into records. It is the byte client at the start of a host's chain.
 //
 //   byte server -> Rtcm3_Decoder -> Obs_Server      EPO_DATA     per closed epoch
 //                                   Eph_Server      KeplerData   per new 1019
@@ -24,21 +24,23 @@
 
 namespace host {
 
-// Connect clients to its four servers, connect it to a byte server, and call Finish when the stream has ended: the last
-// epoch is closed then. How an epoch fills its record stands in Rtcm3_Epoch_Record.h, which week it has in Rtcm3_Clock.h.
+// Connect clients to its four servers, connect it to a byte server, and call Finish when the stream has ended: Finish
+// closes the last epoch. Rtcm3_Epoch_Record.h says how an epoch fills its record, Rtcm3_Clock.h which week it has.
 //
-// An ephemeris that says the same as the last one of its satellite which a client took is not sent again, unless the week
-// was corrected. Kepler_sent is unknown: the message does not tell. A position is that of the antenna reference point as the message has it, static and
-// POSITION_KNOWN; its point number is the station's, its time that of the last epoch, where that has a week.
+// An ephemeris equal to the last one of its satellite that the client took is not sent again, unless the week was
+// corrected. Kepler_sent is unknown, because the message does not contain it. A position is the antenna reference point
+// of the message, static and POSITION_KNOWN. Its point number is the number of the station. Its time is that of the
+// last epoch, if that has a week.
 //
-// Threads:   Send and Finish belong to the byte server's thread, and all records are sent on it. Counters are read when it
-//            does not send; Reader().Progress() at any time.
-// Ownership: belongs to the byte server it is connected to, unless Dont_Delete_Me was called (see Client_Server). Owns the
-//            four servers, and they their clients: a client that shall live longer calls Dont_Delete_Me.
-// Errors:    what could not be decoded is reported as a warning (code 60 and the fault's number) once per kind, and at
-//            Finish with its count, as are GLONASS messages that could not be dated (code 60), and doubts about the week
-//            and the leap seconds (code 70 and the doubt's number); a new run begins then.
-//            Memory that is short is reported by the server concerned and costs that record.
+// Threads:   Send and Finish run on the byte server's thread, and all records are sent on it. Read counters while it
+//            does not send; call Reader().Progress() at any time.
+// Ownership: belongs to the byte server it is connected to, unless Dont_Delete_Me was called (see Client_Server). Owns
+//            the four servers, and they own their clients: call Dont_Delete_Me on a client that must live longer.
+// Errors:    a message that cannot be decoded is reported as a warning (code 60 plus the number of the fault), the
+//            first of each kind at once, the others at Finish with their count. Likewise reported are GLONASS messages
+//            that could not be dated (code 60), at Finish only, and doubts about the week and the leap seconds (code 70
+//            plus the number of the doubt). A new run begins after Finish. Lack of memory is reported by the server
+//            concerned, and that record is lost.
 class Rtcm3_Decoder : public kernel::Byte_Client {
 public:
     static const char Name[];  // "Rtcm3_Decoder"
@@ -46,7 +48,7 @@ public:
     bool IsInheritedFrom(const char *name) const override;
 
     explicit Rtcm3_Decoder(const Rtcm3_Options &options = {});
-    // Not copied. The parameter is not const, so that the {} of Rtcm3_Decoder({}) can only mean the options.
+    // Not copyable. The parameter is not const, so that the {} of Rtcm3_Decoder({}) can only mean the options.
     Rtcm3_Decoder(Rtcm3_Decoder &) = delete;
     Rtcm3_Decoder &operator=(const Rtcm3_Decoder &) = delete;
 
@@ -54,7 +56,7 @@ public:
     void Finish();
 
     using Object::Set_Error_Handler;
-    void Set_Error_Handler(kernel::Error_Handler *handler) override;  // the servers' as well
+    void Set_Error_Handler(kernel::Error_Handler *handler) override;  // also of the four servers
 
     kernel::Obs_Server &Observations() { return *observations_; }
     kernel::Eph_Server &Ephemerides() { return *ephemerides_; }
@@ -65,7 +67,7 @@ public:
     const Rtcm3_Message_Decoder &Messages() const { return decoder_; }
     const Rtcm3_Epoch_Assembler::Counters &Epochs() const { return assembler_.Count(); }
     const Rtcm3_Clock &Clock() const { return assembler_.Clock(); }
-    // What 1007, 1008 and 1033 said last, each in the fields that it has; message 0: none came.
+    // The last values of 1007, 1008 and 1033, each in the fields that it has; message 0: none was received.
     const Rtcm3_Equipment &Equipment() const { return equipment_; }
 
 private:
@@ -93,8 +95,8 @@ private:
     Rtcm3_Message_Decoder decoder_;
     Rtcm3_Epoch_Assembler assembler_;
     Rtcm3_Epoch_Record record_;
-    std::optional<kernel::Gps_Time> time_;                       // of the last epoch, where it has a week
-    std::array<Payload, 33> last_gps_, last_glonass_;            // by PRN and slot: the ephemeris that was taken
+    std::optional<kernel::Gps_Time> time_;                       // of the last epoch, if it has a week
+    std::array<Payload, 33> last_gps_, last_glonass_;            // by PRN and slot: the last ephemeris taken
     std::array<std::uint64_t, rtcm3_faults> reported_faults_{};  // counts in earlier runs
     std::uint64_t reported_undated_ = 0;
     std::array<std::uint64_t, rtcm3_doubts> seen_doubts_{}, reported_doubts_{};  // counts now, and in earlier runs

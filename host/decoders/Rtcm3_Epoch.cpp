@@ -33,7 +33,7 @@ void Rtcm3_Epoch_Assembler::Add(const Rtcm3_Observations &observations)
 
 void Rtcm3_Epoch_Assembler::Open(std::int32_t tow, const Rtcm3_Observations &first)
 {
-    // Before anything changes: what is open goes out with its own time and week.
+    // Close the open epoch first: it is handed on with its own time and week.
     Close(false);
     epoch_ = {};
     epoch_.tow = tow;
@@ -49,7 +49,7 @@ void Rtcm3_Epoch_Assembler::Open(std::int32_t tow, const Rtcm3_Observations &fir
     delivered_ = 0;
 }
 
-// Clears neither time nor cells: what comes again is known by them.
+// Keeps the time and the cells, by which repeated signals are recognised.
 void Rtcm3_Epoch_Assembler::Close(bool complete)
 {
     const bool was_open = std::exchange(open_, false);
@@ -73,7 +73,7 @@ void Rtcm3_Epoch_Assembler::Add(const Rtcm3_Glonass_Ephemeris &ephemeris)
 void Rtcm3_Epoch_Assembler::Merge(const Rtcm3_Observations &observations)
 {
     std::array<std::uint8_t, Rtcm3_Observations::most> indices;
-    // Only satellites that were there before can have a cell again: the others are spared the search for it.
+    // Only a satellite of an earlier message can have a repeated cell, so only those are searched.
     std::array<bool, Rtcm3_Observations::most> known;
     for (std::size_t i = 0; i < observations.satellite_count; ++i) {
         const std::size_t before = satellites_.size();
@@ -88,20 +88,20 @@ void Rtcm3_Epoch_Assembler::Merge(const Rtcm3_Observations &observations)
             continue;
         }
         const Rtcm3_Satellite &satellite = satellites_[cell.satellite];
-        // GLONASS in MSM4 and MSM6 comes without channels; another message may have told it.
+        // GLONASS in MSM4 and MSM6 has no channels; another message may have given them.
         if (!Has_Value(cell.frequency))
             cell.frequency = Carrier_Frequency(satellite.gnss, cell.code, satellite.glonass_channel);
         cells_.push_back(cell);
     }
 }
 
-// Adds the satellite when it is new. Those of GLONASS whose slot is unknown (0) are told apart by their channel; so there
-// can be no more satellites (221) than an index has room for.
+// Adds the satellite if it is new. GLONASS satellites of unknown slot (0) are distinguished by their channel. At most
+// 221 satellites are possible, which fits into the index.
 std::uint8_t Rtcm3_Epoch_Assembler::Index_Of(Rtcm3_Satellite satellite)
 {
     if (satellite.gnss == Gnss::glonass && satellite.number != 0) {
         auto &channel = glonass_channels_[satellite.number];
-        // What was heard last is kept, across epochs, for messages that do not tell.
+        // The last channel is kept across epochs, for messages without channels.
         if (satellite.glonass_channel) channel = satellite.glonass_channel;
         satellite.glonass_channel = channel;
     }
@@ -115,7 +115,7 @@ std::uint8_t Rtcm3_Epoch_Assembler::Index_Of(Rtcm3_Satellite satellite)
     return index;
 }
 
-// A signal is known by its code, whatever kind of message it comes in.
+// A signal is identified by its code in every kind of message.
 bool Rtcm3_Epoch_Assembler::Is_There(const Rtcm3_Cell &cell) const
 {
     return std::any_of(cells_.begin(), cells_.end(), [&](const Rtcm3_Cell &other) {

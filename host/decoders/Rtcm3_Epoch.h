@@ -1,4 +1,4 @@
-// Puts the observation messages of a stream together to epochs, and dates them.
+// Assembles the observation messages of a stream into epochs, and dates them.
 #pragma once
 
 #include "host/decoders/Rtcm3_Clock.h"
@@ -13,40 +13,40 @@
 
 namespace host {
 
-// All that was observed at one time; valid during the call of the sink only.
+// All observations of one time; valid only during the call of the sink.
 struct Rtcm3_Epoch {
-    std::optional<int> week;  // GPS, in full; none while nothing in the stream has told it
+    std::optional<int> week;  // GPS, in full; none until the stream has shown it
     std::int32_t tow = 0;     // [ms] GPS time of week
     std::uint16_t station = 0;
-    bool complete = false;   // its last message said that none follows; else the next epoch or the end closed it
-    bool went_back = false;  // earlier than the epoch before
-    // Of the epoch's first message, as Rtcm3_Observations has them.
+    bool complete = false;   // its last message has arrived; else the next epoch or the end has closed it
+    bool went_back = false;  // earlier than the previous epoch
+    // From the epoch's first message, see Rtcm3_Observations.
     std::uint8_t issue_of_station = 0, clock_steering = 0, smoothing_interval = 0;
     bool divergence_free = false;
-    std::span<const Rtcm3_Satellite>
-        satellites;                     // each once; one without cells had none, or had them in an earlier part
-    std::span<const Rtcm3_Cell> cells;  // their `satellite` counts in `satellites`
+    // Each satellite once. One without cells had none, or had them in an earlier part of the epoch.
+    std::span<const Rtcm3_Satellite> satellites;
+    std::span<const Rtcm3_Cell> cells;  // their member `satellite` is an index into `satellites`
 };
 
-// An epoch ends with a message that says that none follows, with a message of another time or station, or with Finish. A
-// signal that comes again in an epoch (a frame sent twice) is dropped, also right after the epoch's end; a new one then
-// makes a further part of the same time.
+// An epoch ends with a message marked as its last one, with a message of another time or station, or with Finish. A
+// repeated signal in an epoch (a frame sent twice) is dropped, also right after the epoch's end. A new signal after the
+// end makes a further part with the same time.
 //
-// Times and weeks are those of Rtcm3_Clock. A GLONASS time is dated by its day of week; a legacy one, which has none, by
-// the epoch before it.
+// Times and weeks are those of Rtcm3_Clock. A GLONASS time is dated by its day of week. A legacy GLONASS message has no
+// day and is dated by the previous epoch.
 //
 // Threads:   one at a time; the sink runs inside Take and Finish and must not call them.
-// Ownership: keeps copies; allocates only while an epoch is larger than all before.
-// Errors:    none; what is dropped is counted.
+// Ownership: keeps copies; allocates only when an epoch is larger than all earlier ones.
+// Errors:    none; dropped messages and cells are counted.
 class Rtcm3_Epoch_Assembler {
 public:
     using Sink = std::function<void(const Rtcm3_Epoch &)>;
 
     struct Counters {
         std::uint64_t epochs = 0;          // handed on
-        std::uint64_t incomplete = 0;      // of these, closed by something else than their last message
+        std::uint64_t incomplete = 0;      // of these, closed without their last message
         std::uint64_t repeated_cells = 0;  // dropped
-        std::uint64_t undated = 0;         // GLONASS messages dropped, as there was nothing to date them by
+        std::uint64_t undated = 0;         // GLONASS messages dropped, because nothing gave their date
         std::uint64_t went_back = 0;       // steps back in time
     };
 
@@ -56,7 +56,7 @@ public:
 
     // Messages of other kinds are ignored.
     void Take(const Rtcm3_Message &message);
-    // The stream has ended: hands on what is open.
+    // Call at the end of the stream: hands on the open epoch.
     void Finish() { Close(false); }
 
     const Counters &Count() const { return count_; }
@@ -82,7 +82,7 @@ private:
     Rtcm3_Clock clock_;
     Counters count_;
     bool open_ = false;  // messages of the epoch may follow
-    Rtcm3_Epoch epoch_;  // the last one, but for its week, satellites and cells
+    Rtcm3_Epoch epoch_;  // the last one, without its week, satellites and cells
     std::vector<Rtcm3_Satellite> satellites_;
     std::vector<Rtcm3_Cell> cells_;
     std::size_t delivered_ = 0;  // cells handed on in earlier parts

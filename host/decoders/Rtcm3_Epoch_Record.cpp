@@ -27,26 +27,32 @@ constexpr Carrier_Sets carrier_sets[] = {
     {Gnss::qzss, {"1C1X1L1S1Z", "5X5Q5I", "2X2L2S"}},
     {Gnss::beidou, {"2I2X2Q", "6I6X6Q", "7I7X7Q"}},
 };
-constexpr std::size_t filling_order[] = {0, 2, 1};  // B takes from L1 what A has left
+constexpr std::size_t filling_order[] = {0, 2, 1};          // A, C, B: B may take a signal on L1 that A does not use
+constexpr unsigned char no_signal = 255;                    // OBS_SIGNAL of a signal that is not known in full
+constexpr std::size_t most_entries = 255;                   // a count of satellites is a byte
+constexpr int divergence_free_bit = 8, steering_shift = 4;  // of EPO_SMOOTHING
+constexpr int issue_shift = 4;                              // of EPO_STATION_HIGH
+constexpr int qzss_base = 192;                              // PRN of QZSS less the number in a record
+constexpr int channel_base = 7;                             // OBS_GLO_CHANNEL of channel 0
 
-// Smaller is better; npos: not in this set.
+// A smaller rank is preferred; npos: the signal is not in this set.
 std::size_t Rank(Gnss gnss, std::size_t set, Signal_Code code)
 {
     if (!code) return std::string_view::npos;
     const char name[] = {code.band, code.attribute};
     for (const Carrier_Sets &system : carrier_sets)
-        // Found at the start of a name only: a band is a digit and an attribute a letter.
+        // find() can match only at the start of a name, because a band is a digit and an attribute a letter.
         if (system.gnss == gnss) return system.signals[set].find({name, sizeof name});
     return std::string_view::npos;
 }
 
-// Cycles rather than metres: a phase whose frequency is not known has no place in a record.
+// A record has phases in cycles, so a phase without a known frequency cannot be stored.
 bool Has_Range(const Rtcm3_Cell &cell) { return Has_Value(cell.pseudorange) || Has_Value(cell.Phase_Cycles()); }
 
-// The place in the MSM signal mask of a signal that came in a legacy message.
+// The place in the MSM signal mask of a signal from a legacy message.
 unsigned char Legacy_Place(const Signal_Code &code)
 {
-    // The places of GPS and GLONASS agree where both have the code.
+    // GPS and GLONASS have the same places for the codes that both have.
     static constexpr struct {
         Signal_Code code;
         unsigned char place;
@@ -54,7 +60,7 @@ unsigned char Legacy_Place(const Signal_Code &code)
                   {{'2', 'C'}, 8}, {{'2', 'P'}, 9}, {{'2', 'W'}, 10}};
     for (const auto &row : places)
         if (row.code == code) return row.place;
-    return 255;
+    return no_signal;
 }
 
 void Store_Double(EPO_DATA &record, ObsDataTypes type, double value, unsigned char sat)
@@ -65,16 +71,17 @@ void Store_Double(EPO_DATA &record, ObsDataTypes type, double value, unsigned ch
 // The bits of EPO_SMOOTHING.
 unsigned char Smoothing_And_Steering(const Rtcm3_Epoch &epoch)
 {
-    return static_cast<unsigned char>(epoch.smoothing_interval | (epoch.divergence_free ? 8 : 0) |
-                                      epoch.clock_steering << 4);
+    return static_cast<unsigned char>(epoch.smoothing_interval | (epoch.divergence_free ? divergence_free_bit : 0) |
+                                      epoch.clock_steering << steering_shift);
 }
 
-// [ms] From a week and time of week to the epoch's; 0 for a step back. Without both weeks: the shorter way around the week.
+// [ms] The time from a week and time of week to the epoch; 0 for a step back. If a week is missing, the shorter way
+// around the week.
 std::int64_t Time_Gone(std::optional<int> week, std::int32_t tow, const Rtcm3_Epoch &epoch)
 {
     const std::int64_t step = std::int64_t{epoch.tow} - tow;
     int weeks = 0;
-    if (week && epoch.week)  // a correction of the week by whole roll-overs is no time that went by
+    if (week && epoch.week)  // modulo 1024, so that a correction of the week by roll-overs does not count as time
         weeks = Full_Week(static_cast<unsigned int>(*epoch.week), *week) - *week;
     else
         weeks = step < -ms_per_week / 2 ? 1 : step > ms_per_week / 2 ? -1 : 0;
@@ -88,7 +95,7 @@ void Store_Cell(const Rtcm3_Cell &cell, std::size_t set, EPO_DATA &record, unsig
     Store_Double(record, Of_Set(OBS_DOPPLER_A, set), cell.Doppler(), sat);
     if (Has_Value(cell.cn0)) record.StoreFloatObs(Of_Set(OBS_CN0_A, set), static_cast<float>(cell.cn0), sat);
     record.StoreFloatObs(Of_Set(OBS_LOCK_TIME_A, set), static_cast<float>(cell.lock_time) / 1000.0F, sat);
-    // Byte arrays begin as 255, so that a code that is missing is not usable by itself.
+    // Byte arrays are initialised to 255, so that a missing code is unusable without a store.
     if (Has_Value(cell.pseudorange)) record.StoreUint8Obs(Of_Set(OBS_VALID_A, set), 0, sat);
     const unsigned char place = cell.msm_signal != 0 ? cell.msm_signal : Legacy_Place(cell.code);
     record.StoreUint8Obs(Of_Set(OBS_SIGNAL_A, set), place, sat);
@@ -105,14 +112,13 @@ int Rtcm3_Epoch_Record::Select(const Rtcm3_Epoch &epoch)
             Entry &entry = entries_[cell.satellite];
             const Rtcm3_Cell *&chosen = entry.cells[set];
             const std::size_t rank = Rank(entry.satellite->gnss, set, cell.code);
-            // A cell that A has taken is not B's as well.
+            // B does not take a cell that A has taken.
             if (rank == std::string_view::npos || !Has_Range(cell) || entry.cells[0] == &cell) continue;
             if (!chosen || rank < Rank(entry.satellite->gnss, set, chosen->code)) chosen = &cell;
         }
     }
     std::erase_if(entries_, [](const Entry &entry) { return entry.cells == decltype(entry.cells){}; });
-    // A count of satellites is a byte.
-    entries_.resize(std::min<std::size_t>(entries_.size(), 255));
+    entries_.resize(std::min(entries_.size(), most_entries));
     return static_cast<int>(entries_.size());
 }
 
@@ -126,7 +132,7 @@ void Rtcm3_Epoch_Record::Store(const Rtcm3_Epoch &epoch, EPO_DATA &record)
     record.StoreUint8Epo(EPO_SATELLITES, static_cast<unsigned char>(entries_.size()));
     record.StoreUint8Epo(EPO_STATION_LOW, static_cast<unsigned char>(epoch.station & 255));
     record.StoreUint8Epo(EPO_STATION_HIGH,
-                         static_cast<unsigned char>(epoch.station >> 8 | epoch.issue_of_station << 4));
+                         static_cast<unsigned char>(epoch.station >> 8 | epoch.issue_of_station << issue_shift));
     record.StoreUint8Epo(EPO_SMOOTHING, Smoothing_And_Steering(epoch));
     unsigned char sat = 0;
     for (const Entry &entry : entries_) {
@@ -140,12 +146,13 @@ void Rtcm3_Epoch_Record::Store(const Rtcm3_Epoch &epoch, EPO_DATA &record)
 
 void Rtcm3_Epoch_Record::Store_Satellite(const Rtcm3_Satellite &satellite, EPO_DATA &record, unsigned char sat)
 {
-    // QZSS counts from 1 in a record, and by PRN in the messages.
-    const int number = satellite.number - (satellite.gnss == Gnss::qzss ? 192 : 0);
+    // Messages number QZSS satellites by PRN, a record from 1.
+    const int number = satellite.number - (satellite.gnss == Gnss::qzss ? qzss_base : 0);
     record.StoreUint8Obs(OBS_SYSTEM, static_cast<unsigned char>(satellite.gnss), sat);
     record.StoreUint8Obs(OBS_SATELLITE, static_cast<unsigned char>(number), sat);
     if (satellite.glonass_channel)
-        record.StoreUint8Obs(OBS_GLO_CHANNEL, static_cast<unsigned char>(*satellite.glonass_channel + 7), sat);
+        record.StoreUint8Obs(OBS_GLO_CHANNEL, static_cast<unsigned char>(*satellite.glonass_channel + channel_base),
+                             sat);
 }
 
 void Rtcm3_Epoch_Record::Store_Flags(const Rtcm3_Epoch &epoch, const Entry &entry, EPO_DATA &record, unsigned char sat)
@@ -164,12 +171,12 @@ void Rtcm3_Epoch_Record::Store_Flags(const Rtcm3_Epoch &epoch, const Entry &entr
     record.StoreUint8Obs(OBS_LOSS_OF_LOCK, static_cast<unsigned char>(lost), sat);
 }
 
-// GLONASS satellites of unknown slot all have the number 0 and cannot be told from one another.
+// GLONASS satellites of unknown slot all have the number 0 and cannot be distinguished.
 bool Rtcm3_Epoch_Record::Lock_Lost(const Rtcm3_Epoch &epoch, const Rtcm3_Satellite &satellite, std::size_t set,
                                    const Rtcm3_Cell &cell)
 {
     if (satellite.number == 0) return false;
-    // Allocates when a satellite comes up for the first time, and never again for it.
+    // Allocates only when a satellite is seen for the first time.
     Lock &last = locks_[{satellite.gnss, satellite.number}][set];
     const std::int64_t gone = Time_Gone(last.week, last.tow, epoch);
     const bool lost = last.code && (last.code != cell.code || cell.lock_below <= last.least + gone);

@@ -1,4 +1,4 @@
-// How an RTCM 3 epoch becomes an EPO_DATA record.
+// Conversion of an RTCM 3 epoch into an EPO_DATA record.
 #pragma once
 
 #include "host/decoders/Rtcm3_Epoch.h"
@@ -15,26 +15,27 @@ namespace host {
 
 // Sorts the signals of each satellite into the three carrier sets of EPO_DATA and stores them.
 //
-// Of several signals on one carrier one is taken, by kind and not by strength, so that a satellite keeps its signal: C/A
-// before the others on L1, P(Y) before L2C on L2, pilot and data together before one of them. What a set does not take is
-// dropped, as is a satellite of which nothing is left. OBS_SIGNAL says which it was; one that a legacy message does not
-// name in full (L2C, cross-correlated P(Y)) has none.
+// Of several signals on one carrier it takes one, by kind and not by strength, so that a satellite keeps its signal:
+// C/A before the others on L1, P(Y) before L2C on L2, pilot and data together before one of them. Other signals are
+// dropped, and so is a satellite without any signal left. OBS_SIGNAL says which signal it is; a signal that a legacy
+// message does not identify in full (L2C, cross-correlated P(Y)) has no OBS_SIGNAL.
 //
-// An epoch without a week has its seconds, and no week. Smoothing, clock steering and issue of data station are those of its
-// first message.
+// An epoch without a week has its seconds and no week. Smoothing, clock steering and issue of data station come from
+// its first message.
 //
-// Loss of lock: the signal is another one than when the satellite was seen last on that carrier, or its lock time cannot
-// have grown by the time gone by since then. An indicator stands for a range of lock times (DF013, DF043, DF402, DF407), so
-// the lock is lost if the upper end of the range now is not above the lower end of the range then, plus the time gone by.
+// The lock counts as lost if the signal differs from the last one of the satellite on that carrier, or if its lock time
+// has grown by less than the elapsed time. An indicator stands for a range of lock times (DF013, DF043, DF402, DF407).
+// So the lock is lost if the upper end of the present range is not above the lower end of the former range plus the
+// elapsed time.
 //
 // Threads:   one at a time.
 // Ownership: Select keeps pointers into the epoch until Store.
-// Errors:    none; a value that is absent is not stored.
+// Errors:    none; an absent value is not stored.
 class Rtcm3_Epoch_Record {
 public:
-    // The satellites that have a place in a record, which is how many entries it needs: 0 to 255.
+    // Returns the number of satellites that the record will have: 0 to 255.
     int Select(const Rtcm3_Epoch &epoch);
-    // Fills an empty record with what Select chose.
+    // Fills an empty record with the selected satellites.
     void Store(const Rtcm3_Epoch &epoch, kernel::EPO_DATA &record);
 
 private:
@@ -47,8 +48,8 @@ private:
     struct Lock {
         Signal_Code code;
         std::int32_t least = 0;   // [ms] lock time
-        std::optional<int> week;  // when that was
-        std::int32_t tow = 0;     // [ms]
+        std::optional<int> week;  // of the observation
+        std::int32_t tow = 0;     // [ms] of the observation
     };
 
     void Store_Satellite(const Rtcm3_Satellite &satellite, kernel::EPO_DATA &record, unsigned char sat);

@@ -20,7 +20,7 @@ bool Rtcm3_Frame_Reader::IsInheritedFrom(const char *name) const
 
 bool Rtcm3_Frame_Reader::Send(kernel::Byte_Server &server, kernel::CL_Mesg message)
 {
-    // From one byte on: Pull takes all there is.
+    // A request of one byte is enough: Pull takes all there is.
     switch (message) {
     case kernel::Mesg_Request_Invite: server.Request(1); return true;
     case kernel::Mesg_Data_Ready: return Pull(server);
@@ -28,15 +28,15 @@ bool Rtcm3_Frame_Reader::Send(kernel::Byte_Server &server, kernel::CL_Mesg messa
     }
 }
 
-// An answer of true for nothing pulled would make the server ask for ever. More bytes than were asked for are the
-// word of a tap without an upstream, and none have come with it.
+// Returns false when nothing was pulled; with true the server would send Mesg_Data_Ready for ever. A tap without an
+// upstream returns more bytes than were asked for, and no data.
 bool Rtcm3_Frame_Reader::Pull(kernel::Byte_Server &server)
 {
     const long most = static_cast<long>(block_.size());
     bool pulled = false;
     for (long got; (got = server.GetNBytes(block_.data(), most)) > 0 && got <= most; pulled = true)
         scanner_.Feed({block_.data(), static_cast<std::size_t>(got)});
-    // Once per block, for threads that look on: the scanner counts for itself, without atomics.
+    // Published once per block for Progress(); the scanner's own counters are not atomic.
     bytes_.store(Count().bytes, std::memory_order_relaxed);
     frames_.store(Count().frames, std::memory_order_relaxed);
     crc_failures_.store(Count().crc_failures, std::memory_order_relaxed);
@@ -45,7 +45,7 @@ bool Rtcm3_Frame_Reader::Pull(kernel::Byte_Server &server)
 
 void Rtcm3_Frame_Reader::Take(const Rtcm3_Frame &frame)
 {
-    // Twelve bits: each number has its place.
+    // A number has twelve bits, so it is a valid index.
     Message_Count &count = messages_[frame.message];
     ++count.frames;
     count.bytes += frame.bytes.size();

@@ -11,12 +11,13 @@
 
 namespace host {
 
-// Pulls whatever the server has, counts per message number, and hands each intact frame on. The first stage of a decoder.
+// Pulls all bytes of the server, counts frames per message number, and hands on each intact frame. It is the first
+// stage of a decoder.
 //
-// Threads:   Send, and in it the sink, runs on the server's thread. Progress may be asked by any thread; all else belongs
-//            to a time when the server does not send.
+// Threads:   Send, and in it the sink, runs on the server's thread. Any thread may call Progress; call all else while
+//            the server does not send.
 // Ownership: belongs to the server it is connected to, unless Dont_Delete_Me was called (see Client_Server).
-// Errors:    none reported: what is wrong with the stream is counted.
+// Errors:    none reported: errors of the stream are counted.
 class Rtcm3_Frame_Reader : public kernel::Byte_Client {
 public:
     static const char Name[];  // "Rtcm3_Frame_Reader"
@@ -30,12 +31,12 @@ public:
 
     struct Message_Count {
         std::uint64_t frames = 0;
-        std::uint64_t bytes = 0;  // whole frames: payload and 6 bytes of header and CRC
+        std::uint64_t bytes = 0;  // of whole frames: payload and 6 bytes of header and CRC
     };
     const Message_Count &Messages(unsigned int number) const { return messages_[number]; }  // number: 0 to 4095
     const Rtcm3_Scanner::Counters &Count() const { return scanner_.Count(); }
 
-    // Three of the counters as they stood after the last block; of two threads the asking one may see them apart.
+    // Three of the counters after the last block. They are read one by one, so they may belong to different blocks.
     struct Progress_Count {
         std::uint64_t bytes, frames, crc_failures;
     };

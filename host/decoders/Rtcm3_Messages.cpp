@@ -13,7 +13,7 @@ namespace {
 
 constexpr double light_ms = speed_of_light / 1000;  // [m] per millisecond
 
-// The last lock time indicators that have a meaning: DF013 and its kind, DF402, DF407.
+// The last lock time indicators that are not reserved: DF013 and its kind, DF402, DF407.
 constexpr unsigned int last_legacy_lock = 127, last_msm_lock = 15, last_msm_long_lock = 704;
 
 // 2^-n
@@ -24,7 +24,7 @@ unsigned int Message_Number(std::span<const unsigned char> payload)
     return static_cast<unsigned int>(Bit_Reader(payload).Unsigned(12));
 }
 
-// A field of n bits, two's complement, whose lowest value means that there is none.
+// Reads a two's complement field of n bits whose lowest value means "no value".
 std::optional<std::int64_t> Optional_Signed(Bit_Reader &bits, unsigned int n)
 {
     const std::int64_t value = bits.Signed(n);
@@ -33,7 +33,7 @@ std::optional<std::int64_t> Optional_Signed(Bit_Reader &bits, unsigned int n)
 }
 
 bool Time_Of_Week_Fits(std::uint32_t time) { return time < static_cast<std::uint32_t>(ms_per_week); }
-// GLONASS follows UTC: a day with a leap second has 86401.
+// GLONASS follows UTC: a day with a leap second has 86401 seconds.
 bool Time_Of_Day_Fits(std::uint32_t time) { return time < static_cast<std::uint32_t>(ms_per_day) + 1000; }
 
 // DF009: GPS 1 to 32, SBAS 40 to 58.
@@ -53,13 +53,17 @@ std::optional<std::int8_t> Glonass_Channel(unsigned int field)
 
 // --- 1002, 1004, 1010, 1012
 
-// What tells the four apart.
+constexpr double legacy_range_unit = 0.02;    // [m]; DF011, DF017, DF041, DF047
+constexpr double legacy_phase_unit = 0.0005;  // [m]; DF012, DF018, DF042, DF048
+constexpr double legacy_cn0_unit = 0.25;      // [dB-Hz]; DF015, DF020, DF045, DF050
+
+// The differences between the four messages.
 struct Legacy_Format {
     Gnss gnss;
     bool l2;
     unsigned int range_bits;      // DF011, DF041
     unsigned int ambiguity_bits;  // DF014, DF044
-    double ambiguity;             // [m] their unit
+    double ambiguity;             // [m] unit of DF014, DF044
 };
 
 std::optional<Legacy_Format> Legacy_Format_Of(unsigned int message)
@@ -91,7 +95,7 @@ public:
     {
         const auto count = Header();
         const bool fits = format_.gnss == Gnss::glonass ? Time_Of_Day_Fits(out_.time) : Time_Of_Week_Fits(out_.time);
-        // A message that is cut is told as that, whatever its time says.
+        // A truncated message is reported as too_short, even if its time is wrong as well.
         if (!bits_.Failed() && !fits) return Rtcm3_Fault::bad_time;
         for (std::uint64_t i = 0; i < count; ++i) {
             const Rtcm3_Fault fault = Satellite();
@@ -102,7 +106,7 @@ public:
     }
 
 private:
-    // Answers the number of satellites (at most 31).
+    // Returns the number of satellites (at most 31).
     std::uint64_t Header()
     {
         bits_.Read(12, out_.message);
@@ -159,12 +163,11 @@ private:
     void Cn0(Rtcm3_Cell &cell)
     {
         const std::uint64_t field = bits_.Unsigned(8);
-        if (field != 0) cell.cn0 = static_cast<double>(field) * 0.25;
+        if (field != 0) cell.cn0 = static_cast<double>(field) * legacy_cn0_unit;
     }
 
-    // Answers the range, which L2 stands on also where L1 has nothing else: without a phase (DF012 at its lowest) it is
-    // there for L2 only. Units: 0.02 m (DF011, DF041), 0.0005 m (DF012, DF042). The cell is kept in any case, for lock
-    // and C/N0.
+    // Returns the range, to which the L2 fields are added. Without a phase (DF012 at its lowest value) the range is
+    // there for L2 only and the cell gets none. The cell is kept in every case, for lock and C/N0.
     double L1(const Rtcm3_Satellite &satellite, Signal_Code code)
     {
         Rtcm3_Cell cell = New_Cell(satellite, code);
@@ -173,16 +176,17 @@ private:
         Lock(cell);
         const std::uint64_t ambiguity = bits_.Unsigned(format_.ambiguity_bits);
         Cn0(cell);
-        const double range = static_cast<double>(within) * 0.02 + static_cast<double>(ambiguity) * format_.ambiguity;
+        const double range =
+            static_cast<double>(within) * legacy_range_unit + static_cast<double>(ambiguity) * format_.ambiguity;
         if (phase) {
             cell.pseudorange = range;
-            cell.phase_range = range + static_cast<double>(*phase) * 0.0005;
+            cell.phase_range = range + static_cast<double>(*phase) * legacy_phase_unit;
         }
         out_.cell_table[out_.cell_count++] = cell;
         return range;
     }
 
-    // No cell where neither pseudorange nor phase is there.
+    // Adds no cell if both pseudorange and phase are missing.
     void L2(const Rtcm3_Satellite &satellite, double l1_range)
     {
         Rtcm3_Cell cell = New_Cell(satellite, Legacy_L2_Code(format_.gnss, bits_.Unsigned(2)));
@@ -191,8 +195,8 @@ private:
         Lock(cell);
         Cn0(cell);
         // Both are differences to the pseudorange on L1: DF017, DF018, DF047, DF048.
-        if (difference) cell.pseudorange = l1_range + static_cast<double>(*difference) * 0.02;
-        if (phase) cell.phase_range = l1_range + static_cast<double>(*phase) * 0.0005;
+        if (difference) cell.pseudorange = l1_range + static_cast<double>(*difference) * legacy_range_unit;
+        if (phase) cell.phase_range = l1_range + static_cast<double>(*phase) * legacy_phase_unit;
         if (difference || phase) out_.cell_table[out_.cell_count++] = cell;
     }
 
@@ -207,12 +211,12 @@ private:
 struct Msm_System {
     unsigned int base;  // message number of its MSM0
     Gnss gnss;
-    unsigned int satellites;    // 1 to this are in use
-    unsigned int first_number;  // that of satellite 1
+    unsigned int satellites;    // the satellites 1 to this number are in use
+    unsigned int first_number;  // the number of satellite 1
     std::string_view codes;     // two characters for each of the signals 1 to 32; blanks: reserved
 };
 
-// DF395 of each system, in the names of RINEX 3, where BeiDou's band 2 is B1I and its band 1 is B1C.
+// DF395 of each system, with the names of RINEX 3, in which BeiDou's band 2 is B1I and its band 1 is B1C.
 constexpr Msm_System msm_systems[] = {
     {1070, Gnss::gps, 32, 1, "  1C1P1W      2C2P2W        2S2L2X        5I5Q5X          1S1L1X"},
     {1080, Gnss::glonass, 24, 1, "  1C1P        2C2P                                              "},
@@ -233,13 +237,17 @@ struct Msm_Format {
     bool rates;                           // extended satellite information, DF399 and DF404
 };
 
-// MSM1 to MSM3 are not here: they have no whole milliseconds (DF397), so that ranges would have to be guessed.
+// MSM1 to MSM3 are not supported: without whole milliseconds (DF397) their ranges would have to be guessed.
 constexpr Msm_Format msm_formats[] = {
     {15, 24, 22, 29, 4, 6, 1, false},         // MSM4
     {15, 24, 22, 29, 4, 6, 1, true},          // MSM5
     {20, 29, 24, 31, 10, 10, 0.0625, false},  // MSM6
     {20, 29, 24, 31, 10, 10, 0.0625, true},   // MSM7
 };
+
+constexpr std::uint64_t no_rough_range = 255;  // DF397
+constexpr unsigned int msm_channels = 14;      // DF419: values below this are channels
+constexpr double fine_rate_unit = 0.0001;      // [m/s]; DF404
 
 class Msm_Decoder {
 public:
@@ -272,7 +280,7 @@ private:
             const auto day = static_cast<std::uint8_t>(bits_.Unsigned(3));
             if (day < 7) out_.glonass_day = day;
             bits_.Read(27, out_.time);
-            // A header that is cut reads 0, a time like others: Masks finds the end.
+            // A truncated header reads as 0, which is a valid time; Masks detects the truncation.
             if (!Time_Of_Day_Fits(out_.time)) return Rtcm3_Fault::bad_time;
         } else {
             bits_.Read(30, out_.time);
@@ -288,16 +296,16 @@ private:
         return Rtcm3_Fault::none;
     }
 
-    // DF394, DF395, DF396: which satellites, which signals, and which of their pairs are there. The first bit stands for
-    // number 1.
+    // DF394, DF395, DF396: the satellites, the signals, and the pairs of both that are present. The first bit is number
+    // 1.
     Rtcm3_Fault Masks()
     {
         const std::uint64_t high = bits_.Unsigned(32);
         std::uint64_t satellites = high << 32 | bits_.Unsigned(32);
-        // In the upper half, so that the top bit is number 1 here, too.
+        // Shifted into the upper half, so that the top bit is number 1 here, too.
         const std::uint64_t signals = bits_.Unsigned(32) << 32;
         if (bits_.Failed()) return Rtcm3_Fault::too_short;
-        // As the standard limits it (DF396), and as the tables have room: nothing may be written before.
+        // The limit of the standard (DF396) and of the tables. Check it before anything is written.
         if (static_cast<std::size_t>(std::popcount(satellites)) * static_cast<std::size_t>(std::popcount(signals)) >
             Rtcm3_Observations::most)
             return Rtcm3_Fault::too_many_cells;
@@ -322,26 +330,26 @@ private:
             Rtcm3_Cell cell;
             cell.satellite = static_cast<std::uint8_t>(out_.satellite_count);
             cell.msm_signal = static_cast<std::uint8_t>(index + 1);
-            // A reserved signal has no code, but its fields are there and must be read.
+            // A reserved signal has no code, but its fields are present and must be read.
             if (system_.codes[2 * index] != ' ') cell.code = {system_.codes[2 * index], system_.codes[2 * index + 1]};
             out_.cell_table[out_.cell_count++] = cell;
         }
     }
 
-    // What the cells of a satellite share. Each kind of field stands together for all satellites.
+    // The fields that the cells of a satellite share. The message holds each kind of field for all satellites in turn.
     void Satellites()
     {
         const auto satellites = New_Satellites();
         const std::size_t count = satellites.size();
         for (std::size_t i = 0; i < count; ++i) {
-            const std::uint64_t whole = bits_.Unsigned(8);  // DF397 [ms]; 255: no range
-            // Not-a-number stays so in every sum, up to the pseudorange.
-            rough_range_[i] = whole == 255 ? no_value : static_cast<double>(whole);
+            const std::uint64_t whole = bits_.Unsigned(8);  // DF397 [ms]
+            // no_value is not-a-number, which all sums up to the pseudorange keep.
+            rough_range_[i] = whole == no_rough_range ? no_value : static_cast<double>(whole);
         }
         if (format_.rates) {
             for (Rtcm3_Satellite &satellite : satellites) {
                 const auto extended = static_cast<unsigned int>(bits_.Unsigned(4));  // for GLONASS DF419
-                if (system_.gnss == Gnss::glonass && extended < 14)
+                if (system_.gnss == Gnss::glonass && extended < msm_channels)
                     satellite.glonass_channel = Glonass_Channel(extended);
             }
         }
@@ -353,7 +361,7 @@ private:
         }
     }
 
-    // The satellite's rough value and the cell's fine one; without either there is none.
+    // The sum of the satellite's rough value and the cell's fine value; no_value if either is missing.
     double Sum(double rough, unsigned int n, double unit)
     {
         const auto fine = Optional_Signed(bits_, n);
@@ -383,7 +391,7 @@ private:
         for (Rtcm3_Cell &cell : cells) {
             const auto &channel = out_.satellite_table[cell.satellite].glonass_channel;
             cell.frequency = Carrier_Frequency(system_.gnss, cell.code, channel);
-            if (format_.rates) cell.range_rate = Sum(rough_rate_[cell.satellite], 15, 0.0001);  // DF404
+            if (format_.rates) cell.range_rate = Sum(rough_rate_[cell.satellite], 15, fine_rate_unit);  // DF404
         }
     }
 
@@ -418,7 +426,7 @@ Rtcm3_Fault Decode_Observations(std::span<const unsigned char> payload, Rtcm3_Ob
 
 // --- Station and equipment
 
-// A count and that many characters.
+// Reads a count and that many characters.
 bool Read_Text(Bit_Reader &bits, Rtcm3_Text &out)
 {
     bits.Read(8, out.size);
@@ -433,7 +441,7 @@ bool Read_Texts(Bit_Reader &bits, Rtcm3_Equipment &out)
     bits.Read(12, out.station);
     if (!Read_Text(bits, out.antenna)) return false;
     bits.Read(8, out.setup);
-    // 1007 ends with the setup, 1008 with the antenna's serial number; 1033 goes on.
+    // 1007 ends with the setup, 1008 with the antenna's serial number; 1033 has more.
     if (out.message >= 1008 && !Read_Text(bits, out.antenna_serial)) return false;
     if (out.message < 1033) return true;
     return Read_Text(bits, out.receiver) && Read_Text(bits, out.firmware) && Read_Text(bits, out.receiver_serial);
@@ -461,7 +469,7 @@ public:
     }
 };
 
-// Lengths and scales are those of the satellite's own message: RTCM sends its bits as they are.
+// Lengths and scales are those of the satellite's message: RTCM sends its bits unchanged.
 void Read_Gps_Orbit(Ephemeris_Reader &bits, Rtcm3_Gps_Ephemeris &out)
 {
     out.crs = bits.Scaled(16, 5);
@@ -503,6 +511,8 @@ void Read_Gps_Ephemeris(Ephemeris_Reader &bits, Rtcm3_Gps_Ephemeris &out)
     bits.Read(1, out.long_fit);
 }
 
+constexpr auto seconds_per_day = static_cast<std::int32_t>(kernel::Seconds_Per_Day);  // [s]
+
 void Read_Glonass_Start(Ephemeris_Reader &bits, Rtcm3_Glonass_Ephemeris &out)
 {
     bits.Read(1, out.almanac_health);
@@ -511,7 +521,7 @@ void Read_Glonass_Start(Ephemeris_Reader &bits, Rtcm3_Glonass_Ephemeris &out)
     const auto hours = static_cast<std::int32_t>(bits.Unsigned(5));
     const auto minutes = static_cast<std::int32_t>(bits.Unsigned(6));
     const auto halves = static_cast<std::int32_t>(bits.Unsigned(1));
-    constexpr std::int32_t no_time = 86400;  // refused, as an hour above 23 is
+    constexpr std::int32_t no_time = seconds_per_day;  // refused, like an hour above 23
     out.tk = minutes < 60 ? hours * 3600 + minutes * 60 + halves * 30 : no_time;
     bits.Read(1, out.bn_msb);
     bits.Read(1, out.p2);
@@ -545,7 +555,7 @@ void Read_Glonass_Rest(Ephemeris_Reader &bits, Rtcm3_Glonass_Ephemeris &out)
     bits.Skip(7);
 }
 
-// `value` becomes `out` when it was read whole and is well.
+// Copies `value` to `out` if it was read completely and has no fault.
 template <class T>
 Rtcm3_Fault Deliver(const Bit_Reader &bits, Rtcm3_Fault fault, const T &value, T &out)
 {
@@ -554,14 +564,16 @@ Rtcm3_Fault Deliver(const Bit_Reader &bits, Rtcm3_Fault fault, const T &value, T
     return fault;
 }
 
-// DF013: the steps double in size from one line to the next.
+constexpr std::int32_t longest_legacy_lock = 937'000;  // [ms]; DF013: 127
+
+// DF013: the step doubles from one row to the next.
 struct Lock_Step {
     int below, factor, offset;  // seconds = factor * indicator - offset
 };
 constexpr Lock_Step lock_steps[] = {{24, 1, 0},   {48, 2, 24},     {72, 4, 120},
                                     {96, 8, 408}, {120, 16, 1176}, {127, 32, 3096}};
 
-// Base frequencies of the bands [Hz]; GLONASS apart.
+// Carrier frequencies of the bands [Hz] of all systems except GLONASS.
 double Band_Frequency(Gnss gnss, char band)
 {
     switch (band) {
@@ -598,7 +610,7 @@ double Carrier_Frequency(Gnss gnss, Signal_Code code, std::optional<int> glonass
 
 Rtcm3_Fault Decode(std::span<const unsigned char> payload, Rtcm3_Observations &out)
 {
-    // The place is used again and again: what not every kind of message sets is cleared here.
+    // `out` is reused, so reset the fields that not every kind of message sets.
     out.satellite_count = out.cell_count = 0;
     out.glonass_day.reset();
     out.issue_of_station = 0;
@@ -621,13 +633,14 @@ Rtcm3_Fault Decode(std::span<const unsigned char> payload, Rtcm3_Station &out)
     bits.Read(1, station.glonass);
     bits.Read(1, station.galileo);
     bits.Read(1, station.virtual_station);
-    station.x = static_cast<double>(bits.Signed(38)) * 0.0001;
+    constexpr double unit = 0.0001;  // [m]; DF025 to DF028
+    station.x = static_cast<double>(bits.Signed(38)) * unit;
     bits.Read(1, station.single_oscillator);
     bits.Skip(1);
-    station.y = static_cast<double>(bits.Signed(38)) * 0.0001;
+    station.y = static_cast<double>(bits.Signed(38)) * unit;
     bits.Read(2, station.quarter_cycle);
-    station.z = static_cast<double>(bits.Signed(38)) * 0.0001;
-    if (station.message == 1006) station.antenna_height = static_cast<double>(bits.Unsigned(16)) * 0.0001;
+    station.z = static_cast<double>(bits.Signed(38)) * unit;
+    if (station.message == 1006) station.antenna_height = static_cast<double>(bits.Unsigned(16)) * unit;
     return Deliver(bits, Rtcm3_Fault::none, station, out);
 }
 
@@ -653,9 +666,10 @@ Rtcm3_Fault Decode(std::span<const unsigned char> payload, Rtcm3_System_Paramete
     bits.Read(17, parameters.second_of_day);
     const std::uint64_t announced = bits.Unsigned(5);
     bits.Read(8, parameters.leap_seconds);
-    // DF055 to DF057 of each announced message: skipped, yet they must be there.
-    for (std::uint64_t i = 0; i < announced; ++i) bits.Skip(29);
-    const bool fits = parameters.second_of_day <= 86400;
+    // DF055 to DF057 of each announced message are not used, but they must be present.
+    constexpr unsigned int announcement_bits = 29;
+    for (std::uint64_t i = 0; i < announced; ++i) bits.Skip(announcement_bits);
+    const bool fits = parameters.second_of_day <= static_cast<std::uint32_t>(seconds_per_day);
     return Deliver(bits, fits ? Rtcm3_Fault::none : Rtcm3_Fault::bad_time, parameters, out);
 }
 
@@ -683,7 +697,7 @@ Rtcm3_Fault Decode(std::span<const unsigned char> payload, Rtcm3_Glonass_Ephemer
     Read_Glonass_Start(bits, ephemeris);
     Read_Glonass_Rest(bits, ephemeris);
     Rtcm3_Fault fault = Rtcm3_Fault::none;
-    if (ephemeris.tk >= 86400 || ephemeris.tb >= 86400) fault = Rtcm3_Fault::bad_time;
+    if (ephemeris.tk >= seconds_per_day || ephemeris.tb >= seconds_per_day) fault = Rtcm3_Fault::bad_time;
     if (!channel) fault = Rtcm3_Fault::bad_channel;
     if (ephemeris.slot < 1 || ephemeris.slot > 24) fault = Rtcm3_Fault::bad_satellite;
     return Deliver(bits, fault, ephemeris, out);
@@ -691,12 +705,12 @@ Rtcm3_Fault Decode(std::span<const unsigned char> payload, Rtcm3_Glonass_Ephemer
 
 namespace {
 
-// The message's place for a T; what else stood there goes.
+// Decodes into the T of the message, and replaces another kind of message by a T.
 template <class T>
 Rtcm3_Fault Decode_As(std::span<const unsigned char> payload, Rtcm3_Message &message)
 {
-    // Decoded in place where the message before was of this kind: observations are some 5 KB, too many to make anew
-    // each time.
+    // Decoded in place if the previous message was of this kind: constructing some 5 KB of observations each time would
+    // be slow.
     T *place = std::get_if<T>(&message);
     return Decode(payload, place ? *place : message.emplace<T>());
 }
@@ -729,9 +743,10 @@ const Rtcm3_Message *Rtcm3_Message_Decoder::Decode(std::span<const unsigned char
 
 int Full_Week(unsigned int ten_bits, int near)
 {
-    // 2048 keeps the sum above 0 for a negative `near`, too.
-    const int ahead = (static_cast<int>(ten_bits % 1024) - near % 1024 + 2048) % 1024;
-    return near + (ahead < 512 ? ahead : ahead - 1024);
+    constexpr int cycle = 1024;
+    // Two cycles keep the sum above 0, also for a negative `near`.
+    const int ahead = (static_cast<int>(ten_bits % cycle) - near % cycle + 2 * cycle) % cycle;
+    return near + (ahead < cycle / 2 ? ahead : ahead - cycle);
 }
 
 std::int32_t Legacy_Lock_Time(unsigned int indicator)
@@ -739,13 +754,13 @@ std::int32_t Legacy_Lock_Time(unsigned int indicator)
     const auto value = static_cast<int>(indicator & last_legacy_lock);
     for (const Lock_Step &step : lock_steps)
         if (value < step.below) return (step.factor * value - step.offset) * 1000;
-    return 937'000;
+    return longest_legacy_lock;
 }
 
-// DF402: each step doubles the time, from 32 ms for 1.
+// DF402: the time doubles with each step; the indicator 1 means 32 ms.
 std::int32_t Msm_Lock_Time(unsigned int indicator) { return indicator == 0 ? 0 : 16 << (indicator & last_msm_lock); }
 
-// DF407: milliseconds below 64; from there on, each 32 values double the step.
+// DF407: milliseconds below 64; above, the step doubles with every 32 values.
 std::int32_t Msm_Long_Lock_Time(unsigned int indicator)
 {
     if (indicator > last_msm_long_lock) return 0;

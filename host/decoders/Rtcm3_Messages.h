@@ -1,4 +1,4 @@
-// What RTCM 3 messages say, as plain values; written from the message tables of RTCM 10403.3 (DFnnn: its data fields).
+// The content of RTCM 3 messages as plain values, after the message tables of RTCM 10403.3 (DFnnn: its data fields).
 //
 //   1002, 1004, 1010, 1012         GPS and GLONASS observations    -> Rtcm3_Observations
 //   1074..1077, 1084..1087,
@@ -10,7 +10,7 @@
 //   1019, 1020                     GPS and GLONASS ephemerides     -> Rtcm3_Gps_Ephemeris, Rtcm3_Glonass_Ephemeris
 //
 // Distances are in metres, angles in radians, times in the unit stated at each. A double without a value is NaN (see
-// Has_Value); anything else that may be absent is std::optional, or its line says how absence looks.
+// Has_Value). Other values that may be absent are std::optional, or their comment gives the value that means "absent".
 #pragma once
 
 #include "kernel/time/Gps_Time.h"
@@ -32,16 +32,16 @@ constexpr double gps_pi = 3.1415926535898;      // of IS-GPS-200, for semicircle
 constexpr auto ms_per_day = static_cast<std::int32_t>(kernel::Seconds_Per_Day * 1000);    // [ms]
 constexpr auto ms_per_week = static_cast<std::int32_t>(kernel::Seconds_Per_Week * 1000);  // [ms]
 
-constexpr std::int32_t no_lock_limit = std::numeric_limits<std::int32_t>::max();  // [ms] the last indicator has none
+constexpr std::int32_t no_lock_limit = std::numeric_limits<std::int32_t>::max();  // [ms] for the last indicator
 constexpr double no_value = std::numeric_limits<double>::quiet_NaN();
 inline bool Has_Value(double value) { return !std::isnan(value); }
 
-// Why a message was refused. The names: Rtcm3_Fault_Name.
+// Why a message was refused. Rtcm3_Fault_Name gives the names.
 enum class Rtcm3_Fault : unsigned char {
     none,
     unsupported,         // no decoder for this message number, or not the one asked for
     too_short,           // the payload ends before the fields that its header announces
-    bad_time,            // a time of week or day that no clock shows
+    bad_time,            // a time of week or day out of its range
     bad_satellite,       // a satellite number that is reserved
     bad_channel,         // a GLONASS frequency channel that is reserved
     repeated_satellite,  // twice in one message
@@ -54,9 +54,9 @@ const char *Rtcm3_Fault_Name(Rtcm3_Fault fault);
 // The letters of RINEX 3.
 enum class Gnss : char { gps = 'G', glonass = 'R', galileo = 'E', qzss = 'J', beidou = 'C', sbas = 'S' };
 
-// Band and attribute of a RINEX 3 observation code, such as "1C"; empty for a signal that the tables reserve. The legacy
-// messages name no more than a kind of code: there 2X stands for a civil code on L2, 2D for a cross-correlated P(Y) and
-// 2W for a correlated one.
+// Band and attribute of a RINEX 3 observation code, such as "1C"; empty for a reserved signal. The legacy messages give
+// only a kind of code: for them 2X stands for a civil code on L2, 2D for a cross-correlated P(Y) and 2W for a
+// correlated one.
 struct Signal_Code {
     char band = 0, attribute = 0;
 
@@ -69,7 +69,7 @@ double Carrier_Frequency(Gnss gnss, Signal_Code code, std::optional<int> glonass
 
 struct Rtcm3_Satellite {
     Gnss gnss = Gnss::gps;
-    // GPS: PRN 1 to 32. SBAS: PRN 120 to 138. GLONASS: slot 1 to 24; 0: a legacy message that does not know it.
+    // GPS: PRN 1 to 32. SBAS: PRN 120 to 138. GLONASS: slot 1 to 24; 0: unknown (legacy messages only).
     // Galileo: 1 to 52. QZSS: PRN 193 to 202. BeiDou: 1 to 63. DF009, DF038, DF394
     std::uint8_t number = 0;
     std::optional<std::int8_t> glonass_channel;  // -7 to 13; DF040, DF419; none in MSM4 and MSM6
@@ -80,10 +80,10 @@ struct Rtcm3_Cell {
     std::uint8_t satellite = 0;        // index of its satellite
     Signal_Code code;                  // DF010, DF016, DF039, DF046, DF395
     std::uint8_t msm_signal = 0;       // 1 to 32, DF395; 0 in legacy messages
-    bool half_cycle = false;           // DF420: the phase may be off by half a cycle; legacy messages do not say
+    bool half_cycle = false;           // DF420: the phase may be off by half a cycle; false in legacy messages
     std::uint16_t lock_indicator = 0;  // as sent, in its message's own scale: DF013, DF019, DF043, DF049, DF402, DF407
-    std::int32_t lock_time = 0;        // [ms] at least this long without a slip, from the indicator; 0: nothing known
-    std::int32_t lock_below = no_lock_limit;  // [ms] and less than this, where the next indicator begins
+    std::int32_t lock_time = 0;        // [ms] at least this long without a slip, by the indicator; 0: not known
+    std::int32_t lock_below = no_lock_limit;  // [ms] and shorter than this, where the next indicator begins
     double frequency = no_value;              // [Hz] of the carrier
     double pseudorange = no_value;  // [m]; DF011+DF014 (+DF017), DF041+DF044 (+DF047), DF397+DF398+DF400 or DF405
     // [m] phase range, growing with the pseudorange; the ambiguity is arbitrary but constant without slips. In legacy
@@ -96,7 +96,8 @@ struct Rtcm3_Cell {
     double Doppler() const { return -range_rate * (frequency / speed_of_light); }       // [Hz]
 };
 
-// The observations of one system at one time. A fixed place for all, some 5 KB, so that decoding does not allocate.
+// The observations of one system at one time. The tables have a fixed size, some 5 KB, so that decoding does not
+// allocate.
 struct Rtcm3_Observations {
     static constexpr std::size_t most = 64;  // satellites, and cells
 
@@ -131,12 +132,12 @@ struct Rtcm3_Station {
     bool galileo = false;              // DF024
     bool virtual_station = false;      // DF141: computed, no physical station
     bool single_oscillator = false;    // DF142: all observations at the same instant
-    std::uint8_t quarter_cycle = 0;    // DF364: 0 not told, 1 corrected, 2 not corrected
+    std::uint8_t quarter_cycle = 0;    // DF364: 0 unknown, 1 corrected, 2 not corrected
     double x = 0, y = 0, z = 0;        // [m] ECEF; DF025, DF026, DF027
     double antenna_height = no_value;  // [m] reference point above the marker; DF028; 1006 only
 };
 
-// Up to 31 bytes, as sent (ISO 8859-1; nothing says that they can be printed).
+// Up to 31 bytes, as sent (ISO 8859-1; they may be unprintable).
 struct Rtcm3_Text {
     std::array<char, 31> bytes{};
     std::uint8_t size = 0;
@@ -144,12 +145,12 @@ struct Rtcm3_Text {
     std::string_view View() const { return {bytes.data(), size}; }
 };
 
-// What stands at the station: 1007, 1008, 1033. Texts that the message does not have are empty.
+// The equipment of the station: 1007, 1008, 1033. Texts that the message does not have are empty.
 struct Rtcm3_Equipment {
     std::uint16_t message = 0;
     std::uint16_t station = 0;   // DF003
     Rtcm3_Text antenna;          // DF029, DF030
-    std::uint8_t setup = 0;      // DF031; 0: the antenna model holds
+    std::uint8_t setup = 0;      // DF031; 0: use the standard antenna model
     Rtcm3_Text antenna_serial;   // DF032, DF033; 1008, 1033
     Rtcm3_Text receiver;         // DF227, DF228; 1033
     Rtcm3_Text firmware;         // DF229, DF230; 1033
@@ -172,7 +173,7 @@ struct Rtcm3_Gps_Ephemeris {
     std::uint8_t l2_code = 0;    // 1: P, 2: C/A, 3: L2C; DF078
     std::uint8_t iode = 0;       // DF071
     std::uint16_t iodc = 0;      // DF085
-    std::uint8_t health = 0;     // 6 bits, 0: well; DF102
+    std::uint8_t health = 0;     // 6 bits, 0: healthy; DF102
     bool l2p_no_data = false;    // DF103: no navigation data on L2 P
     bool long_fit = false;       // DF137: fit interval above 4 hours
     double toc = 0;              // [s] of week; DF081
@@ -199,7 +200,7 @@ struct Rtcm3_Gps_Ephemeris {
 struct Rtcm3_Glonass_Ephemeris {
     std::uint8_t slot = 0;                 // 1 to 24; DF038
     std::int8_t channel = 0;               // -7 to 13; DF040
-    bool almanac_health = false;           // C_n: 1: well; DF104
+    bool almanac_health = false;           // C_n, 1: healthy; DF104
     bool almanac_health_known = false;     // DF105
     std::uint8_t p1 = 0;                   // between two t_b: 0: none, 1: 30 min, 2: 45 min, 3: 60 min; DF106
     std::int32_t tk = 0;                   // [s] of day: start of the frame, to 30 s; DF107
@@ -220,7 +221,7 @@ struct Rtcm3_Glonass_Ephemeris {
     std::uint8_t ft = 0;                   // GLONASS-M: accuracy, index; DF128
     std::uint16_t nt = 0;                  // [days] 1 to 1461 from the start of a leap year; 0: unknown; DF129
     std::uint8_t m = 0;                    // 1: GLONASS-M; DF130
-    bool additional = false;               // the five fields below hold; DF131
+    bool additional = false;               // the five fields below are valid; DF131
     std::uint16_t na = 0;                  // [days] of tau_c, as nt; DF132
     double tau_c = 0;                      // [s] system time to UTC(SU); DF133
     std::uint8_t n4 = 0;                   // four-year interval from 1996, 1: the first; DF134
@@ -228,10 +229,11 @@ struct Rtcm3_Glonass_Ephemeris {
     bool ln_fifth = false;                 // GLONASS-M: unhealthy, fifth string; DF136
 };
 
-// Decode one message. The payload is the frame without header and CRC; bytes behind the last field are ignored, as later
-// versions of a message may have them. On a fault `out` holds nothing: no satellites and cells, or what it held before.
+// Decode one message. The payload is the frame without header and CRC. Bytes after the last field are ignored, because
+// later versions of a message may have them. After a fault observations have no satellites and cells; all other kinds
+// of `out` are unchanged.
 //
-// Each may be called by any thread for an `out` of its own; none allocates or keeps anything.
+// Any thread may call them for its own `out`. They allocate nothing and keep nothing.
 Rtcm3_Fault Decode(std::span<const unsigned char> payload, Rtcm3_Observations &out);
 Rtcm3_Fault Decode(std::span<const unsigned char> payload, Rtcm3_Station &out);
 Rtcm3_Fault Decode(std::span<const unsigned char> payload, Rtcm3_Equipment &out);
@@ -242,18 +244,18 @@ Rtcm3_Fault Decode(std::span<const unsigned char> payload, Rtcm3_Glonass_Ephemer
 using Rtcm3_Message = std::variant<Rtcm3_Observations, Rtcm3_Station, Rtcm3_Equipment, Rtcm3_System_Parameters,
                                    Rtcm3_Gps_Ephemeris, Rtcm3_Glonass_Ephemeris>;
 
-// Picks the decoder by the message number, and counts.
+// Chooses the decoder by the message number, and counts the results.
 //
 // Threads:   one at a time.
-// Ownership: the message it answers is its own and lasts until the next Decode.
-// Errors:    a null answer; why is counted, and told by Last_Fault.
+// Ownership: owns the message that Decode returns; it is valid until the next Decode.
+// Errors:    Decode returns null; Last_Fault gives the reason, which is counted.
 class Rtcm3_Message_Decoder {
 public:
     // Null on a fault.
     const Rtcm3_Message *Decode(std::span<const unsigned char> payload);
 
     Rtcm3_Fault Last_Fault() const { return last_; }
-    // Messages that ended so; `none` counts the decoded ones.
+    // The number of messages with this result; `none` counts the decoded ones.
     std::uint64_t Count(Rtcm3_Fault fault) const { return counts_[static_cast<std::size_t>(fault)]; }
 
 private:
@@ -265,8 +267,8 @@ private:
 // The GPS week that ends in these ten bits and lies nearest to `near`, 512 weeks before to 511 after it.
 int Full_Week(unsigned int ten_bits, int near);
 
-// [ms] that the lock has held at least, from the indicator of a legacy message (DF013 and its kind; 0 to 127), of MSM4 and
-// MSM5 (DF402; 0 to 15), of MSM6 and MSM7 (DF407; 0 to 704; above, reserved: 0).
+// [ms] The minimum lock time by the indicator of a legacy message (DF013 and its kind; 0 to 127), of MSM4 and MSM5
+// (DF402; 0 to 15), of MSM6 and MSM7 (DF407; 0 to 704; reserved values above give 0).
 std::int32_t Legacy_Lock_Time(unsigned int indicator);
 std::int32_t Msm_Lock_Time(unsigned int indicator);
 std::int32_t Msm_Long_Lock_Time(unsigned int indicator);

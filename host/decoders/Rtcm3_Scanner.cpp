@@ -10,7 +10,9 @@ namespace host {
 namespace {
 
 constexpr unsigned char preamble = 0xD3;
-constexpr std::size_t overhead = 6;  // bytes of header and CRC
+constexpr std::size_t header = 3;       // [bytes]
+constexpr std::size_t overhead = 6;     // [bytes] of header and CRC
+constexpr unsigned char most_high = 3;  // of the second byte, whose upper 6 bits are reserved and zero
 
 enum class Verdict { no_frame, incomplete, wrong_crc, intact };
 
@@ -19,12 +21,12 @@ struct Candidate {
     std::size_t size = 0;  // of the whole frame, when its length is known
 };
 
-// What starts at the first byte, a preamble.
+// Judges the bytes, of which the first is a preamble.
 Candidate Judge(std::span<const unsigned char> bytes)
 {
-    // Reserved bits, which are zero: two bytes are enough to pass by most false preambles.
-    if (bytes.size() > 1 && bytes[1] > 3) return {Verdict::no_frame};
-    if (bytes.size() < 3) return {Verdict::incomplete};
+    // The reserved bits reveal most false preambles after two bytes.
+    if (bytes.size() > 1 && bytes[1] > most_high) return {Verdict::no_frame};
+    if (bytes.size() < header) return {Verdict::incomplete};
     const std::size_t size = (std::size_t{bytes[1]} << 8 | bytes[2]) + overhead;
     if (bytes.size() < size) return {Verdict::incomplete, size};
     return {kernel::Crc24q(bytes.first(size)) == 0 ? Verdict::intact : Verdict::wrong_crc, size};
@@ -44,11 +46,11 @@ std::size_t Next_Preamble(std::span<const unsigned char> bytes, std::size_t at)
     return found ? static_cast<std::size_t>(static_cast<const unsigned char *>(found) - bytes.data()) : bytes.size();
 }
 
-// The position of the first intact frame behind the first byte; the size when there is none.
+// The position of the first intact frame after the first byte; the size when there is none.
 std::size_t Next_Intact(std::span<const unsigned char> bytes)
 {
     std::size_t at = Next_Preamble(bytes, 1);
-    // Only a whole frame counts: another incomplete one would wait for bytes that never come.
+    // Only a complete frame counts, because no further bytes will come.
     while (at < bytes.size() && Judge(bytes.subspan(at)).verdict != Verdict::intact) at = Next_Preamble(bytes, at + 1);
     return at;
 }
@@ -62,7 +64,7 @@ void Rtcm3_Scanner::Feed(std::span<const unsigned char> piece)
     if (!piece.empty()) Keep(piece.subspan(Scan(piece)));
 }
 
-// Lets the incomplete frame grow until it is decided; answers the part of the piece behind what was used up for that.
+// Adds bytes to the incomplete frame until it is complete or refused. Returns the unused part of the piece.
 std::span<const unsigned char> Rtcm3_Scanner::Feed_Pending(std::span<const unsigned char> piece)
 {
     while (pending_size_ > 0 && !piece.empty()) {
@@ -71,7 +73,7 @@ std::span<const unsigned char> Rtcm3_Scanner::Feed_Pending(std::span<const unsig
         std::memcpy(&pending_[kept], piece.data(), added);
         pending_size_ += added;
         const std::size_t done = Scan(Pending());
-        if (done >= kept) {  // the rest stands in the piece as well, and goes on there without another copy
+        if (done >= kept) {  // the rest is also in the piece, and is scanned there without another copy
             pending_size_ = 0;
             return piece.subspan(done - kept);
         }
@@ -83,12 +85,12 @@ std::span<const unsigned char> Rtcm3_Scanner::Feed_Pending(std::span<const unsig
 
 void Rtcm3_Scanner::Keep(std::span<const unsigned char> rest)
 {
-    // memmove: the rest may lie in the same array.
+    // memmove, because `rest` may be in the same array.
     std::memmove(pending_.data(), rest.data(), rest.size());
     pending_size_ = rest.size();
 }
 
-// Answers where an incomplete frame starts, less than max_frame bytes from the end, or the size.
+// Returns the start of an incomplete frame, less than max_frame bytes from the end, or the size.
 std::size_t Rtcm3_Scanner::Scan(std::span<const unsigned char> bytes)
 {
     std::size_t at = 0;
@@ -104,7 +106,7 @@ std::size_t Rtcm3_Scanner::Scan(std::span<const unsigned char> bytes)
             at += candidate.size;
             continue;
         }
-        // One byte on, not a frame: a true one may begin inside what a false length spans.
+        // Advance by one byte only: an intact frame may begin within the length of a false one.
         if (candidate.verdict == Verdict::wrong_crc) ++count_.crc_failures;
         ++count_.skipped;
         ++at;
@@ -114,7 +116,7 @@ std::size_t Rtcm3_Scanner::Scan(std::span<const unsigned char> bytes)
 
 void Rtcm3_Scanner::Emit(std::span<const unsigned char> frame)
 {
-    const std::uint64_t offset = count_.frame_bytes + count_.skipped + count_.tail;  // of all that came before it
+    const std::uint64_t offset = count_.frame_bytes + count_.skipped + count_.tail;  // all bytes before the frame
     ++count_.frames;
     count_.frame_bytes += frame.size();
     if (sink_) sink_({Message_Number(frame), frame, offset});

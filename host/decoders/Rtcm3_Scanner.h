@@ -1,7 +1,7 @@
 // Finds the intact RTCM 3 frames in a byte stream.
 //
-// A frame: preamble 0xD3, 6 reserved bits (zero), 10 bits payload length, the payload (0 to 1023 bytes), CRC-24Q over all
-// that, most significant byte first. The first 12 bits of the payload are the message number.
+// A frame: preamble 0xD3, 6 reserved bits (zero), 10 bits payload length, the payload (0 to 1023 bytes), and a CRC-24Q
+// over all of these, most significant byte first. The first 12 bits of the payload are the message number.
 #pragma once
 
 #include <array>
@@ -12,7 +12,7 @@
 
 namespace host {
 
-// One intact frame; valid during the call of the sink only.
+// One intact frame; valid only during the call of the sink.
 struct Rtcm3_Frame {
     unsigned int message;                  // 0 to 4095; 0 when the payload is shorter than 2 bytes
     std::span<const unsigned char> bytes;  // the whole frame, header and CRC included
@@ -23,18 +23,18 @@ struct Rtcm3_Frame {
 
 using Rtcm3_Sink = std::function<void(const Rtcm3_Frame &)>;
 
-// The scanning itself, for any source of bytes. After a wrong CRC it goes on with the byte behind that preamble, so that
-// frames which a false preamble's length spans are found. A preamble with reserved bits set is none. A wrong frame costs
-// its CRC: bytes made up of nothing but false preambles are slow (1029 CRC steps per byte at worst), not wrong.
+// Scans bytes of any source. After a wrong CRC it continues with the byte after that preamble, so that it finds frames
+// within the length of a false one. A preamble with reserved bits set is not a frame. Each false frame costs a CRC: a
+// stream of nothing but false preambles is slow (1029 CRC steps per byte at worst), but is scanned correctly.
 //
 // Threads:   one at a time; the sink runs inside Feed and Finish and must not call them.
 // Ownership: copies at most one incomplete frame; nothing is allocated after construction.
-// Errors:    none; what the sink throws passes through and leaves the scanner unusable.
+// Errors:    none; an exception of the sink passes through and leaves the scanner unusable.
 class Rtcm3_Scanner {
 public:
-    static constexpr std::size_t max_frame = 3 + 1023 + 3;  // bytes
+    static constexpr std::size_t max_frame = 3 + 1023 + 3;  // [bytes]
 
-    // Each byte fed is counted once: in a frame, as skipped, as tail, or it is still pending.
+    // Each byte is counted once: in a frame, as skipped or as tail; or it is still pending.
     struct Counters {
         std::uint64_t bytes = 0;         // fed
         std::uint64_t frames = 0;        // intact
@@ -48,10 +48,10 @@ public:
     Rtcm3_Scanner(const Rtcm3_Scanner &) = delete;
     Rtcm3_Scanner &operator=(const Rtcm3_Scanner &) = delete;
 
-    // The next piece of the stream, of any size; hands on each frame that is complete with it.
+    // Takes the next piece of the stream, of any size, and hands on each frame that it completes.
     void Feed(std::span<const unsigned char> piece);
-    // The stream has ended: what was waiting for more bytes is searched for shorter frames inside; the rest becomes the
-    // tail. Feed may start a new stream then; offsets and counters go on.
+    // Ends the stream: searches an incomplete frame for shorter frames inside; the rest becomes the tail. Feed may
+    // start a new stream afterwards; offsets and counters continue.
     void Finish();
 
     const Counters &Count() const { return count_; }
@@ -65,8 +65,8 @@ private:
 
     Rtcm3_Sink sink_;
     Counters count_;
-    // Starts with the preamble of an incomplete frame, or is empty. Room for twice that, so that the bytes added to end
-    // one frame are seldom fewer than those kept.
+    // Starts with the preamble of an incomplete frame, or is empty. It has room for two frames, so that the bytes added
+    // to complete one frame are seldom fewer than those kept.
     std::array<unsigned char, 2 * max_frame> pending_;
     std::size_t pending_size_ = 0;
 };

@@ -15,7 +15,7 @@ constexpr double flattening = 1 / 298.257223563;                        // [1]
 constexpr double e2 = flattening * (2 - flattening);                    // [1] first eccentricity, squared
 constexpr double semi_minor_axis = (1 - flattening) * semi_major_axis;  // [m]
 
-// [rad] Geodetic, by Bowring's formula: far below a milliarcsecond anywhere near the ground.
+// [rad] Geodetic latitude, by Bowring's formula; near the ground its error is far below a milliarcsecond.
 double Latitude(const std::array<double, 3> &xyz)
 {
     const double p = std::hypot(xyz[0], xyz[1]);
@@ -27,7 +27,8 @@ double Latitude(const std::array<double, 3> &xyz)
 
 }  // namespace
 
-// Only near an end of the week may the week be the one beside: elsewhere that would be an ephemeris of a week before.
+// The week of the elements may be an adjacent one only if toe is near an end of the week. Otherwise the ephemeris is a
+// week old.
 double Ephemeris_Age(const KeplerData &ephemeris, const Gps_Time &time)
 {
     constexpr double margin = Seconds_Per_Day;
@@ -41,11 +42,12 @@ double Ephemeris_Age(const KeplerData &ephemeris, const Gps_Time &time)
 std::optional<Satellite_View> View_Of(const KeplerData &ephemeris, const Gps_Time &received, double pseudorange,
                                       const std::array<double, 3> &station)
 {
-    // Turned round, so that an age that is not a number is too old.
+    // Negated, so that an age that is not a number counts as too old.
     if (!(std::abs(Ephemeris_Age(ephemeris, received)) <= oldest_ephemeris)) return {};
     double state[7], range[2], relativistic = 0;
-    // IS-GPS-200, 20.3.3.3.3.1. The clock's offset is asked for at its own reading, which it is off by less than a
-    // millisecond: that changes it by nothing. The group delay is left out: nanoseconds move no satellite.
+    // IS-GPS-200, 20.3.3.3.3.1. The clock offset is computed for the time of the satellite's own clock; that clock is
+    // off by less than a millisecond, which does not change the offset. The group delay of some nanoseconds can be
+    // neglected.
     const double by_satellite_clock = received.sec - pseudorange / orbit::Light_Speed;
     comorb(&ephemeris, 0, by_satellite_clock, state, relativistic);
     const double transmitted = by_satellite_clock - state[6] - relativistic;
@@ -53,7 +55,7 @@ std::optional<Satellite_View> View_Of(const KeplerData &ephemeris, const Gps_Tim
 
     const double dx = state[0] - station[0], dy = state[1] - station[1], dz = state[2] - station[2];
     const double latitude = Latitude(station), longitude = std::atan2(station[1], station[0]);
-    // Into the horizon of the station: outwards is the part in the meridian's plane, away from the axis.
+    // Rotates into the horizon of the station. `outwards` is the part in the plane of the meridian, away from the axis.
     const double outwards = std::cos(longitude) * dx + std::sin(longitude) * dy;
     const double east = std::cos(longitude) * dy - std::sin(longitude) * dx;
     const double north = std::cos(latitude) * dz - std::sin(latitude) * outwards;

@@ -1,4 +1,4 @@
-// A GPS satellite as it is seen from a station: where it stands in the sky, how far it is and how fast that changes.
+// A GPS satellite as seen from a station: its direction, its distance, and the rate of the distance.
 #pragma once
 
 #include "kernel/records/comorb.h"
@@ -18,12 +18,12 @@ struct Satellite_View {
 
 constexpr double oldest_ephemeris = 7500;  // [s] from toe, either way
 
-// [s] from toe to the time, both in full weeks; the week of the elements may be the one beside that of toe.
+// [s] from toe to `time`, with full weeks. The week of the elements may be adjacent to that of toe.
 double Ephemeris_Age(const kernel::KeplerData &ephemeris, const kernel::Gps_Time &time);
 
-// As seen at the time `received` (receiver's clock) with that pseudorange [m], from `station` [m] ECEF. Both hold the
-// receiver clock's error, so that it falls out of the time of transmission. None for elements that are too old or describe
-// no orbit. Any thread; nothing is allocated.
+// The view at the time `received` (receiver's clock) with that pseudorange [m], from `station` [m] ECEF. Time and
+// pseudorange contain the error of the receiver's clock, which cancels in the time of transmission. None for elements
+// that are too old or describe no orbit. Any thread may call it; it allocates nothing.
 std::optional<Satellite_View> View_Of(const kernel::KeplerData &ephemeris, const kernel::Gps_Time &received,
                                       double pseudorange, const std::array<double, 3> &station);
 
