@@ -101,7 +101,8 @@ void Compare_Bytes(benchmark::State &state, std::unique_ptr<bench::Byte_Source> 
 BENCHMARK_CAPTURE(Compare_Bytes, against_constant, bench::Make_Constant_Source)->UseManualTime();
 BENCHMARK_CAPTURE(Compare_Bytes, against_counting, bench::Make_Counting_Source)->UseManualTime();
 
-// A round of the dialogue: put a piece, invite, let pull. Two messages, against two virtual calls that each hold a lock.
+// A round of the dialogue: put a piece, invite, let pull. Two messages, against two virtual calls that each hold a
+// lock.
 class Locked_Source {
 public:
     unsigned short GetByte()

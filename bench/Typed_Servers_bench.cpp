@@ -1,5 +1,5 @@
-// A record through a typed server, in static and in dynamic mode: against a bare virtual call, and against one that holds
-// a lock of the same kind.
+// A record through a typed server, in static and in dynamic mode: against a bare virtual call, and against one that
+// holds a lock of the same kind.
 #include "bench/contest.h"
 #include "kernel/records/Typed_Servers.h"
 

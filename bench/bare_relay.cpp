@@ -1,5 +1,5 @@
-// The least that a relay can be: bare_relay IN OUT connects to both ports on loopback, and moves bytes from the first to the
-// second with two threads and a double buffer. What the library's relay is measured against.
+// The least that a relay can be: bare_relay IN OUT connects to both ports on loopback, and moves bytes from the first
+// to the second with two threads and a double buffer. What the library's relay is measured against.
 #include <algorithm>
 #include <arpa/inet.h>
 #include <condition_variable>

@@ -1,5 +1,6 @@
-// A TCP relay on loopback: gnss_stream (a Socket_Client_Server in, another one out) beside a bare relay with two threads and
-// a double buffer, and beside socat. Each is a process of its own; this program feeds it and takes what comes out.
+// A TCP relay on loopback: gnss_stream (a Socket_Client_Server in, another one out) beside a bare relay with two
+// threads and a double buffer, and beside socat. Each is a process of its own; this program feeds it and takes what
+// comes out.
 //   Throughput  MiB/s with sends of 4 KiB, and seconds of processor time per GiB; every byte is compared
 //   Delay       of one message at a time: median and 99th percentile, for 200 bytes, and for 60 bytes, which the
 //               library's writer holds back for 10 ms to gather more

@@ -1,5 +1,6 @@
-// A recording through the shortest chain (File_Server, File_Client) against a bare loop of read(2) and write(2), 4096 bytes
-// at a time; cat stands beside it. KERNEL_BENCH_MIB: the size of the recording (default 1024). Files go to $TMPDIR.
+// A recording through the shortest chain (File_Server, File_Client) against a bare loop of read(2) and write(2), 4096
+// bytes at a time; cat stands beside it. KERNEL_BENCH_MIB: the size of the recording (default 1024). Files go to
+// $TMPDIR.
 #include "bench/contest.h"
 #include "kernel/files/file_client.h"
 #include "kernel/files/file_server.h"

@@ -2,8 +2,8 @@
 //
 // KERNEL_BENCH_RTCM3: the recording; without it the one among the test data, a small one.
 // KERNEL_BENCH_RTCM3_MINUTES: a table of what a legacy recording holds in each minute, to be checked:
-// minute, first second of week, epochs, then for GPS L1, GPS L2, GLONASS L1 and GLONASS L2 the number of pseudoranges and
-// their sum in units of 2 mm.
+// minute, first second of week, epochs, then for GPS L1, GPS L2, GLONASS L1 and GLONASS L2 the number of pseudoranges
+// and their sum in units of 2 mm.
 #include "host/decoders/Rtcm3_Epoch.h"
 #include "host/decoders/Rtcm3_Scanner.h"
 

@@ -1,5 +1,5 @@
-// Any bytes as messages, through every decoder and on to the epochs. Each message: two bytes of length, then the payload;
-// a length with its highest bit set also puts one of the known message numbers in front.
+// Any bytes as messages, through every decoder and on to the epochs. Each message: two bytes of length, then the
+// payload; a length with its highest bit set also puts one of the known message numbers in front.
 #include "host/decoders/Rtcm3_Epoch.h"
 #include "host/decoders/Rtcm3_Messages.h"
 

@@ -152,8 +152,8 @@ TEST(Base_Thread, started_suspended_waits_its_two_seconds_out)
 }
 
 #ifndef _WIN32
-// The stop of a destructor, as a rule, and then the object is half gone. On one processor, and with a lower priority, the
-// new thread is put aside where it ends the start's wait.
+// The stop of a destructor, as a rule, and then the object is half gone. On one processor, and with a lower priority,
+// the new thread is put aside where it ends the start's wait.
 TEST(Base_Thread, a_stop_right_after_the_start_comes_before_the_body)
 {
     cpu_set_t before, one;
@@ -207,7 +207,8 @@ TEST(Base_Thread, a_late_stop_does_not_take_back_the_next_one)
     EXPECT_EQ(heard, 2);
 }
 
-// One thread starts the next run as soon as the last is over, two stop: no stop is lost, none takes the next run's back.
+// One thread starts the next run as soon as the last is over, two stop: no stop is lost, none takes the next run's
+// back.
 TEST(Base_Thread, starts_and_stops_from_several_threads)
 {
     std::atomic<int> begun{0}, ended{0};

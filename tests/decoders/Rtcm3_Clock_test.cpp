@@ -160,7 +160,8 @@ TEST(Rtcm3_Clock, derives_the_leap_seconds_from_the_epochs)
 
 TEST(Rtcm3_Clock, takes_the_date_from_the_stream)
 {
-    // 20 December 2009 is MJD 55185, in week 1563; GLONASS counts it as day 719 of the four years from 2008, the fourth.
+    // 20 December 2009 is MJD 55185, in week 1563; GLONASS counts it as day 719 of the four years from 2008, the
+    // fourth.
     Station by_1013, by_1020, without;
     by_1013.Parameters(15, 55185);
     by_1020.Glonass_Date(4, 719);

@@ -198,8 +198,8 @@ TEST(File_Server, keeps_the_pace_of_the_clock)
     platform::sleep_ms(250);
     ASSERT_TRUE(replay.Rests());
 
-    // A new rate counts from its own start. Never ahead of it, and after 20 s behind it by a pass of 50 ms at most: the least
-    // of several looks, since a busy machine may be late itself.
+    // A new rate counts from its own start. Never ahead of it, and after 20 s behind it by a pass of 50 ms at most: the
+    // least of several looks, since a busy machine may be late itself.
     const std::int64_t before = replay->GetBytesIn();
     const std::uint64_t begin = platform::clock_ms();
     replay->AutoRun(20000);

@@ -83,8 +83,8 @@ TEST(calendar, utc_local_time_and_zone_of_now_agree)
     EXPECT_EQ(Seconds(converted), Seconds(local));
 }
 
-// On Windows, what the rule says of the zone of the process (see Zone_Setting); there the rules are those of today, so the table
-// keeps to years in which each country's have been the same as now.
+// On Windows, what the rule says of the zone of the process (see Zone_Setting); there the rules are those of today, so
+// the table keeps to years in which each country's have been the same as now.
 TEST(calendar, shows_the_local_time_of_any_date)
 {
     const struct {

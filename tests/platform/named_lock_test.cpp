@@ -29,8 +29,8 @@ bool Exists(const std::string &file)
 
 constexpr char between_processes[] = "C:\\recordings\\a/b.bin";
 
-// The other process of serialises_processes is this program again, with HOLDER_FOLDER set: it holds the lock and never comes
-// to main.
+// The other process of serialises_processes is this program again, with HOLDER_FOLDER set: it holds the lock and never
+// comes to main.
 const bool is_holder = [] {
     const char *folder_name = std::getenv("HOLDER_FOLDER");
     if (!folder_name || !*folder_name) return false;

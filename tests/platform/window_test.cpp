@@ -22,8 +22,8 @@ namespace {
 constexpr std::uint32_t first_message = filling_message, broadcast = 27003;
 constexpr char folder_variable[] = "WINDOW_FOLDER";
 
-// Of this test's broadcasts: taken from the folder that its two processes share. On Windows a broadcast reaches the windows
-// of every program, so also those of other runs of these tests.
+// Of this test's broadcasts: taken from the folder that its two processes share. On Windows a broadcast reaches the
+// windows of every program, so also those of other runs of these tests.
 std::uint64_t Own_Mark()
 {
     const char *const folder = std::getenv(folder_variable);

@@ -24,7 +24,8 @@ long allocations = 0;
 
 }  // namespace
 
-// Every allocation of this program is counted. Not inlined: the compiler would see malloc's memory given to delete, and warn.
+// Every allocation of this program is counted. Not inlined: the compiler would see malloc's memory given to delete, and
+// warn.
 [[gnu::noinline]] void *operator new(std::size_t size)
 {
     ++allocations;

@@ -1,4 +1,5 @@
-// Takes the place of the system's call that sets the clock: a program that includes this, once, cannot move the machine's.
+// Takes the place of the system's call that sets the clock: a program that includes this, once, cannot move the
+// machine's.
 #pragma once
 
 #include <cstdint>

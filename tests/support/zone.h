@@ -9,8 +9,8 @@
 #include <time.h>
 #endif
 
-// On Windows a program has no zone of its own; there the zone is set only if the program was started with this TZ, which
-// Wine honours.
+// On Windows a program has no zone of its own; there the zone is set only if the program was started with this TZ,
+// which Wine honours.
 class Zone_Setting {
 public:
     explicit Zone_Setting(const std::string &rule)
