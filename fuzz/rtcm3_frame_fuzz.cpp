@@ -1,21 +1,13 @@
 // Any bytes, in pieces of any size, against the slow and obvious scan. The first byte seeds the sizes of the pieces.
+#include "fuzz/Require.h"
 #include "host/decoders/Rtcm3_Scanner.h"
 #include "tests/support/Naive_Rtcm3.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <random>
 
 namespace {
-
-void Require(bool holds, const char *what)
-{
-    if (holds) return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
 
 struct Result {
     std::vector<Naive_Frame> frames;

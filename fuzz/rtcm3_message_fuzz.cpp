@@ -1,28 +1,15 @@
-// Any bytes as messages, through every decoder and on to the epochs. Each message: two bytes of length, then the
-// payload; a length with its highest bit set also puts one of the known message numbers in front.
+// Any bytes as messages, through every decoder and on to the epochs. Rtcm3_Payloads.h says how they become messages.
+#include "fuzz/Require.h"
+#include "fuzz/Rtcm3_Payloads.h"
 #include "host/decoders/Rtcm3_Epoch.h"
 #include "host/decoders/Rtcm3_Messages.h"
 
-#include <algorithm>
+#include <cmath>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
 
 namespace {
 
 using namespace host;
-
-constexpr unsigned int numbers[] = {1002, 1004, 1005, 1006, 1007, 1008, 1010, 1012, 1013, 1019, 1020,
-                                    1033, 1074, 1075, 1076, 1077, 1084, 1085, 1086, 1087, 1094, 1095,
-                                    1096, 1097, 1114, 1115, 1116, 1117, 1124, 1125, 1126, 1127};
-
-void Require(bool holds, const char *what)
-{
-    if (holds) return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
 
 void Check_Cells(std::span<const Rtcm3_Cell> cells, std::size_t satellites)
 {
@@ -61,27 +48,13 @@ void Check_Decoder(std::span<const unsigned char> payload, Rtcm3_Fault wanted)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    std::span<const unsigned char> rest(data, size);
     Rtcm3_Options options;
     options.beidou_in_gps_time = size % 2 == 0;
     if (size % 3 == 0) options.leap_seconds = 16;
     Rtcm3_Epoch_Assembler assembler(Check, options);
     Rtcm3_Message_Decoder decoder;
     std::uint64_t messages = 0;
-    while (rest.size() >= 2) {
-        const bool named = rest[0] >= 0x80;
-        const std::size_t length = std::min<std::size_t>((rest[0] & 3u) << 8 | rest[1], rest.size() - 2);
-        // A block of its own, so that a read behind the end is seen.
-        const auto payload = std::make_unique<unsigned char[]>(length);
-        std::copy_n(rest.begin() + 2, length, payload.get());
-        if (named && length >= 2) {
-            const unsigned int number = numbers[(rest[0] >> 2) % 32];
-            payload[0] = static_cast<unsigned char>(number >> 4);
-            payload[1] = static_cast<unsigned char>((number & 15) << 4 | (payload[1] & 15));
-        }
-        rest = rest.subspan(2 + length);
-
-        const std::span<const unsigned char> bytes(payload.get(), length);
+    Each_Rtcm3_Payload({data, size}, [&](std::span<const unsigned char> bytes) {
         const Rtcm3_Message *message = decoder.Decode(bytes);
         const Rtcm3_Fault fault = decoder.Last_Fault();
         Require((message != nullptr) == (fault == Rtcm3_Fault::none), "an answer that does not fit its fault");
@@ -93,7 +66,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         Check_Decoder<Rtcm3_Glonass_Ephemeris>(bytes, fault);
         if (message) assembler.Take(*message);
         ++messages;
-    }
+    });
     assembler.Finish();
     std::uint64_t counted = 0;
     for (std::size_t i = 0; i < rtcm3_faults; ++i) counted += decoder.Count(static_cast<Rtcm3_Fault>(i));
