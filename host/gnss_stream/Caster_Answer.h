@@ -1,4 +1,4 @@
-// Takes a caster's answer off the front of a stream.
+// Removes a caster's answer from the front of a stream.
 #pragma once
 
 #include <cstddef>
@@ -7,14 +7,14 @@
 
 namespace host {
 
-// The library leaves "ICY 200 OK" and whatever header lines follow in front of the data. This takes them off, in whatever
-// pieces they come, in upper or lower case, with or without carriage returns. A refusal that the library has not seen as
-// one, since it judges no piece below 50 bytes, is dropped with all that follows it; so is an answer that the end of the
-// connection cuts short. Any other beginning is data from its first byte on.
+// The library leaves "ICY 200 OK" and the header lines in front of the data. This class removes them, for pieces of any
+// size, in upper or lower case, with or without carriage returns. The library judges no piece of less than 50 bytes; a
+// refusal that it has missed is dropped here with all that follows. An answer that ends with the connection is dropped,
+// too. Any other beginning is data from its first byte on.
 //
 // Threads:   one.
-// Ownership: keeps copies of at most `longest` bytes while it cannot tell yet what they are.
-// Errors:    none: in doubt bytes are data.
+// Ownership: keeps copies of at most `longest` bytes until it is clear what they are.
+// Errors:    none: bytes that may be either are data.
 class Caster_Answer {
 public:
     using Bytes = std::span<const unsigned char>;
@@ -23,7 +23,7 @@ public:
     bool Is_Expected() const { return expected_; }
     bool Is_Refusal() const { return refused_; }
     std::string Refusal() const;  // its first line, without the line end; until the next connection
-    // Gives what is data of this piece, and of earlier ones, to `take` (none, one or two calls).
+    // Gives the data of this piece, and data held back from earlier ones, to `take`: none, one or two calls.
     template <class Taker>
     void Pass(Bytes piece, Taker take)
     {
@@ -31,7 +31,7 @@ public:
         Give_Held(take);
         if (!piece.empty() && !refused_) take(piece);
     }
-    // The connection has ended: what was held back is data, but for a refusal and an answer that is cut short.
+    // The connection has ended: bytes held back are data, except a refusal and an incomplete answer.
     template <class Taker>
     void End(Taker take)
     {
@@ -55,9 +55,9 @@ private:
     }
 
     bool expected_ = false;
-    bool accepted_ = false;  // the first line is off
-    bool refused_ = false;   // the first line is a refusal or cut short, and held
-    std::string held_;       // the line that has begun
+    bool accepted_ = false;  // the first line was "ICY 200 OK" and is removed
+    bool refused_ = false;   // the first line is a refusal or incomplete; held_ has it
+    std::string held_;       // the current line so far
 };
 
 }  // namespace host

@@ -10,11 +10,12 @@ namespace host {
 
 namespace {
 
-constexpr std::size_t most_said = 4;
+constexpr std::size_t most_said = 4;  // texts that End_Handler remembers
+constexpr auto repetition_time = std::chrono::minutes(1);
 
 std::string Time_Stamp()
 {
-    // Not by gmtime, whose result all threads share.
+    // Instead of gmtime, whose result all threads share.
     using namespace std::chrono;
     const auto now = floor<milliseconds>(system_clock::now());
     const year_month_day date(floor<days>(now));
@@ -38,8 +39,8 @@ const char *Level_Word(kernel::Error_Handler::Enum_Status status)
     }
 }
 
-// A log has one line for each report. Reports may have several lines or end with one, and the texts of Windows end their
-// lines with two characters.
+// A log has one line for each report, but a report's text may have several lines or end with a line end, on Windows CR
+// LF.
 std::string On_One_Line(std::string text)
 {
     std::erase(text, '\r');
@@ -48,8 +49,8 @@ std::string On_One_Line(std::string text)
     return text;
 }
 
-// The library's file objects say that something failed, and then the cause, in these words whatever failed. Causes that
-// have no words there come as their numbers.
+// The library's file objects report first what failed and then the cause, in a fixed frame that means nothing to a
+// user. Causes without a text there come as Win32 error numbers, which get words here.
 std::string Plain_Cause(const std::string &text)
 {
     constexpr std::string_view frame = "Initialization Error\nCode: ", number = "NT ErrorCode: ";
@@ -67,7 +68,7 @@ std::string Plain_Cause(const std::string &text)
     return cause;
 }
 
-// Two reports that differ only in how long something has lasted are one.
+// Two reports that differ in a duration alone count as the same.
 std::string Without_Duration(std::string text)
 {
     constexpr std::string_view mark = "since ";
@@ -88,7 +89,7 @@ void Console::Do_Print(Enum_Status status, kernel::Err_Code, const char *text)
 
 void Console::Print(Enum_Status status, const std::string &text)
 {
-    // The live line is blotted out and written again below, all inside the lock: threads report while it is shown.
+    // The live line is erased and written again below the report. The lock covers all of it: other threads report, too.
     const std::string line = Time_Stamp() + " " + Level_Word(status) + ": " + On_One_Line(text);
     const std::lock_guard lock(lock_);
     const std::string blanks(live_.size(), ' ');
@@ -100,7 +101,7 @@ void Console::Print(Enum_Status status, const std::string &text)
 void Console::Show_Live(const std::string &line)
 {
     const std::lock_guard lock(lock_);
-    // Blanks over what the line before had more.
+    // Blanks erase the end of a longer line.
     const std::size_t left = live_.size() > line.size() ? live_.size() - line.size() : 0;
     std::fprintf(stderr, "\r%s%s", line.c_str(), std::string(left, ' ').c_str());
     std::fflush(stderr);
@@ -116,18 +117,18 @@ void Console::Keep_Live()
 
 void End_Handler::Do_Print(Enum_Status status, kernel::Err_Code, const char *text)
 {
-    // Counted before anything is held back: an end asks how many there were (File_Output).
+    // Counted before reports are dropped: File_Output asks for the number.
     if (status >= ES_Error) errors_.fetch_add(1, std::memory_order_relaxed);
-    if (status >= (counts_faults_ ? ES_Error : ES_Fatal)) console_.Count_Fault();
+    if (status >= (faults_ == Faults::from_error ? ES_Error : ES_Fatal)) console_.Count_Fault();
     const std::string named = Named(text);
     if (muted_.load(std::memory_order_relaxed) || Is_Repetition(named)) return;
-    // The lock is let go between question and note: two threads with the same text may both print it, which does no harm.
+    // The lock is released between Is_Repetition and Remember. Two threads may then both print the same text: no harm.
     Tell_Repetitions();
     console_.Print(status, named);
     Remember(named, status);
 }
 
-// Most texts of the library name no file and no peer.
+// Adds the name of the end, which most texts of the library lack.
 std::string End_Handler::Named(const std::string &text) const
 {
     const std::string plain = Plain_Cause(text);
@@ -140,8 +141,8 @@ bool End_Handler::Is_Repetition(const std::string &text)
     const auto said = std::find_if(said_.begin(), said_.end(), [&](const Said &one) {
         return Without_Duration(one.text) == Without_Duration(text);
     });
-    // Counted from when it was printed, so that an end that never stops complaining is heard once a minute.
-    if (said == said_.end() || std::chrono::steady_clock::now() - said->time >= std::chrono::minutes(1)) return false;
+    // The time counts from the last printing, so that a report that never stops is printed once a minute.
+    if (said == said_.end() || std::chrono::steady_clock::now() - said->time >= repetition_time) return false;
     ++said->repetitions;
     said->text = text;
     return true;
@@ -149,7 +150,7 @@ bool End_Handler::Is_Repetition(const std::string &text)
 
 void End_Handler::Tell_Repetitions()
 {
-    // This lock, then the console's; never the other way round.
+    // Order of locks: this one, then the console's.
     const std::lock_guard lock(lock_);
     for (Said &said : said_) {
         if (said.repetitions > 0)

@@ -13,22 +13,19 @@
 
 namespace host {
 
-// Prints "2026-12-31T23:59:59.123Z Error: text" (UTC), line ends in the text as ", ". It never ends the process.
+// Prints "2026-12-31T23:59:59.123Z Error: text" (UTC), with ", " for line ends in the text. It never ends the process.
 //
 // Threads:   any.
 // Ownership: nothing.
-// Errors:    what standard error refuses is lost.
+// Errors:    text that standard error does not take is lost.
 class Console : public kernel::Error_Handler {
 public:
-    void Print(Enum_Status status, const std::string &text);  // without counting it
+    void Print(Enum_Status status, const std::string &text);  // does not count a fault
     void Show_Live(const std::string &line);                  // replaces the live line
-    void Keep_Live();  // leaves the live line standing; the next one starts below
+    void Keep_Live();                                         // ends the live line; the next one starts below
     void Count_Fault() { faults_.fetch_add(1, std::memory_order_relaxed); }
-
-    unsigned long Faults() const
-    {
-        return faults_.load(std::memory_order_relaxed);
-    }  // reports of level Error and above
+    // Reports of level Error and above, and those that were counted.
+    unsigned long Faults() const { return faults_.load(std::memory_order_relaxed); }
 
 private:
     void Do_Print(Enum_Status status, kernel::Err_Code code, const char *text) override;
@@ -38,23 +35,27 @@ private:
     std::string live_;  // on the screen; guarded by lock_
 };
 
-// The handler of one end of a stream. Each report names the end. A report that is said over and over is printed once a
-// minute, with the number of times; how long something has lasted ("since 12 sec.") does not make it another report. Of an
-// end that may come and go no report is a fault of the run, but for want of a thread or of memory (level Fatal).
+// The handler of one end of a stream. Each report names the end. A repeated report is printed once a minute, with the
+// number of repetitions; reports that differ in a duration alone ("since 12 sec.") count as repeated.
 //
 // Threads:   any.
 // Ownership: the console outlives it.
 // Errors:    as Console.
 class End_Handler : public kernel::Error_Handler {
 public:
-    End_Handler(Console &console, std::string name, bool counts_faults)
-        : console_(console), name_(std::move(name)), counts_faults_(counts_faults)
+    // The level from which a report is a fault of the run. An end that may come and go has faults of level Fatal only:
+    // no thread or no memory was to be had.
+    enum class Faults { from_error, from_fatal };
+
+    End_Handler(Console &console, std::string name, Faults faults)
+        : console_(console), name_(std::move(name)), faults_(faults)
     {
     }
     ~End_Handler() override { Tell_Repetitions(); }
 
-    // While an end is tried again and again none of its reports need be heard.
-    void Mute(bool mute) { muted_.store(mute, std::memory_order_relaxed); }
+    // Between the two, reports are counted and not printed: while an end is tried again and again.
+    void Mute() { muted_.store(true, std::memory_order_relaxed); }
+    void Unmute() { muted_.store(false, std::memory_order_relaxed); }
     unsigned long Errors() const { return errors_.load(std::memory_order_relaxed); }  // of level Error and above
 
 private:
@@ -66,17 +67,18 @@ private:
 
     Console &console_;
     const std::string name_;
-    const bool counts_faults_;
+    const Faults faults_;
     std::atomic<bool> muted_{false};
     std::atomic<unsigned long> errors_{0};
     std::mutex lock_;
     struct Said {
-        std::string text;  // as it was said last
+        std::string text;  // in its latest form
         Enum_Status status;
-        std::chrono::steady_clock::time_point time;  // when it was printed
-        unsigned long repetitions = 0;               // since
+        std::chrono::steady_clock::time_point time;  // of its printing
+        unsigned long repetitions = 0;               // since then
     };
-    std::deque<Said> said_;  // the last few texts, guarded by lock_: an end that fails may say two or three in turn
+    std::deque<Said>
+        said_;  // guarded by lock_; several, because an end that fails may report two or three texts in turn
 };
 
 }  // namespace host

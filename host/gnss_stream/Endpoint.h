@@ -1,4 +1,4 @@
-// The two kinds of ends that a stream program has: where bytes come from, and where they go.
+// The two kinds of ends of a stream: where bytes come from, and where they go.
 #pragma once
 
 #include "kernel/connections/BYTE_SER.h"
@@ -12,18 +12,18 @@ namespace host {
 
 struct Stream_Status {
     std::string state;  // a few words: "connected"
-    std::string peer;   // who is at the other end, where the path does not say so
+    std::string peer;   // the other end, when the path does not name it
 };
 
-// How far an end has come that may take a while, or never succeed, to come up.
+// An end may take a while to come up, or never do so.
 enum class Startup { under_way, up, refused };
 
-// One end. It is opened once and closed once; what goes away in between and comes back is opened again by Tend.
+// One end. It is opened once and closed once. When a device or peer is lost in between, Tend opens it again.
 //
 // Threads:   the controlling thread.
 // Ownership: what it opens.
-// Errors:    reported to the console. What can come up later is a warning, and what will never a fault. Open and Start throw
-//            std::system_error when no thread can be had, and std::bad_alloc.
+// Errors:    reported to the console: a warning when the end can still come up, a fault when it never will. Open and
+//            Start throw std::system_error when no thread can be had, and std::bad_alloc.
 class Endpoint {
 public:
     Endpoint() = default;
@@ -31,14 +31,14 @@ public:
     Endpoint &operator=(const Endpoint &) = delete;
     virtual ~Endpoint() = default;
 
-    // False: there is no use in going on. A refused port or a missing device is none of that: Tend goes on trying.
+    // False: this end will never work. A refused port or a missing device is not a failure: Tend retries.
     virtual bool Open() = 0;
-    // To be called often (every 20 ms or so): looks after what was lost.
+    // Retries what was lost. To be called often, about every 20 ms.
     virtual void Tend() {}
     virtual Startup Start_State() const = 0;
     virtual Stream_Status Status() const = 0;
-    // False: a thread could not be called back from the system and was left behind; what it uses lives on, and the process
-    // ends without the usual clearing up.
+    // False: a thread is stuck in a call of the system and was left behind. What it uses lives on, so that the process
+    // must end without destroying this object and the statics.
     virtual bool Close() = 0;
 };
 
@@ -49,32 +49,35 @@ public:
 // Errors:    as Endpoint.
 class Input : public Endpoint {
 public:
-    // Waits when its client does: nothing need be lost. Others go on while nobody reads.
+    // True when the source waits while its client does, so that nothing is lost. A live source sends on.
     virtual bool Can_Wait() const = 0;
     virtual bool Connect(kernel::Byte_Client &client) = 0;  // before Start
     virtual void Start() = 0;
-    virtual bool Ended() const = 0;  // by itself: nothing more will come
-    // To be called often, beside Tend: ends an input that cannot be read any further. client_is_busy: what came last is
-    // still being handed on, so that no progress is no sign of a failure.
+    virtual bool Ended() const = 0;  // the source has ended: nothing more will come
+    // To be called as often as Tend: ends an input that cannot be read any further. client_is_busy: the client still
+    // works on the last block, so that a lack of progress is no failure of the input.
     virtual void Watch(bool /* client_is_busy */) {}
-    // What has been received is handed on; then nothing is delivered any more.
+    // Delivers what has been received, then nothing more.
     virtual void Stop() = 0;
 };
 
 // Where bytes go.
 //
-// Threads:   Put belongs to the delivering thread; Is_Up, Room, Is_Drained and Sent any; all else as Endpoint.
+// Threads:   Put belongs to the delivering thread; Is_Up, Room, Is_Drained and Sent to any; all else as Endpoint.
 // Ownership: as Endpoint; blocks are copied.
 // Errors:    as Endpoint.
 class Output : public Endpoint {
 public:
-    virtual bool Is_Up() const = 0;        // there is somebody to send to; without, blocks are dropped
-    virtual std::size_t Room() const = 0;  // bytes that are taken without loss
-    virtual void Put(std::span<const unsigned char> block) = 0;  // never waits for a peer; at most 4096 bytes
-    virtual bool Is_Drained() const = 0;                         // the system has all that can be sent
-    // Bytes with the system: it grows while somebody reads. Of the bytes that came, the others are lost.
+    virtual bool Is_Up() const = 0;        // a peer is connected; without one, blocks are dropped
+    virtual std::size_t Room() const = 0;  // bytes that Put takes without loss
+    // At most block_limit bytes; never waits for a peer.
+    virtual void Put(std::span<const unsigned char> block) = 0;
+    virtual bool Is_Drained() const = 0;  // the system has taken all that can be sent
+    // Bytes that the system has taken; grows while the peer reads. At the end the difference to the bytes put is lost.
     virtual std::uint64_t Sent() const = 0;
     virtual bool Has_Failed() const { return false; }  // for good
+
+    static constexpr std::size_t block_limit = 4096;  // bytes
 
     Startup Start_State() const override { return Is_Up() ? Startup::up : Startup::refused; }
 };

@@ -17,6 +17,9 @@ using namespace kernel;
 
 const char unit[] = "host/Epoch_Printer";
 constexpr char set_names[] = "ABC";
+constexpr unsigned char no_channel = 255;  // in OBS_GLO_CHANNEL
+constexpr int channel_offset = 7;          // OBS_GLO_CHANNEL holds k + 7
+constexpr double half_digit = 0.0005;      // [s] of a time with three digits
 
 constexpr ObsDataTypes Of_Set(ObsDataTypes of_a, std::size_t set)
 {
@@ -26,8 +29,8 @@ constexpr double Degrees(double radians) { return radians * 180 / std::numbers::
 
 // --- Out of the record
 
-// 0 stands for a value that was not measured, a Doppler of exactly 0 with it. Asked for first: an absent quantity reads
-// -1, which a Doppler may well be.
+// In the record 0 means "not measured", also for a Doppler. is_ava_obs is asked first, because an absent quantity reads
+// -1, which is a possible Doppler.
 double Measured(const EPO_DATA &epoch, ObsDataTypes type, unsigned char sat)
 {
     const double value = epoch.is_ava_obs(type) ? epoch.ReadDoubleObs(type, sat) : 0;
@@ -47,7 +50,7 @@ Satellite_Line::Set Set_Of(const EPO_DATA &epoch, std::size_t set, unsigned char
     line.phase = Measured(epoch, Of_Set(OBS_PHASE_A, set), sat);
     line.doppler = Measured(epoch, Of_Set(OBS_DOPPLER_A, set), sat);
     line.cn0 = Measured_Float(epoch, Of_Set(OBS_CN0_A, set), sat);
-    // 0 is a value here: nothing is known yet of how long. The decoder stores one with every signal.
+    // 0 is a value here: the lock may have just begun. The decoder stores a lock time with every signal.
     line.lock_time = static_cast<double>(epoch.ReadFloatObs(Of_Set(OBS_LOCK_TIME_A, set), sat));
     line.signal = epoch.ReadUint8Obs(Of_Set(OBS_SIGNAL_A, set), sat);
     line.half_cycle = (epoch.ReadUint8Obs(OBS_HALF_CYCLE, sat) >> set & 1) != 0;
@@ -63,7 +66,7 @@ Satellite_Line Line_Of(const EPO_DATA &epoch, unsigned char sat)
                   static_cast<unsigned int>(epoch.ReadUint8Obs(OBS_SATELLITE, sat)));
     line.name = name;
     const unsigned char channel = epoch.ReadUint8Obs(OBS_GLO_CHANNEL, sat);
-    if (channel != 255) line.channel = channel - 7;
+    if (channel != no_channel) line.channel = channel - channel_offset;
     const unsigned int tracked = epoch.ReadUint8Obs(TRACKING_FLAG, sat);
     for (std::size_t set = 0; set < line.sets.size(); ++set)
         if (tracked >> set & 1) line.sets[set] = Set_Of(epoch, set, sat);
@@ -79,14 +82,14 @@ std::string Calendar_Time(const EPO_DATA &epoch)
     const Gps_Time time = epoch.ReadGPSTime();
     int year, month, day, hour, minute;
     double second;
-    // Half of the text's last digit, so that no second is shown as 60.000.
-    mTime(time.week, time.sec).get_caldat(year, month, day, hour, minute, second, 0.0005);
+    // Rounded before it is split, so that no second is shown as 60.000.
+    mTime(time.week, time.sec).get_caldat(year, month, day, hour, minute, second, half_digit);
     char text[80];
     std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%06.3f", year, month, day, hour, minute, second);
     return text;
 }
 
-// --- Lines for reading
+// --- Lines for people
 
 void Print_Value(std::FILE *out, int width, int digits, double value)
 {
@@ -103,7 +106,7 @@ void Print_Epoch(std::FILE *out, const EPO_DATA &epoch)
                  Calendar_Time(epoch).c_str(), static_cast<unsigned int>(epoch.ReadUint8Epo(EPO_SATELLITES)));
 }
 
-// Blanks fill the place of a set only where something follows.
+// Sets that were not tracked are left out; the letter in front tells them apart.
 void Print_Satellite(std::FILE *out, const Satellite_Line &line)
 {
     std::fputs(line.name.c_str(), out);
@@ -124,7 +127,7 @@ void Print_Satellite(std::FILE *out, const Satellite_Line &line)
 
 // --- Rows for programs
 
-// The fewest digits that give the same number back, with a point in any locale.
+// The fewest digits that read back as the same number; a point in every locale.
 std::string Exact(double value)
 {
     if (!Has_Value(value)) return "";
@@ -144,7 +147,7 @@ const char *const set_columns[] = {"signal",   "pseudorange_m", "phase_cycles", 
                                    "cn0_dbhz", "lock_time_s",   "half_cycle",   "lock_lost"};
 const char view_columns[] = ",elevation_deg,azimuth_deg,range_m,range_rate_m_s";
 
-// The columns follow Satellite_Row: what is added there is added here.
+// The columns must agree with Satellite_Row.
 std::string Satellite_Header()
 {
     std::string header = satellite_columns;
@@ -156,7 +159,7 @@ std::string Satellite_Header()
 std::string Set_Fields(const std::optional<Satellite_Line::Set> &set)
 {
     if (!set) return std::string(std::size(set_columns), ',');
-    const std::string signal = set->signal != 255 ? std::to_string(set->signal) : "";
+    const std::string signal = set->signal != Satellite_Line::no_signal ? std::to_string(set->signal) : "";
     std::string fields = ',' + signal;
     for (const double value : {set->pseudorange, set->phase, set->doppler, set->cn0, set->lock_time})
         fields += ',' + Exact(value);
@@ -186,7 +189,7 @@ Epoch_Printer::Csv::~Csv()
 bool Epoch_Printer::Csv::Open(const std::string &path, const std::string &header, Error_Handler &handler)
 {
     name = path;
-    // Binary: a table has the same line ends on every system.
+    // Binary, so that a table has the same line ends on every system.
     file = std::fopen(path.c_str(), "wb");
     if (!file) {
         handler.Set(unit, __LINE__)->Print_Out(Error_Handler::ES_Error, "Could not create file %s.", name.c_str());
@@ -199,7 +202,7 @@ bool Epoch_Printer::Csv::Open(const std::string &path, const std::string &header
 bool Epoch_Printer::Csv::Close(Error_Handler &handler)
 {
     if (!file) return true;
-    // Write asks for no result: the stream remembers a failure, and what is still buffered fails in fclose.
+    // Write does not check: the stream remembers a failure, and fclose fails when the buffered rest cannot be written.
     const bool written = std::ferror(file) == 0;
     if (std::fclose(std::exchange(file, nullptr)) == 0 && written) return true;
     handler.Set(unit, __LINE__)->Print_Out(Error_Handler::ES_Error, "Could not write to file %s.", name.c_str());
@@ -221,7 +224,7 @@ bool Epoch_Printer::Open_Csv(const std::string &prefix, Error_Handler &handler)
 
 bool Epoch_Printer::Close(Error_Handler &handler)
 {
-    // Both are closed, whatever becomes of the first.
+    // Both are closed, even when the first fails.
     const bool epochs = epoch_file_.Close(handler);
     return satellite_file_.Close(handler) && epochs;
 }
@@ -234,7 +237,7 @@ Epoch_Printer::Epoch_Printer(std::FILE *epochs)
       glonass_client_([this](std::unique_ptr<GlonassEph>) { ++glonass_ephemerides_; }),
       position_client_([this](std::unique_ptr<Position> position) { Take(*position); })
 {
-    // They are members: the decoder's servers, who own their clients, must leave them alone.
+    // They are members, which the decoder's servers must not delete.
     observation_client_.Dont_Delete_Me();
     ephemeris_client_.Dont_Delete_Me();
     glonass_client_.Dont_Delete_Me();
@@ -254,7 +257,7 @@ void Epoch_Printer::Take(const EPO_DATA &epoch)
     satellites_ += satellites;
     epoch_file_.Write(Epoch_Row(epoch) + ',' + Calendar_Time(epoch) + ',' + std::to_string(satellites));
     if (out_) Print_Epoch(out_, epoch);
-    // The totals alone need no look at the satellites.
+    // The totals alone do not need the satellites.
     if (!out_ && !satellite_file_.file) return;
     for (unsigned char sat = 0; sat < satellites; ++sat) {
         Satellite_Line line = Line_Of(epoch, sat);
@@ -270,8 +273,8 @@ std::optional<Satellite_View> Epoch_Printer::View(const EPO_DATA &epoch, const S
     const auto prn = std::strtoul(satellite.name.c_str() + 1, nullptr, 10);
     const KeplerData &ephemeris = ephemerides_[prn < ephemerides_.size() ? prn : 0];
     if (ephemeris.Get(Kepler_prn) == 0) return {};
-    // Any code will do: it dates the transmission, and some metres of ionosphere move the satellite by less than a
-    // millimetre.
+    // Any code is exact enough: it dates the transmission, and some metres of ionosphere shift the satellite by less
+    // than a millimetre.
     for (const auto &set : satellite.sets)
         if (set && Has_Value(set->pseudorange))
             return View_Of(ephemeris, epoch.ReadGPSTime(), set->pseudorange, *station_);
@@ -295,7 +298,7 @@ void Epoch_Printer::Take(const Position &position)
 
 void Epoch_Printer::Print_Totals(std::FILE *out) const
 {
-    // In the columns of the totals that Rtcm3_Output prints before.
+    // In the same columns as the totals of Rtcm3_Output, which come before.
     const std::pair<const char *, std::uint64_t> totals[] = {{"epochs", epochs_},
                                                              {"satellites in epochs", satellites_},
                                                              {"GPS ephemerides", gps_ephemerides_},

@@ -1,4 +1,4 @@
-// What a decoder's records say, as text: per epoch and satellite on a stream, as tables in CSV files, and in totals.
+// Writes a decoder's records as text: lines for epochs and satellites, tables in CSV files, and totals.
 #pragma once
 
 #include "host/decoders/Record_Client.h"
@@ -14,15 +14,17 @@
 
 namespace host {
 
-// One satellite of an epoch, taken out of its record. What was not measured is no_value.
+// One satellite of an epoch, read from the record. A value that was not measured is no_value.
 struct Satellite_Line {
+    static constexpr int no_signal = 255;
+
     struct Set {
         double pseudorange = no_value;  // [m]
         double phase = no_value;        // [cycles]
         double doppler = no_value;      // [Hz]
         double cn0 = no_value;          // [dB-Hz]
         double lock_time = no_value;    // [s]
-        int signal = 255;               // its place in the MSM signal mask; 255: not known
+        int signal = no_signal;         // its place in the MSM signal mask
         bool half_cycle = false, lost = false;
     };
     std::string name;                        // "G07"
@@ -31,21 +33,22 @@ struct Satellite_Line {
     std::optional<Satellite_View> view;
 };
 
-// The first line of the files names the columns; a blank is a value that is not there, numbers have all their digits.
+// The first line of each file names the columns. An empty field is an absent value; numbers have all their digits.
 //   PREFIX_epochs.csv       a row per epoch
-//   PREFIX_satellites.csv   a row per satellite of each epoch: the carrier sets A, B and C one after the other, then
-//                           elevation, azimuth, range and range rate of GPS satellites, where ephemeris and station are known
+//   PREFIX_satellites.csv a row per satellite of each epoch: the carrier sets A, B and C, then elevation, azimuth,
+//   range
+//                           and range rate of GPS satellites when ephemeris and station are known
 //
-// Threads:   records arrive on the byte server's thread; all else belongs to a time when it does not send.
-// Ownership: its clients stay its own: it outlives the decoder. The stream is the caller's.
-// Errors:    Open_Csv and Close answer false; what went wrong with which file is reported to the handler.
+// Threads:   records arrive on the byte server's thread; call the other operations while it does not send.
+// Ownership: its clients are members, so it must outlive the decoder. The stream is the caller's.
+// Errors:    Open_Csv and Close return false and report file and cause to the handler.
 class Epoch_Printer {
 public:
     explicit Epoch_Printer(std::FILE *epochs);  // null: no lines per epoch
     Epoch_Printer(const Epoch_Printer &) = delete;
     Epoch_Printer &operator=(const Epoch_Printer &) = delete;
 
-    bool Open_Csv(const std::string &prefix, kernel::Error_Handler &handler);  // replaces files that are there
+    bool Open_Csv(const std::string &prefix, kernel::Error_Handler &handler);  // replaces files that exist
     bool Connect(Rtcm3_Decoder &decoder);
     bool Close(kernel::Error_Handler &handler);  // false: a file could not be written whole
     void Print_Totals(std::FILE *out) const;
@@ -72,7 +75,7 @@ private:
     std::FILE *const out_;
     Csv epoch_file_, satellite_file_;
     std::uint64_t epochs_ = 0, satellites_ = 0, gps_ephemerides_ = 0, glonass_ephemerides_ = 0;
-    std::array<kernel::KeplerData, 33> ephemerides_{};  // by PRN; the one of PRN 0 where there is none
+    std::array<kernel::KeplerData, 33> ephemerides_{};  // by PRN, 1 to 32; an entry with PRN 0 is empty
     std::optional<std::array<double, 3>> station_;      // [m] ECEF
     std::optional<double> antenna_height_;              // [m]
 

@@ -6,7 +6,7 @@ namespace host {
 
 namespace {
 
-constexpr long ring_size = 8192;  // bytes
+constexpr long ring_size = 8192;  // bytes; holds a block of Output::block_limit
 
 }  // namespace
 

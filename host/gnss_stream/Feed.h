@@ -1,4 +1,4 @@
-// Gives blocks to a byte client that takes them from a server.
+// Gives blocks to a byte client, which can only pull them from a server.
 #pragma once
 
 #include "kernel/bytes/String_Byte_Server.h"
@@ -16,7 +16,8 @@ class Feed {
 public:
     explicit Feed(kernel::Byte_Client &client);
 
-    // A block of at most 4096 bytes. What the client does not take is forgotten: it belongs to a connection that is gone.
+    // A block of at most Output::block_limit bytes. Bytes that the client does not pull are dropped: they belong to a
+    // connection that is gone.
     void Give(std::span<const unsigned char> block);
     bool Tell(kernel::CL_Mesg message) { return client_.Send(*server_, message); }
 

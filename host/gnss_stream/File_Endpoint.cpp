@@ -13,9 +13,9 @@ namespace {
 
 const char unit[] = "host/File_Endpoint";
 constexpr unsigned long step = 1UL << 20;                // bytes between two looks at the stop flag
-constexpr auto read_patience = std::chrono::seconds(3);  // with reads that fail
+constexpr auto read_patience = std::chrono::seconds(3);  // without progress, before the cause is asked for
 
-// Pulls what is there, and thereby through the tap.
+// The client below the tap, which records only what is pulled through it.
 class Drain : public kernel::Byte_Client {
 public:
     Drain() : Object("Drain") {}
@@ -29,13 +29,13 @@ public:
     }
 };
 
-// Opens the input through one of the three kinds of server; null when it cannot be opened.
+// Takes one of the three kinds of file server and opens its file; null when that fails.
 template <class Server, class... Arguments>
 std::unique_ptr<kernel::File_Server> Created(End_Handler &handler, Server *server, Arguments... arguments)
 {
     std::unique_ptr<kernel::File_Server> owner(server);
     if (!server) return nullptr;
-    // Before Create, whose reports are to be heard.
+    // Before Create, so that its reports come to this handler.
     server->Set_Error_Handler(handler);
     if (!server->Create(arguments...)) return nullptr;
     return owner;
@@ -44,7 +44,8 @@ std::unique_ptr<kernel::File_Server> Created(End_Handler &handler, Server *serve
 }  // namespace
 
 File_Input::File_Input(std::string name, const Options &options, Console &console)
-    : name_(std::move(name)), options_(options), console_(console), handler_(console, name_, true)
+    : name_(std::move(name)), options_(options), console_(console),
+      handler_(console, name_, End_Handler::Faults::from_error)
 {
 }
 
@@ -54,7 +55,7 @@ bool File_Input::Open()
     const char *name = name_.c_str();
     if (std::error_code ignored; std::filesystem::is_fifo(name_, ignored)) {
         console_.Set(unit, __LINE__)
-            ->Print_Out(Error_Handler::ES_Error, 1, "%s is a pipe: give it as standard input (< %s).", name, name);
+            ->Print_Out(Error_Handler::ES_Error, "%s is a pipe: give it as standard input (< %s).", name, name);
         return false;
     }
     if (options_.simulator) {
@@ -68,7 +69,7 @@ bool File_Input::Open()
     }
     if (server_) return true;
     console_.Set(unit, __LINE__)
-        ->Print_Out(kernel::Error_Handler::ES_Error, 1, "Nothing to read in \"%s\".", name_.c_str());
+        ->Print_Out(kernel::Error_Handler::ES_Error, "Nothing to read in \"%s\".", name_.c_str());
     return false;
 }
 
@@ -76,16 +77,16 @@ void File_Input::Start()
 {
     started_ = true;
     moved_ = std::chrono::steady_clock::now();
-    // The server's own thread keeps to a rate, and one of 0 would bring nothing: then the budget is given from here.
+    // The server's own thread delivers at a rate, and nothing at a rate of 0: then this object's thread calls Work(n).
     if (options_.rate == 0)
         runner_ = std::thread([this] { Run(); });
     else if (!server_->start(false))
-        // Ended is true then: the run comes to its end, with a fault.
+        // Ended() is then true, and the run ends with this fault.
         console_.Set(unit, __LINE__)
-            ->Print_Out(kernel::Error_Handler::ES_Error, 1, "No thread could be had to read \"%s\".", name_.c_str());
+            ->Print_Out(kernel::Error_Handler::ES_Error, "No thread could be had to read \"%s\".", name_.c_str());
 }
 
-// Work answers true, too, when there is nothing to read: without a file that would be for ever.
+// Work(n) also returns true without a file, so that the loop asks for the file itself.
 void File_Input::Run()
 {
     while (!stop_ && server_->GetFilename() && server_->Work(step)) continue;
@@ -97,7 +98,7 @@ bool File_Input::Ended() const
     return unreadable_ || (options_.rate == 0 ? ended_.load() : started_ && !server_->is_running());
 }
 
-// The server repeats a read that fails for ever, and tells nobody. It tells when it is asked.
+// The server repeats a failing read and reports it only at the end of the run. ErrorBox() reports the cause at once.
 void File_Input::Watch(bool client_is_busy)
 {
     const auto now = std::chrono::steady_clock::now();
@@ -109,13 +110,14 @@ void File_Input::Watch(bool client_is_busy)
     server_->ErrorBox();
     if (handler_.Errors() == errors) return;
     console_.Set(unit, __LINE__)
-        ->Print_Out(kernel::Error_Handler::ES_Error, 1, "\"%s\" cannot be read any further: the input ends here.",
+        ->Print_Out(kernel::Error_Handler::ES_Error, "\"%s\" cannot be read any further: the input ends here.",
                     name_.c_str());
     unreadable_ = true;
 }
 
-// The server repeats a read that fails until it succeeds: only closing the file ends that; and a list may open its next
-// file meanwhile. Its thread may be waiting for an output, which takes its time: it is not given up on, as stop() would.
+// Closing the file ends a read that is repeated. It is closed again and again, because a list may open its next file in
+// between. The server's thread may wait for an output for longer than the 15 s after which stop() would kill it, so
+// that stop() comes last.
 void File_Input::Stop()
 {
     if (!server_) return;
@@ -132,7 +134,7 @@ void File_Input::Stop()
 Stream_Status File_Input::Status() const { return {Ended() ? "ended" : "reading", ""}; }
 
 File_Output::File_Output(std::string name, Console &console)
-    : name_(std::move(name)), console_(console), handler_(console, name_, true),
+    : name_(std::move(name)), console_(console), handler_(console, name_, End_Handler::Faults::from_error),
       tap_(kernel::File_Client_Server::Construct(nullptr)), feed_(*tap_)
 {
     tap_->Set_Error_Handler(handler_);
@@ -147,12 +149,12 @@ bool File_Output::Open()
     if (!tap_->Create(name_.c_str())) return false;
     if (before > 0 && !none)
         console_.Set(unit, __LINE__)
-            ->Print_Out(kernel::Error_Handler::ES_Information, "%s has %s bytes already: the stream goes behind them.",
+            ->Print_Out(kernel::Error_Handler::ES_Information, "%s has %s bytes already: the stream is appended.",
                         name_.c_str(), std::to_string(before).c_str());
     return true;
 }
 
-// A write that failed has been reported: the tap has closed its file.
+// After a failed write the tap has reported it and closed its file.
 void File_Output::Put(std::span<const unsigned char> block)
 {
     if (Has_Failed()) return;

@@ -16,12 +16,12 @@
 
 namespace host {
 
-// A recording, or those of a list, as fast as they are taken or at a rate.
+// A recording, or those of a list, as fast as the outputs take them or at a rate.
 //
-// Threads:   as Endpoint. The bytes come on a thread of this object, with a rate on one of the server's.
+// Threads:   as Endpoint. A thread of this object delivers, or one of the server when there is a rate.
 // Ownership: as Endpoint.
-// Errors:    a file that cannot be opened, and a pipe, which would hold up the program: Open is false. A file that cannot be
-//            read any further is the end of the input. As File_Server.
+// Errors:    Open returns false for a file that cannot be opened and for a pipe, which would block the program. A file
+//            that cannot be read any further ends the input. Otherwise as File_Server.
 class File_Input : public Input {
 public:
     struct Options {
@@ -51,19 +51,18 @@ private:
     Console &console_;
     End_Handler handler_;
     std::unique_ptr<kernel::File_Server> server_;
-    std::thread runner_;  // without a rate
+    std::thread runner_;  // only without a rate
     std::atomic<bool> started_{false}, stop_{false}, ended_{false};
     bool unreadable_ = false;
     std::int64_t bytes_seen_ = 0;
-    std::chrono::steady_clock::time_point moved_;  // when there was progress, or no reason for any
+    std::chrono::steady_clock::time_point moved_;  // the last time of progress, or of a good reason for none
 };
 
-// A file. What stands in it already stays: the bytes go behind that, so that a program that is started again destroys
-// nothing.
+// A file. It is appended to, so that a program that is started again destroys nothing.
 //
 // Threads:   as Output.
 // Ownership: as Endpoint.
-// Errors:    a file that cannot be opened: Open is false. As File_Client_Server.
+// Errors:    Open returns false for a file that cannot be opened. Otherwise as File_Client_Server.
 class File_Output : public Output {
 public:
     File_Output(std::string name, Console &console);
@@ -83,7 +82,7 @@ private:
     Console &console_;
     End_Handler handler_;
     const std::unique_ptr<kernel::File_Client_Server> tap_;
-    Feed feed_;  // goes before the tap
+    Feed feed_;  // destroyed before the tap, which it uses
     std::atomic<std::uint64_t> bytes_{0};
 };
 

@@ -6,8 +6,8 @@
 
 namespace host {
 
-// Names are UTF-8, on the command line, in lists and in the library. std::filesystem takes a plain string for the system's
-// own encoding, which on Windows is another one.
+// Names are UTF-8 on the command line, in lists and in the library. std::filesystem reads a plain std::string in the
+// system's own encoding, which on Windows is a different one.
 inline std::filesystem::path Path_Of(const std::string &utf8) { return std::u8string(utf8.begin(), utf8.end()); }
 
 }  // namespace host

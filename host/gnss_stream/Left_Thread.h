@@ -1,4 +1,4 @@
-// A thread that may get stuck in the system, such as in a read of standard input: then it is left behind.
+// A thread that is left behind when it is stuck in a call of the system, such as a read of standard input.
 #pragma once
 
 #include <chrono>
@@ -8,9 +8,9 @@
 
 namespace host {
 
-// Threads:   one owner.
-// Ownership: whatever the body uses must live as long as the body: it holds a share of it. A thread that was left behind
-//            uses it until the process ends.
+// Threads:   one thread calls all operations.
+// Ownership: the body must share the ownership of all that it uses, because a thread that was left behind uses it until
+//            the process ends.
 // Errors:    std::system_error when no thread can be had.
 class Left_Thread {
 public:
@@ -30,7 +30,7 @@ public:
     {
         return !ended_.valid() || ended_.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
     }
-    // False: it does not end within this time and is left behind.
+    // False: the thread did not end within this time and is left behind.
     bool Join(std::chrono::milliseconds limit)
     {
         if (!thread_.joinable()) return Has_Ended();

@@ -18,12 +18,12 @@ struct Queued_Writer::State {
 
     std::mutex lock;
     std::condition_variable more;  // bytes, or the stop
-    // Guarded by the lock. The bytes being written stand at the front and stay untouched.
+    // All that follows is guarded by the lock. The `writing` bytes at the front are being written and must not change.
     std::size_t front = 0, stored = 0, writing = 0;
     std::uint64_t written = 0;
     bool is_open, failed = false, stop = false;
 
-    // Without the lock, as it may take for ever.
+    // Calls open() without the lock, because it may never return.
     bool Opens()
     {
         const bool opened = open();
@@ -52,12 +52,12 @@ Queued_Writer::Queued_Writer(std::size_t size, Write write, Open open)
 {
 }
 
-// No waiting here: who wants to wait has called Stop before.
+// Does not wait: call Stop before to wait for the thread.
 Queued_Writer::~Queued_Writer() { Stop(std::chrono::milliseconds(0)); }
 
 void Queued_Writer::Start()
 {
-    // A share of its own: a thread that is left behind goes on with the state when the writer is gone.
+    // The thread shares the state: when it is left behind, it uses the state after the writer is destroyed.
     thread_.Start([state = state_] { Run(*state); });
 }
 
@@ -67,11 +67,11 @@ void Queued_Writer::Run(State &state)
     for (std::unique_lock held(state.lock);;) {
         state.more.wait(held, [&] { return state.stop || state.stored > 0; });
         if (state.stop) return;
-        // In one piece, so that a write needs no copy: the rest, behind the ring's end, is the next one.
+        // Up to the ring's end, so that a write needs no copy; the next one has the rest.
         state.writing = std::min({state.stored, state.size - state.front, block_size});
         const std::span<const unsigned char> block(&state.ring[state.front], state.writing);
-        // Without the lock, as this may take for ever. The block stays as it is meanwhile: Put stores behind it, and
-        // what is discarded is never the part that `writing` counts.
+        // Written without the lock, because a write may never return. The block does not change meanwhile: Put stores
+        // behind it, and discarding leaves the `writing` bytes.
         held.unlock();
         const bool done = state.write(block);
         held.lock();
@@ -88,11 +88,11 @@ void Queued_Writer::Run(State &state)
 bool Queued_Writer::Put(std::span<const unsigned char> block)
 {
     const std::lock_guard held(state_->lock);
-    // True, though it is lost: that is not for want of room. Has_Failed tells.
+    // True although the block is lost: false means a lack of room. Has_Failed shows a failure.
     if (state_->failed || state_->stop) return true;
     const bool fits = state_->stored + block.size() <= state_->size;
-    // All that waits goes, so that the stream has one gap rather than one per block. Then there is room: a queue is
-    // many blocks, of which one is being written.
+    // All waiting bytes are discarded, so that the stream has one gap instead of one per block. Then there is room,
+    // since at most one block is being written.
     if (!fits) state_->stored = state_->writing;
     state_->Store(block);
     state_->more.notify_one();
@@ -114,7 +114,7 @@ std::size_t Queued_Writer::Room() const
 bool Queued_Writer::Is_Empty() const
 {
     const std::lock_guard held(state_->lock);
-    // A block that is being written still counts.
+    // `stored` includes the block that is being written.
     return state_->stored == 0;
 }
 

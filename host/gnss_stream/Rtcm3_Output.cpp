@@ -25,7 +25,7 @@ void Print_Table(const Rtcm3_Frame_Reader &reader)
 
 void Print_Text(const char *what, const std::string &text) { std::printf("%-24s %s\n", what, text.c_str()); }
 
-// Bytes that a terminal might take for orders are shown as question marks.
+// Shows bytes that are no printable characters as question marks, since a terminal might act on them.
 void Print_Text(const char *what, const Rtcm3_Text &text)
 {
     std::string printable(text.View());
@@ -78,7 +78,7 @@ bool Rtcm3_Output::Open()
         feed_.emplace(reader_);
         return true;
     }
-    // The printer first: its clients outlive the decoder that they are connected to.
+    // The printer first: its clients must outlive the decoder that they are connected to.
     printer_ = std::make_unique<Epoch_Printer>(options_.epochs ? stdout : nullptr);
     decoder_ = std::make_unique<Rtcm3_Decoder>(options_.decoder);
     decoder_->Set_Error_Handler(console_);
@@ -94,14 +94,13 @@ Stream_Status Rtcm3_Output::Status() const
 
 bool Rtcm3_Output::Close()
 {
-    // Then the tables: Finish hands on the last epoch, which is to stand in them.
+    // Before the tables are closed: Finish gives them the last epoch.
     if (decoder_)
         decoder_->Finish();
     else
         reader_.Finish();
-    // What went wrong is reported, and so a fault of the run. The answer here is another one: no thread was left.
-    if (printer_) printer_->Close(console_);
-    return true;
+    if (printer_) printer_->Close(console_);  // reports a failure, which is then a fault of the run
+    return true;                              // no thread was left behind
 }
 
 void Rtcm3_Output::Print_Totals() const

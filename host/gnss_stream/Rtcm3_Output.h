@@ -1,4 +1,4 @@
-// The output that looks into the stream: counts RTCM 3 frames, and decodes them where that is wanted.
+// The output that reads the stream itself: counts RTCM 3 frames, and decodes them on request.
 #pragma once
 
 #include "host/decoders/Rtcm3_Decoder.h"
@@ -16,16 +16,16 @@
 
 namespace host {
 
-// Threads:   as Output. Tables belong to a time after Close.
+// Threads:   as Output. Call Has_Bad_Frames and Print_Totals after Close.
 // Ownership: as Endpoint.
-// Errors:    a table that cannot be created: Open is false. As Rtcm3_Decoder and Epoch_Printer.
+// Errors:    Open returns false when a table cannot be created. Otherwise as Rtcm3_Decoder and Epoch_Printer.
 class Rtcm3_Output : public Output {
 public:
     struct Options {
         bool decode = false;
-        bool epochs = false;    // a line per epoch and satellite, on standard output
-        std::string csv;        // prefix of two tables; empty: none
-        Rtcm3_Options decoder;  // where something is decoded
+        bool epochs = false;  // lines per epoch and satellite, on standard output
+        std::string csv;      // prefix of the names of two tables; empty: none
+        Rtcm3_Options decoder;
     };
     Rtcm3_Output(const Options &options, Console &console);
 
@@ -47,10 +47,10 @@ private:
 
     const Options options_;
     Console &console_;
-    Rtcm3_Frame_Reader reader_;               // idle where there is a decoder, which has its own
-    std::unique_ptr<Epoch_Printer> printer_;  // null: nothing is decoded; likewise the decoder
+    Rtcm3_Frame_Reader reader_;               // unused with a decoder, which has its own
+    std::unique_ptr<Epoch_Printer> printer_;  // null, like the decoder, when nothing is decoded
     std::unique_ptr<Rtcm3_Decoder> decoder_;
-    std::optional<Feed> feed_;  // goes before its client
+    std::optional<Feed> feed_;  // destroyed before its client
 };
 
 }  // namespace host

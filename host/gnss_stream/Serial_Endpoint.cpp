@@ -20,8 +20,8 @@ using kernel::Error_Handler;
 
 const char unit[] = "host/Serial_Endpoint";
 constexpr auto retry_time = 1s;
-constexpr auto end_limit = 5s;       // for a write that is ended by closing the port
-constexpr int driver_buffer = 4096;  // bytes, as systems have it
+constexpr auto end_limit = 5s;       // for the end of a write after the port was closed
+constexpr int driver_buffer = 4096;  // bytes; the usual size
 constexpr long block_size = 4096;    // bytes
 
 class Line : public kernel::Serial_Client_Server_Overlapped {
@@ -34,22 +34,27 @@ public:
 
     bool Open()
     {
-        const int parity = path_.parity == 'o' ? 1 : path_.parity == 'e' ? 2 : 0;
-        // No number: OpenFile has the name. Stop bits are 1, 2, 3 for one, one and a half, two.
-        return Create(0, path_.baud, parity, path_.stop == 2 ? 3 : 1, path_.bits, path_.rts, 0, driver_buffer) != 0;
+        const int parity = path_.parity == 'o' ? odd_parity : path_.parity == 'e' ? even_parity : no_parity;
+        const int stop = path_.stop == 2 ? two_stop_bits : one_stop_bit;
+        return Create(no_number, path_.baud, parity, stop, path_.bits, path_.rts, 0, driver_buffer) != 0;
     }
 
 private:
+    // Arguments of Create.
+    static constexpr int no_number = 0;  // of a port, since OpenFile knows its name
+    static constexpr int no_parity = 0, odd_parity = 1, even_parity = 2;
+    static constexpr int one_stop_bit = 1, two_stop_bits = 3;  // 2 stands for one and a half
+
     bool OpenFile(int) override { return Open_Device(path_.port.c_str()); }
 
     const Serial_Path path_;
 };
 
-// What both directions share: a port that may come and go.
+// The part that input and output share: a port that may come and go.
 class Port {
 public:
     Port(const Serial_Path &path, Console &console)
-        : name_(Shown(path)), console_(console), handler_(console, name_, false),
+        : name_(Shown(path)), console_(console), handler_(console, name_, End_Handler::Faults::from_fatal),
           line_(std::make_unique<Line>(path, name_, handler_))
     {
     }
@@ -59,7 +64,7 @@ public:
     void Start();
     void Tend();
     bool Is_Open() const { return line_->IsActive(); }
-    // Open, and the reader runs: while that is being started the line takes nothing.
+    // Open, with a running reader: the line takes no bytes before the reader runs.
     bool Is_Up() const { return up_.load(std::memory_order_acquire) && line_->IsActive(); }
     Stream_Status Status() const { return {Is_Open() ? "open" : "not there", ""}; }
     void Say(Error_Handler::Enum_Status level, unsigned int line, const char *what);
@@ -70,13 +75,13 @@ private:
     End_Handler handler_;
     const std::unique_ptr<Line> line_;
     bool is_started_ = false;
-    std::atomic<bool> up_{false};  // until the reader has ended, and that was seen
+    std::atomic<bool> up_{false};  // from the start of the reader until Tend notices its end
     Clock::time_point tried_;
 };
 
 void Port::Say(Error_Handler::Enum_Status level, unsigned int line, const char *what)
 {
-    console_.Set(unit, line)->Print_Out(level, 72, "%s %s", name_.c_str(), what);
+    console_.Set(unit, line)->Print_Out(level, "%s %s", name_.c_str(), what);
 }
 
 void Port::Open()
@@ -93,10 +98,10 @@ void Port::Start()
         Say(Error_Handler::ES_Error, __LINE__, "cannot be read for want of a thread: it is tried again each second.");
 }
 
-// The reader ends when the port has gone.
+// The end of the reader shows that the port is lost.
 void Port::Tend()
 {
-    // Not before Start, which looks itself whether the port is there.
+    // Not before Start, which checks the port itself.
     if (!is_started_ || (up_ && line_->is_running())) return;
     if (up_) {
         up_ = false;
@@ -105,10 +110,10 @@ void Port::Tend()
     }
     if (Clock::now() - tried_ < retry_time) return;
     tried_ = Clock::now();
-    // A try each second would be a report each second. Say goes past this handler, and is heard.
-    handler_.Mute(true);
+    // Muted, because each try would cause a report. Say does not use this handler.
+    handler_.Mute();
     up_ = line_->Open() && line_->Work();
-    handler_.Mute(false);
+    handler_.Unmute();
     if (up_) Say(Error_Handler::ES_Warning, __LINE__, "is back.");
 }
 
@@ -125,7 +130,7 @@ public:
     bool Connect(kernel::Byte_Client &client) override { return port_.The_Line().Connect(&client); }
     void Start() override { port_.Start(); }
     void Tend() override { port_.Tend(); }
-    // A port that has gone may come back.
+    // Never: a lost port may come back.
     bool Ended() const override { return false; }
     void Stop() override { port_.The_Line().stop(); }
     Startup Start_State() const override { return port_.Is_Open() ? Startup::up : Startup::refused; }
@@ -140,8 +145,8 @@ private:
     Port port_;
 };
 
-// What a UART has still to send of the bytes that were handed to the system: by the clock, since nobody tells. A system
-// takes no more than it has room for, which bounds the error where the line is no UART, or is held up.
+// Estimates from the clock how many bytes a UART has still to send, because systems do not tell. The driver's buffer
+// bounds the estimate, and so its error where the device is no UART or is held up by flow control.
 class Line_Clock {
 public:
     explicit Line_Clock(const Serial_Path &path)
@@ -160,7 +165,7 @@ public:
     {
         const std::lock_guard held(lock_);
         const auto left = free_at_ - Clock::now();
-        // One more: the byte on the wire.
+        // Plus the byte that is being sent.
         return left <= 0s ? 0 : static_cast<std::uint64_t>(left / byte_time_ + 1);
     }
 
@@ -181,15 +186,15 @@ public:
 
     bool Open() override
     {
-        // A line without a client has no reader, and its loss would go unseen.
-        kernel::Byte_Client *const drain = kernel::Byte_Client_NULL::Construct(block_size);  // goes with the line
+        // A line needs a client to have a reader, and only the reader notices the loss of the port. The line owns it.
+        kernel::Byte_Client *const drain = kernel::Byte_Client_NULL::Construct(block_size);
         if (!drain || !port_.The_Line().Connect(drain)) return false;
         port_.Open();
         port_.Start();
         writer_.Start();
         return true;
     }
-    // What waits for a line that has gone is not for the one that comes back.
+    // Discards the bytes that waited for a lost line, so that they do not go out when it is back.
     void Tend() override
     {
         port_.Tend();
@@ -212,18 +217,18 @@ public:
     Stream_Status Status() const override { return port_.Status(); }
     bool Close() override
     {
-        // The line first: that ends a write which waits for it. A writer that is stuck all the same goes on using this
-        // object, so that the process then must end without destroying it (see Endpoint).
+        // The line first, which ends a write that waits for it. A writer that is stuck nevertheless still uses this
+        // object: the process must then end without destroying it (see Endpoint).
         port_.The_Line().stop();
         port_.The_Line().Close();
         return writer_.Stop(end_limit);
     }
 
 private:
-    // On the writer's thread. The line waits for the block before when it is told of another one.
+    // On the writer's thread. At Mesg_Data_Ready the line waits until the previous block is written.
     bool Write(std::span<const unsigned char> block)
     {
-        // True in any case: what a line takes that has gone is lost, but the line may come back.
+        // True in any case, since the line may come back; the block is lost.
         if (!Is_Up()) {
             dropped_.fetch_add(block.size(), std::memory_order_relaxed);
             return true;
@@ -235,10 +240,10 @@ private:
     }
 
     Port port_;
-    Feed feed_;  // goes before the line
+    Feed feed_;  // destroyed before the line
     Line_Clock line_clock_;
-    std::atomic<std::uint64_t> dropped_{0};  // bytes that the writer had for a line that was gone
-    Queued_Writer writer_;                   // goes first: its thread uses all of the above
+    std::atomic<std::uint64_t> dropped_{0};  // bytes that the writer got while the line was lost
+    Queued_Writer writer_;                   // destroyed first: its thread uses all of the above
 };
 
 }  // namespace

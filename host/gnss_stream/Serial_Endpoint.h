@@ -10,10 +10,10 @@
 
 namespace host {
 
-// A port that is missing or goes away is opened again, with a try each second; its going and its coming back are reported
-// once each. Where it cannot be opened at the start, this is no fault of the run.
+// A port that is missing or lost is tried again each second. Its loss and its return are reported once each. A port
+// that is missing at the start is no fault of the run.
 std::unique_ptr<Input> Make_Serial_Input(const Serial_Path &path, Console &console);
-// What comes in on the line is discarded. A line is slow and blocks: its bytes wait in a queue of their own.
+// Bytes that come in on the line are discarded. Writing to a line blocks, so that the bytes wait in a queue.
 std::unique_ptr<Output> Make_Serial_Output(const Serial_Path &path, std::size_t queue_size, Console &console);
 
 }  // namespace host

@@ -23,12 +23,13 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 const char unit[] = "host/Socket_Endpoint";
-constexpr auto look_up_limit = 100ms;  // for a look-up under way when all is closed
-constexpr auto listen_time = 300ms;    // in which a server that cannot listen has said so
-constexpr auto retry_time = 1s;        // of a server whose thread has ended
+constexpr auto look_up_limit = 100ms;  // for a look-up that is under way at the end
+constexpr auto listen_time = 300ms;    // a server that cannot listen has reported that by then
+constexpr auto retry_time = 1s;        // until a server whose thread has ended is started again
 constexpr long block_size = 4096;      // bytes
 
-// Tells what the library tells a window only, and takes the answer of a caster off its stream.
+// Adds to the library's socket what a stream program needs: changes of the status, the bytes sent on all connections,
+// and the removal of a caster's answer from the stream.
 class Link : public kernel::Socket_Client_Server {
 public:
     Link(const char *name, End_Handler &handler, unsigned int buffer_size)
@@ -52,7 +53,7 @@ public:
         if (status == Status_Failed) failed_at_ms_ = Now_Ms();
         Count_Connection(status);
         if (answers_ && status == Status_Connected_As_Client)
-            answer_.Expect();  // on the reader's thread, as all pulling
+            answer_.Expect();  // on the reader's thread, like all pulling
         Socket_Client_Server::SetStatus(status);
     }
     std::uint64_t Bytes_Sent()  // of all connections
@@ -81,8 +82,8 @@ private:
     {
         return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now().time_since_epoch()).count();
     }
-    // The library counts for each connection anew, and goes on counting for a while when one is lost: the last block was on
-    // its way. So the count is taken when the next connection is there.
+    // The library's count begins at 0 with each connection. It may still grow after a loss, by the last block, so that
+    // it is added up only when the next connection is made.
     void Count_Connection(Status status)
     {
         Bytes_Sent();
@@ -99,24 +100,26 @@ private:
         if (!is_connected()) answer_.End(keep);
         if (answer_.Is_Refusal() && !was_refused)
             Report(unit, __LINE__)
-                .Print_Out(kernel::Error_Handler::ES_Error, 91, "%s: the caster refuses: %s", GetName(),
+                .Print_Out(kernel::Error_Handler::ES_Error, "%s: the caster refuses: %s", GetName(),
                            answer_.Refusal().c_str());
     }
 
     bool answers_ = false;
     Caster_Answer answer_;
-    std::string data_;  // what stood behind an answer, or was none, and is not yet pulled
+    std::string data_;  // data that came with an answer and are not yet pulled
     std::mutex count_lock_;
     std::uint64_t sent_before_ = 0, sent_now_ = 0;  // bytes: of earlier connections, of the last one
     std::atomic<std::int64_t> failed_at_ms_{std::numeric_limits<std::int64_t>::min() / 2};
 };
 
-// What both directions share.
+// The part that input and output share.
 class Connection {
 public:
     Connection(const Socket_Path &path, const Socket_Options &options, Console &console)
         : path_(path), name_(std::visit([](const auto &p) { return Shown(p); }, path)), options_(options),
-          console_(console), handler_(console, name_, options.reconnect == 0 && !Is_Server()),
+          console_(console),
+          handler_(console, name_,
+                   Has_Single_Try() ? End_Handler::Faults::from_error : End_Handler::Faults::from_fatal),
           link_(std::make_unique<Link>(name_.c_str(), handler_, options.buffer_size))
     {
     }
@@ -150,22 +153,22 @@ private:
     std::mutex lock_;
     bool stopped_ = false;  // guarded by lock_
     std::optional<Clock::time_point> started_;
-    std::optional<Clock::time_point> retry_;  // when a thread that has ended is started again
+    std::optional<Clock::time_point> retry_;  // when the link's thread, which has ended, is started again
 };
 
 bool Connection::Prepare()
 {
-    // Without events the threads cannot wait, and without buffers nothing would ever be sent.
+    // IsValid is false without events to wait for; there is no room when the buffers could not be allocated.
     if (!link_->IsValid() || link_->Room() == 0) {
         console_.Set(unit, __LINE__)
-            ->Print_Out(kernel::Error_Handler::ES_Error, 1, "%s: not enough memory or descriptors for a connection.",
+            ->Print_Out(kernel::Error_Handler::ES_Error, "%s: not enough memory or descriptors for a connection.",
                         name_.c_str());
         return false;
     }
     const auto *caster = std::get_if<Ntrip_Path>(&path_);
     if (!caster || link_->Set_Up(*caster)) return true;
     console_.Set(unit, __LINE__)
-        ->Print_Out(kernel::Error_Handler::ES_Error, 1,
+        ->Print_Out(kernel::Error_Handler::ES_Error,
                     "%s: mountpoint, user and password have 255 characters each at most, and a mountpoint has no "
                     "blank and begins with no further /.",
                     name_.c_str());
@@ -179,7 +182,7 @@ void Connection::Start()
     opener_.Start([this] { Open(); });
 }
 
-// On its own thread. A name that is not known yet is looked up again by the link's thread.
+// On opener_. The link's thread repeats a look-up that has failed.
 void Connection::Open()
 {
     if (const auto *server = std::get_if<Tcp_Server_Path>(&path_)) link_->CreateServer(server->port);
@@ -194,10 +197,10 @@ void Connection::Open()
 void Connection::Run_Link()
 {
     if (!link_->Work())
-        handler_.Set(unit, __LINE__)->Print_Out(kernel::Error_Handler::ES_Fatal, 1, "No thread could be had.");
+        handler_.Set(unit, __LINE__)->Print_Out(kernel::Error_Handler::ES_Fatal, "No thread could be had.");
 }
 
-// The thread of a link ends when its peer was silent for too long, or no socket could be had.
+// Starts the link's thread again. It ends when the peer was silent for too long, or when no socket was to be had.
 void Connection::Tend()
 {
     if (!started_ || !opener_.Has_Ended()) return;
@@ -277,7 +280,7 @@ public:
     bool Open() override
     {
         if (!connection_.Prepare()) return false;
-        kernel::Byte_Client *const drain = kernel::Byte_Client_NULL::Construct(block_size);  // goes with the link
+        kernel::Byte_Client *const drain = kernel::Byte_Client_NULL::Construct(block_size);  // the link deletes it
         if (!drain || !connection_.Connect(drain)) return false;
         connection_.Start();
         return true;
@@ -286,7 +289,7 @@ public:
     bool Is_Up() const override { return Writer().is_connected(); }
     std::size_t Room() const override { return Writer().Room(); }
     void Put(std::span<const unsigned char> block) override { feed_.Give(block); }
-    // Also where the peer has gone: what was on its way is counted then.
+    // Also without a peer: Unsent then counts the block that was being sent.
     bool Is_Drained() const override { return Writer().Unsent() == 0; }
     std::uint64_t Sent() const override { return Writer().Bytes_Sent(); }
     bool Has_Failed() const override { return connection_.Has_Ended(); }
@@ -298,7 +301,7 @@ private:
     Link &Writer() const { return connection_.The_Link(); }
 
     Connection connection_;
-    Feed feed_;  // goes before the link
+    Feed feed_;  // destroyed before the link
 };
 
 }  // namespace

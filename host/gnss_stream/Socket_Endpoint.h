@@ -14,14 +14,15 @@ using Socket_Path = std::variant<Tcp_Client_Path, Tcp_Server_Path, Ntrip_Path>;
 
 struct Socket_Options {
     unsigned int reconnect = 10;          // [s] between two tries of a client; 0: only one
-    bool strict = false;                  // the first try decides
+    bool strict = false;                  // the first try decides whether the program starts
     unsigned int buffer_size = 1U << 20;  // bytes that wait for a peer
 };
 
-// A connection that is made, watched and made again. What a caster says before its data is left out. The name of a host is looked up on a thread of its own, which takes as
-// long as the system does. The library's reports are faults of the run where there is a single try only.
+// A connection that is made again after a loss. The answer of a caster is removed from the stream. Host names are
+// looked up on a separate thread, because a look-up may take long. The library's reports are faults of the run only
+// when there is a single try.
 std::unique_ptr<Input> Make_Socket_Input(const Socket_Path &path, const Socket_Options &options, Console &console);
-// What the peer says is discarded.
+// Bytes from the peer are discarded.
 std::unique_ptr<Output> Make_Socket_Output(const Socket_Path &path, const Socket_Options &options, Console &console);
 
 }  // namespace host

@@ -18,13 +18,13 @@ namespace {
 using namespace std::chrono_literals;
 
 const char unit[] = "host/Standard_Endpoint";
-constexpr std::streamsize block_size = std::max(BUFSIZ, 4096);  // bytes; all that std::cin's buffer holds
+constexpr std::streamsize block_size = std::max(BUFSIZ, 4096);  // bytes; at least the size of std::cin's buffer
 constexpr long ring_size = 2 * block_size;                      // bytes
-constexpr auto end_limit = 50ms;                                // for a thread that is not stuck
+constexpr auto end_limit = 50ms;                                // for the end of a thread that is not stuck
 
-// The one way of the standard library to a read that does not wait for a whole block: sgetc has the buffer filled by one
-// call of the system, and in_avail then says how much has come. Nothing stays in that buffer. 0: the end. A failure is
-// thrown.
+// Reads what is there without waiting for a whole block; returns 0 at the end, and throws on a failure. This is the
+// only way with the standard library: sgetc fills the buffer with one call of the system, and in_avail then returns how
+// many bytes came. All of them are taken.
 std::streamsize Read_Some(std::array<char, block_size> &block)
 {
     std::streambuf &in = *std::cin.rdbuf();
@@ -34,7 +34,7 @@ std::streamsize Read_Some(std::array<char, block_size> &block)
 
 }  // namespace
 
-// Lives as long as the thread, which may be left behind in a read.
+// Shared with the thread, which may be left behind in a read.
 struct Standard_Input::State {
     explicit State(Console &c) : console(c) {}
     ~State() { kernel::String_Byte_Server::Destruct(server); }
@@ -46,6 +46,23 @@ struct Standard_Input::State {
     std::mutex lock;
     std::condition_variable changed;
     bool stop = false, delivering = false, abandoned = false;  // guarded by the lock
+
+    // False: the block must not be delivered any more.
+    bool Begin_Delivery()
+    {
+        const std::lock_guard held(lock);
+        delivering = !abandoned;
+        changed.notify_all();
+        return delivering;
+    }
+    // False: this was the last block.
+    bool End_Delivery()
+    {
+        const std::lock_guard held(lock);
+        delivering = false;
+        changed.notify_all();
+        return !abandoned && !stop;
+    }
 };
 
 Standard_Input::Standard_Input(Console &console) : state_(std::make_shared<State>(console)) {}
@@ -60,7 +77,7 @@ void Standard_Input::Start()
             Run(*state);
         } catch (const std::ios_base::failure &) {
             state->console.Set(unit, __LINE__)
-                ->Print_Out(kernel::Error_Handler::ES_Error, 1, "Could not read standard input.");
+                ->Print_Out(kernel::Error_Handler::ES_Error, "Could not read standard input.");
         }
         state->ended = true;
     });
@@ -69,24 +86,17 @@ void Standard_Input::Start()
 void Standard_Input::Run(State &state)
 {
     std::array<char, block_size> block;
-    const auto set_delivering = [&state](bool delivering) {  // false: it is over
-        const std::lock_guard held(state.lock);
-        if (state.abandoned) return false;
-        state.delivering = delivering;
-        state.changed.notify_all();
-        return delivering || !state.stop;
-    };
-    for (std::streamsize n; (n = Read_Some(block)) > 0 && set_delivering(true);) {
+    for (std::streamsize n; (n = Read_Some(block)) > 0 && state.Begin_Delivery();) {
         state.server->PutBin(reinterpret_cast<const unsigned char *>(block.data()), static_cast<unsigned int>(n));
         state.server->Work();
         state.server->Clear();
-        if (!set_delivering(false)) return;
+        if (!state.End_Delivery()) return;
     }
 }
 
 bool Standard_Input::Ended() const { return state_->ended; }
 
-// What was there to be read is delivered; what a read brings later is nobody's.
+// Lets a block that was there to be read be delivered. A block that a read brings later is dropped.
 void Standard_Input::Stop()
 {
     std::unique_lock held(state_->lock);
@@ -100,7 +110,7 @@ Stream_Status Standard_Input::Status() const { return {Ended() ? "ended" : "read
 
 bool Standard_Input::Close() { return thread_.Join(end_limit); }
 
-// Lives as long as the thread, which may be left behind in a write or in the opening of a pipe.
+// Shared with the thread, which may be left behind in a write or in the opening of a pipe.
 struct Standard_Output::Target {
     ~Target()
     {
@@ -121,11 +131,11 @@ struct Standard_Output::Target {
     }
     void Say(kernel::Error_Handler::Enum_Status level, unsigned int line, const char *what)
     {
-        console.Set(unit, line)->Print_Out(level, 1, "%s %s", name.c_str(), what);
+        console.Set(unit, line)->Print_Out(level, "%s %s", name.c_str(), what);
     }
 
     const std::string name;
-    std::FILE *file;  // null: a pipe that is not open yet; the writing thread's
+    std::FILE *file;  // of the writing thread; null: a pipe that is not open yet
     Console &console;
 };
 

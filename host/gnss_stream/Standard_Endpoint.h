@@ -1,5 +1,5 @@
-// Standard input and output as ends of a stream, and pipes that have names. The main program sees to it that the standard
-// streams are binary.
+// Standard input, standard output and named pipes as ends of a stream. The program makes the standard streams binary
+// (see win32/binary_stdio.cpp).
 #pragma once
 
 #include "host/gnss_stream/Console.h"
@@ -15,11 +15,11 @@
 
 namespace host {
 
-// Reads what is there, and does not wait for whole blocks.
+// Reads what is there without waiting for whole blocks.
 //
-// Threads:   as Endpoint. The bytes come on a thread of this object, which nothing can call back from a read.
+// Threads:   as Endpoint. A thread of this object delivers; nothing can interrupt it in a read.
 // Ownership: as Endpoint. One object per process.
-// Errors:    as Endpoint. A read that fails is reported, and the end.
+// Errors:    as Endpoint. A failed read is reported and ends the input.
 class Standard_Input : public Input {
 public:
     explicit Standard_Input(Console &console);
@@ -43,12 +43,12 @@ private:
     Left_Thread thread_;
 };
 
-// What may hold up a writer: standard output, or a pipe in the file system, which opens when somebody reads it.
+// An output whose writes may block: standard output, or a named pipe, which opens when somebody reads it.
 //
 // Threads:   as Output. A thread of this object opens and writes.
 // Ownership: as Endpoint. One object per process for standard output.
-// Errors:    as Endpoint. A write that fails is reported, and the end of this output; bytes that find the queue full are
-//            discarded together with the queue, and reported as a warning.
+// Errors:    as Endpoint. A failed write is reported and ends this output. When the queue is full it is discarded,
+//            which is reported as a warning.
 class Standard_Output : public Output {
 public:
     static std::unique_ptr<Standard_Output> Make(std::size_t queue_size, Console &console);

@@ -52,7 +52,7 @@ void Status_View::Last()
     if (options_.interval > 0s) Show_Lines(now);
 }
 
-// The rate is the mean since the start.
+// Shows the mean rate since the start.
 std::string Status_View::Live_Part(const Stream &stream, Clock::time_point now) const
 {
     const std::string state = stream.label + stream.end.Status().state;
@@ -62,7 +62,7 @@ std::string Status_View::Live_Part(const Stream &stream, Clock::time_point now) 
     return stream.live == Live::bytes ? part : part + ", " + Megabytes(Per_Second(bytes, now - start_)) + "/s";
 }
 
-// A line that a terminal breaks in two could not be rewritten.
+// Cut to the width of a terminal: a line that is broken in two could not be rewritten.
 void Status_View::Show_Live(Clock::time_point now)
 {
     live_shown_ = now;
@@ -71,7 +71,7 @@ void Status_View::Show_Live(Clock::time_point now)
     console_.Show_Live(line.substr(0, live_width));
 }
 
-// Rates are means since the last line.
+// Shows the mean rates since the last lines.
 void Status_View::Show_Lines(Clock::time_point now)
 {
     const auto time = now - std::exchange(lines_shown_, now);

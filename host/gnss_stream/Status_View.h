@@ -1,4 +1,4 @@
-// What a person sees of the streams while they run: a live line, or status lines from time to time.
+// Shows the streams while they run: in a live line, or in status lines from time to time.
 #pragma once
 
 #include "host/gnss_stream/Console.h"
@@ -12,12 +12,13 @@
 
 namespace host {
 
-// The live line is "reading 0.262 MB, 0.051 MB/s | 1 connected 0.262 MB | 1143 frames, 0 CRC failures": the input, the
-// outputs by their numbers, what was counted. A status line is
+// The live line shows the input, the outputs by their numbers, and the counted frames:
+//   reading 0.262 MB, 0.051 MB/s | 1 connected 0.262 MB | 1143 frames, 0 CRC failures
+// A status line shows one stream:
 //   output 1 tcpsvr://:2101: connected, 262144 bytes, 51200 bytes/s, peer 127.0.0.1:40000
 //
 // Threads:   one.
-// Ownership: console and ends outlive it, as does what the functions use.
+// Ownership: console, ends and all that the functions use outlive it.
 // Errors:    none.
 class Status_View {
 public:
@@ -31,14 +32,14 @@ public:
     enum class Live { bytes_and_rate, bytes, state };  // what the live line shows
     void Add(Live live, std::string label, std::string name, const Endpoint &end, Bytes bytes);
     void Pass();  // shows what is due
-    void Last();  // shows all once more
+    void Last();  // shows the final state
 
 private:
     using Clock = std::chrono::steady_clock;
 
     struct Stream {
         Live live;
-        std::string label, name;  // in the live line, in status lines
+        std::string label, name;  // in the live line and in status lines
         const Endpoint &end;
         Bytes bytes;
         std::uint64_t bytes_before = 0;  // when the last status line was shown

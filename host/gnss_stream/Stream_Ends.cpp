@@ -19,8 +19,8 @@ struct Match : Cases... {
 template <class... Cases>
 Match(Cases...) -> Match<Cases...>;
 
-// Bytes that may wait for a peer. Where the input waits, many are of no use: it takes longer to see that the peer has
-// stopped reading, and at the end of the program they want to be sent.
+// Bytes that may wait for a peer. An input that waits needs few: with more, it takes longer to notice that the peer has
+// stopped reading, and longer to send the rest at the end.
 unsigned int Waiting_Room(const Stream_Options &options) { return Can_Wait(options.input) ? 1U << 16 : 1U << 20; }
 
 Socket_Options For_Sockets(const Stream_Options &options)
@@ -55,7 +55,7 @@ std::unique_ptr<Output> Make_Output(const Stream_Path &output, const Stream_Opti
         Match{[&](const Standard_Path &) -> Made { return Standard_Output::Make(Waiting_Room(options), console); },
               [&](const File_Path &path) -> Made {
                   std::error_code ignored;
-                  // Opening a pipe, and writing to it, may wait for its reader.
+                  // Opening a pipe and writing to it may wait for a reader.
                   if (std::filesystem::is_fifo(path.name, ignored))
                       return Standard_Output::Make_Pipe(path.name, Waiting_Room(options), console);
                   return std::make_unique<File_Output>(path.name, console);

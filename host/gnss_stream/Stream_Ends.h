@@ -1,4 +1,4 @@
-// From paths to ends.
+// Makes the ends of a stream from their paths.
 #pragma once
 
 #include "host/gnss_stream/Endpoint.h"
@@ -10,7 +10,7 @@ namespace host {
 
 class Console;
 
-// A file and standard input: the stream waits for its outputs.
+// True for a file and for standard input, which wait for the outputs (see Input::Can_Wait).
 bool Can_Wait(const Stream_Path &input);
 
 std::unique_ptr<Input> Make_Input(const Stream_Options &options, Console &console);

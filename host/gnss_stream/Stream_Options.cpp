@@ -12,58 +12,64 @@ namespace host {
 namespace {
 
 const char description[] =
-    R"(Moves a byte stream from one input to any number of outputs, and can count its RTCM 3 frames, decode it and record it
-on the way.
+    R"(Moves a byte stream from one input to any number of outputs. On the way it can count RTCM 3 frames, decode them,
+and record the stream.
 
 Streams:
-  serial://PORT[:baud[:bits[:parity[:stop[:flow]]]]]   9600:8:n:1:off; parity n, e or o; flow off or rts
-  tcpcli://HOST:PORT                                   connects, again and again (--reconnect)
-  tcpsvr://:PORT                                       serves one peer at a time; port 0 is a free one
-  ntrip://[USER:PASSWORD@]HOST[:PORT][/MOUNTPOINT]     input only; port 2101; no mountpoint: the source table
-  [file://]NAME                                        an output goes on at the end of what is there
+  serial://PORT[:baud[:bits[:parity[:stop[:flow]]]]]   defaults 9600:8:n:1:off; parity n, e or o; flow off or rts
+  tcpcli://HOST:PORT                                   connects, and again after a loss (--reconnect)
+  tcpsvr://:PORT                                       serves one peer at a time; port 0 takes a free one
+  ntrip://[USER:PASSWORD@]HOST[:PORT][/MOUNTPOINT]     input only; default port 2101; without mountpoint: source table
+  [file://]NAME                                        a file; an output appends to it
   - or ""                                              standard input or output
 
-Without --in the input is standard input. Without any --out, --record and decoding the bytes go to standard output.
+Without --in the input is standard input. Without --out, --record, --frames and decoding the bytes go to standard
+output.
 )";
 
 const char footer[] =
-    R"(A file and standard input wait for the outputs: nothing is lost towards a peer that reads. A serial line, TCP and NTRIP
-do so for a quarter of a second at most: what an output then has no room for (1 MiB) is discarded and reported. Outputs
-that nobody is connected to drop what comes; what an output receives is discarded. What goes away is opened again: a
-serial port each second, TCP as --reconnect says; a TCP or NTRIP input that is silent for a minute counts as gone. An output
-that is a pipe with a name opens when somebody reads it.
+    R"(While it runs: a file and standard input wait for the outputs, so that a peer that reads loses nothing. A serial,
+TCP or NTRIP input waits a quarter of a second at most: an output that then has no room (its queue holds 1 MiB)
+discards and reports what was waiting. An output that nobody is connected to drops its bytes. Whatever an output
+receives is discarded. A stream that goes away is opened again: a serial port each second, TCP after --reconnect. A TCP
+or NTRIP input counts as gone after one to two minutes of silence. An output that is a named pipe opens when somebody
+reads it.
 
-At the end of a file or of standard input, and after Ctrl-C or SIGTERM, what has been received is handed on, and all is
-closed when the outputs have taken what waits for them. One that takes nothing for the time of --linger has lost it, as
-has one that takes longer than a minute after a signal. A second signal ends the program at once.
+At the end: after the end of a file or of standard input, and after Ctrl-C or SIGTERM, the bytes received so far are
+handed on, and the program ends when the outputs have sent them. An output that sends nothing for --linger seconds
+loses the rest; after a signal it has a minute in all. A second signal ends the program at once.
 
-User and password of a caster are best given as $GNSS_STREAM_USER and $GNSS_STREAM_PASSWORD, or the password in a file: on
-Linux they are wiped off the command line when the program starts, on Windows they stay to be seen there.
+Credentials of a caster: set $GNSS_STREAM_USER and $GNSS_STREAM_PASSWORD, or put the password into a file. On Linux
+those on the command line are overwritten when the program starts; on Windows other users can see them there.
 
---frames, --decode, --epochs and --csv look at RTCM 3 frames and show, at the end, message number, frames, bytes (of whole
-frames); a frame with too little payload for a number is counted as message 0. Then totals; but for --frames alone also
-those of epochs, satellites in them, distinct ephemerides, the station's position, what was wrong with epochs, week and
+--frames, --decode, --epochs and --csv look at RTCM 3 frames. At the end they show a table of message numbers with
+frames and bytes (of whole frames; message 0 stands for a payload too short for a number), then totals. With decoding
+the totals include epochs, satellites in them, distinct ephemerides, the station's position, faults of epochs, week and
 leap seconds with their source, doubts about them, and the texts of messages 1007, 1008 and 1033.
 
 A list file names one recording per line, relative to the current directory; "//" starts a comment. The recordings
 of a list are one stream: a frame may begin in one and end in the next.
 
-An epoch's line (--epochs): ">", GPS week, second of the week, date and time (GPS), number of satellites. A satellite's:
-system and number; for each of the carriers A, B and C (GPS: L1, L5 or P(Y) on L1, L2) its letter, pseudorange [m],
-carrier phase [cycles], Doppler [Hz] and C/N0 [dB-Hz], blank where there is none; for GPS satellites with an ephemeris
-not further than 2 h 5 min from its reference time, once the station's position is known: elevation and azimuth
-[degrees], range [m] and range rate [m/s].
+--epochs shows for each epoch: ">", GPS week, second of the week, date and time (GPS), number of satellites. Then for
+each satellite: system and number; for each of the carriers A, B and C (GPS: L1, L5 or P(Y) on L1, L2) its letter,
+pseudorange [m], carrier phase [cycles], Doppler [Hz] and C/N0 [dB-Hz], blank where there is none. GPS satellites also
+have elevation and azimuth [degrees], range [m] and range rate [m/s], once the station's position is known and an
+ephemeris whose reference time is at most 2 h 5 min away.
 
-Exit status: 0 all fine; 1 something was off (a file or standard stream that could not be read or written, bytes of a file
-or of standard input that an output has lost because nobody was connected or a peer did not take them, no connection and
-no --reconnect, a CRC failure in the frames looked at, bytes missing in the recorded or a CSV file); 2 wrong usage; 4
-could not start (input, output, record, password or CSV file not usable, no thread, memory or descriptor to be had; with
---strict any stream). What an output of a serial line, TCP or NTRIP input has lost is told at the end and is no fault.
-Skipped bytes and an incomplete last frame are shown and are no fault.)";
+Exit status:
+  0  all went well
+  1  a fault: a file or standard stream could not be read or written; an output lost bytes of a file or of standard
+     input because nobody was connected or the peer did not take them; no connection, with --reconnect 0; a CRC failure
+     in the frames looked at; bytes missing in the record or in a CSV file
+  2  wrong usage
+  4  could not start: input, output, record, password file or CSV file not usable; no thread, memory or descriptor to
+     be had; with --strict any stream that is not there
+No faults, but reported: bytes that an output of a serial, TCP or NTRIP input lost, skipped bytes, an incomplete last
+frame.)";
 
 const CLI::Validator not_empty([](const std::string &text) { return text.empty() ? "must not be empty" : ""; }, "");
 
-// The paths as they stand on the command line.
+// Paths as given on the command line.
 struct Paths {
     std::string input, in;
     std::vector<std::string> outputs;
@@ -80,8 +86,7 @@ void Declare_Streams(CLI::App &app, Stream_Options &options, Paths &paths)
     CLI::Option *record = app.add_option("--record", options.record, "Writes a copy of the stream to this file")
                               ->option_text("NAME")
                               ->check(not_empty);
-    app.add_flag("--append", options.append,
-                 "Goes on at the end of the --record file; without it that must be new or empty")
+    app.add_flag("--append", options.append, "Appends to the --record file, which must be new or empty otherwise")
         ->needs(record);
     app.add_flag("--list", options.file.list, "The input is a list file: replays the recordings that it names");
     app.add_option("--rate", options.file.rate, "Bytes per second, of a file; 0 or absent: as fast as it goes")
@@ -92,8 +97,8 @@ void Declare_Streams(CLI::App &app, Stream_Options &options, Paths &paths)
 void Declare_Connections(CLI::App &app, Stream_Options &options)
 {
     app.add_option("--user", options.user,
-                   "For a caster; absent: $GNSS_STREAM_USER. The password is not for a command line: it "
-                   "comes from --password-file or $GNSS_STREAM_PASSWORD")
+                   "For a caster; absent: $GNSS_STREAM_USER. The password comes from --password-file or "
+                   "$GNSS_STREAM_PASSWORD")
         ->option_text("NAME")
         ->check(not_empty);
     app.add_option("--password-file", options.password_file, "A file whose first line is the password")
@@ -109,7 +114,7 @@ void Declare_Connections(CLI::App &app, Stream_Options &options)
         ->option_text("SECONDS")
         ->check(CLI::Range(0, 86400));
     app.add_option("--linger", options.linger,
-                   "At the end, an output that takes nothing for this long, 20 when absent, has lost what waits for it")
+                   "At the end, an output that sends nothing for this long, 20 when absent, loses what waits for it")
         ->option_text("SECONDS")
         ->check(CLI::Range(1, 86400));
     app.add_flag("--strict", options.strict,
@@ -141,7 +146,7 @@ void Declare_Decoding(CLI::App &app, Stream_Options &options)
         ->option_text("PREFIX")
         ->check(not_empty);
     app.add_option("--near-week", rtcm3.decoder.near_week,
-                   "A GPS week within 512 of the recording's: the messages tell only ten bits of it; absent: "
+                   "A GPS week within 512 weeks of the recording, because messages carry ten bits of it; absent: "
                    "--start-week, or a date or leap seconds in the stream, or 2200")
         ->option_text("WEEK")
         ->check(CLI::Range(0, 65535));
@@ -150,14 +155,14 @@ void Declare_Decoding(CLI::App &app, Stream_Options &options)
         ->option_text("WEEK")
         ->check(CLI::Range(0, 65535));
     app.add_option("--leap-seconds", rtcm3.decoder.leap_seconds,
-                   "GPS less UTC in seconds, for the times of GLONASS; absent: as the stream shows, or by date")
+                   "GPS minus UTC in seconds, for the times of GLONASS; absent: as the stream shows, or by date")
         ->option_text("SECONDS")
         ->check(CLI::Range(0, 255));
     app.add_flag("--beidou-gps-time", rtcm3.decoder.beidou_in_gps_time,
-                 "BeiDou messages have GPS time, as in recordings from before 2013");
+                 "BeiDou messages carry GPS time, as in recordings from before 2013");
 }
 
-// --- What the options say together
+// --- Options that depend on one another
 
 Stream_Path Path_Of(const char *option, const std::string &text)
 {
@@ -215,7 +220,7 @@ void Check_Decoding(const CLI::App &app, const Stream_Options &options)
 
 // --- Credentials
 
-// What CLI11 says about an argument quotes it.
+// CLI11 quotes arguments in its error texts: the secrets in them become ***.
 std::string Without(const std::vector<std::string> &secrets, std::string text)
 {
     for (const std::string &secret : secrets)
@@ -229,7 +234,7 @@ void Overwrite(std::string_view part, char *argument)
     std::fill_n(argument + (part.data() - argument), part.size(), '*');
 }
 
-// Answers those that errors would quote.
+// Returns the credentials of paths, which error texts would quote.
 std::vector<std::string> Overwrite_Credentials(int argc, char **argv)
 {
     constexpr std::string_view user = "--user=";

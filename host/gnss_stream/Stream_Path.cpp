@@ -12,15 +12,14 @@ namespace {
 using std::string;
 using std::string_view;
 
-// A fault that is found deep in a path ends its parsing. No text quotes the path: in a mistyped one a password may stand
-// in any place.
+// Ends the parsing. The text never quotes the path: in a mistyped path the password may be anywhere.
 struct Path_Error {
     string text;
 };
 
 [[noreturn]] void Fail(const string &text) { throw Path_Error{text}; }
 
-// Not std::tolower: that depends on the locale, and takes no negative char.
+// Instead of std::tolower, which depends on the locale and must not get a negative char.
 char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 bool Equal(string_view a, string_view b)
@@ -36,18 +35,18 @@ bool Is_Digits(string_view text)
 std::uint32_t Number(string_view text, std::uint32_t least, std::uint32_t most, const char *what)
 {
     std::uint32_t value = 0;
-    // No sign, no blank, nothing behind: strtoul would take them all.
+    // from_chars takes no sign and no blank, as strtoul would; `end` shows that nothing follows.
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (error != std::errc() || end != text.data() + text.size() || value < least || value > most)
         Fail(string(what) + " must be a number from " + std::to_string(least) + " to " + std::to_string(most));
     return value;
 }
 
-// A name may stand on a line, in a request and in a report: no blanks, no control characters.
+// Names appear in requests and reports, where a blank or a control character would end them.
 void Check_Name(string_view text, const char *what)
 {
     if (text.empty()) Fail(string("there is no ") + what);
-    // A char may be negative: those are letters beyond ASCII, and welcome.
+    // Negative chars are letters beyond ASCII, which are allowed.
     if (std::any_of(text.begin(), text.end(), [](char c) { return (c >= 0 && c <= ' ') || c == 0x7F; }))
         Fail(string("a blank or control character in the ") + what);
 }
@@ -60,7 +59,7 @@ void Check_Host(string_view host)
 
 std::uint16_t Port(string_view text) { return static_cast<std::uint16_t>(Number(text, 1, 65535, "the port")); }
 
-// --- The kinds of path, without their scheme
+// --- Each kind of path, without its scheme
 
 std::vector<string_view> Fields(string_view text)
 {
@@ -84,14 +83,14 @@ bool Flow(string_view text)
     Fail("the flow control must be off or rts");
 }
 
-// A setting that is left empty keeps its default.
+// An empty setting keeps its default.
 Stream_Path Serial(string_view text)
 {
     const auto fields = Fields(text);
     Serial_Path path;
     path.port = fields[0];
     Check_Name(path.port, "serial port");
-    // A speed whose port was forgotten, most likely.
+    // Most likely the baud rate of a path without a port.
     if (Is_Digits(path.port)) Fail("a number is not the name of a serial port");
     if (fields.size() > 6) Fail("nothing follows the flow control");
     const auto given = [&](std::size_t at) { return fields.size() > at && !fields[at].empty(); };
@@ -105,7 +104,7 @@ Stream_Path Serial(string_view text)
 
 Stream_Path Tcp_Client(string_view text)
 {
-    // The last one, so that an IPv6 address fails as a host and not as a port.
+    // The last colon, so that an IPv6 address is reported as a wrong host and not as a wrong port.
     const std::size_t colon = text.rfind(':');
     Check_Host(text.substr(0, colon));
     if (colon == string_view::npos) Fail("there is no port after the host");
@@ -121,8 +120,8 @@ Stream_Path Tcp_Server(string_view text)
 Stream_Path Ntrip(string_view text)
 {
     Ntrip_Path path;
-    // Credentials end at the last '@', as a password may have one in it, and a '/' or ':', too. A user has no ':':
-    // without one all is the user, and the password is empty.
+    // Credentials end at the last '@', because a password may contain '@', '/' and ':'. The user ends at the first ':';
+    // without a ':' the password is empty.
     if (const std::size_t at = text.rfind('@'); at != string_view::npos) {
         const string_view credentials = text.substr(0, at);
         const std::size_t colon = std::min(credentials.find(':'), credentials.size());
@@ -162,18 +161,17 @@ constexpr std::array<Scheme, 5> schemes = {{{"serial", Serial, false},
                                             {"ntrip", Ntrip, true},
                                             {"file", File, true}}};
 
-// What looks like another stream with its scheme misspelt or left out must not become the name of a file: reports would
-// show it, and the password in it.
+// A path with a misspelt or missing scheme must not be taken for a file name: reports would show it with its password.
 Stream_Path Parse(string_view text)
 {
     if (text.empty() || text == "-") return Standard_Path{};
     const std::size_t colon = std::min(text.find(':'), text.size());
-    // "C:\data" is no stream either: its name is no scheme, and what follows are no slashes.
+    // "C:\data" is a file: "C" is no scheme, and no "://" follows.
     const string_view name = text.substr(0, colon);
     const bool has_slashes = text.substr(colon).starts_with("://");
     const auto scheme = std::find_if(schemes.begin(), schemes.end(), [&](auto &s) { return Equal(s.name, name); });
     const bool has_at = text.find('@', colon) != string_view::npos;
-    // A file may well be called "serial": the colon makes it a scheme.
+    // Without the colon "serial" is the name of a file.
     if (colon < text.size() && scheme != schemes.end()) {
         if (!has_slashes) Fail("after " + string(scheme->name) + " comes ://");
         if (has_at && !scheme->may_have_at) Fail("credentials belong to ntrip:// only");

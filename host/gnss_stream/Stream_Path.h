@@ -1,11 +1,11 @@
-// The names of streams, as the field writes them:
+// The names of streams, as common in the field:
 //
-//   serial://PORT[:baud[:bits[:parity[:stop[:flow]]]]]            parity n, e or o; flow off or rts; 9600:8:n:1:off
+//   serial://PORT[:baud[:bits[:parity[:stop[:flow]]]]]     parity n, e or o; flow off or rts; defaults 9600:8:n:1:off
 //   tcpcli://HOST:PORT
-//   tcpsvr://:PORT                                                0: a free one
-//   ntrip://[USER:PASSWORD@]HOST[:PORT][/MOUNTPOINT]              port 2101; no mountpoint: the caster's source table
+//   tcpsvr://:PORT                                         port 0: a free one
+//   ntrip://[USER:PASSWORD@]HOST[:PORT][/MOUNTPOINT]       default port 2101; without a mountpoint the source table
 //   [file://]NAME
-//   - or nothing                                                  standard input or output
+//   - or empty                                             standard input or output
 #pragma once
 
 #include <cstdint>
@@ -50,15 +50,15 @@ struct Ntrip_Path {
 
 using Stream_Path = std::variant<Standard_Path, File_Path, Serial_Path, Tcp_Client_Path, Tcp_Server_Path, Ntrip_Path>;
 
-// Nothing when the text names no stream; `error` then says what is wrong with it, and shows nothing that could be a
+// Empty when the text names no stream. `error` then gives the reason without quoting the text, which may hold a
 // password.
 std::optional<Stream_Path> Parse_Stream_Path(std::string_view text, std::string &error);
 
 // For reports and status lines: the path without its credentials.
 std::string Shown(const Stream_Path &path);
 
-// Where credentials stand in an argument of a command line, if it may hold some: between "://" (or "ntrip:", however it
-// goes on) and the last '@'. Empty: nowhere.
+// The part of a command line's argument that may be credentials: between "://" (or "ntrip:", so that a mistyped path is
+// covered) and the last '@'. Empty when there is none.
 std::string_view Credentials_In(std::string_view argument);
 
 }  // namespace host

@@ -23,20 +23,20 @@ namespace fs = std::filesystem;
 const char unit[] = "host/Stream_Run";
 constexpr auto pass_time = 20ms;
 constexpr auto end_limit = 60s;       // after a signal, for peers that read slowly
-constexpr auto note_time = 3s;        // after which a user is told what the program waits for
+constexpr auto note_time = 3s;        // until a user is told what the program waits for
 constexpr auto connect_limit = 30s;   // with --strict
-constexpr auto quiet_time = 60ms;     // without bytes: what was on its way has come
-constexpr auto settle_limit = 500ms;  // for that to be so
+constexpr auto quiet_time = 60ms;     // after this time without bytes, no more are on their way
+constexpr auto settle_limit = 500ms;  // for the wait for quiet_time
 constexpr auto patience = 60s;        // with an input that is silent
 
-// As far as the standard library can tell.
+// The standard library can tell this on POSIX only.
 bool Is_Terminal()
 {
     std::error_code ignored;
     return fs::is_character_file("/dev/stderr", ignored);
 }
 
-// 0 for what is no regular file: a missing one, a device, a pipe.
+// 0 for a missing file, a device and a pipe.
 std::uint64_t Size_Of(const std::string &name)
 {
     std::error_code error;
@@ -45,7 +45,7 @@ std::uint64_t Size_Of(const std::string &name)
     return error ? 0 : size;
 }
 
-// Devices and pipes may well be used twice.
+// False for devices and pipes, which may be used twice.
 bool Are_Same_File(const std::string &name, const std::string &other)
 {
     const fs::path a = Path_Of(name), b = Path_Of(other);
@@ -61,7 +61,7 @@ Status_View::Options View_Options(const Stream_Options &options)
     return {live && !options.quiet, std::chrono::seconds(options.status_interval)};
 }
 
-// A peer may have gone without a word; a serial line may be silent for as long as it likes.
+// A TCP peer may be lost without a notice, which only its silence shows. A serial line may be silent for any time.
 std::chrono::milliseconds Patience_With(const Stream_Path &input)
 {
     return Can_Wait(input) || std::holds_alternative<Serial_Path>(input) ? Fan_Out::for_ever : patience;
@@ -71,7 +71,9 @@ std::chrono::milliseconds Patience_With(const Stream_Path &input)
 
 Stream_Run::Stream_Run(const Stream_Options &options, Console &console, const std::atomic<bool> &stop)
     : options_(options), console_(console), stop_(stop),
-      fan_out_(Can_Wait(options.input), Patience_With(options.input)), view_(View_Options(options), console)
+      fan_out_(Can_Wait(options.input) ? Fan_Out::Source::can_wait : Fan_Out::Source::live,
+               Patience_With(options.input)),
+      view_(View_Options(options), console)
 {
     fan_out_.Dont_Delete_Me();
     fan_out_.Set_Error_Handler(console);
@@ -79,7 +81,7 @@ Stream_Run::Stream_Run(const Stream_Options &options, Console &console, const st
 
 void Stream_Run::Complain(unsigned int line, const std::string &text)
 {
-    console_.Set(unit, line)->Print_Out(kernel::Error_Handler::ES_Error, 1, "%s", text.c_str());
+    console_.Set(unit, line)->Print_Out(kernel::Error_Handler::ES_Error, "%s", text.c_str());
 }
 
 Exit Stream_Run::Run()
@@ -99,9 +101,9 @@ Exit Stream_Run::Run()
     return console_.Faults() == 0 && !(rtcm3_ && rtcm3_->Has_Bad_Frames()) ? exit_fine : exit_faults;
 }
 
-// --- The beginning
+// --- The start
 
-// The input comes first: nothing is created for an input that is not there.
+// The input first, so that no output is created when the input is missing.
 bool Stream_Run::Open()
 {
     if (!Find_Password() || !Has_Distinct_Files()) return false;
@@ -130,7 +132,8 @@ bool Stream_Run::Open_Outputs()
     return true;
 }
 
-// Whether an end could be opened, or started: ends leave it to this object to tell that they got no thread or no memory.
+// Whether an end could be opened, or started: ends leave it to this object to tell that they got no thread or no
+// memory.
 bool Stream_Run::Opens(const std::string &name, const std::function<bool()> &open)
 {
     try {
@@ -199,7 +202,7 @@ bool Stream_Run::Connect()
 
 bool Stream_Run::Connect_Tap()
 {
-    tap_handler_ = std::make_unique<End_Handler>(console_, options_.record, true);
+    tap_handler_ = std::make_unique<End_Handler>(console_, options_.record, End_Handler::Faults::from_error);
     tap_.reset(kernel::File_Client_Server::Construct(nullptr));
     tap_->Dont_Delete_Me();
     tap_->Set_Error_Handler(*tap_handler_);
@@ -218,7 +221,7 @@ void Stream_Run::Show_Status_Of_All()
     if (rtcm3_) view_.Add(Live::state, "", "RTCM 3", *rtcm3_, [this] { return rtcm3_->Sent(); });
 }
 
-// False: what must be there at the start is not.
+// False: a stream that must be up at the start is not.
 bool Stream_Run::Start()
 {
     if (options_.strict)
@@ -247,7 +250,7 @@ void Stream_Run::Wait_For_Peers()
     for (std::size_t i = 0; i < outputs_.size(); ++i)
         if (!outputs_[i]->Is_Up())
             console_.Set(unit, __LINE__)
-                ->Print_Out(kernel::Error_Handler::ES_Warning, 1, "Nobody is connected to %s: its bytes are dropped.",
+                ->Print_Out(kernel::Error_Handler::ES_Warning, "Nobody is connected to %s: its bytes are dropped.",
                             names_[i].c_str());
 }
 
@@ -262,7 +265,7 @@ void Stream_Run::Pass()
     }
     for (const auto &output : outputs_) output->Tend();
     view_.Pass();
-    if (options_.rtcm3.epochs) Flush_Text();  // who reads along sees each epoch soon
+    if (options_.rtcm3.epochs) Flush_Text();  // so that a reader sees each epoch soon
 }
 
 void Stream_Run::Flush_Text()
@@ -273,7 +276,7 @@ void Stream_Run::Flush_Text()
         Complain(__LINE__, "The text for standard output cannot be written: it is closed, or the disk is full.");
 }
 
-// Whether the condition came true, before the limit or a stop.
+// Returns true when the condition came true before the limit and before a stop.
 bool Stream_Run::Pass_Until(const std::function<bool()> &condition, Clock::duration limit)
 {
     for (const auto end = Clock::now() + limit; !condition(); Pass())
@@ -281,7 +284,7 @@ bool Stream_Run::Pass_Until(const std::function<bool()> &condition, Clock::durat
     return true;
 }
 
-// Nothing more comes, or there is nobody left that it could be given to.
+// No more bytes come, or no output is left to take them.
 bool Stream_Run::Is_Over() const
 {
     const auto has_failed = [](const auto &output) { return output->Has_Failed(); };
@@ -300,7 +303,7 @@ void Stream_Run::Finish()
     Count_Losses();
 }
 
-// What the system has received already is on its way to us.
+// Waits for bytes that the system has received already and that are on their way to the program.
 void Stream_Run::Let_Settle()
 {
     const auto end = Clock::now() + settle_limit;
@@ -312,7 +315,7 @@ void Stream_Run::Let_Settle()
     }
 }
 
-// An output that takes something goes on, however slowly; after a signal not for ever.
+// Waits for the outputs as long as they make progress, however slow; after a signal no longer than end_limit.
 void Stream_Run::Drain()
 {
     struct Progress {
@@ -342,8 +345,8 @@ void Stream_Run::Drain()
         if (!outputs_[i]->Is_Drained()) Complain(__LINE__, names_[i] + " does not take what is waiting for it.");
 }
 
-// All bytes were for all outputs. Where the input can wait a loss is a fault; a live input goes on without an output that
-// is not there.
+// Each output should have sent all bytes. A loss is a fault when the input could wait. With a live input it is a
+// warning: that goes on while an output is missing.
 void Stream_Run::Count_Losses()
 {
     using Level = kernel::Error_Handler::Enum_Status;
@@ -353,7 +356,7 @@ void Stream_Run::Count_Losses()
         const std::uint64_t sent = outputs_[i]->Sent();
         if (sent >= bytes) continue;
         const std::string lost = std::to_string(bytes - sent) + " of " + std::to_string(bytes);
-        console_.Set(unit, __LINE__)->Print_Out(level, 1, "%s: %s bytes are lost.", names_[i].c_str(), lost.c_str());
+        console_.Set(unit, __LINE__)->Print_Out(level, "%s: %s bytes are lost.", names_[i].c_str(), lost.c_str());
     }
 }
 
@@ -366,7 +369,7 @@ void Stream_Run::Close()
     if (input_) left_thread_ |= !input_->Close();
 }
 
-// Whatever came out of the input has gone through the tap, so that the file must have grown by as much.
+// All bytes of the input went through the tap, so that the file must have grown by their number.
 void Stream_Run::Check_Record()
 {
     std::error_code ignored;

@@ -1,4 +1,4 @@
-// One run of the stream program: an input, perhaps a recording tap, the fan-out, and the outputs.
+// One run of the stream program: an input, an optional recording tap, the fan-out, and the outputs.
 #pragma once
 
 #include "host/gnss_stream/Console.h"
@@ -19,11 +19,11 @@
 
 namespace host {
 
-// The chain belongs to this object as a whole: its members are told so (Dont_Delete_Me), and go from the
-// input downwards.
+// This object owns the whole chain. Its clients are members (see Dont_Delete_Me), and are destroyed after the server
+// that they are connected to: the input goes first.
 //
-// Threads:   one; the input's thread delivers while Run waits, looks after the ends and shows how they are. `stop` may be
-//            set by any thread or signal handler.
+// Threads:   one calls all operations. The input's thread delivers while Run waits, tends the ends and shows their
+//            state. Any thread or signal handler may set `stop`.
 // Ownership: console and stop flag are the caller's and outlive the object.
 // Errors:    reported to the console, as are those of the library's objects.
 class Stream_Run {
@@ -33,7 +33,7 @@ public:
     Stream_Run &operator=(const Stream_Run &) = delete;
 
     Exit Run();  // once: until the end of the input, or until the stop flag is set
-    // A thread is stuck in the system: the process must end without the destruction of this object and of the statics.
+    // True: a thread is stuck in the system; the process must end without destroying this object and the statics.
     bool Left_A_Thread() const { return left_thread_; }
 
 private:
@@ -67,12 +67,12 @@ private:
     Console &console_;
     const std::atomic<bool> &stop_;
     bool started_ = false, ending_ = false, left_thread_ = false;
-    bool text_failed_ = false;           // what is shown on standard output has been lost
+    bool text_failed_ = false;           // text for standard output was lost
     std::uint64_t recorded_before_ = 0;  // size of the record file at the start, in bytes
 
     std::vector<std::unique_ptr<Output>> outputs_;
     std::vector<std::string> names_;       // of the outputs, for reports
-    std::unique_ptr<Rtcm3_Output> rtcm3_;  // null: nobody looks at frames
+    std::unique_ptr<Rtcm3_Output> rtcm3_;  // null: frames are not looked at
     Fan_Out fan_out_;
     std::unique_ptr<End_Handler> tap_handler_;
     std::unique_ptr<kernel::File_Client_Server> tap_;  // null: nothing is recorded

@@ -1,4 +1,4 @@
-// Moves a byte stream from one input to any number of outputs, and looks at the RTCM 3 frames in it; see --help.
+// Moves a byte stream from one input to any number of outputs, and reads the RTCM 3 frames in it; see --help.
 #include "host/gnss_stream/Console.h"
 #include "host/gnss_stream/Stream_Options.h"
 #include "host/gnss_stream/Stream_Run.h"
@@ -15,7 +15,7 @@ namespace {
 
 std::atomic<bool> stop{false};
 
-// Those that the system has.
+// Signals that ask the program to end.
 constexpr int signals[] = {
     SIGINT,
     SIGTERM,
@@ -24,7 +24,7 @@ constexpr int signals[] = {
 #endif
 };
 
-// Once: the next signal, whichever it is, finds the system's own way to end a program.
+// Handles the first signal only: the next one, whichever it is, ends the program at once by the system's default.
 void On_Signal(int)
 {
     stop = true;
@@ -32,8 +32,8 @@ void On_Signal(int)
 }
 
 #ifdef SIGBREAK
-// The console may be closing: the process lives for as long as this handler, which has a thread of its own. The end of the
-// program ends it.
+// Must not return: when the console is closing, Windows ends the process as soon as this handler returns. The handler
+// runs on its own thread, which ends with the program.
 void On_Break(int signal)
 {
     On_Signal(signal);
@@ -48,7 +48,7 @@ void Handle_Signals()
     std::signal(SIGBREAK, On_Break);
 #endif
 #ifdef SIGPIPE
-    std::signal(SIGPIPE, SIG_IGN);  // a reader of standard output that goes away is a failed write
+    std::signal(SIGPIPE, SIG_IGN);  // so that a write fails when the reader of standard output has gone
 #endif
 }
 
@@ -61,7 +61,7 @@ int main(int argc, char **argv)
     if (!host::Parse_Command_Line(argc, argv, options, exit)) return exit;
 
     host::Console console;
-    kernel::Set_Message_Box([](const char *, const char *) {});  // the report has said it already; a box would block
+    kernel::Set_Message_Box([](const char *, const char *) {});  // a box would block; the same text is reported
     Handle_Signals();
     host::Stream_Run run(options, console, stop);
     exit = run.Run();

@@ -65,7 +65,7 @@ TEST(End_Handler, names_its_end_and_the_cause)
     };
     Console console;
     for (const auto &[text, printed] : cases) {
-        End_Handler handler(console, "day.rtcm3", true);
+        End_Handler handler(console, "day.rtcm3", End_Handler::Faults::from_error);
         const Lines lines =
             Printed([&handler, said = text] { handler.Print_Out(Error_Handler::ES_Error, "%s", said); });
         EXPECT_EQ(lines, Lines{"Error: " + std::string(printed)});
@@ -76,7 +76,7 @@ TEST(End_Handler, tells_once_what_lasts_and_counts_what_is_a_fault)
 {
     Console console;
     Lines lines = Printed([&] {
-        End_Handler comes_and_goes(console, "end", false);
+        End_Handler comes_and_goes(console, "end", End_Handler::Faults::from_fatal);
         for (const int seconds : {1, 11, 21})
             comes_and_goes.Print_Out(Error_Handler::ES_Message, "Waiting for host x:1 since %d sec.", seconds);
         comes_and_goes.Print_Out(Error_Handler::ES_Message, "Waiting for host x:2 since 1 sec.");
@@ -87,7 +87,8 @@ TEST(End_Handler, tells_once_what_lasts_and_counts_what_is_a_fault)
                             "Message: end: Waiting for host x:2 since 1 sec.", "Error: end: lost"}));
     EXPECT_EQ(console.Faults(), 0u);
     lines = Printed([&] {
-        End_Handler comes_and_goes(console, "end", false), stays(console, "file", true);
+        End_Handler comes_and_goes(console, "end", End_Handler::Faults::from_fatal),
+            stays(console, "file", End_Handler::Faults::from_error);
         for (int i = 0; i < 3; ++i) comes_and_goes.Print_Out(Error_Handler::ES_Fatal, "no thread");
         stays.Print_Out(Error_Handler::ES_Error, "lost");
     });

@@ -83,7 +83,7 @@ TEST(Fan_Out, waits_for_a_slow_peer_and_gives_up_on_one_that_takes_nothing_where
     const std::string bytes = Pattern(40000);
     Test_Output fast, slow(5000), alone(5000), leaving(5000), stuck(5000);
     alone.up = false;
-    Fan_Out fan_out(true, Fan_Out::for_ever);
+    Fan_Out fan_out(Fan_Out::Source::can_wait, Fan_Out::for_ever);
     for (Test_Output *output : {&fast, &slow, &alone, &leaving, &stuck}) fan_out.Add(*output);
     const auto departure = std::async(std::launch::async, [&] {
         std::this_thread::sleep_for(50ms);
@@ -101,7 +101,7 @@ TEST(Fan_Out, waits_briefly_and_once_for_a_stuck_peer_where_the_input_is_live)
 {
     const std::string bytes = Pattern(64 * 4096);
     Test_Output fast, stuck(5000), behind(5000);
-    Fan_Out fan_out(false, Fan_Out::for_ever);
+    Fan_Out fan_out(Fan_Out::Source::live, Fan_Out::for_ever);
     for (Test_Output *output : {&stuck, &fast, &behind}) fan_out.Add(*output);
     const auto start = std::chrono::steady_clock::now();
     Give(fan_out, bytes, behind);                              // it keeps up with what is let through
@@ -113,7 +113,7 @@ TEST(Fan_Out, waits_briefly_and_once_for_a_stuck_peer_where_the_input_is_live)
 TEST(Fan_Out, takes_what_a_closed_connection_left_and_answers_for_silence)
 {
     Test_Output output;
-    Fan_Out patient(false, Fan_Out::for_ever), impatient(false, 0ms);
+    Fan_Out patient(Fan_Out::Source::live, Fan_Out::for_ever), impatient(Fan_Out::Source::live, 0ms);
     patient.Add(output);
     const std::unique_ptr<kernel::String_Byte_Server> server(kernel::String_Byte_Server::Construct(100, nullptr));
     server->PutStr("rest");

@@ -36,7 +36,7 @@ TEST(File_Input, ends_with_reads_that_fail_and_not_while_its_client_is_busy)
     for (const std::uint32_t rate : {0u, 1'000'000u}) {
         Console console;
         File_Output output(copy + std::to_string(rate), console);
-        Fan_Out fan_out(true, Fan_Out::for_ever);
+        Fan_Out fan_out(Fan_Out::Source::can_wait, Fan_Out::for_ever);
         fan_out.Dont_Delete_Me();
         fan_out.Add(output);
         const Fault fault(platform::fault::Operation::read, 10000, 23);  // a bad sector

@@ -1,16 +1,19 @@
-// Linked on POSIX only: a standard stream that is closed when the program starts gets a place holder that refuses to be read
-// or written. Without it the first file or connection to be opened would take its number, and get the program's text.
+// Linked on POSIX only. A standard stream that is closed at the start of the program gets a place holder, which fails
+// when it is read or written. Otherwise the first file or connection would get its number, and with it the program's
+// text.
 #include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
 bool Is_Closed(int descriptor) { return fcntl(descriptor, F_GETFD) == -1; }
 
-// open() answers the lowest number that is free.
+// Relies on open(), which returns the lowest free number.
 bool Fill_Gaps()
 {
-    for (int descriptor = 0; descriptor < 3; ++descriptor)
-        if (Is_Closed(descriptor) && open("/dev/null", descriptor == 0 ? O_WRONLY : O_RDONLY) != descriptor)
+    constexpr int standard[] = {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO};
+    for (const int descriptor : standard)
+        if (Is_Closed(descriptor) && open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY) != descriptor)
             return false;
     return true;
 }
