@@ -123,7 +123,7 @@ void Compare_Dialogue(benchmark::State &state)
     auto *client = kernel::Byte_Client_NULL::Construct(16);
     if (!server->Connect(client)) state.SkipWithError("not connected");
     Locked_Source peer;
-    // With one thread alone the C library takes no lock in earnest.
+    // With a second thread, because the C library's locks cost nothing in a process of one thread.
     std::promise<void> end;
     const auto second_thread = std::async(std::launch::async, [&] { end.get_future().wait(); });
     const unsigned char piece[16] = {};

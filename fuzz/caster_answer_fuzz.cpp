@@ -1,5 +1,5 @@
-// The answer of a caster: what comes through does not depend on the pieces in which it arrives, it is the end of the
-// stream, and after a refusal there is nothing. The first byte is the size of a piece.
+// The answer of a caster. The data that pass are the end of the stream, do not depend on the size of the pieces, and
+// are none after a refusal. The first byte is the size of a piece.
 #include "host/gnss_stream/Caster_Answer.h"
 
 #include <algorithm>

@@ -7,7 +7,7 @@
 
 namespace {
 
-// What comes through when the stream arrives in pieces of n bytes.
+// The data that pass when the stream arrives in pieces of n bytes.
 std::string Passed(const std::string &stream, std::size_t n)
 {
     host::Caster_Answer answer;
@@ -30,8 +30,8 @@ TEST(Caster_Answer, comes_off_in_pieces_of_every_size_and_takes_no_data_along)
         {ok + "\r\n" + rtcm, rtcm},
         {ok + "Server: NTRIP x/1.0\r\nDate: today\r\n\r\n" + rtcm, rtcm},
         {ok + "$GPGGA,1*00\r\n", "$GPGGA,1*00\r\n"},
-        {ok + "\r" + rtcm, "\r" + rtcm},    // no whole line end
-        {ok + "Name: v\rX", "Name: v\rX"},  // no header after all
+        {ok + "\r" + rtcm, "\r" + rtcm},    // an incomplete line end is data
+        {ok + "Name: v\rX", "Name: v\rX"},  // no header: the value has a control character
         {ok + "1:2\r\n" + rtcm, "1:2\r\n" + rtcm},
         {ok + "X-Ntrip2_v.1: on\r\n\r\n" + rtcm, rtcm},
         {"icy 200 ok\nServer: x\n\n" + rtcm, rtcm},

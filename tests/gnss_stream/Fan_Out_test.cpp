@@ -22,7 +22,7 @@ std::span<const unsigned char> Bytes_Of(const std::string &text)
     return {reinterpret_cast<const unsigned char *>(text.data()), text.size()};
 }
 
-// Holds a few blocks until somebody takes them.
+// Holds a few blocks until Take removes them.
 class Test_Output : public Output {
 public:
     explicit Test_Output(std::size_t size = 1 << 30) : size_(size) {}
@@ -54,7 +54,7 @@ public:
         const std::lock_guard held(lock_);
         taken_ = std::min(taken_ + n, all_.size());
     }
-    const std::string &All() const { return all_; }  // taken or not; when nobody puts any more
+    const std::string &All() const { return all_; }  // taken or not; call it after the last Put
 
     std::atomic<bool> up{true};
     std::size_t dropped = 0;
@@ -66,7 +66,7 @@ private:
     std::size_t taken_ = 0;
 };
 
-// Gives all to the outputs, of which `slow` takes a few bytes each millisecond.
+// Gives all bytes to the outputs while `slow` takes a few bytes each millisecond.
 void Give(Fan_Out &fan_out, const std::string &bytes, Test_Output &slow)
 {
     const std::jthread peer([&](const std::stop_token &stop) {
@@ -104,7 +104,7 @@ TEST(Fan_Out, waits_briefly_and_once_for_a_stuck_peer_where_the_input_is_live)
     Fan_Out fan_out(Fan_Out::Source::live, Fan_Out::for_ever);
     for (Test_Output *output : {&stuck, &fast, &behind}) fan_out.Add(*output);
     const auto start = std::chrono::steady_clock::now();
-    Give(fan_out, bytes, behind);                              // it keeps up with what is let through
+    Give(fan_out, bytes, behind);                              // `behind` keeps up
     EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);  // 63 waits in vain would be 16 s
     EXPECT_TRUE(fast.All() == bytes && behind.All() == bytes);
     EXPECT_EQ(stuck.dropped, bytes.size() - 4096);
@@ -127,7 +127,7 @@ namespace {
 
 constexpr std::size_t queue_size = 100000;
 
-// Writes into a text, when it is let.
+// Writes into a text, but not before it is opened.
 struct Gate {
     Queued_Writer::Write Writer()
     {

@@ -10,7 +10,7 @@
 
 namespace {
 
-std::atomic<std::size_t> largest{std::numeric_limits<std::size_t>::max()};  // bytes that are to be had in one piece
+std::atomic<std::size_t> largest{std::numeric_limits<std::size_t>::max()};  // bytes of an allocation that succeeds
 
 }  // namespace
 

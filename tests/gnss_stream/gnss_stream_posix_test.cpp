@@ -1,4 +1,4 @@
-// What gnss_stream does on signals, with devices that fail and with serial lines: POSIX only.
+// gnss_stream with signals, failing devices and serial lines: POSIX only.
 #include "tests/support/environment.h"
 #include "tests/support/gnss_stream.h"
 #include "tests/support/pty.h"
@@ -10,7 +10,7 @@ namespace {
 
 class gnss_stream_on_posix : public gnss_stream {
 protected:
-    // A program that does not end by itself.
+    // A program that runs until it gets a signal.
     struct Endless {
         Started started;
         std::string pid_file;
@@ -108,7 +108,7 @@ TEST_F(gnss_stream_on_posix, is_not_held_up_by_a_pipe_that_nobody_reads)
         EXPECT_EQ(Run(arguments).exit, 4) << arguments;
 }
 
-// Whatever the system runs out of, and wherever: all arrives, or the program says that it does not.
+// With any number of descriptors: all bytes arrive, or the exit status shows that they did not.
 TEST_F(gnss_stream_on_posix, never_calls_it_a_success_when_the_system_has_run_out)
 {
     const std::string bytes = Pattern(5000), file = Quoted(folder.Write("bytes", bytes));
@@ -131,7 +131,7 @@ TEST_F(gnss_stream_on_posix, never_calls_it_a_success_when_the_system_has_run_ou
     EXPECT_GT(whole, 0);
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // these need all the addresses that there are
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // sanitizers need more memory
 
 TEST_F(gnss_stream_on_posix, says_that_there_is_no_thread)
 {
@@ -151,7 +151,7 @@ TEST_F(gnss_stream_on_posix, says_that_there_is_no_thread)
 TEST_F(gnss_stream_on_posix, loses_nothing_that_it_has_received)
 {
     Host source = Host().Open(), sink = Host().Open();
-    const std::string bytes = Pattern(1000000), copy = folder / "copy";  // no more than an output can hold
+    const std::string bytes = Pattern(1000000), copy = folder / "copy";  // as much as an output's queue can hold
     Endless relay =
         Start_Endless(At(source) + " --out " + Quoted(copy) + " --out " + At(sink) + " --status-interval 1");
     Peer to = sink.Accept(), from = source.Accept();
@@ -170,7 +170,7 @@ TEST_F(gnss_stream_on_posix, hands_on_all_that_it_has_read_of_standard_input)
     Host sink = Host().Open();
     const std::string name = folder.Write("big", "");
     std::filesystem::resize_file(name, std::uintmax_t{1} << 33);
-    const int file = open(name.c_str(), O_RDONLY);  // its position is the program's
+    const int file = open(name.c_str(), O_RDONLY);  // the program shares its position
     Endless sender = Start_Endless("--out " + At(sink) + " <&" + std::to_string(file));
     Peer to = sink.Accept();
     std::size_t heard = to.Hear(1000).size();
@@ -192,7 +192,7 @@ TEST_F(gnss_stream_on_posix, ends_although_a_peer_does_not_read_and_at_once_at_a
     ASSERT_TRUE(once.Says(" 0 bytes/s, peer") && twice.Says(" 0 bytes/s, peer"));
     once.Signal(SIGTERM);
     twice.Signal(SIGINT);
-    platform::sleep_ms(200);            // the first is under way
+    platform::sleep_ms(200);            // so that the first signal is handled
     EXPECT_EQ(twice.Ended().exit, -1);  // killed
     const Result result = once.started.result.get();
     EXPECT_EQ(result.exit, 1);

@@ -114,7 +114,7 @@ TEST_F(gnss_stream, takes_names_in_utf_8_and_of_any_length)
     EXPECT_FALSE(Whole_File(folder / "таблица_epochs.csv").empty());
     EXPECT_EQ(Run("--list " + Quoted(List({name, copy})) + " --frames").messages,
               Sum(Counts_Of(clean), Counts_Of(clean)));
-    for (const std::string &arguments : {Quoted(name) + " --record " + Quoted(record),  // what is there stays
+    for (const std::string &arguments : {Quoted(name) + " --record " + Quoted(record),  // existing files are kept
                                          Quoted(long_name) + " --out " + Quoted(long_name)})
         EXPECT_EQ(Run(arguments).exit, 4) << arguments;
     EXPECT_TRUE(Whole_File(record) == bytes && Whole_File(long_name) == bytes);
@@ -314,7 +314,7 @@ TEST_F(gnss_stream, starts_without_a_peer_unless_it_is_strict)
         EXPECT_EQ(result.exit, 1) << result.err;
         EXPECT_EQ(result.out, arguments.starts_with(file) ? bytes : "");
         EXPECT_EQ(Has(result.err, ": 10 of 10 bytes are lost."), arguments.starts_with(file)) << result.err;
-        // Of two texts in turn, too, each is printed once, and at the end the number of times.
+        // Each of two alternating texts is printed once, and once at the end with the number of repetitions.
         const std::size_t first = result.err.find("Could not bind"), last = result.err.rfind("Could not bind");
         EXPECT_TRUE(first == last || result.err.find("Could not bind", first + 1) == last) << result.err;
         EXPECT_TRUE(refused.exit == 4 && Has(refused.err, "Could not start")) << refused.err;

@@ -83,8 +83,8 @@ TEST(calendar, utc_local_time_and_zone_of_now_agree)
     EXPECT_EQ(Seconds(converted), Seconds(local));
 }
 
-// On Windows, what the rule says of the zone of the process (see Zone_Setting); there the rules are those of today, so
-// the table keeps to years in which each country's have been the same as now.
+// On Windows only the rows of the zone that the process was started with (see Zone_Setting). Windows applies the rules
+// of today to all years, so that the table keeps to years with those rules.
 TEST(calendar, shows_the_local_time_of_any_date)
 {
     const struct {
@@ -147,7 +147,7 @@ TEST(calendar, sets_the_clock_and_refuses_what_is_no_date)
 }
 
 #ifndef _WIN32
-// Rules that put the change some days from now, so that either half of the year is now.
+// The rules put the changes 40 days before and after now, so that now is in standard time or in daylight time.
 TEST(calendar, tells_standard_from_daylight_time)
 {
     const time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());

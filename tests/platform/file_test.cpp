@@ -55,7 +55,7 @@ TEST(file, opens_in_three_ways)
         EXPECT_TRUE(file->seek_end(0) && Write(*file, "ab", put));
         EXPECT_TRUE(file->seek_end(-1) && Write(*file, "c", put));
         EXPECT_FALSE(file->seek_end(-100));
-        EXPECT_TRUE(Write(*file, "d", put));  // the position stayed
+        EXPECT_TRUE(Write(*file, "d", put));  // at the old position
     }
     EXPECT_EQ(Whole_File(name), "0123456789acd");
     const auto file = File::open(name.c_str(), File::Mode::create);
@@ -91,7 +91,7 @@ TEST(file, says_why_it_does_not_open)
         set_last_error(0);
         EXPECT_EQ(File::open(c.name.c_str(), c.mode) ? 0 : last_error(), c.error) << c.name;
     }
-    EXPECT_EQ(Whole_File(read), "abc");  // the refused one cut nothing off
+    EXPECT_EQ(Whole_File(read), "abc");  // the refused open truncated nothing
 }
 
 TEST(file, short_transfers_are_continued)

@@ -29,8 +29,8 @@ bool Exists(const std::string &file)
 
 constexpr char between_processes[] = "C:\\recordings\\a/b.bin";
 
-// The other process of serialises_processes is this program again, with HOLDER_FOLDER set: it holds the lock and never
-// comes to main.
+// The second process of serialises_processes is this program with HOLDER_FOLDER set. It holds the lock and never
+// reaches main.
 const bool is_holder = [] {
     const char *folder_name = std::getenv("HOLDER_FOLDER");
     if (!folder_name || !*folder_name) return false;
@@ -71,7 +71,7 @@ TEST(named_lock, serialises_threads_by_name)
             EXPECT_TRUE(lock->try_lock());
             for (int i = 0; i < 2; ++i) lock->unlock();
         }
-        same.unlock();  // is not this thread's to unlock
+        same.unlock();  // no effect: another thread holds the lock
         EXPECT_FALSE(same.try_lock());
     }).join();
     for (Named_Lock *lock : {&a, &nameless}) lock->unlock();
@@ -145,7 +145,7 @@ TEST(named_lock, lives_in_a_folder_of_its_own_and_leaves_nothing_behind)
     EXPECT_EQ(files(), 0);
     {
         Named_Lock waiting("x");
-        std::filesystem::remove(*std::filesystem::directory_iterator(runtime));  // somebody tidies up
+        std::filesystem::remove(*std::filesystem::directory_iterator(runtime));  // another program removes the file
         waiting.lock();
         EXPECT_EQ(files(), 1);
         waiting.unlock();
@@ -154,7 +154,7 @@ TEST(named_lock, lives_in_a_folder_of_its_own_and_leaves_nothing_behind)
         waiting.unlock();
     }
     std::filesystem::create_directories(runtime);
-    std::filesystem::permissions(runtime, std::filesystem::perms::all);  // open to others: not ours
+    std::filesystem::permissions(runtime, std::filesystem::perms::all);  // open to others: must not be used
     EXPECT_FALSE(Named_Lock("x").valid());
 }
 #endif

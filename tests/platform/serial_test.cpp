@@ -44,7 +44,7 @@ TEST(serial, finds_ports_by_number_and_keeps_others_out)
     for (const char *name : {"COM12", "com12", "\\\\.\\COM12"}) {
         auto port = Serial_Port::open(name);
         ASSERT_TRUE(port) << name;
-        EXPECT_FALSE(Open(pty));  // until nobody is inside any more
+        EXPECT_FALSE(Open(pty));  // while it is open
         EXPECT_EQ(last_error(), 5u);
     }
     EXPECT_TRUE(Serial_Port::open("ptmx"));  // a name alone is a device of the system
@@ -117,7 +117,7 @@ TEST(serial, adopts_an_open_port_and_passes_every_byte_as_it_is)
     const int descriptor = open(pty.Name().c_str(), O_RDWR | O_NOCTTY);
     const auto port = Serial_Port::adopt(reinterpret_cast<void *>(std::intptr_t{descriptor}));
     ASSERT_TRUE(port && port->set_timeouts(no_waiting));
-    EXPECT_EQ(Read(*port, 10), "");  // as raw, and as little waiting, as one of its own
+    EXPECT_EQ(Read(*port, 10), "");  // raw and without waiting, like a port that it opened itself
     ASSERT_TRUE(pty.Send(Pattern(3000)));
     EXPECT_TRUE(Read(*port, 3000) == Pattern(3000));
     Serial_Settings settings;

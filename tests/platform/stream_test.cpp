@@ -85,7 +85,7 @@ TEST_F(stream, signal_and_buffer_belong_to_one_transfer)
     Written(line.far, "d");
     EXPECT_TRUE(transfer.wait(20000));
     Written(line.far, "e");
-    EXPECT_FALSE(transfer.wait(30));  // nothing is under way, whatever has arrived
+    EXPECT_FALSE(transfer.wait(30));  // no transfer is under way, although data arrived
     EXPECT_EQ(Read(line.near), "e");
 }
 

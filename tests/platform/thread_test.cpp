@@ -63,7 +63,7 @@ TEST(thread, stops_where_it_is_and_counts)
     EXPECT_TRUE(counter.Stands());
     EXPECT_EQ(resume(), 1);
     EXPECT_TRUE(counter.Moves());
-    EXPECT_EQ(resume(), 0);          // runs already: the count stays 0
+    EXPECT_EQ(resume(), 0);          // not suspended: the count stays 0
     for (int i = 0; i < 200; ++i) {  // a resumed thread may be stopped again before it has woken
         ASSERT_EQ(suspend(), 0);
         ASSERT_EQ(resume(), 1);
@@ -160,13 +160,13 @@ TEST(thread, one_that_blocks_signals_is_not_said_to_obey)
     EXPECT_EQ(last_error(), std::uint32_t{error_busy});
     EXPECT_TRUE(counter->Moves());
     EXPECT_TRUE(thread->resume(previous));
-    EXPECT_EQ(previous, 0u);  // what was refused does not count
+    EXPECT_EQ(previous, 0u);  // a refused suspension does not count
     EXPECT_FALSE(thread->kill(17));
     EXPECT_EQ(last_error(), std::uint32_t{error_busy});
     EXPECT_EQ(thread->exit_code(), Thread::still_active);
     EXPECT_FALSE(thread->wait(20));
     EXPECT_TRUE(counter->Moves());
-    counter->listen = true;  // the kill stands: as soon as it can be obeyed, it is
+    counter->listen = true;  // the kill takes effect when the signal is unblocked
     EXPECT_TRUE(thread->wait(10000));
     EXPECT_EQ(thread->exit_code(), 17u);
     EXPECT_TRUE(counter->Stands());

@@ -56,8 +56,8 @@ private:
     Environment_Setting setting_{"GNSS_KERNEL_RUNTIME_DIR", std::filesystem::path(*this / "").parent_path().string()};
 };
 
-// The other process of reaches_windows_of_other_processes is this program again: it says its window's number, writes
-// down what comes first, and dies with the window.
+// The second process of reaches_windows_of_other_processes is this program with the variable set. It writes its
+// window's number and the first message to files, and ends without destroying the window.
 const bool is_other_process = [] {
     const char *folder = std::getenv(folder_variable);
     if (!folder || !*folder) return false;

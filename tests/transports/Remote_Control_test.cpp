@@ -39,7 +39,7 @@ TEST(Remote_Control, posts_each_change_and_nothing_else)
     Heard_Reports reports;
     Line line;
     auto window = std::make_unique<Message_Window>();
-    line.SetStatus(Remote_Control::Status_Connecting);  // nobody wants to know yet
+    line.SetStatus(Remote_Control::Status_Connecting);  // no window yet
     line.SetMessage(window->GetHandle(), message, wparam);
     line.SetStatus(Remote_Control::Status_Connecting);
     line.SetStatus(Remote_Control::Status_Connected_As_Client);
@@ -49,7 +49,7 @@ TEST(Remote_Control, posts_each_change_and_nothing_else)
     unsigned long changes = 0;
     EXPECT_TRUE(line.GetStatus(&changes) == Remote_Control::Status_Failed && changes == 5);
     window.reset();
-    line.SetStatus(Remote_Control::Status_Disconnected);  // comes back
+    line.SetStatus(Remote_Control::Status_Disconnected);  // returns, though the window is gone
     EXPECT_EQ(line.GetStatus(nullptr), 13);
     EXPECT_EQ(reports->Take(), Reports{});
 }

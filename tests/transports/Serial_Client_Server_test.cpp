@@ -35,9 +35,9 @@ using namespace kernel;
 namespace {
 
 enum Variant { plain, overlapped };
-constexpr std::uint64_t prompt_ms = 3000;  // a stop that nobody heeds takes 15 s
+constexpr std::uint64_t prompt_ms = 3000;  // a stop that is not obeyed takes 15 s
 
-// A line with the object on this end. The client is the object's, and is looked at when the thread has ended.
+// A line with the object at this end. The test looks at the client when the thread has ended.
 class Serial : public testing::TestWithParam<Variant> {
 protected:
     Serial()
@@ -57,7 +57,7 @@ protected:
         return Made(Serial_Client_Server_Overlapped::Construct(handler, nullptr));
     }
     int Create(int number = 9) { return port->Create(number, 9600, 0, 1, 8, 0, 0, 4096); }
-    // From here on the client asks for `request` bytes at a time, and has done so once.
+    // From here on the client requests `request` bytes at a time; it has done so once.
     void Start(long request = 0)
     {
         wish = request;
@@ -80,7 +80,7 @@ protected:
     {
         return Soon([=, this] { return port->GetBytesIn() == bytes; });
     }
-    // Until a producer who writes all the time is held up.
+    // Waits until a producer that writes all the time is blocked.
     void Stall() const
     {
         for (std::uint64_t out = 0, before = 1; out != before;) {
@@ -95,7 +95,7 @@ protected:
         port->stop();
         return platform::clock_ms() - begin;
     }
-    // What the client heard, without what depends on the time.
+    // Messages that the client heard, without those that depend on time.
     Heard Story()
     {
         Heard heard = client.Take();
@@ -176,7 +176,7 @@ TEST_P(Serial, delivers_what_is_requested)
     EXPECT_EQ(client.pulled, "0123456789abcdefghijklmnopqrst");
     EXPECT_EQ(Story(), (Heard{140, 70, 80, 70, 80, 70, 80, 70, 150}));
     EXPECT_EQ(handler.Take(), Only(overlapped, Error(0, "Terminate Thread requested")));
-    EXPECT_TRUE(port->Work());  // again, and what was held is still there
+    EXPECT_TRUE(port->Work());  // a second run; the bytes held are still there
     ASSERT_TRUE(line.Send("uvwxyz0123"));
     EXPECT_TRUE(Delivers(40));
 }
@@ -197,7 +197,7 @@ TEST_P(Serial, loses_no_byte)
     EXPECT_TRUE(client.pulled == bytes.substr(0, whole));
 }
 
-// What came behind a request is there with it, so that single bytes are not read one by one.
+// Bytes behind the requested ones are read with them, so that single bytes cost no system call each.
 TEST_P(Serial, takes_what_the_driver_holds_beyond_the_request)
 {
     const std::string bytes = Pattern(3000);
@@ -215,7 +215,7 @@ TEST_P(Serial, takes_what_the_driver_holds_beyond_the_request)
     EXPECT_TRUE(Delivers(bytes.size()));
     port->stop();
     EXPECT_TRUE(client.pulled == bytes);
-    EXPECT_EQ(most > 100, GetParam() == overlapped);  // the other one reads what its client requests
+    EXPECT_EQ(most > 100, GetParam() == overlapped);  // the plain variant reads only what is requested
 }
 
 TEST_P(Serial, a_request_has_a_limit)
@@ -226,7 +226,7 @@ TEST_P(Serial, a_request_has_a_limit)
     EXPECT_EQ(handler.Take(), (Reports{{4, 72, text, "kernel/Serial_Client_Server_Base"}}));
     EXPECT_TRUE(port->Request(0));
     ASSERT_TRUE(line.Send("abcd"));
-    // The other one's thread reads.
+    // In the overlapped variant only the thread reads.
     EXPECT_TRUE(Soon([&] { return port->Request(3) == (GetParam() == plain); }));
     EXPECT_EQ(port->MinAvail(0), GetParam() == plain ? 3 : 0);
 }
@@ -329,7 +329,7 @@ TEST_P(Serial, looks_at_the_errors_of_the_line)
     EXPECT_FALSE(port->IsActive());
 }
 
-// Whoever hears the end may answer it with Work.
+// A client may call Work when it hears Mesg_Detached.
 TEST_P(Serial, work_brings_a_line_back_whose_thread_is_about_to_end)
 {
     const std::pair<const char *, std::function<bool()>> callers[] = {
@@ -366,7 +366,7 @@ TEST_P(Serial, work_waits_for_a_stop_that_is_under_way)
     std::atomic<bool> ending{false};
     bool works_inside = true;
     client.On(Mesg_Detached, [&](Byte_Server &) {
-        if (!ending) works_inside = port->Work();  // a stop goes before
+        if (!ending) works_inside = port->Work();  // false: a stop is under way
         ending = true;
         platform::sleep_ms(100);
         return true;
@@ -381,7 +381,7 @@ TEST_P(Serial, work_waits_for_a_stop_that_is_under_way)
     port->stop();
 }
 
-// What comes from a server above goes to the line.
+// --- Sending: bytes of a server above go to the line
 
 TEST_P(Serial, opens_a_port_again_while_a_producer_is_inside_a_write)
 {
@@ -428,7 +428,7 @@ TEST_P(Serial, writes_what_a_server_gives_with_a_reader_and_without)
             for (std::size_t at = 0; at < bytes.size(); at += 5000) EXPECT_TRUE(upstream.Give(bytes.substr(at, 5000)));
         });
         const std::string wanted = (reads ? "" : "early ") + bytes;
-        EXPECT_TRUE(Received_By_Fits(wanted.size()) == wanted);  // to the last write, for which nobody asks any more
+        EXPECT_TRUE(Received_By_Fits(wanted.size()) == wanted);  // with the last write, which no later call completes
         producer.join();
         port->stop();
         const auto seconds = static_cast<long>(platform::clock_ms() - begin) / 1000;
@@ -451,7 +451,7 @@ TEST_P(Serial, stops_whatever_it_is_at)
     };
     client.On(Mesg_Data_Ready, [&](Byte_Server &) {
         if (mode == 2) fill_the_line();  // on the reader's own thread
-        return true;                     // and takes nothing
+        return true;                     // pulls nothing
     });
     client.records = false;
     for (mode = 0; mode < 5; ++mode) {  // waiting, delivering, writing, writing on another thread, closed meanwhile
@@ -466,5 +466,5 @@ TEST_P(Serial, stops_whatever_it_is_at)
         producer.join();
         EXPECT_FALSE(port->is_running());
     }
-    EXPECT_TRUE(Create());  // nobody has kept the port
+    EXPECT_TRUE(Create());  // the port is free again
 }

@@ -33,7 +33,7 @@ namespace {
 using Heard = std::vector<int>;
 using Lines = std::vector<std::string>;
 
-// Hears and pulls on the reader's thread; the test asks meanwhile.
+// Hears and pulls on the reader's thread, while the test reads the results.
 class Recorder : public Byte_Client {
 public:
     Recorder() : Object("recorder") { Dont_Delete_Me(); }
@@ -73,7 +73,7 @@ class Test_Socket : public Socket_Client_Server {
 public:
     explicit Test_Socket(Error_Handler &handler) : Object("station", &handler), Socket_Client_Server(handler, 65536) {}
     ~Test_Socket() override { Stop_Threads(); }
-    void Sleep(unsigned long ms) override { Socket_Client_Server::Sleep(ms / 10); }  // a test has less time
+    void Sleep(unsigned long ms) override { Socket_Client_Server::Sleep(ms / 10); }  // shorter, for the test
     void SetStatus(Status status) override
     {
         Socket_Client_Server::SetStatus(status);
@@ -92,7 +92,7 @@ public:
     std::function<void(int)> on_status;  // set before Work
 };
 
-// One end of a connection. Its client pulls everything; what that hears is kept, and what is reported.
+// One end of a connection. Its client pulls everything; messages and reports are kept.
 struct Station {
     Station() { socket.Connect(&client); }
     Station &To(std::uint16_t port, unsigned long reconnect = 0)
@@ -147,7 +147,7 @@ struct Station {
     Lines reported;
 };
 
-// A peer that the host has waiting is taken; nobody, when none does.
+// Accepts a peer that is waiting; an empty Peer when none is.
 Peer Waiting_At(Host &host)
 {
     platform::Event at_once;
@@ -227,7 +227,7 @@ TEST(Socket_Client_Server, work_brings_a_connection_back_whose_thread_is_about_t
     Host host;
     platform::Event end_told;  // outlives the station, whose end tells it once more
     Station station;
-    station.client.answers[Mesg_Attached] = [&] { return station.socket.Work(); };  // here: it runs
+    station.client.answers[Mesg_Attached] = [&] { return station.socket.Work(); };  // on the reader: no effect
     station.client.answers[Mesg_Detached] = [&] { return end_told.set(), platform::sleep_ms(20), true; };
     Peer peer = station.To(host.Open());
     for (int round = 0; round < 20; ++round) {
@@ -250,7 +250,7 @@ TEST(Socket_Client_Server, turns_to_a_new_target_at_once_and_never_again_to_the_
         const Peer filler = Peer::To(old.Open(0).Port());
         s.To(old.Port());
         platform::sleep_ms(50);
-        if (!s.socket.is_running()) {  // a system that refuses what a full host has no room for
+        if (!s.socket.is_running()) {  // this system refuses connections to a full host
             s.Reported();
             s.To(old.Port(), long_pause).reported.clear();
         }
@@ -284,7 +284,7 @@ TEST(Socket_Client_Server, turns_to_a_new_target_at_once_and_never_again_to_the_
         station.Expect_Pulled("new");
         EXPECT_EQ(station.Count("3,"), 0) << testing::PrintToString(station.Reported());
         EXPECT_FALSE(was_server ? Peer::To(left_port) : Waiting_At(old));
-        EXPECT_EQ(station.client.Story().front(), Mesg_Attached);  // what was never up is not lost
+        EXPECT_EQ(station.client.Story().front(), Mesg_Attached);  // no end of what was never up
     }
 }
 
@@ -312,7 +312,7 @@ TEST(Socket_Client_Server, does_not_go_back_to_the_old_target_while_the_new_name
     station.client.answers[Mesg_Detached] = [&] { return left = station.socket.MinAvail(0), true; };
     Peer peer = station.To(old.Open(), 1);
     ASSERT_TRUE(station.client.Hears(Mesg_Request_Invite));
-    peer.Say("old");  // less than is asked for: it stays, and is not the new target's
+    peer.Say("old");  // less than requested: it stays, and is none of the new target's data
     platform::sleep_ms(100);
     platform::fault::hang_name("slow.test");
     std::thread host([&] { EXPECT_TRUE(station.socket.CreateClient("slow.test", next.Open().Port(), nullptr, 0)); });
@@ -382,7 +382,7 @@ TEST(Socket_Client_Server, is_asked_and_ordered_by_threads_at_any_moment_and_wor
             socket.GetStatus(&changes), socket.IsBusy(), socket.is_connected(), socket.GetPort(), socket.GetBytesIn();
         }
     });
-    threads.emplace_back([&] {  // the far end: says something and goes
+    threads.emplace_back([&] {  // the peer: sends something and leaves
         while (!over) {
             if (Peer peer = Waiting_At(host)) peer.Say("hello");
             platform::sleep_ms(1);
@@ -415,12 +415,12 @@ TEST(Socket_Client_Server, a_stop_ends_the_wait_for_a_full_window)
         return stopped.reports.Has("Driver tried 10 times without success to post a message "
                                    "(status 13).\n");
     }));
-    EXPECT_TRUE(stopped.socket.is_running());  // without a stop it goes on for ever
+    EXPECT_TRUE(stopped.socket.is_running());  // without a stop it would try for ever
     EXPECT_LT(Elapsed([&] { stopped.socket.stop(); }), 3000u);
     EXPECT_FALSE(stopped.socket.is_running());
     Capturing_Handler reports;
     EXPECT_LT(Elapsed([&] {
-                  Station destroyed;  // with a socket that is open still
+                  Station destroyed;  // while its socket is open
                   destroyed.socket.Set_Error_Handler(&reports);
                   destroyed.client.answers[Mesg_Attached] = [] { return false; };
                   peer = destroyed.To(host);
@@ -480,7 +480,7 @@ TEST(Socket_Client_Server, waits_for_a_host_that_refuses_and_connects_again_afte
     ASSERT_TRUE(station.Is_Up());
     const auto fails = [&] {
         platform::fault::fail_after(platform::fault::Operation::read, 0, 10054);
-        peer.Say(std::string(20000, 'x'));  // more than is under way already
+        peer.Say(std::string(20000, 'x'));  // more than the receive under way takes
     };
     const std::function<void()> losses[] = {[&] { peer.Leave(); }, [&] { station.socket.Close(); },
                                             [&] { station.socket.Hang_Up(); }, fails};
@@ -529,7 +529,7 @@ TEST(Socket_Client_Server, tells_once_an_hour_that_a_host_cannot_be_reached)
     platform::advance_clock(3601 * 1000);
     EXPECT_TRUE(station.Reports(text + "760"));
     EXPECT_EQ(station.Count(text), 2);
-    ASSERT_TRUE(station.socket.CreateClient("127.255.255.255", 10, nullptr, 0));  // has an hour of its own
+    ASSERT_TRUE(station.socket.CreateClient("127.255.255.255", 10, nullptr, 0));  // a new target has its own hour
     EXPECT_TRUE(station.Reports("3,89 Connect to host 127.255.255.255:10 failed since 1 sec."));
     station.socket.Disable_Auto_Reconnect();
     EXPECT_TRUE(station.Ends());
@@ -650,7 +650,7 @@ TEST(Socket_Client_Server, limits_what_is_asked_for_and_leaves_the_rest_for_the_
 
 TEST(Socket_Client_Server, a_hundred_connections_leave_nothing_behind)
 {
-    const auto threads = [] {  // where the system shows them
+    const auto threads = [] {  // 0 where the system does not list them
         std::error_code none;
         const std::filesystem::directory_iterator tasks("/proc/self/task", none);
         return none ? 0 : std::distance(begin(tasks), end(tasks));
@@ -675,7 +675,7 @@ TEST(Socket_Client_Server, an_accepted_socket_is_served_to_its_end)
 {
     Host host;
     Peer peer = Peer::To(host.Open().Port());
-    static auto &handed_over = *new std::vector<Peer>;  // by number; never closed here
+    static auto &handed_over = *new std::vector<Peer>;  // handed over by number, so never destroyed here
     const auto number = static_cast<unsigned int>(handed_over.emplace_back(host.Accept()).Socket().native());
     const sockaddr_in address{2, {0x12, 0x34}, {10, 0, 0, 1}};
     int owner = 0;
@@ -686,7 +686,7 @@ TEST(Socket_Client_Server, an_accepted_socket_is_served_to_its_end)
     EXPECT_TRUE(station.socket.CreateServer(number, 7, address, multi_server) && station.socket.Work());
     EXPECT_TRUE(station.Is_Up() && station.socket.GetPort() == 7);
     EXPECT_STREQ(station.socket.GetRemoteName(), "10.0.0.1:4660");
-    EXPECT_TRUE(station.socket.Hang_Up());  // here it closes
+    EXPECT_TRUE(station.socket.Hang_Up());  // closes an accepted socket for good
     EXPECT_TRUE(peer.Hears_The_End() && station.Ends());
     EXPECT_EQ(station.client.Story(), (Heard{140, 70, 150}));
 }
@@ -760,7 +760,7 @@ TEST(Socket_Client_Server, its_buffer_agrees_with_a_queue)
 TEST(Socket_Client_Server, errors_are_told_with_the_words_that_there_are)
 {
     Station station;
-    for (const unsigned long error : {0ul, 10054ul, 10069ul, 999999ul})  // no system here has words for 10069
+    for (const unsigned long error : {0ul, 10054ul, 10069ul, 999999ul})  // the systems have no text for 10069
         station.socket.ReportErrorIntern(error, "Write", 15, Error_Handler::ES_Error);
     const Lines &lines = station.Reported();
     ASSERT_EQ(lines.size(), 3u);

@@ -32,7 +32,7 @@ namespace {
 const char unit[] = "kernel/Win32_Buffered_Byte_Client";
 constexpr unsigned int largest = 0x100000;
 
-// The system has none left.
+// An event that the system could not make.
 struct Invalid_Event : platform::Event {
     Invalid_Event() : had_(std::exchange(native_, invalid)) {}
     ~Invalid_Event() override { native_ = had_; }
@@ -41,7 +41,7 @@ private:
     const std::intptr_t had_;
 };
 
-// Complete numbers in <> of a text; a block that was cut leaves others.
+// The complete numbers in <>; a cut block leaves incomplete ones, which are passed over.
 std::vector<int> Numbers(const std::string &text)
 {
     std::vector<int> numbers;
@@ -113,7 +113,8 @@ struct Buffered : testing::Test {
         source->PutBin(reinterpret_cast<const unsigned char *>(bytes.data()), static_cast<unsigned int>(bytes.size()));
         return transport->Send(*source, Mesg_Data_Ready);
     }
-    // Until neither the system nor a buffer takes more: one block is on its way, another one waits. Answers all of it.
+    // Until neither the system nor a buffer takes more: one block is on its way, another one waits. Returns all that
+    // was given.
     std::string Stall()
     {
         std::string given;
@@ -126,7 +127,7 @@ struct Buffered : testing::Test {
         }
         return given;
     }
-    // What the peer has got, when it has n bytes.
+    // The bytes that the peer got, as soon as it has n.
     std::string Arrived(std::size_t n)
     {
         std::string bytes, block;
@@ -212,7 +213,7 @@ TEST_F(Buffered, discards_a_full_buffer_whole_and_everything_without_a_connectio
         EXPECT_EQ(reports.Take(), Reports{});
         EXPECT_TRUE(Give("x"));
         EXPECT_EQ(reports.Take(), Reports{Overrun(256)});
-        EXPECT_TRUE(Give("y"));  // x is still to be had
+        EXPECT_TRUE(Give("y"));  // behind x, which is still in the buffer
     }
     EXPECT_EQ(Arrived(2), "xy");
     transport->Close();
@@ -269,7 +270,7 @@ TEST_F(Buffered, what_a_connection_left_does_not_get_into_the_next_one)
     EXPECT_EQ(reports.Take(), Reports{});
 }
 
-// One thread gives numbers, another one stops the writer or detaches, and connections change meanwhile.
+// One thread gives numbers, a second one stops the writer or detaches, and the test changes the connection.
 TEST_F(Buffered, bytes_never_overtake_others_and_stay_in_their_connection)
 {
     std::atomic<int> given{0};
@@ -287,7 +288,7 @@ TEST_F(Buffered, bytes_never_overtake_others_and_stay_in_their_connection)
         }
     });
     for (int round = 0; round < 60; ++round) {
-        int last = given - 1;  // the one before has been given for good
+        int last = given - 1;  // the number before was certainly given
         Reconnect();
         std::string received;
         while (received.size() < 500) received += Read(line.far);
@@ -332,7 +333,7 @@ TEST_F(Buffered, a_writer_that_cannot_wait_says_so_before_it_counts_as_ended)
     Give("a");
     EXPECT_TRUE(Soon([&] { return reports.Has(said.text); }));
     EXPECT_TRUE(Writer_Rests());
-    EXPECT_LT(given_in, 500u);  // it did not wait for the end of the writer, who waited for the report
+    EXPECT_LT(given_in, 500u);  // it did not wait for the writer, which waits for this report
     EXPECT_EQ(reports.Take(), Reports{said});
     transport->data_event_ = std::make_unique<platform::Event>();
     Give("c");
@@ -351,7 +352,7 @@ TEST_F(Buffered, failed_writes_end_the_writer_and_the_next_data_start_it_again)
         platform::fault::clear();
         EXPECT_TRUE(Give("B"));
         EXPECT_EQ(Arrived(1), "B");
-        EXPECT_TRUE(Give("C"));  // and the failed block does not come behind either
+        EXPECT_TRUE(Give("C"));  // the failed block does not follow
         EXPECT_EQ(Arrived(1), "C");
         EXPECT_TRUE(Soon([&] { return transport->GetBytesOut() == 2; }));
     }
@@ -389,15 +390,15 @@ TEST_F(Buffered, a_pending_block_ends_with_its_connection)
     EXPECT_TRUE(Soon([&] { return reports.Has(Failed(10054).text); }));
     EXPECT_TRUE(Writer_Rests());
     EXPECT_EQ(reports.Take(), Reports{Failed(10054)});
-    EXPECT_EQ(transport->Room(), largest);  // what waited was for that connection, too
+    EXPECT_EQ(transport->Room(), largest);  // the waiting bytes were for that connection, too
 
     Open(largest);
     Stall();
-    transport->Close();  // nothing to report: this side did it
+    transport->Close();  // closed by this side: no report
     EXPECT_TRUE(Writer_Rests());
 
     Reconnect();
-    line.near->close();  // the same, between the look at the connection and the write
+    line.near->close();  // the same, after the check of the connection
     EXPECT_TRUE(Give("lost"));
     EXPECT_TRUE(Soon([&] { return transport->Room() == largest; }));
     transport->Stop_Writer();
@@ -443,7 +444,7 @@ TEST_F(Buffered, ntrip_requests)
     Open(256);
     const std::uint64_t begin = platform::clock_ms();
     transport->NTRIPSendSourceTableRequest("H", 2101, true);
-    EXPECT_GE(platform::clock_ms() - begin, 900u);  // it starts the writer
+    EXPECT_GE(platform::clock_ms() - begin, 900u);  // it starts the writer, and gives the connection a second
     const std::string via_proxy = "GET http://H:2101/" + head + "\r\n";
     EXPECT_EQ(Arrived(via_proxy.size()), via_proxy);
 
@@ -476,7 +477,7 @@ TEST_F(Buffered, a_request_outlives_a_stop_in_its_second)
 TEST_F(Buffered, a_request_that_does_not_fit_is_never_cut)
 {
     const std::string given = Stall();
-    transport->NTRIPSendSourceTableRequest("H", 2101, false);  // in the place of what waits, behind what is on its way
+    transport->NTRIPSendSourceTableRequest("H", 2101, false);  // replaces the waiting bytes
     const std::string expected = given.substr(0, given.size() - largest) + table_request;
     EXPECT_TRUE(Arrived(expected.size()) == expected);
     EXPECT_EQ(reports.Take(), Reports{Overrun(largest)});

@@ -1,5 +1,5 @@
-// Clients that are replaced, and destroyed, while a socket, a serial line and a replay deliver to them. POSIX only, for the
-// pseudo-terminal.
+// Clients that are replaced, and destroyed, while a socket, a serial line and a replay deliver to them. POSIX only, for
+// the pseudo-terminal.
 #include "kernel/files/file_server.h"
 #include "kernel/transports/Serial_Client_Server.h"
 #include "kernel/transports/Serial_Client_Server_Overlapped.h"
@@ -26,7 +26,7 @@ namespace {
 class Pulling_Client : public Byte_Client {
 public:
     explicit Pulling_Client(std::atomic<long> &pulled) : Object("pulling"), pulled_(pulled) {}
-    ~Pulling_Client() override { platform::sleep_ms(2); }  // a transport that found no client meanwhile would end
+    ~Pulling_Client() override { platform::sleep_ms(2); }  // gives a transport without a client time to end
     bool Send(Byte_Server &server, CL_Mesg message) override
     {
         if (message == Mesg_Request_Invite) return server.Request(1), true;
@@ -38,16 +38,16 @@ public:
 
 private:
     std::atomic<long> &pulled_;
-    std::string block_ = std::string(512, '\0');  // gone with the client
+    std::string block_ = std::string(512, '\0');  // freed with the client, so that a late use is found
 };
 
-// Connects and switches while `feed` sees to it that there is something to deliver; each new client must get its share.
+// Connects and switches while `feed` supplies data; each new client must get some.
 template <class Server, class Feed>
 void Replace_Clients(Server &server, int rounds, Feed feed)
 {
     std::atomic<long> pulled{0};
     const auto flows_on = [&] {
-        server.Work();  // where connecting stops the thread
+        server.Work();  // connecting may have stopped the thread
         const long before = pulled;
         return Soon([&] { return pulled > before; });
     };
