@@ -1,4 +1,4 @@
-// Prints a line per observation epoch of an RTCM 3 recording: the decoder library behind a File_Server.
+// Prints a line per observation epoch of an RTCM 3 recording: the decoder library, fed by a File_Server.
 #include "host/decoders/Record_Client.h"
 #include "host/decoders/Rtcm3_Decoder.h"
 #include "kernel/files/file_server.h"
@@ -11,7 +11,7 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "usage: epoch_lines RECORDING\n");
         return 2;
     }
-    // Made before the decoder, which sends it the last epoch when it is told that the stream has ended.
+    // Made before the decoder, so that it outlives it: the decoder sends it records until its own end.
     host::Obs_Record_Client printer([](std::unique_ptr<kernel::EPO_DATA> epoch) {
         const kernel::Gps_Time time = epoch->ReadGPSTime();
         std::printf("%u %.3f  %d satellites\n", time.week, time.sec, int{epoch->ReadUint8Epo(kernel::EPO_SATELLITES)});

@@ -1,4 +1,4 @@
-// Counts the lines of a recording, for example of NMEA 0183 sentences: a client of one's own behind a File_Server.
+// Counts the lines of a recording, for example of NMEA 0183 sentences: a client of this program, fed by a File_Server.
 #include "kernel/files/file_server.h"
 
 #include <algorithm>
@@ -8,7 +8,7 @@ namespace {
 
 class Line_Counter : public kernel::Byte_Client {
 public:
-    Line_Counter() : Object("Line_Counter") {}  // a virtual base: the last class of the line names the object
+    Line_Counter() : Object("Line_Counter") {}  // a virtual base, so the most derived class sets the name
 
     bool Send(kernel::Byte_Server &server, kernel::CL_Mesg message) override
     {
@@ -43,7 +43,7 @@ int main(int argc, char **argv)
     }
     kernel::File_Server *server = kernel::File_Server::Construct(nullptr, false);
     if (!server) return 1;
-    auto *counter = new Line_Counter;  // the server's, once connected
+    auto *counter = new Line_Counter;  // the server deletes it, once it is connected
     const bool fine = server->Connect(counter) && server->Create(argv[1], 0);
     if (fine) {
         while (server->Work(65536)) continue;  // false at the end of the recording
