@@ -56,8 +56,13 @@ bool Server::Connect(Client *client)
         Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 21, "Called with NULL-Pointer for client");
         return false;
     }
-    // Again when another thread has changed the client meanwhile.
-    while (!Replace_Client(GetClient(), client)) continue;
+    if (Byte_Server *const bytes = As_Byte_Server()) {
+        auto *const next = dynamic_cast<Byte_Client *>(client);
+        // Again when another thread has changed the client meanwhile.
+        while (!Replace_Byte_Client(*bytes, bytes->Get_Byte_Client(), next)) continue;
+    } else {
+        Replace_Client(GetClient(), client);
+    }
     return true;
 }
 
@@ -68,14 +73,14 @@ Byte_Server *Server::As_Byte_Server()
     return bytes && static_cast<Server *>(bytes) == this ? bytes : nullptr;
 }
 
-// False: `old` is not the client any more, and nothing was done.
-bool Server::Replace_Client(Client *old, Client *client)
+// The client that is connected already goes through the same questions if it may not be deleted. One that may be deleted
+// is not asked: it would agree to its own end, and an object in the middle takes its client along when it is asked.
+bool Server::Stays(const Client *old, const Client *client) { return old && old == client && client->Delete_Me(); }
+
+// For a family whose lock the caller holds.
+void Server::Replace_Client(Client *old, Client *client)
 {
-    // The client that is connected already goes the same way if it may not be deleted. One that may be deleted is not
-    // asked: a yes would be for its own end, and an object in the middle takes its client along when it is asked.
-    if (old && old == client && client->Delete_Me()) return true;
-    if (Byte_Server *const bytes = As_Byte_Server()) return Replace_Byte_Client(*bytes, old, client);
-    // The caller holds the family's lock.
+    if (Stays(old, client)) return;
     if (old && May_Delete(old)) {
         SetClient(nullptr);
         if (old != client) Object::Destruct(old);
@@ -84,15 +89,15 @@ bool Server::Replace_Client(Client *old, Client *client)
     }
     // Also when it refused both questions: it loses its place, lives on and is its owner's.
     SetClient(client);
-    return true;
 }
 
+// False: `former` is not the client any more, and nothing was done. It may be deleted then: before the visit nothing but
+// its address is used.
 // The new client has the place before the old one is deleted: a thread that delivers meanwhile never finds it empty, which
 // would read as a refusal and end a transport.
-bool Server::Replace_Byte_Client(Byte_Server &server, Client *old, Client *client)
+bool Server::Replace_Byte_Client(Byte_Server &server, Byte_Client *former, Byte_Client *next)
 {
-    auto *const former = dynamic_cast<Byte_Client *>(old);
-    auto *const next = dynamic_cast<Byte_Client *>(client);
+    if (Stays(former, next)) return true;
     if (!former) return server.Replace(nullptr, next);
     // Up to the end: nobody else destroys it meanwhile, and it stays the one that was asked.
     const Deliveries::Visit visit(*server.deliveries_, former);

@@ -5,6 +5,7 @@
 
 namespace kernel {
 
+class Byte_Client;
 class Byte_Server;
 class Client;
 
@@ -34,8 +35,9 @@ protected:
 
 private:
     Byte_Server *As_Byte_Server();
-    bool Replace_Client(Client *old, Client *client);
-    bool Replace_Byte_Client(Byte_Server &server, Client *old, Client *client);
+    static bool Stays(const Client *old, const Client *client);
+    void Replace_Client(Client *old, Client *client);
+    bool Replace_Byte_Client(Byte_Server &server, Byte_Client *former, Byte_Client *next);
     bool May_Delete(Client *old);
 };
 
