@@ -28,13 +28,12 @@ bool Rtcm3_Frame_Reader::Send(kernel::Byte_Server &server, kernel::CL_Mesg messa
     }
 }
 
-// Returns false when nothing was pulled; with true the server would send Mesg_Data_Ready for ever. A tap without an
-// upstream returns more bytes than were asked for, and no data.
+// Returns false when nothing was pulled; with true the server would send Mesg_Data_Ready for ever.
 bool Rtcm3_Frame_Reader::Pull(kernel::Byte_Server &server)
 {
     const long most = static_cast<long>(block_.size());
     bool pulled = false;
-    for (long got; (got = server.GetNBytes(block_.data(), most)) > 0 && got <= most; pulled = true)
+    for (long got; (got = kernel::Bytes_Moved(server.GetNBytes(block_.data(), most), most)) > 0; pulled = true)
         scanner_.Feed({block_.data(), static_cast<std::size_t>(got)});
     // Published once per block for Progress(); the scanner's own counters are not atomic.
     bytes_.store(Count().bytes, std::memory_order_relaxed);

@@ -25,7 +25,7 @@ private:
     bool Pull(kernel::Byte_Server &server)
     {
         unsigned char block[4096];
-        const long got = server.GetNBytes(block, sizeof block);
+        const long got = kernel::Bytes_Moved(server.GetNBytes(block, sizeof block), sizeof block);
         lines_ += std::count(block, block + got, '\n');
         return got > 0;
     }

@@ -46,7 +46,7 @@ bool Fan_Out::Pull(kernel::Byte_Server &server)
     const long most = static_cast<long>(block_.size());
     bool pulled = false;
     busy_.store(true, std::memory_order_relaxed);
-    for (long got; (got = server.GetNBytes(block_.data(), most)) > 0 && got <= most; pulled = true) {
+    for (long got; (got = kernel::Bytes_Moved(server.GetNBytes(block_.data(), most), most)) > 0; pulled = true) {
         const auto n = static_cast<std::size_t>(got);
         bytes_.fetch_add(n, std::memory_order_relaxed);
         for (Branch &branch : branches_) Hand_On(branch, {block_.data(), n});

@@ -95,7 +95,7 @@ bool String_Byte_Server::Work()
 bool String_Byte_Server::ContinueWork()
 {
     long available = MinAvail(0);
-    // Not yet: the client has been told so (40) and is not told again with every piece that comes.
+    // Not yet: the client has had Mesg_Status_40 and does not get it again with every piece that comes.
     if (available < requested_) return true;
     for (;;) {
         if (!Get_Byte_Client()) return false;

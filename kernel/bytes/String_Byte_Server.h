@@ -11,8 +11,8 @@ namespace kernel {
 
 // A ring of `size` bytes holds size - 1. What does not fit is refused, never overwritten.
 //
-// Threads:   nothing here locks. Where one thread puts and another pulls, the owner holds this object's Semaphore around
-//            each call; Work then runs the client's Send on the calling thread, with that lock held.
+// Threads:   nothing here locks. Where one thread puts and another pulls, the owner holds this object's Semaphore
+//            around each call; Work then runs the client's Send on the calling thread, with that lock held.
 // Ownership: bytes are copied in and out; the client may keep no pointer into the ring.
 // Errors:    full and empty are ordinary answers (false, a short count); nothing is reported.
 class KERNEL_API String_Byte_Server : public Byte_Server {
@@ -21,20 +21,21 @@ public:
     static const char *ClassName() { return Name; }
     bool IsInheritedFrom(const char *name) const override;
 
-    // Null when size < 2 or memory is short. The caller owns the object until Destruct. A null handler means the default.
+    // Null when size < 2 or memory is short. The caller owns the object until Destruct. A null handler means the
+    // default.
     static String_Byte_Server *Construct(long size, Error_Handler *handler);
     static String_Byte_Server *Construct(Error_Handler *handler) { return Construct(512, handler); }
     static void Destruct(String_Byte_Server *server) { Object::Destruct(server); }
 
     bool IsValid() const override;
 
-    // Called by the client from inside its answer to Mesg_Request_Invite. True when n bytes are stored already. A negative
-    // n asks for nothing.
+    // Called by the client from inside its answer to Mesg_Request_Invite. True when n bytes are stored already. A
+    // negative n asks for nothing.
     bool Request(long n) override;
     // One round of the dialogue: invite, let pull while the request can be met, then tell to wait (Mesg_Status_40).
-    // False: no client, or the client refused or wanted nothing. A client that pulls from inside Mesg_Request_Invite, and
-    // asks for nothing, is invited again as long as it finds something to pull. One that answers Mesg_Data_Ready with true
-    // and pulls nothing is told again, for ever: to pull is its part of the contract.
+    // False: no client, or the client refused or wanted nothing. A client that pulls from inside Mesg_Request_Invite,
+    // and asks for nothing, is invited again as long as it finds something to pull. One that answers Mesg_Data_Ready
+    // with true and pulls nothing is told again, for ever: to pull is its part of the contract.
     bool Work() override;
     // The same when more data has come for a request that is pending: serves it first, then invites.
     bool ContinueWork();
@@ -65,12 +66,13 @@ public:
     ~String_Byte_Server() override;
 
 protected:
-    // Name and handler count where this is the most derived class; a subclass gives them to its own virtual base Object.
+    // Name and handler count where this is the most derived class; a subclass gives them to its own virtual base
+    // Object.
     String_Byte_Server(const char *name, long size, Error_Handler *handler);
     explicit String_Byte_Server(long size = 4096, Error_Handler *handler = nullptr);
 
-    // For subclasses that fill the ring in place: n free bytes in one piece, or null when they do not lie so; then Commit
-    // of what was filled. Nothing may be pulled or put in between.
+    // For subclasses that fill the ring in place: n free bytes in one piece, or null when they do not lie so; then
+    // Commit of what was filled. Nothing may be pulled or put in between.
     unsigned char *Reserve(std::size_t n)
     {
         Rewind_Empty();

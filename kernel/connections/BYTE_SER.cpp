@@ -2,6 +2,8 @@
 
 #include "kernel/base/Error_Handler.h"
 #include "kernel/connections/delivery_internal.h"
+#include "kernel/connections/family_internal.h"
+#include "kernel/connections/message_groups_internal.h"
 
 #include <cctype>
 #include <cstring>
@@ -13,34 +15,6 @@ namespace {
 
 const char unit[] = "kernel/BYTE_SER";
 
-// The notices that an object in the middle of a chain passes down.
-// What is settled between neighbours (counters, disconnection, deletion, stream types, 250) and the offers of data are
-// not among them: whoever forwards answers those itself.
-bool Is_Forwarded(CL_Mesg message)
-{
-    switch (message) {
-    case Mesg_Pause:
-    case Mesg_Status_40:
-    case Mesg_Status_50:
-    case Mesg_Status_90:
-    case Mesg_Status_100:
-    case Mesg_Status_110:
-    case Mesg_Attached:
-    case Mesg_Detached:
-    case Mesg_Login:
-    case Mesg_Ask_Password:
-    case Mesg_Start:
-    case Mesg_Second:
-    case Mesg_Minute:
-    case Mesg_Hour:
-    case Mesg_Day:
-    case Mesg_Status_210:
-    case Mesg_Status_220:
-    case Mesg_Status_230: return true;
-    default: return false;
-    }
-}
-
 }  // namespace
 
 const char Byte_Server::Name[] = "Basisklasse Byte_Server";
@@ -50,15 +24,16 @@ Byte_Server::Byte_Server() : Object(nullptr), deliveries_(std::make_unique<Deliv
 // By now the subclass is gone: a client that pulls while it is asked finds the base operations.
 Byte_Server::~Byte_Server()
 {
-    // An object in the middle is a client as well: nobody that goes in the course of this may delete it a second time.
-    Dont_Delete_Me();
-    Byte_Client *const former = Get_Byte_Client();
-    if (former) Byte_Server::Disconnect();
-    // Asked even when it has refused disconnection: the server ends either way.
-    const bool goes = former && former->Send(*this, Mesg_Delete_Query);
-    deliveries_->Exchange(nullptr);
-    deliveries_->Wait_For_Others(former);
-    if (goes) Object::Destruct(former);
+    const auto leave = [this] {
+        Byte_Client *const former = Get_Byte_Client();
+        if (former) Byte_Server::Disconnect();
+        return former;
+    };
+    const auto forget = [this](const Byte_Client *former) {
+        deliveries_->Exchange(nullptr);
+        deliveries_->Wait_For_Others(former);
+    };
+    End_Connection(*this, leave, forget);
 }
 
 bool Byte_Server::IsInheritedFrom(const char *name) const
@@ -114,8 +89,8 @@ bool Byte_Server::Replace(Byte_Client *old, Byte_Client *client)
     return true;
 }
 
-// A client that refuses the type stays the caller's; Switch deletes it. It is connected while it is asked, and remains so
-// if it refuses disconnection, too.
+// A client that refuses the type stays the caller's; Switch deletes it. It is connected while it is asked, and remains
+// so if it refuses disconnection, too.
 bool Byte_Server::Connect(Byte_Client *client)
 {
     if (!Server::Connect(client)) return false;
@@ -198,10 +173,10 @@ long Byte_Server::GetString(char *buffer, long n)
     return stored;
 }
 
-// Nobody to ask counts as a yes: upstream a no may end the connection.
+// Without a client the answer is true: upstream, a refusal may end the connection.
 bool Byte_Server::Forward_Send(Byte_Server &origin, CL_Mesg message)
 {
-    return !Is_Forwarded(message) || Ask(origin, message).value_or(true);
+    return Group_Of(message) != Message_Group::Notice || Ask(origin, message).value_or(true);
 }
 
 unsigned short Byte_Server::get(unsigned char &byte)
@@ -309,13 +284,12 @@ bool Byte_Client::Send(Byte_Server &server, CL_Mesg message)
     default: return Client::Send(server, message);
     }
     if (!Client::Send(server, message)) return false;
-    if (Ticks() % 60 != 0) return true;
+    const std::uint32_t ticks = Ticks();
+    if (!Is_Minute(ticks)) return true;
     const Semaphore_Guard guard(*this);
     // Through the server: its client, mostly this object, gets the minute as a message like any other, and a subclass
     // hears it in its own Send.
-    server.Tell(Mesg_Minute);
-    if (Ticks() % 3600 == 0) server.Tell(Mesg_Hour);
-    if (Ticks() % 86400 == 0) server.Tell(Mesg_Day);
+    Tell_Minute(ticks, [&server](CL_Mesg later) { server.Tell(later); });
     return true;
 }
 
@@ -373,8 +347,8 @@ bool Byte_Client_NULL::Drain(Byte_Server &server)
     // A block that comes full need not be the last one; a short one is.
     long got = 0;
     do {
-        got = server.GetNBytes(buffer_.get(), request_size_);
-        if (got <= request_size_) bytes_ += static_cast<std::uint32_t>(got);  // more is a tap without an upstream
+        got = Bytes_Moved(server.GetNBytes(buffer_.get(), request_size_), request_size_);
+        bytes_ += static_cast<std::uint32_t>(got);
     } while (got == request_size_);
     return true;
 }

@@ -1,8 +1,8 @@
 // Byte streams: the server that bytes are pulled from, the client that pulls, and a client that drains.
 //
 // A pulling client's cycle: the server sends Mesg_Request_Invite when it can serve; the client answers by calling
-// Request(n); when data is there the server sends Mesg_Data_Ready and the client pulls, from inside that message, until it
-// has what it asked for or gets No_Byte.
+// Request(n); when data is there the server sends Mesg_Data_Ready and the client pulls, from inside that message, until
+// it has what it asked for or gets No_Byte.
 #pragma once
 
 #include "kernel/connections/CLIENT.h"
@@ -17,24 +17,27 @@ namespace kernel {
 class Byte_Client;
 class Deliveries;
 
+// How many bytes GetNBytes(buffer, n) has moved when it returned `result`: 0 for a result that is no count, see there.
+constexpr long Bytes_Moved(long result, long n) { return result > 0 && result <= n ? result : 0; }
+
 // What byte reads return when nothing is available (end of data, empty buffer, error); 0 to 255 is a byte.
 constexpr unsigned short No_Byte = 0xFFFF;
 
 // The producer end of a byte stream. Subclasses provide the pull operations and Work.
 //
 // Threads:   the pull operations take no lock: they belong inside the client's Send. Connect, Switch, Disconnect and
-//            SetClient may come from any thread at any time, also while others deliver, and from inside the client's Send.
-//            When they return, no other thread is inside the old client, and it hears nothing more. Destruction waits for
-//            that as well; threads inside the server's own operations have left them before.
+//            SetClient may come from any thread at any time, also while others deliver, and from inside the client's
+//            Send. When they return, no other thread is inside the old client, and it hears nothing more. Destruction
+//            waits for that as well; threads inside the server's own operations have left them before.
 //            Deadlock hazards: do not call these while you hold a lock that the client's Send may want (this object's
-//            Semaphore is one), nor on two threads that are each inside the other one's client.
-//            Disconnect holds the object's Semaphore while it asks, and a client holds its own while it passes minutes on.
-//            A client that takes its lock when it is asked must therefore not disconnect from inside such a message.
-// Ownership: owns the connected client (see Server); Switch hands the old one to the caller. A replaced client is deleted
-//            when the new one has its place: its destructor must not disconnect. The caller's buffers are filled before
-//            the call returns and not kept.
-// Errors:    a base pull operation reports "Please implement ..." (4, 34); a refused stream type (3, 26); a value that is
-//            no byte (3, 33).
+//            Semaphore is one), nor on two threads that are each inside the other one's client. Handlers of Mesg_Minute,
+//            Mesg_Hour and Mesg_Day run with the client's lock held, and Disconnect asks with the server's lock held. If
+//            your client locks itself in Mesg_Disconnect_Query, do not call Disconnect from such a handler.
+// Ownership: owns the connected client (see Server); Switch hands the old one to the caller. A replaced client is
+//            deleted when the new one has its place: its destructor must not disconnect. The caller's buffers are
+//            filled before the call returns and not kept.
+// Errors:    a base pull operation reports "Please implement ..." (4, 34); a refused stream type (3, 26); a value that
+//            is no byte (3, 33).
 class KERNEL_API Byte_Server : public Server {
 public:
     static const char Name[];  // "Basisklasse Byte_Server"
@@ -47,22 +50,26 @@ public:
     void SetClient(Client *client) override;  // anything but a Byte_Client clears
     // Replaces the client and asks the new one whether it takes bytes; refused: reported, disconnected, false.
     virtual bool Connect(Byte_Client *client);
-    // Hands the stream to another client and the old one, untouched, to the caller. Null when there was none, when `client`
-    // is the old one, when `client` is null (then the old one is disconnected), or when `client` takes no bytes: then the old one is disconnected and
-    // `client` is deleted.
+    // Hands the stream to another client and the old one, untouched, to the caller. Null when there was none, when
+    // `client` is the old one, when `client` is null (then the old one is disconnected), or when `client` takes no
+    // bytes: then the old one is disconnected and `client` is deleted.
     virtual Byte_Client *Switch(Byte_Client *client);
     virtual bool PreDisconnect();  // would the client let go? True without one
 
-    virtual unsigned short GetByte();                       // the next byte, or No_Byte
-    virtual unsigned short UnGetByte(unsigned char byte);   // back in front: the byte, or No_Byte
-    virtual long GetNBytes(unsigned char *buffer, long n);  // the number moved, at most n
-    // Pulls n bytes, or what there is, and writes a zero after the last: buffer holds n + 1. It does not stop at line ends.
+    virtual unsigned short GetByte();                      // the next byte, or No_Byte
+    virtual unsigned short UnGetByte(unsigned char byte);  // back in front: the byte, or No_Byte
+    // Moves at most n bytes and returns their number. Exception: a File_Client_Server that is asked outside a message
+    // of its upstream server returns 65535 and moves nothing, which may be more than n. Callers use Bytes_Moved for the
+    // count.
+    virtual long GetNBytes(unsigned char *buffer, long n);
+    // Pulls n bytes, or what there is, and writes a zero after the last: buffer holds n + 1. It does not stop at line
+    // ends.
     virtual long GetString(char *buffer, long n);
     virtual long MinAvail(long n);  // a number of bytes that can be pulled now
 
 protected:
-    // For objects in the middle of a chain: passes notices on to the own client in the name of the upstream server; other
-    // messages are answered true.
+    // For objects in the middle of a chain: passes notices on to the own client in the name of the upstream server;
+    // other messages are answered true.
     virtual bool Forward_Send(Byte_Server &origin, CL_Mesg message);
 
 public:
@@ -83,7 +90,7 @@ public:
     bool Sync_String(const char *text);        // the next bytes; a mismatch after the first character is pushed back
     bool Sync_String_Upper(const char *text);  // the same without regard to case, and nothing is pushed back
 
-    // Send 160, 170 and 180 to the client; false without one.
+    // Send the message to the client and return its reply; false without one.
     bool MesgLogin() { return Tell(Mesg_Login); }
     bool MesgAskPassword() { return Tell(Mesg_Ask_Password); }
     bool MesgStart() { return Tell(Mesg_Start); }
@@ -121,9 +128,9 @@ public:
     static const char *ClassName() { return Name; }
     bool IsInheritedFrom(const char *name) const override;
 
-    // Takes bytes (1000), no records, no login dialogue; each 60th, 3600th and 86400th tick becomes 201, 202 and 203 for
-    // the server's client. A client that answers Mesg_Data_Ready with true must have pulled at least one byte: the server
-    // sends it again while data is left.
+    // Takes bytes (Mesg_Byte_Type), no records, no login dialogue. At each 60th, 3600th and 86400th Mesg_Second the
+    // server's client is sent Mesg_Minute, Mesg_Hour and Mesg_Day. A client that returns true for Mesg_Data_Ready must
+    // have pulled at least one byte: the server sends it again while data is left.
     virtual bool Send(Byte_Server &server, CL_Mesg message);
 
 protected:

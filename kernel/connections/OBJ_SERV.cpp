@@ -1,6 +1,8 @@
 #include "kernel/connections/OBJ_SERV.h"
 
 #include "kernel/base/Error_Handler.h"
+#include "kernel/connections/family_internal.h"
+#include "kernel/connections/message_groups_internal.h"
 
 #include <cstring>
 #include <utility>
@@ -10,27 +12,10 @@ namespace kernel {
 namespace {
 
 const char unit[] = "kernel/OBJ_SERV";
-// Said of a client that refuses 10 or 20: both are orders, and a no is taken for silence.
+// Reported when a client returns false for Mesg_Reset_Counters or Mesg_Disconnect_Query. Neither may be refused here.
 constexpr const char *no_answer = "Client %s didn't answer";
 
-// The record types that Object_Client_NULL can be made for; events and WAAS records are left out on purpose.
-bool Is_Droppable(CL_Mesg type)
-{
-    switch (type) {
-    case Mesg_Type_Obs:
-    case Mesg_Type_Eph:
-    case Mesg_Type_Pos:
-    case Mesg_Type_Alm:
-    case Mesg_Type_UTC:
-    case Mesg_Type_Voltage:
-    case Mesg_Type_IONO:
-    case Mesg_Type_10060:
-    case Mesg_Type_Glo_Eph:
-    case Mesg_Type_Met:
-    case Mesg_Type_RTCM: return true;
-    default: return false;
-    }
-}
+bool Is_Droppable(CL_Mesg type) { return Group_Of(type) == Message_Group::Record_Type; }
 
 }  // namespace
 
@@ -53,19 +38,16 @@ bool Object_Server::IsInheritedFrom(const char *name) const
 // Comes twice, from the subclass's destructor and from this base's: the second time nothing is left to do.
 void Object_Server::End()
 {
-    // An object in the middle is a client as well: nobody that goes in the course of this may delete it a second time.
-    Dont_Delete_Me();
-    Object_Client *former = nullptr;
-    {
+    const auto leave = [this] {
         const Semaphore_Guard guard(*this);
-        former = client_;
+        Object_Client *const former = client_;
         if (former) Object_Server::Disconnect();
         // Also without a client: SetClient takes it away and leaves its records here.
         Object_Server::Reset_Data();
-    }
-    // Outside the lock: deleting may wait for a thread of the client's.
-    // Asked even when it has refused disconnection: the server ends either way.
-    if (former && former->Send(*this, Mesg_Delete_Query)) Object::Destruct(former);
+        return former;
+    };
+    // The client is deleted outside the lock: that may wait for a thread of the client's.
+    End_Connection(*this, leave, [](const Object_Client *) {});
 }
 
 bool Object_Server::Request(long n) { return n < 1; }
@@ -274,12 +256,10 @@ bool Object_Client::Send(Object_Server &server, CL_Mesg message)
     }
     if (!Client::Send(server, message)) return false;
     const std::uint32_t ticks = Attached_Ticks();
-    if (ticks % 60 != 0) return true;
+    if (!Is_Minute(ticks)) return true;
     const Semaphore_Guard server_guard(server);  // in the order in which deliveries take the two
     const Semaphore_Guard guard(*this);
-    server.Tell_Locked(Mesg_Minute);
-    if (ticks % 3600 == 0) server.Tell_Locked(Mesg_Hour);
-    if (ticks % 86400 == 0) server.Tell_Locked(Mesg_Day);
+    Tell_Minute(ticks, [&server](CL_Mesg later) { server.Tell(later); });
     return true;
 }
 

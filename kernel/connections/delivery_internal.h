@@ -12,8 +12,8 @@ namespace kernel {
 
 class Byte_Client;
 
-// A message is sent from inside a Visit. Whoever takes the client away replaces it here and then waits, with no lock held,
-// until the other threads have left it. From then on the old client hears nothing more, and may be destroyed.
+// A message is sent from inside a Visit. Whoever takes the client away replaces it here and then waits, with no lock
+// held, until the other threads have left it. From then on the old client hears nothing more, and may be destroyed.
 //
 // Visits do not exclude each other: two servers whose clients send to each other must not wait for each other.
 //
@@ -28,10 +28,10 @@ public:
     Byte_Client *Exchange(Byte_Client *client);  // the one before
     // False when `old` is not the client (any more); nothing has changed then.
     bool Replace(Byte_Client *old, Byte_Client *client);
-    // Waits until no other thread is inside `former`. The calling thread may be: a client takes itself away from inside a
-    // message. For null, which is to say that there was nobody to take away, it waits for all who are inside a client that
-    // is not the client any more, unless the calling thread is inside one as well: two of them would wait for each other.
-    // A thread that was killed inside a client does not count.
+    // Waits until no other thread is inside `former`. The calling thread may be: a client takes itself away from inside
+    // a message. For null, which is to say that there was nobody to take away, it waits for all who are inside a client
+    // that is not the client any more, unless the calling thread is inside one as well: two of them would wait for each
+    // other. A thread that was killed inside a client does not count.
     void Wait_For_Others(const Byte_Client *former);
 
     // The calling thread is inside the client, from construction to destruction.

@@ -117,10 +117,8 @@ bool File_Client::Send(Byte_Server &server, CL_Mesg message)
 
 long File_Client::Take_Block(Byte_Server &server, unsigned char *block)
 {
-    server.MinAvail(0);  // called for its effect: it brings a ring's bytes into one piece
-    const long taken = server.GetNBytes(block, block_size);
-    // A tap without an upstream server returns 65535, and no bytes come with it.
-    return taken < 0 || taken > block_size ? 0 : taken;
+    server.MinAvail(0);  // called for its effect: an empty ring starts at its beginning again
+    return Bytes_Moved(server.GetNBytes(block, block_size), block_size);
 }
 
 bool File_Client::Append(const unsigned char *block, long n, const char *unit_name)

@@ -15,7 +15,7 @@ namespace {
 
 const char unit[] = "kernel/file_client_server";
 
-// GetNBytes without an upstream returns No_Byte as a count. It exceeds what was asked for, and callers check for that.
+// No_Byte as a count, part of the interface. Callers check for it with Bytes_Moved.
 constexpr long no_upstream_count = 65535;
 constexpr Open_Error_Words words = {"device not found", "access denied (Device open ?)"};
 
@@ -116,8 +116,8 @@ long File_Client_Server::GetNBytes(unsigned char *buffer, long n)
 {
     if (!upstream_) return no_upstream_count;
     const long got = upstream_->GetNBytes(buffer, n);
-    // A tap without an upstream returns more than n and leaves the buffer empty.
-    if (got > 0 && got <= n) Record(buffer, static_cast<std::size_t>(got));
+    const long moved = Bytes_Moved(got, n);
+    if (moved > 0) Record(buffer, static_cast<std::size_t>(moved));
     return got;
 }
 

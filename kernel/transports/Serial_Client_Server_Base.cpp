@@ -431,9 +431,9 @@ long Serial_Client_Server_Base::Take(Byte_Server &server, unsigned char *block)
     const long n = std::min(server.MinAvail(0), long{block_size});
     long taken = 0;
     while (taken < n) {
-        const long got = server.GetNBytes(block + taken, n - taken);
+        const long got = Bytes_Moved(server.GetNBytes(block + taken, n - taken), n - taken);
         if (Stop_Requested()) return -1;
-        if (got < 1 || got > n - taken) break;  // some servers answer more than they give
+        if (got == 0) break;
         taken += got;
     }
     return taken;

@@ -244,9 +244,8 @@ Win32_Buffered_Byte_Client::Filled Win32_Buffered_Byte_Client::Fill(Byte_Server 
     Drop_Former_Connection();
     Buffer &buffer = buffers_[current_];
     const std::size_t room = buffer.Room();
-    const long got = server.GetNBytes(buffer.End(), static_cast<long>(room));
-    // More than was asked for is the word of a tap without an upstream, and no bytes have come with it.
-    if (got > 0 && static_cast<std::size_t>(got) <= room) buffer.fill += static_cast<std::size_t>(got);
+    const auto most = static_cast<long>(room);
+    buffer.fill += static_cast<std::size_t>(Bytes_Moved(server.GetNBytes(buffer.End(), most), most));
     if (!is_connected()) {
         Drop();
         return Filled::unconnected;

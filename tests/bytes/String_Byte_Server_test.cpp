@@ -7,6 +7,7 @@
 #include <deque>
 #include <memory>
 #include <random>
+#include <utility>
 #include <vector>
 
 using namespace kernel;
@@ -23,6 +24,11 @@ std::string Rest(const Owned &server)
     return {text, static_cast<std::size_t>(server->GetString(text, 64))};
 }
 
+// What a round returned, and what the client heard in it.
+using Round = std::pair<bool, Heard>;
+Round Went_On(const Heard &heard) { return {true, heard}; }
+Round Ended(const Heard &heard) { return {false, heard}; }
+
 // A server and its client, which asks and pulls as it is told to.
 class Fed_Client {
 public:
@@ -38,20 +44,14 @@ public:
         EXPECT_TRUE(server->PutStr(text));
         return *this;
     }
-    // What the client heard in a round, and whether it went well (1) or not (0).
-    Heard Work() { return Round(server->Work()); }
-    Heard Continue() { return Round(server->ContinueWork()); }
+    Round Work() { return With_Heard(server->Work()); }
+    Round Continue() { return With_Heard(server->ContinueWork()); }
     const std::string &Pulled() const { return client_->pulled; }
 
     const Owned server = Make(64);
 
 private:
-    Heard Round(bool answer)
-    {
-        Heard heard = client_->Take();
-        heard.push_back(answer);
-        return heard;
-    }
+    Round With_Heard(bool result) { return {result, client_->Take()}; }
     Recording_Client *const client_ = new Recording_Client;  // the server's
 };
 
@@ -210,24 +210,26 @@ TEST(String_Byte_Server, lets_a_client_pull_from_inside_the_invitation)
 TEST(String_Byte_Server, serves_a_request_when_it_can_be_met_and_not_before)
 {
     Fed_Client ten(10);
-    EXPECT_EQ(ten.Feed("abcd").Work(), (Heard{70, 40, 1}));
-    EXPECT_EQ(ten.Continue(), Heard{1});        // still waiting
-    EXPECT_EQ(ten.Work(), (Heard{70, 40, 1}));  // each round begins without a request
-    EXPECT_EQ(ten.Feed("efghij").Continue(), (Heard{80, 70, 40, 1}));
+    EXPECT_EQ(ten.Feed("abcd").Work(), Went_On({Mesg_Request_Invite, Mesg_Status_40}));
+    EXPECT_EQ(ten.Continue(), Went_On({}));                                 // still waiting
+    EXPECT_EQ(ten.Work(), Went_On({Mesg_Request_Invite, Mesg_Status_40}));  // each round begins without a request
+    EXPECT_EQ(ten.Feed("efghij").Continue(), Went_On({Mesg_Data_Ready, Mesg_Request_Invite, Mesg_Status_40}));
     EXPECT_EQ(ten.Pulled(), "abcdefghij");
 
     Fed_Client two(2);
-    EXPECT_EQ(two.Feed("abcde").Work(), (Heard{70, 80, 70, 80, 70, 40, 1}));
+    EXPECT_EQ(two.Feed("abcde").Work(), Went_On({Mesg_Request_Invite, Mesg_Data_Ready, Mesg_Request_Invite,
+                                                 Mesg_Data_Ready, Mesg_Request_Invite, Mesg_Status_40}));
     EXPECT_EQ(two.Pulled(), "abcd");
-    EXPECT_EQ(two.Feed("fg").Continue(), (Heard{80, 70, 40, 1}));
-    EXPECT_EQ(two.Feed("h").Work(), (Heard{70, 80, 1}));  // one more invitation only while bytes are left
+    EXPECT_EQ(two.Feed("fg").Continue(), Went_On({Mesg_Data_Ready, Mesg_Request_Invite, Mesg_Status_40}));
+    EXPECT_EQ(two.Feed("h").Work(),
+              Went_On({Mesg_Request_Invite, Mesg_Data_Ready}));  // one more invitation only while bytes are left
     EXPECT_EQ(two.Pulled(), "abcdefgh");
 
     Fed_Client one_of_two([](Recording_Client &client) {  // is told of the second again
         client.On(Mesg_Request_Invite, [](Byte_Server &s) { return s.Request(2), true; });
         client.On(Mesg_Data_Ready, [](Byte_Server &s) { return s.GetByte() != No_Byte; });
     });
-    EXPECT_EQ(one_of_two.Feed("ab").Work(), (Heard{70, 80, 80, 1}));
+    EXPECT_EQ(one_of_two.Feed("ab").Work(), Went_On({Mesg_Request_Invite, Mesg_Data_Ready, Mesg_Data_Ready}));
 }
 
 TEST(String_Byte_Server, ends_a_round_when_the_client_refuses_or_wants_nothing)
@@ -237,21 +239,22 @@ TEST(String_Byte_Server, ends_a_round_when_the_client_refuses_or_wants_nothing)
     Fed_Client refusing([&](Recording_Client &client) {
         client.On(Mesg_Request_Invite, [&](Byte_Server &s) { return s.Request(3), accept; });
     });
-    EXPECT_EQ(refusing.Feed("abcdef").Work(), (Heard{70, 80, 0}));  // the data notice is refused
+    // The data notice is refused. That drops the request, so that nothing is pending any more.
+    EXPECT_EQ(refusing.Feed("abcdef").Work(), Ended({Mesg_Request_Invite, Mesg_Data_Ready}));
     accept = false;
-    EXPECT_EQ(refusing.Continue(), (Heard{70, 0}));  // that dropped the request: nothing is pending any more
-    EXPECT_EQ(refusing.Work(), (Heard{70, 0}));      // the invitation is refused, although it asked
+    EXPECT_EQ(refusing.Continue(), Ended({Mesg_Request_Invite}));
+    EXPECT_EQ(refusing.Work(), Ended({Mesg_Request_Invite}));  // the invitation is refused, although it asked
 
     Fed_Client silent([](Recording_Client &client) {  // pulls without asking: invited while that moves something
         client.On(Mesg_Request_Invite, [](Byte_Server &s) { return s.GetByte() != No_Byte; });
     });
-    EXPECT_EQ(silent.Feed("abc").Work(), (Heard{70, 70, 70, 70, 0}));
-    EXPECT_EQ(silent.Continue(), (Heard{70, 0}));
+    EXPECT_EQ(silent.Feed("abc").Work(), Ended(Heard(4, Mesg_Request_Invite)));
+    EXPECT_EQ(silent.Continue(), Ended({Mesg_Request_Invite}));
     Fed_Client stubborn([](Recording_Client &client) {  // the same, and never refuses
         client.On(Mesg_Request_Invite, [](Byte_Server &s) { return s.GetByte(), true; });
     });
-    EXPECT_EQ(stubborn.Feed("abc").Work(), (Heard{70, 70, 70, 70, 0}));
+    EXPECT_EQ(stubborn.Feed("abc").Work(), Ended(Heard(4, Mesg_Request_Invite)));
     stubborn.Feed("d");
-    EXPECT_EQ(stubborn.Continue(), (Heard{70, 70, 0}));
-    EXPECT_EQ(Fed_Client(-5).Feed("abc").Work(), (Heard{70, 0}));
+    EXPECT_EQ(stubborn.Continue(), Ended({Mesg_Request_Invite, Mesg_Request_Invite}));
+    EXPECT_EQ(Fed_Client(-5).Feed("abc").Work(), Ended({Mesg_Request_Invite}));
 }

@@ -1,6 +1,7 @@
 #include "kernel/connections/BYTE_SER.h"
 
 #include "kernel/bytes/String_Byte_Server.h"
+#include "kernel/files/file_client_server.h"
 
 #include "tests/support/clients.h"
 #include "tests/support/reports.h"
@@ -79,6 +80,19 @@ TEST(Byte_Server, GetString_stops_at_the_count_and_not_at_line_ends)
     }
 }
 
+// Each taker of blocks asks through Bytes_Moved; the largest block is asked for by the drain.
+TEST(Byte_Server, a_result_that_is_no_count_has_moved_nothing)
+{
+    EXPECT_EQ(Bytes_Moved(512, 512), 512);
+    EXPECT_EQ(Bytes_Moved(1, 512), 1);
+    for (const long result : {-1L, 0L, 513L, 65535L}) EXPECT_EQ(Bytes_Moved(result, 512), 0) << result;
+    const std::unique_ptr<File_Client_Server> tap(File_Client_Server::Construct(nullptr));  // without an upstream
+    auto *const drain = Byte_Client_NULL::Construct(512);
+    tap->Connect(drain);
+    EXPECT_TRUE(drain->Send(*tap, Mesg_Data_Ready));
+    EXPECT_EQ(drain->Byte_Count(), 0u);
+}
+
 TEST(Byte_Server, scans_for_bytes)
 {
     Full_Server one("xy\xB5z"), with_sign("xy\xB5z"), set("..B\0A"s);
@@ -127,10 +141,10 @@ TEST(Byte_Server, switches_between_clients)
     Recording_Client first, second;
     first.Dont_Delete_Me();
     EXPECT_EQ(server.Switch(&first), nullptr);
-    EXPECT_EQ(first.Take(), (Heard{1000}));
+    EXPECT_EQ(first.Take(), (Heard{Mesg_Byte_Type}));
     EXPECT_EQ(server.Switch(&second), &first);
-    EXPECT_EQ(first.Take(), (Heard{150}));
-    EXPECT_EQ(second.Take(), (Heard{1000, 140}));
+    EXPECT_EQ(first.Take(), (Heard{Mesg_Detached}));
+    EXPECT_EQ(second.Take(), (Heard{Mesg_Byte_Type, Mesg_Attached}));
     EXPECT_EQ(server.Switch(&second), nullptr);  // nothing to hand over
     EXPECT_EQ(server.GetClient(), &second);
     // Each hears its message from a server whose client it is.
@@ -143,14 +157,14 @@ TEST(Byte_Server, switches_between_clients)
     first.On(Mesg_Attached, is_mine(first)).On(Mesg_Detached, is_mine(first));
     second.On(Mesg_Attached, is_mine(second)).On(Mesg_Detached, is_mine(second));
     EXPECT_TRUE(server.Switch(&first) == &second && server.Switch(&second) == &first);
-    EXPECT_EQ(first.Take(), (Heard{1000, 140, 150}));
-    EXPECT_EQ(second.Take(), (Heard{150, 1000, 140}));
+    EXPECT_EQ(first.Take(), (Heard{Mesg_Byte_Type, Mesg_Attached, Mesg_Detached}));
+    EXPECT_EQ(second.Take(), (Heard{Mesg_Detached, Mesg_Byte_Type, Mesg_Attached}));
 
     auto *refusing = new Recording_Client(&refused_deleted);
     refusing->Answer_With(Mesg_Byte_Type, false);
     EXPECT_EQ(server.Switch(refusing), nullptr);
     EXPECT_TRUE(refused_deleted);
-    EXPECT_EQ(second.Take(), (Heard{20}));
+    EXPECT_EQ(second.Take(), (Heard{Mesg_Disconnect_Query}));
     EXPECT_FALSE(server.IsConnected());
     server.Switch(&first);
     EXPECT_EQ(server.Switch(nullptr), nullptr);
@@ -166,13 +180,15 @@ TEST(Byte_Server, passes_notices_to_its_client)
     middle.Connect(client);
     client->Take();
     EXPECT_TRUE(!middle.MesgLogin() && !middle.MesgAskPassword() && middle.MesgStart());
-    EXPECT_EQ(client->Take(), (Heard{160, 170, 180}));
+    EXPECT_EQ(client->Take(), (Heard{Mesg_Login, Mesg_Ask_Password, Mesg_Start}));
     EXPECT_FALSE(middle.Forward_Send(upstream, Mesg_Login));
     EXPECT_EQ(client->senders.back(), &upstream);  // in its name
     client->Take();
     for (int m = 0; m <= 1010; ++m) middle.Forward_Send(upstream, static_cast<CL_Mesg>(m));
     EXPECT_EQ(client->Take(),
-              (Heard{30, 40, 50, 90, 100, 110, 140, 150, 160, 170, 180, 200, 201, 202, 203, 210, 220, 230}));
+              (Heard{Mesg_Pause, Mesg_Status_40, Mesg_Status_50, Mesg_Status_90, Mesg_Status_100, Mesg_Status_110,
+                     Mesg_Attached, Mesg_Detached, Mesg_Login, Mesg_Ask_Password, Mesg_Start, Mesg_Second, Mesg_Minute,
+                     Mesg_Hour, Mesg_Day, Mesg_Status_210, Mesg_Status_220, Mesg_Status_230}));
 }
 
 TEST(Byte_Client, derives_minutes_for_the_client_of_the_server)
@@ -183,10 +199,10 @@ TEST(Byte_Client, derives_minutes_for_the_client_of_the_server)
     server.Connect(connected);
     connected->Take();
     for (int i = 0; i < 3600; ++i) passing.Send(server, Mesg_Second);
-    Heard expected(60, 201);
-    expected.push_back(202);
+    Heard expected(60, Mesg_Minute);
+    expected.push_back(Mesg_Hour);
     EXPECT_EQ(connected->Take(), expected);
-    EXPECT_EQ(passing.Take(), Heard(3600, 200));
+    EXPECT_EQ(passing.Take(), Heard(3600, Mesg_Second));
 }
 
 TEST(Byte_Client_NULL, drains_in_its_own_way)
@@ -203,7 +219,7 @@ TEST(Byte_Client_NULL, drains_in_its_own_way)
         EXPECT_EQ(client->Send(server, Mesg_Data_Ready), drains) << request_size;
         EXPECT_TRUE(client->Send(server, Mesg_Pause));
         EXPECT_EQ(client->Byte_Count(), drains ? 8u : 0u) << request_size;
-        EXPECT_EQ(client->Message_Count(), 4u);  // 1000 was the first
+        EXPECT_EQ(client->Message_Count(), 4u);  // Mesg_Byte_Type was the first
         EXPECT_EQ(server.Rest(), drains ? "" : bytes);
         const Reports refused = {{3, 28, "Server sends Data without request", unit}};
         EXPECT_EQ(reports->Take(), drains ? Reports{} : refused);

@@ -111,11 +111,31 @@ TEST(Object_Server, connects_in_a_fixed_order)
         Heard heard;
         Reports reports;
     } cases[] = {
-        {{}, true, true, false, {1010, 130, 10}, {}},  // dynamic mode needs no record yet
-        {{Mesg_Object_Connect}, false, true, true, {1010, 130, 10}, {}},
-        {{Mesg_Reset_Counters}, false, true, false, {1010, 130, 10}, no_answer},
-        {{Mesg_Object_Type, Mesg_Disconnect_Query}, false, false, false, {1010, 20}, {no_answer[0], no_type[0]}},
-        {{Mesg_Object_Connect}, true, false, false, {1010, 130, 20}, no_memory},
+        {{},
+         true,
+         true,
+         false,
+         {Mesg_Object_Type, Mesg_Object_Connect, Mesg_Reset_Counters},
+         {}},  // dynamic mode needs no record yet
+        {{Mesg_Object_Connect}, false, true, true, {Mesg_Object_Type, Mesg_Object_Connect, Mesg_Reset_Counters}, {}},
+        {{Mesg_Reset_Counters},
+         false,
+         true,
+         false,
+         {Mesg_Object_Type, Mesg_Object_Connect, Mesg_Reset_Counters},
+         no_answer},
+        {{Mesg_Object_Type, Mesg_Disconnect_Query},
+         false,
+         false,
+         false,
+         {Mesg_Object_Type, Mesg_Disconnect_Query},
+         {no_answer[0], no_type[0]}},
+        {{Mesg_Object_Connect},
+         true,
+         false,
+         false,
+         {Mesg_Object_Type, Mesg_Object_Connect, Mesg_Disconnect_Query},
+         no_memory},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << "case " << (&c - cases));
@@ -136,14 +156,16 @@ TEST(Object_Server, asks_for_its_type_last_when_typed)
     Number_Server &server = *chain.server;
     client.Answer_With(Mesg_Type_20000, true);
     EXPECT_TRUE(server.Connect_Typed(&client, "", "", 0));
-    EXPECT_EQ(client.Take(), (Heard{120, 20, 1010, 130, 10, 20000}));  // it was connected already
+    EXPECT_EQ(client.Take(), (Heard{Mesg_Delete_Query, Mesg_Disconnect_Query, Mesg_Object_Type, Mesg_Object_Connect,
+                                    Mesg_Reset_Counters, Mesg_Type_20000}));  // it was connected already
     client.Answer_With(Mesg_Type_20000, false);
     EXPECT_FALSE(server.Connect_Typed(&client, "%s: not %d", "kernel/mine", 1));
-    EXPECT_EQ(client.Take(), (Heard{120, 20, 1010, 130, 10, 20000, 20}));
+    EXPECT_EQ(client.Take(), (Heard{Mesg_Delete_Query, Mesg_Disconnect_Query, Mesg_Object_Type, Mesg_Object_Connect,
+                                    Mesg_Reset_Counters, Mesg_Type_20000, Mesg_Disconnect_Query}));
     EXPECT_EQ(chain.reports->Take(), (Reports{{3, 26, "taker: not 20000", "kernel/mine"}}));
     client.Answer_With(Mesg_Object_Type, false);
     EXPECT_FALSE(server.Connect_Typed(&client, "", "", 0));
-    EXPECT_EQ(client.Take(), (Heard{1010, 20}));  // not asked for its type any more
+    EXPECT_EQ(client.Take(), (Heard{Mesg_Object_Type, Mesg_Disconnect_Query}));  // not asked for its type any more
     chain.reports->Take();
 
     EXPECT_TRUE(server.Connect(nullptr) && server.Connect_Typed(nullptr, "%s %d", "kernel/mine", 1));
@@ -156,7 +178,7 @@ TEST(Object_Server, offers_a_record_until_it_is_taken)
     Chain chain;
     auto &client = chain.client;
     EXPECT_TRUE(chain.server->Give(1));
-    EXPECT_EQ(client.Take(), (Heard{70, 80}));
+    EXPECT_EQ(client.Take(), (Heard{Mesg_Request_Invite, Mesg_Data_Ready}));
     EXPECT_EQ(chain.Last(), 1);
     EXPECT_EQ(chain.server->GetCount(), 1u);
     chain.server->Drop(client.last);
@@ -166,13 +188,13 @@ TEST(Object_Server, offers_a_record_until_it_is_taken)
     EXPECT_FALSE(chain.server->Send_Data(record));
     EXPECT_FALSE(chain.server->Send_Data(again));  // the same one is not freed for itself
     EXPECT_FALSE(chain.server->Give(3));
-    EXPECT_EQ(client.Take(), (Heard{70, 70, 70}));
+    EXPECT_EQ(client.Take(), (Heard{Mesg_Request_Invite, Mesg_Request_Invite, Mesg_Request_Invite}));
     EXPECT_EQ(chain.live, 1);
     client.Answer_With(Mesg_Request_Invite, true);
     EXPECT_TRUE(chain.server->Work());
     EXPECT_EQ(chain.Last(), 3);
     EXPECT_TRUE(chain.server->Work());  // nothing to do
-    EXPECT_EQ(client.Take(), (Heard{70, 80}));
+    EXPECT_EQ(client.Take(), (Heard{Mesg_Request_Invite, Mesg_Data_Ready}));
     chain.server->Drop(client.last);
 
     int told = 0;  // a slow taker
@@ -181,7 +203,8 @@ TEST(Object_Server, offers_a_record_until_it_is_taken)
         return false;
     });
     EXPECT_TRUE(chain.server->Give(4));
-    EXPECT_EQ(client.Take(), (Heard{70, 80, 70, 80, 70, 80}));
+    EXPECT_EQ(client.Take(), (Heard{Mesg_Request_Invite, Mesg_Data_Ready, Mesg_Request_Invite, Mesg_Data_Ready,
+                                    Mesg_Request_Invite, Mesg_Data_Ready}));
     EXPECT_EQ(chain.server->GetCount(), 5u);
     chain.server->Drop(client.last);
     EXPECT_EQ(chain.server->Get_Object(), nullptr);
@@ -196,7 +219,7 @@ TEST(Object_Server, frees_what_nobody_takes)
     });
     EXPECT_TRUE(chain.server->Give(1));
     EXPECT_EQ(chain.live, 0);
-    EXPECT_EQ(chain.client.Take(), (Heard{70, 20}));
+    EXPECT_EQ(chain.client.Take(), (Heard{Mesg_Request_Invite, Mesg_Disconnect_Query}));
     EXPECT_FALSE(chain.server->Give(2));
     EXPECT_FALSE(chain.server->Work());
     EXPECT_EQ(chain.live, 0);
@@ -218,7 +241,9 @@ TEST(Object_Server, lets_a_client_leave_from_inside_the_question_whether_it_may)
             return false;
         });
         chain.server->Disconnect();
-        EXPECT_EQ(chain.client.Take(), brings_another ? (Heard{20, 120, 20}) : (Heard{20, 20}));
+        EXPECT_EQ(chain.client.Take(), brings_another
+                                           ? (Heard{Mesg_Disconnect_Query, Mesg_Delete_Query, Mesg_Disconnect_Query})
+                                           : (Heard{Mesg_Disconnect_Query, Mesg_Disconnect_Query}));
         EXPECT_EQ(chain.server->GetClient(), brings_another ? &other : nullptr);
         EXPECT_EQ(chain.reports->Take(), Said(25, "Client taker didn't answer"));
         chain.server->SetClient(nullptr);
@@ -254,7 +279,7 @@ TEST(Object_Server, changes_mode_with_a_record_pending)
         other.Dont_Delete_Me();
         other.Answer_With(Mesg_Object_Connect, !first_owns);
         EXPECT_TRUE(chain.server->Connect(&other));
-        EXPECT_EQ(chain.client.Take(), (Heard{70, 120, 20}));
+        EXPECT_EQ(chain.client.Take(), (Heard{Mesg_Request_Invite, Mesg_Delete_Query, Mesg_Disconnect_Query}));
         EXPECT_EQ(chain.server->StaticAlloc(), first_owns);
         EXPECT_EQ(chain.live, first_owns);
         EXPECT_TRUE(chain.server->Give(2));
@@ -296,7 +321,7 @@ TEST(Object_Server, takes_its_client_along_unless_that_refuses)
     Chain kept({Mesg_Request_Invite});
     kept.server->Give(2);
     kept.server.reset();
-    EXPECT_EQ(kept.client.Take(), (Heard{70, 20, 120}));
+    EXPECT_EQ(kept.client.Take(), (Heard{Mesg_Request_Invite, Mesg_Disconnect_Query, Mesg_Delete_Query}));
 }
 
 TEST(Object_Server, loses_a_record_and_no_more_when_a_subclass_forgets_End)
@@ -452,11 +477,12 @@ TEST(Server, asks_a_replaced_client_through_its_own_family)
         bytes[i].Dont_Delete_Me();
         EXPECT_TRUE(both.Number_Server::Connect(&records[i]) && both.Bare_Server::Connect(&bytes[i]));
     }
-    EXPECT_EQ(records[0].Take(), (Heard{1010, 130, 10, 120, 20}));
-    EXPECT_EQ(bytes[0].Take(), (Heard{1000, 120, 20}));
+    EXPECT_EQ(records[0].Take(), (Heard{Mesg_Object_Type, Mesg_Object_Connect, Mesg_Reset_Counters, Mesg_Delete_Query,
+                                        Mesg_Disconnect_Query}));
+    EXPECT_EQ(bytes[0].Take(), (Heard{Mesg_Byte_Type, Mesg_Delete_Query, Mesg_Disconnect_Query}));
     records[1].Take();
     static_cast<Number_Server &>(both).Server::Disconnect();  // the base finds the family's way
-    EXPECT_EQ(records[1].Take(), (Heard{20}));
+    EXPECT_EQ(records[1].Take(), (Heard{Mesg_Disconnect_Query}));
     EXPECT_FALSE(both.Number_Server::IsConnected());
     EXPECT_EQ(both.Bare_Server::GetClient(), &bytes[1]);
 }
@@ -469,29 +495,34 @@ TEST(Object_Client, derives_minutes_hours_and_days_from_attached_ticks)
         for (int i = 0; i < n; ++i) EXPECT_TRUE(chain.server->Tell(Mesg_Second));
         return chain.client.Take();
     };
-    EXPECT_EQ(ticks(2), (Heard{200, 201, 202, 203, 200, 201, 202, 203}));  // not attached: the count rests at 0
+    EXPECT_EQ(ticks(2), (Heard{Mesg_Second, Mesg_Minute, Mesg_Hour, Mesg_Day, Mesg_Second, Mesg_Minute, Mesg_Hour,
+                               Mesg_Day}));  // not attached: the count rests at 0
     chain.server->Tell(Mesg_Attached);
-    EXPECT_EQ(ticks(59), Heard(59, 200));
-    EXPECT_EQ(ticks(1), (Heard{200, 201}));
+    EXPECT_EQ(ticks(59), Heard(59, Mesg_Second));
+    EXPECT_EQ(ticks(1), (Heard{Mesg_Second, Mesg_Minute}));
     chain.server->Tell(Mesg_Detached);
-    EXPECT_EQ(ticks(1), (Heard{200, 201}));  // it rests at 60
+    EXPECT_EQ(ticks(1), (Heard{Mesg_Second, Mesg_Minute}));  // it rests at 60
     chain.server->Tell(Mesg_Attached);
     const Heard day = ticks(86400);
-    EXPECT_TRUE(std::count(day.begin(), day.end(), 201) == 1440 && std::count(day.begin(), day.end(), 202) == 24);
-    EXPECT_EQ(Heard(day.end() - 4, day.end()), (Heard{200, 201, 202, 203}));
+    EXPECT_TRUE(std::count(day.begin(), day.end(), Mesg_Minute) == 1440 &&
+                std::count(day.begin(), day.end(), Mesg_Hour) == 24);
+    EXPECT_EQ(Heard(day.end() - 4, day.end()), (Heard{Mesg_Second, Mesg_Minute, Mesg_Hour, Mesg_Day}));
     EXPECT_FALSE(chain.server->Tell(Mesg_Byte_Type));
 }
 
 TEST(Object_Client_NULL, accepts_one_type_or_any)
 {
     Chain chain;
-    const std::set<int> types = {10000, 10010, 10020, 10030, 10040, 10041, 10050, 10060, 10070, 10080, 10090};
-    for (const int type : {0, 80, 1000, 1010, 1011, 10000, 10041, 10045, 10060, 10081, 10090, 10100, 20000}) {
+    const std::set<int> types = {Mesg_Type_Obs,     Mesg_Type_Eph,     Mesg_Type_Pos,  Mesg_Type_Alm,
+                                 Mesg_Type_UTC,     Mesg_Type_Voltage, Mesg_Type_IONO, Mesg_Type_10060,
+                                 Mesg_Type_Glo_Eph, Mesg_Type_Met,     Mesg_Type_RTCM};
+    for (int type = 0; type <= Mesg_Type_20000; ++type) {
         auto *client = Object_Client_NULL::Construct(static_cast<CL_Mesg>(type));
-        ASSERT_EQ(client != nullptr, type == 1010 || types.count(type) == 1) << type;
-        for (int asked = 10000; client && asked <= 10100; ++asked)  // events and WAAS records are left out
+        ASSERT_EQ(client != nullptr, type == Mesg_Object_Type || types.count(type) == 1) << type;
+        // Events and WAAS records are left out.
+        for (int asked = Mesg_Type_Obs; client && asked <= Mesg_Type_10100; ++asked)
             EXPECT_EQ(client->Send(*chain.server, static_cast<CL_Mesg>(asked)),
-                      types.count(asked) == 1 && (type == 1010 || asked == type));
+                      types.count(asked) == 1 && (type == Mesg_Object_Type || asked == type));
         Object_Client_NULL::Destruct(client);
     }
 }

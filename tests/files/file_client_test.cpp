@@ -190,7 +190,8 @@ TEST(File_Client_Server, records_what_its_client_takes)
     to.recorder->Connect(&client->Pull(3));
     client->Take();
     EXPECT_FALSE(to.Feed("abcdefgh"));  // the last two are not asked for yet
-    EXPECT_EQ(client->Take(), (Heard{70, 80, 70, 80, 70, 40}));
+    EXPECT_EQ(client->Take(), (Heard{Mesg_Request_Invite, Mesg_Data_Ready, Mesg_Request_Invite, Mesg_Data_Ready,
+                                     Mesg_Request_Invite, Mesg_Status_40}));
     EXPECT_EQ(client->senders.back(), to.recorder);
     EXPECT_EQ(to.Copy(), "before|abcdef");
     EXPECT_TRUE(to.recorder->Create(Upper(to.name).c_str()) && to.Feed("i"));  // stays, and silently
@@ -267,5 +268,5 @@ TEST(File_Client_Server, outside_a_message_there_is_no_upstream)
     });
     EXPECT_TRUE(tap.Send(upstream, Mesg_Status_40));
     EXPECT_TRUE(tap.Send(upstream, Mesg_Byte_Type));
-    EXPECT_EQ(client->Take(), (Heard{40, 50}));
+    EXPECT_EQ(client->Take(), (Heard{Mesg_Status_40, Mesg_Status_50}));
 }

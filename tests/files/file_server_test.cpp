@@ -123,8 +123,9 @@ TEST(File_Server, replays_exactly_what_is_granted)
     replay.Open(bytes);
     File_Server::IsUsedByOrgScan = replay.client.records = true;
     EXPECT_TRUE(replay->Work(2));
-    EXPECT_EQ(replay.client.Take(), (Heard{70, 80, 70, 80}));  // byte by byte
-    delete Plain();                                            // sets it for all
+    EXPECT_EQ(replay.client.Take(),
+              (Heard{Mesg_Request_Invite, Mesg_Data_Ready, Mesg_Request_Invite, Mesg_Data_Ready}));  // byte by byte
+    delete Plain();                                                                                  // sets it for all
     EXPECT_FALSE(File_Server::IsUsedByOrgScan);
     replay->SetClient(nullptr);
     EXPECT_TRUE(replay->Work(10) && replay.Rests());  // nobody to read for

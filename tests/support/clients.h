@@ -3,13 +3,13 @@
 
 #include "kernel/connections/BYTE_SER.h"
 
+#include "tests/support/messages.h"
+
 #include <algorithm>
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
-
-using Heard = std::vector<int>;
 
 // Records every message; `on` decides for a message and false falls through to Byte_Client's answer.
 class Recording_Client : public kernel::Byte_Client {

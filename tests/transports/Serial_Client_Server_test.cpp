@@ -174,7 +174,8 @@ TEST_P(Serial, delivers_what_is_requested)
     EXPECT_TRUE(Delivers(30));
     EXPECT_LT(Stop_Ms(), prompt_ms);
     EXPECT_EQ(client.pulled, "0123456789abcdefghijklmnopqrst");
-    EXPECT_EQ(Story(), (Heard{140, 70, 80, 70, 80, 70, 80, 70, 150}));
+    EXPECT_EQ(Story(), (Heard{Mesg_Attached, Mesg_Request_Invite, Mesg_Data_Ready, Mesg_Request_Invite, Mesg_Data_Ready,
+                              Mesg_Request_Invite, Mesg_Data_Ready, Mesg_Request_Invite, Mesg_Detached}));
     EXPECT_EQ(handler.Take(), Only(overlapped, Error(0, "Terminate Thread requested")));
     EXPECT_TRUE(port->Work());  // a second run; the bytes held are still there
     ASSERT_TRUE(line.Send("uvwxyz0123"));
@@ -243,7 +244,8 @@ TEST_P(Serial, a_minute_of_silence_is_put_to_the_client)
     EXPECT_TRUE(Ends());
     EXPECT_FALSE(port->IsActive());
     const Heard all = client.heard;
-    EXPECT_EQ(Story(), (Heard{140, 70, 50, 50, 110, 150}));
+    EXPECT_EQ(Story(), (Heard{Mesg_Attached, Mesg_Request_Invite, Mesg_Status_50, Mesg_Status_50, Mesg_Status_110,
+                              Mesg_Detached}));
     // One of the two tells each time-out before it asks.
     EXPECT_EQ(std::find(all.begin(), all.end(), 40) < std::find(all.begin(), all.end(), 50), GetParam() == overlapped);
     const Reported report = handler.Take().at(0);
@@ -260,10 +262,19 @@ TEST_P(Serial, ends_without_a_client_a_wish_or_a_port)
         std::function<void()> end;
         Heard story;
         Reports reports;
-    } cases[] = {{0, [] {}, {140, 70, 150}, Only(overlapped, Error(4, "Client did not want data."))},
-                 {3, [&] { port->Close(); }, {140, 70, 150}, closed},
-                 {3, [&] { EXPECT_TRUE(port->IsActive() && port->Hang_Up()); }, {140, 70, 150}, closed},
-                 {3, [&] { line.Unplug(); }, {140, 70, 110, 150}, Only(plain, System_Error(6))}};
+    } cases[] = {{0,
+                  [] {},
+                  {Mesg_Attached, Mesg_Request_Invite, Mesg_Detached},
+                  Only(overlapped, Error(4, "Client did not want data."))},
+                 {3, [&] { port->Close(); }, {Mesg_Attached, Mesg_Request_Invite, Mesg_Detached}, closed},
+                 {3,
+                  [&] { EXPECT_TRUE(port->IsActive() && port->Hang_Up()); },
+                  {Mesg_Attached, Mesg_Request_Invite, Mesg_Detached},
+                  closed},
+                 {3,
+                  [&] { line.Unplug(); },
+                  {Mesg_Attached, Mesg_Request_Invite, Mesg_Status_110, Mesg_Detached},
+                  Only(plain, System_Error(6))}};
     for (const auto &c : cases) {
         SCOPED_TRACE(&c - cases);
         Start(c.request);
@@ -325,7 +336,7 @@ TEST_P(Serial, looks_at_the_errors_of_the_line)
     line.Unplug();
     EXPECT_EQ(Comm_Event_Access::Handle(events, 1), 0);
     EXPECT_EQ(handler.Take(), Reports{Error(3, "Likely that the Service Provider has closed the port")});
-    EXPECT_EQ(Story(), Heard{110});
+    EXPECT_EQ(Story(), Heard{Mesg_Status_110});
     EXPECT_FALSE(port->IsActive());
 }
 
@@ -432,8 +443,8 @@ TEST_P(Serial, writes_what_a_server_gives_with_a_reader_and_without)
         producer.join();
         port->stop();
         const auto seconds = static_cast<long>(platform::clock_ms() - begin) / 1000;
-        EXPECT_LE(std::count(client.heard.begin(), client.heard.end(), 40), seconds);
-        EXPECT_LE(std::count(client.heard.begin(), client.heard.end(), 200), seconds);
+        EXPECT_LE(std::count(client.heard.begin(), client.heard.end(), Mesg_Status_40), seconds);
+        EXPECT_LE(std::count(client.heard.begin(), client.heard.end(), Mesg_Second), seconds);
     }
     EXPECT_EQ(port->GetBytesOut(), 6 + 2 * bytes.size());
     handler.Take();

@@ -9,6 +9,7 @@
 #include "tests/support/caster.h"
 #include "tests/support/folder.h"
 #include "tests/support/full_window.h"
+#include "tests/support/messages.h"
 #include "tests/support/peer.h"
 #include "tests/support/reports.h"
 #include "tests/support/upstream.h"
@@ -24,13 +25,14 @@
 #include <span>
 #include <thread>
 #include <utility>
+#include <variant>
 
 using namespace kernel;
 using namespace std::string_literals;
 
 namespace {
 
-using Heard = std::vector<int>;
+using Statuses = std::vector<int>;
 using Lines = std::vector<std::string>;
 
 // Hears and pulls on the reader's thread, while the test reads the results.
@@ -40,6 +42,7 @@ public:
     bool Send(Byte_Server &server, CL_Mesg message) override
     {
         heard.Add({message});
+        if (on_message) on_message(message);
         if (const auto answer = answers.find(message); answer != answers.end()) return answer->second();
         if (message == Mesg_Request_Invite) return server.Request(1), true;
         return message == Mesg_Data_Ready ? Pull(server) : Byte_Client::Send(server, message);
@@ -61,10 +64,11 @@ public:
     Heard Story() const  // without what comes with time
     {
         Heard story = heard.Now();
-        std::erase_if(story, [](int m) { return m == Mesg_Status_40 || m == Mesg_Second || m == Mesg_Byte_Type; });
+        std::erase_if(story, [](CL_Mesg m) { return m == Mesg_Status_40 || m == Mesg_Second || m == Mesg_Byte_Type; });
         return story;
     }
     std::map<int, std::function<bool()>> answers;  // in place of its own; set before there is a connection
+    std::function<void(CL_Mesg)> on_message;       // set before there is a connection
     Shared<Heard> heard;
     Shared<std::string> pulled;
 };
@@ -78,7 +82,7 @@ public:
     {
         Socket_Client_Server::SetStatus(status);
         statuses.Add({static_cast<int>(status)});
-        if (on_status) on_status(static_cast<int>(status));
+        if (on_status) on_status(status);
     }
     void Ask(const char *mountpoint, const char *user, const char *password)
     {
@@ -88,8 +92,8 @@ public:
     }
     using Socket_Client_Server::ReportErrorIntern;
     using Socket_Client_Server::Set_Mountpoint;
-    Shared<Heard> statuses;
-    std::function<void(int)> on_status;  // set before Work
+    Shared<Statuses> statuses;
+    std::function<void(Status)> on_status;  // set before Work
 };
 
 // One end of a connection. Its client pulls everything; messages and reports are kept.
@@ -180,32 +184,45 @@ TEST(Socket_Client_Server, tells_the_life_of_a_connection_in_order)
     EXPECT_EQ(station.socket.GetBytesIn(), 3u);
     peer.Leave();
     EXPECT_TRUE(station.Ends());
-    EXPECT_EQ(station.client.Story(), (Heard{140, 70, 70, 80, 70, 150}));
-    EXPECT_EQ(station.socket.statuses.Now(), (Heard{103, 10, 12, 13}));
+    EXPECT_EQ(station.client.Story(), (Heard{Mesg_Attached, Mesg_Request_Invite, Mesg_Request_Invite, Mesg_Data_Ready,
+                                             Mesg_Request_Invite, Mesg_Detached}));
+    EXPECT_EQ(station.socket.statuses.Now(), (Statuses{103, 10, 12, 13}));
     EXPECT_EQ(station.Reported(), (Lines{"2,91 Successfully connected to host " + where + ".",
                                          "2,91 Client disconnected from host " + where + "."}));
     peer = station.To(host);
     EXPECT_TRUE(station.client.Hears(Mesg_Request_Invite, 4));
     station.socket.stop();
-    EXPECT_EQ(station.client.Story(), (Heard{140, 70, 70, 80, 70, 150, 140, 70, 150, 150}));
+    EXPECT_EQ(station.client.Story(),
+              (Heard{Mesg_Attached, Mesg_Request_Invite, Mesg_Request_Invite, Mesg_Data_Ready, Mesg_Request_Invite,
+                     Mesg_Detached, Mesg_Attached, Mesg_Request_Invite, Mesg_Detached, Mesg_Detached}));
     EXPECT_EQ(station.Count("0,91 " + where + " Termination of Socket thread requested."), 1);
 }
 
 TEST(Socket_Client_Server, statuses_and_messages_of_a_loss_come_in_one_order)
 {
+    using Event = std::variant<Remote_Control::Status, CL_Mesg>;
+    using Story = std::vector<Event>;
+    constexpr auto ready = Remote_Control::Status_Client_Target_Set, waiting = Remote_Control::Status_Waiting,
+                   connecting = Remote_Control::Status_Connecting, up = Remote_Control::Status_Connected_As_Client,
+                   down = Remote_Control::Status_Disconnected;
     const struct {
         std::uint32_t error;      // of the receive under way; 0: the end of the stream
         unsigned long reconnect;  // [s]
-        Heard story;              // behind 103, 10, 12, Mesg_Attached
-    } cases[] = {{0, 0, {13, Mesg_Detached}},
-                 {10054, 0, {Mesg_Detached, 13, 13, Mesg_Detached, 13, Mesg_Detached}},  // Close sends the last two
-                 {0, 1, {13, Mesg_Detached, 1, 10, 12, Mesg_Attached}},
-                 {10054, 1, {Mesg_Detached, 13, 13, Mesg_Detached, 1, 10, 12, Mesg_Attached}}};
+        Story story;              // behind the connection
+    } cases[] = {
+        {0, 0, {down, Mesg_Detached}},
+        {10054, 0, {Mesg_Detached, down, down, Mesg_Detached, down, Mesg_Detached}},  // Close sends the last two
+        {0, 1, {down, Mesg_Detached, waiting, connecting, up, Mesg_Attached}},
+        {10054, 1, {Mesg_Detached, down, down, Mesg_Detached, waiting, connecting, up, Mesg_Attached}}};
     for (const auto &c : cases) {
         SCOPED_TRACE(&c - cases);
         Host host;
         Station station;
-        station.socket.on_status = [&](int status) { station.client.heard.Add({status}); };
+        Shared<Story> events;
+        station.socket.on_status = [&](Remote_Control::Status status) { events.Add({status}); };
+        station.client.on_message = [&](CL_Mesg message) {
+            if (message == Mesg_Attached || message == Mesg_Detached) events.Add({message});
+        };
         if (c.error) platform::fault::fail_after(platform::fault::Operation::read, 1, c.error);
         Peer peer = station.To(host.Open(), c.reconnect);
         ASSERT_TRUE(station.client.Hears(Mesg_Request_Invite));
@@ -214,8 +231,7 @@ TEST(Socket_Client_Server, statuses_and_messages_of_a_loss_come_in_one_order)
         ASSERT_TRUE(c.reconnect ? station.Gets(1) : station.Ends());
         platform::fault::clear();
         ASSERT_TRUE(!c.reconnect || (host.Accept() && station.client.Hears(Mesg_Attached, 2)));
-        Heard heard = station.client.Story(), expected{103, 10, 12, Mesg_Attached};
-        std::erase(heard, int{Mesg_Request_Invite});
+        Story heard = events.Now(), expected{ready, connecting, up, Mesg_Attached};
         expected.insert(expected.end(), c.story.begin(), c.story.end());
         heard.resize(expected.size());
         EXPECT_EQ(heard, expected);
@@ -449,10 +465,13 @@ TEST(Socket_Client_Server, serves_one_peer_at_a_time_and_then_the_next)
         ASSERT_TRUE(Soon([&] { return station.Reported() == expected; }));
     }
     station.socket.stop();
-    EXPECT_EQ(station.client.Story(), (Heard{140, 70, 70, 80, 70, 150, 140, 70, 70, 80, 70, 150}));
-    Heard statuses = station.socket.statuses.Now();
+    EXPECT_EQ(station.client.Story(),
+              (Heard{Mesg_Attached, Mesg_Request_Invite, Mesg_Request_Invite, Mesg_Data_Ready, Mesg_Request_Invite,
+                     Mesg_Detached, Mesg_Attached, Mesg_Request_Invite, Mesg_Request_Invite, Mesg_Data_Ready,
+                     Mesg_Request_Invite, Mesg_Detached}));
+    Statuses statuses = station.socket.statuses.Now();
     statuses.resize(6);  // what stopping finds varies
-    EXPECT_EQ(statuses, (Heard{11, 13, 1, 11, 13, 1}));
+    EXPECT_EQ(statuses, (Statuses{11, 13, 1, 11, 13, 1}));
     EXPECT_FALSE(Peer::To(port));
 }
 
@@ -465,8 +484,8 @@ TEST(Socket_Client_Server, a_server_whose_port_is_taken_says_why_and_tries_again
     EXPECT_TRUE(station.Reports("3,89 Error accepting inbound connection. Socket Error-Code: 100", 2))
         << testing::PrintToString(station.Reported());
     EXPECT_EQ(station.Reported().at(0), "3,89 Could not bind socket server communication object.\n");
-    const Heard statuses = station.socket.statuses.Now();
-    EXPECT_TRUE(std::ranges::equal(Heard{0, 13, 13, 1, 0}, std::span(statuses).first(5)));
+    const Statuses statuses = station.socket.statuses.Now();
+    EXPECT_TRUE(std::ranges::equal(Statuses{0, 13, 13, 1, 0}, std::span(statuses).first(5)));
 }
 
 TEST(Socket_Client_Server, waits_for_a_host_that_refuses_and_connects_again_after_every_loss)
@@ -546,10 +565,11 @@ TEST(Socket_Client_Server, silence_is_asked_about_after_a_minute)
     EXPECT_TRUE(patient.client.Hears(Mesg_Request_Invite) && impatient.client.Hears(Mesg_Request_Invite));
     platform::advance_clock(60000);
     EXPECT_TRUE(lost.Hears_The_End() && impatient.Ends());
-    EXPECT_EQ(impatient.client.Story(), (Heard{140, 70, 50, 110, 150, 150}));
+    EXPECT_EQ(impatient.client.Story(), (Heard{Mesg_Attached, Mesg_Request_Invite, Mesg_Status_50, Mesg_Status_110,
+                                               Mesg_Detached, Mesg_Detached}));
     EXPECT_EQ(impatient.Count("3,91 " + Address(host.Port()) + " Socket timeout: no data since 6"), 1);
     EXPECT_TRUE(patient.client.Hears(Mesg_Status_40) && patient.client.Hears(Mesg_Second));
-    EXPECT_EQ(patient.client.Story(), (Heard{140, 70, 50}));  // once a minute
+    EXPECT_EQ(patient.client.Story(), (Heard{Mesg_Attached, Mesg_Request_Invite, Mesg_Status_50}));  // once a minute
 }
 
 TEST(Socket_Client_Server, stops_at_once_wherever_it_is)
@@ -602,14 +622,21 @@ TEST(Socket_Client_Server, its_client_may_refuse_stop_close_and_disconnect_it)
         CL_Mesg message;
         bool (*answer)(Station &);
         Heard beginning;
-    } cases[] = {{Mesg_Attached, refuse, {140}},
-                 {Mesg_Request_Invite, refuse, {140, 70, 150}},
-                 {Mesg_Data_Ready, refuse, {140, 70, 70, 80, 150}},
-                 {Mesg_Data_Ready, [](Station &s) { return s.socket.stop(), true; }, {140, 70, 70, 80, 150}},
-                 {Mesg_Data_Ready, [](Station &s) { return s.socket.Disconnect(), true; }, {140, 70, 70, 80}},
+    } cases[] = {{Mesg_Attached, refuse, {Mesg_Attached}},
+                 {Mesg_Request_Invite, refuse, {Mesg_Attached, Mesg_Request_Invite, Mesg_Detached}},
+                 {Mesg_Data_Ready,
+                  refuse,
+                  {Mesg_Attached, Mesg_Request_Invite, Mesg_Request_Invite, Mesg_Data_Ready, Mesg_Detached}},
+                 {Mesg_Data_Ready,
+                  [](Station &s) { return s.socket.stop(), true; },
+                  {Mesg_Attached, Mesg_Request_Invite, Mesg_Request_Invite, Mesg_Data_Ready, Mesg_Detached}},
+                 {Mesg_Data_Ready,
+                  [](Station &s) { return s.socket.Disconnect(), true; },
+                  {Mesg_Attached, Mesg_Request_Invite, Mesg_Request_Invite, Mesg_Data_Ready}},
                  {Mesg_Data_Ready,
                   [](Station &s) { return s.client.Pull(s.socket), s.socket.Close(), true; },
-                  {140, 70, 70, 80, 150, 70, 150, 140}}};
+                  {Mesg_Attached, Mesg_Request_Invite, Mesg_Request_Invite, Mesg_Data_Ready, Mesg_Detached,
+                   Mesg_Request_Invite, Mesg_Detached, Mesg_Attached}}};
     for (const auto &c : cases) {
         SCOPED_TRACE(&c - cases);
         Host host;
@@ -618,7 +645,7 @@ TEST(Socket_Client_Server, its_client_may_refuse_stop_close_and_disconnect_it)
         Peer peer = station.To(host.Open(), 1);
         peer.Say("abc");
         EXPECT_TRUE(peer.Hears_The_End());
-        const bool connects_again = c.beginning.back() == 140 && c.beginning.size() > 1;
+        const bool connects_again = c.beginning.back() == Mesg_Attached && c.beginning.size() > 1;
         EXPECT_TRUE(connects_again ? host.Accept() && station.client.Hears(Mesg_Attached, 2) : station.Ends());
         Heard story = station.client.Story();
         story.resize(c.beginning.size());
@@ -627,7 +654,7 @@ TEST(Socket_Client_Server, its_client_may_refuse_stop_close_and_disconnect_it)
     Station lonely;
     lonely.socket.Disconnect();
     EXPECT_TRUE(lonely.To(9).Ends());
-    EXPECT_EQ(lonely.socket.statuses.Now(), (Heard{103, 0}));
+    EXPECT_EQ(lonely.socket.statuses.Now(), (Statuses{103, 0}));
 }
 
 TEST(Socket_Client_Server, limits_what_is_asked_for_and_leaves_the_rest_for_the_end)
@@ -644,7 +671,9 @@ TEST(Socket_Client_Server, limits_what_is_asked_for_and_leaves_the_rest_for_the_
     peer.Say(Pattern(9000));
     peer.Leave();
     EXPECT_TRUE(station.Ends());
-    EXPECT_EQ(station.client.Story(), (Heard{140, 70, 70, 80, 70, 70, 80, 70, 150}));
+    EXPECT_EQ(station.client.Story(),
+              (Heard{Mesg_Attached, Mesg_Request_Invite, Mesg_Request_Invite, Mesg_Data_Ready, Mesg_Request_Invite,
+                     Mesg_Request_Invite, Mesg_Data_Ready, Mesg_Request_Invite, Mesg_Detached}));
     EXPECT_TRUE(station.client.pulled.Now() == Pattern(9000));
 }
 
@@ -688,7 +717,7 @@ TEST(Socket_Client_Server, an_accepted_socket_is_served_to_its_end)
     EXPECT_STREQ(station.socket.GetRemoteName(), "10.0.0.1:4660");
     EXPECT_TRUE(station.socket.Hang_Up());  // closes an accepted socket for good
     EXPECT_TRUE(peer.Hears_The_End() && station.Ends());
-    EXPECT_EQ(station.client.Story(), (Heard{140, 70, 150}));
+    EXPECT_EQ(station.client.Story(), (Heard{Mesg_Attached, Mesg_Request_Invite, Mesg_Detached}));
 }
 
 TEST(Socket_Client_Server, asks_a_caster_through_a_proxy_and_judges_each_answer_by_itself)
