@@ -5,7 +5,7 @@
 
 namespace kernel {
 
-// Beside what the base says, the client hears Mesg_Pause (30) whenever nothing was there to read, and Mesg_Status_250
+// Beside what the base says, the client hears Mesg_Pause whenever nothing was there to read, and Mesg_Status_250
 // for a break on the line. A client that does not handle the pause sleeps 40 ms in it.
 //
 // Threads:   as the base. Send waits until the bytes are written. A stop of the reader thread ends that, and without one

@@ -31,9 +31,9 @@ struct ADriver {
 // Received bytes are offered to the connected Byte_Client; bytes that a server above gives are written to the port.
 // Construct, Connect a client, Create(port, ...), Work() starts the reader thread.
 //
-// What the client hears: Mesg_Attached (140) when the thread begins, Mesg_Request_Invite and Mesg_Data_Ready,
+// What the client hears: Mesg_Attached when the thread begins, Mesg_Request_Invite and Mesg_Data_Ready,
 // Mesg_Second about once a second while it waits for data, Mesg_Status_50 after a minute in which its request was not
-// met (refused: the port is closed), Mesg_Status_110 when the port is lost, and Mesg_Detached (150) when the thread
+// met (refused: the port is closed), Mesg_Status_110 when the port is lost, and Mesg_Detached when the thread
 // ends.
 //
 // Threads:   the reader thread runs the client's Send, and Request and the pull operations belong inside that. Send
@@ -101,7 +101,7 @@ public:
     long GetNBytes(unsigned char *buffer, long n) override;
     long MinAvail(long) override;  // bytes held; the argument is ignored
 
-    // Invited (70), it asks the server for whatever it has. Mesg_Data_Ready is the variants'.
+    // At Mesg_Request_Invite it asks the server for whatever it has. Mesg_Data_Ready is the variants'.
     bool Send(Byte_Server &server, CL_Mesg message) override;
 
     bool Hang_Up() override;                                       // Close; whether a port was open

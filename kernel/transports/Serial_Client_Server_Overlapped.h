@@ -6,7 +6,7 @@
 namespace kernel {
 
 // Beside what the base says, the client hears Mesg_Status_40 for each second of waiting in which nothing came, and
-// Mesg_Pause (30) where the system reads nothing instead of waiting (Windows).
+// Mesg_Pause where the system reads nothing instead of waiting (Windows).
 //
 // Threads:   as the base. Send does not wait until its bytes are written, but for those of the Send before; a stop and
 //            Close end that. Where no reader thread runs, it waits until its own are written; pre_stop and Close end that.

@@ -43,33 +43,33 @@ static_assert(sizeof(sockaddr_in) == 16 && offsetof(sockaddr_in, sin_port) == 2 
 // starts the reader thread. It connects or accepts, delivers, reports, and begins again when the connection is lost: a
 // server always, a client when an auto-reconnect time is set.
 //
-// What the client hears: Mesg_Attached (140) when a connection is up, Mesg_Request_Invite and Mesg_Data_Ready, while it
-// waits for data Mesg_Status_40 and Mesg_Second about once a second, Mesg_Status_50 when there was silence at the end of a
-// minute (refused: Mesg_Status_110, and the thread ends), Mesg_Detached (150), more than once perhaps, when the connection
-// is gone. That minute begins with the connection and again with each 50 that was accepted, whatever was received
-// meanwhile. Bytes that a lost connection leaves, because the client asked for more than came, stay: they can be pulled
-// from inside 150, and are otherwise in front of what the next connection to the same target brings. A caster's refusal is
-// dropped.
+// What the client hears: Mesg_Attached when a connection is up, Mesg_Request_Invite and Mesg_Data_Ready, while it waits
+// for data Mesg_Status_40 and Mesg_Second about once a second, Mesg_Status_50 when there was silence at the end of a
+// minute (refused: Mesg_Status_110, and the thread ends), Mesg_Detached, more than once perhaps, when the connection is
+// gone. That minute begins with the connection and again with each Mesg_Status_50 that was accepted, whatever was
+// received meanwhile. Bytes that a lost connection leaves, because the client asked for more than came, stay: they can
+// be pulled from inside Mesg_Detached, and are otherwise in front of what the next connection to the same target
+// brings. A caster's refusal is dropped.
 //
 // Status (see Remote_Control): 103 after CreateClient, 10 connecting, 12 and 11 connected as client and as server, 13
 // disconnected, 1 waiting to begin again, 0 failed or no client.
 //
 // Threads:   the reader thread runs the client's Send, and the pull operations belong inside that. Everything else may
-//            come from any thread; on the reader's own (from the client's Send) stop and Disconnect only ask. CreateClient
-//            and CreateServer close what is open and give the new target in one step; a reader at work turns to it at
-//            once, without the pause for reconnecting, and never again to the old one. A reader that is about to end
-//            ends all the same: Work afterwards begins with the new target. Close and Hang_Up end the connection, not
-//            the thread: that is stop's. The client hears 150 from the reader alone while that runs: no two threads talk
-//            to it. Stopping ends every wait at once, also for a window whose queue is full.
-//            Connect, Switch, Disconnect and destruction wait until nobody is inside the old client: see Byte_Server
-//            for what they promise and forbid.
-//            A subclass calls Stop_Threads first thing in its destructor: both threads call virtual operations.
-// Ownership: the client as Byte_Server; host names and credentials are copied. GetRemoteName's text is good until its next
-//            call. The accepted socket given to CreateServer belongs to this object.
-// Errors:    kernel/Socket_Client_Server: code 89 for sockets that cannot be made, bound, resolved or connected (level 3),
-//            code 91 for the rest: connections and their end (2), waiting for a host (0), timeouts, accept and NTRIP
-//            errors (3). With a number of the system's: "Connection reset by peer" and the like are part of the text. A
-//            server that cannot listen says what it could not do, then the cause ("Error accepting inbound
+//            come from any thread; on the reader's own (from the client's Send) stop and Disconnect only ask.
+//            CreateClient and CreateServer close what is open and give the new target in one step; a reader at work
+//            turns to it at once, without the pause for reconnecting, and never again to the old one. A reader that is
+//            about to end ends all the same: Work afterwards begins with the new target. Close and Hang_Up end the
+//            connection, not the thread: that is stop's. The client hears Mesg_Detached from the reader alone while
+//            that runs: no two threads talk to it. Stopping ends every wait at once, also for a window whose queue is
+//            full. Connect, Switch, Disconnect and destruction wait until nobody is inside the old client: see
+//            Byte_Server for what they promise and forbid. A subclass calls Stop_Threads first thing in its destructor:
+//            both threads call virtual operations.
+// Ownership: the client as Byte_Server; host names and credentials are copied. GetRemoteName's text is good until its
+//            next call. The accepted socket given to CreateServer belongs to this object.
+// Errors:    kernel/Socket_Client_Server: code 89 for sockets that cannot be made, bound, resolved or connected (level
+//            3), code 91 for the rest: connections and their end (2), waiting for a host (0), timeouts, accept and
+//            NTRIP errors (3). With a number of the system's: "Connection reset by peer" and the like are part of the
+//            text. A server that cannot listen says what it could not do, then the cause ("Error accepting inbound
 //            connection."), and tries again, four times a second where no auto-reconnect time is set. What comes of
 //            closing on this side (Close, Hang_Up, a new target) is no error. A host that cannot be reached is reported
 //            once as long as the tries come less than an hour apart; "since %u sec." and that hour begin anew with each
@@ -118,7 +118,7 @@ public:
     // Handed to the client since the connection was made.
     std::uint64_t GetBytesIn() const { return bytes_in_.load(std::memory_order_relaxed); }
 
-    bool Send(Byte_Server &server, CL_Mesg message) override;  // 11000: what Set_Answer_11000 has set
+    bool Send(Byte_Server &server, CL_Mesg message) override;  // Mesg_Type_11000: what Set_Answer_11000 has set
     // Closes what is open: connection, listener, socket that connects. A reader at work then goes on as after a loss.
     void Close() override;
     bool is_connected() override;          // to a peer

@@ -53,7 +53,8 @@ unsigned long Socket_Client_Server::threadFunc()
     }
 }
 
-// The client may have heard 150 from the lost connection already; it hears it again, and its answer counts here.
+// The client may have heard Mesg_Detached from the lost connection already. It hears it again, and its reply counts
+// here.
 Socket_Client_Server::Next Socket_Client_Server::Begin_Again()
 {
     SetStatus(Status_Disconnected);
@@ -66,7 +67,8 @@ Socket_Client_Server::Next Socket_Client_Server::Begin_Again()
     return Stop_Requested() ? Next::stopped : Next::establish;
 }
 
-// In the client role the socket may still be there, as a left-over: then Close sets 13 and sends 150 once more.
+// In the client role the socket may still be there, as a left-over: then Close sets Status_Disconnected and sends
+// Mesg_Detached once more.
 void Socket_Client_Server::Finish()
 {
     SetStatus(Status_Disconnected);
