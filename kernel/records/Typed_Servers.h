@@ -5,10 +5,25 @@
 //   Pos_Server *Pos_Server::Construct()  a server named with its ClassName()
 //   Position *Malloc_Pos()               a new record, all zero, or in static mode the server's; null: memory is short
 //   bool Send_Pos(Position *&record)     hands it over and makes the pointer null; false: no client, or it refused
-//   void Free_Pos(Position *&record)     gives back the producer's record, or one a client owns; the pointer becomes
-//   null Position *Get_Pos()                  for the client, inside Mesg_Data_Ready: the record, or null
+//   void Free_Pos(Position *&record)     gives back the producer's record, or one a client owns, and makes it null
+//   Position *Get_Pos()                  for the client, inside Mesg_Data_Ready: the record, or null
 //   bool Connect(Object_Client *client)  also sends the type; a refusal is reported (3, 26), disconnects, returns false
 //   Pos_Client                           replies true to Mesg_Type_Pos; for all else see Object_Client
+//
+// Macros make the classes and their functions from one table, KERNEL_RECORD_KINDS. What they make, as words to search
+// for:
+//
+//   Eph_Server, Eph_Client: KeplerData; Malloc_Eph, Send_Eph, Free_Eph, Get_Eph
+//   Pos_Server, Pos_Client: Position; Malloc_Pos, Send_Pos, Free_Pos, Get_Pos
+//   Alm_Server, Alm_Client: almanac; Malloc_Alm, Send_Alm, Free_Alm, Get_Alm
+//   UTC_Server, UTC_Client: UTCT; Malloc_UTC, Send_UTC, Free_UTC, Get_UTC
+//   Voltage_Server, Voltage_Client: Voltage_Data; Malloc_Voltage, Send_Voltage, Free_Voltage, Get_Voltage
+//   Event_Server, Event_Client: EventData; Malloc_Event, Send_Event, Free_Event, Get_Event
+//   IONO_Server, IONO_Client: IONOT; Malloc_IONO, Send_IONO, Free_IONO, Get_IONO
+//   Glo_Eph_Server, Glo_Eph_Client: GlonassEph; Malloc_Glo_Eph, Send_Glo_Eph, Free_Glo_Eph, Get_Glo_Eph
+//   WAAS_Server, WAAS_Client: WAAS_Data; Malloc_WAAS, Send_WAAS, Free_WAAS, Get_WAAS
+//   RTCM_Server, RTCM_Client: rtcm_epo_data; Malloc_RTCM, Send_RTCM, Free_RTCM, Get_RTCM
+//   Met_Server, Met_Client (below the table): Met_Data; Malloc_Met, Send_Met, Free_Met, getMet
 //
 // A subclass of either names itself through the virtual base Object, which the most derived class constructs. A name
 // that it passes to Pos_Server or Pos_Client is ignored:
