@@ -11,7 +11,7 @@ namespace kernel {
 
 namespace {
 
-// On the stack of whoever puts: a line of text costs no heap.
+// The buffer of a formatted text stands on the caller's stack, so that a line of text allocates nothing.
 constexpr std::size_t format_size = 5052;  // with the terminator
 
 }  // namespace
@@ -67,8 +67,8 @@ bool String_Byte_Server::Serve(long &available)
     return true;
 }
 
-// Whether there is something to go on with: a request; or none, when the client has pulled from inside the invitation,
-// and may do so again. It would be invited for ever if it had moved nothing.
+// True when the round goes on: the client has a request, or it has pulled from inside the invitation and may do so
+// again. A client that moved nothing ends the round; it would be invited for ever.
 bool String_Byte_Server::Invite()
 {
     const std::size_t before = Stored();
@@ -123,8 +123,8 @@ unsigned short String_Byte_Server::GetByte()
     return byte;
 }
 
-// The request stays as it is, on purpose, where the transports raise theirs: a byte that is given back and pulled again
-// is taken off twice.
+// Part of the interface: the request stays as it is, unlike that of the transports. So a byte that is given back and
+// pulled again is taken off the request twice.
 unsigned short String_Byte_Server::UnGetByte(unsigned char byte)
 {
     if (!ring_) return No_Byte;

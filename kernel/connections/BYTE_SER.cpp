@@ -48,8 +48,8 @@ std::optional<bool> Byte_Server::Ask(Byte_Server &origin, CL_Mesg message)
     return client->Send(origin, message);
 }
 
-// The lock is held over the question: of two threads that disconnect, the second finds nobody, and a client that agrees
-// is asked once. It is not held over the waiting: the client may pull, and pulling may take it.
+// The lock is held while the client is asked: of two threads that disconnect, the second finds no client, and a client
+// that agrees is asked once. The lock is not held while waiting: the client may pull, and pulling may take the lock.
 void Byte_Server::Disconnect()
 {
     Byte_Client *former = nullptr;
@@ -109,7 +109,7 @@ Byte_Client *Byte_Server::Switch(Byte_Client *client)
     // Again when another thread has replaced the old client meanwhile.
     for (;;) {
         const Deliveries::Visit old(*deliveries_);
-        // Null says no more than that nothing was handed over; GetClient tells whether the new one is in.
+        // Null means that nothing was handed over; GetClient tells whether the new client is connected.
         if (!old) {
             Connect(client);
             return nullptr;
@@ -241,10 +241,10 @@ bool Byte_Server::Sync_String(const char *text)
         const unsigned short byte = GetByte();
         if (byte == No_Byte) return false;
         if (int{byte} == static_cast<signed char>(*next)) continue;
-        // It may begin the text itself: the second $ of "$$GP". The first character is not given back, as whoever scans
-        // on would get it again for ever.
+        // This byte may begin the text itself: the second $ of "$$GP". A mismatch at the first character is not given
+        // back: the caller scans on, and would get the same byte again for ever.
         if (next != text) UnGetByte(byte);
-        // What was asked for is void: the server invites again instead of telling of the rest.
+        // Cancels the request: the server sends Mesg_Request_Invite again instead of Mesg_Data_Ready for the rest.
         Request(0);
         return false;
     }
@@ -343,7 +343,7 @@ bool Byte_Client_NULL::Drain(Byte_Server &server)
         while (server.GetByte() != No_Byte) ++bytes_;
         return true;
     }
-    if (!buffer_) return false;  // disconnected since: true would be asked again for ever
+    if (!buffer_) return false;  // disconnected since; after a true the server would ask again for ever
     // A block that comes full need not be the last one; a short one is.
     long got = 0;
     do {

@@ -23,7 +23,7 @@ const char Object_Server::Name[] = "Basisklasse Object_Server";
 
 Object_Server::Object_Server(CL_Mesg record_type) : Object(nullptr), record_type_(record_type) {}
 
-// Who could release a record is gone: what a subclass without End() left behind is lost rather than released by nobody.
+// The subclass, which could release a record, is destroyed already. A record that it left by not calling End() is lost.
 Object_Server::~Object_Server()
 {
     pending_ = static_ = nullptr;
@@ -35,7 +35,7 @@ bool Object_Server::IsInheritedFrom(const char *name) const
     return (name && std::strcmp(name, Name) == 0) || Server::IsInheritedFrom(name);
 }
 
-// Comes twice, from the subclass's destructor and from this base's: the second time nothing is left to do.
+// Called twice, by the subclass's destructor and by this base's. The second call finds nothing left to do.
 void Object_Server::End()
 {
     const auto leave = [this] {
@@ -100,7 +100,7 @@ bool Object_Server::Connect(Object_Client *client)
         result = Shake_Hands(*client);
     }
     if (result == Handshake::Done) return true;
-    // Said with the lock free: a host's handler may wait for a thread that wants it.
+    // Reported without the lock: a host's handler may wait for a thread that wants it.
     Error_Handler &report = Report(unit, __LINE__);
     switch (result) {
     case Handshake::Done: break;
@@ -113,7 +113,7 @@ bool Object_Server::Connect(Object_Client *client)
         report.Print_Out(Error_Handler::ES_Error, 18, "No memory for static data of %s.", GetName());
         break;
     }
-    // Without that answer its counters may be off; records flow all the same.
+    // Without Mesg_Reset_Counters the client's counts may be off; records flow all the same.
     return result == Handshake::No_Answer;
 }
 
@@ -127,7 +127,7 @@ Object_Server::Handshake Object_Server::Shake_Hands(Object_Client &client)
     // goes by the rules of its own mode.
     Reset_Data();
     static_mode_ = !client.Send(*this, Mesg_Object_Connect);
-    // Made now, so that a lack of memory is known while somebody can still say no.
+    // Made now, so that Connect can still fail when memory is short.
     if (static_mode_ && !Static_Record()) {
         Disconnect();
         return Handshake::No_Memory;
@@ -188,7 +188,7 @@ void *Object_Server::Get_Object()
 void *Object_Server::Malloc()
 {
     const Semaphore_Guard guard(*this);
-    // The text is that of a refused type and stays so; the code says that memory was short.
+    // The text is that of a refused type: part of the interface. The code says that memory was short.
     void *const record = static_mode_ ? Static_Record() : _Alloc_Object();
     if (!record)
         Report(unit, __LINE__)
@@ -293,7 +293,7 @@ bool Object_Client_NULL::Send(Object_Server &server, CL_Mesg message)
     }
     case Mesg_Object_Connect: return false;
     default:
-        // Events and WAAS records reach the base's answers: a no, and a no with a report.
+        // Events and WAAS records get the base's replies: false, and false with a report.
         if (Is_Droppable(message)) return type_ == Mesg_Object_Type || type_ == message;
         return Object_Client::Send(server, message);
     }

@@ -32,9 +32,9 @@ bool Server::Request(long)
 
 bool Server::IsConnected() { return GetClient() != nullptr; }
 
-// The base knows its families by name; each has its own way to disconnect.
-// Qualified, since the virtual one may be the override that has called this. An object of both families counts as a
-// server of records. A name without the family behind it does nothing.
+// The base knows its families by name; each has its own way to disconnect. The calls are qualified, because the virtual
+// Disconnect may be the override that has called this. An object of both families counts as a server of records. A name
+// without the family behind it does nothing.
 void Server::Disconnect()
 {
     if (IsInheritedFrom(Object_Server::Name)) {
@@ -73,8 +73,9 @@ Byte_Server *Server::As_Byte_Server()
     return bytes && static_cast<Server *>(bytes) == this ? bytes : nullptr;
 }
 
-// The client that is connected already goes through the same questions if it may not be deleted. One that may be deleted
-// is not asked: it would agree to its own end, and an object in the middle takes its client along when it is asked.
+// The client that is connected already goes through the same questions if it may not be deleted. One that may be
+// deleted is not asked: it would agree to its own end, and an object in the middle takes its client along when it is
+// asked.
 bool Server::Stays(const Client *old, const Client *client) { return old && old == client && client->Delete_Me(); }
 
 // For a family whose lock the caller holds.
@@ -91,15 +92,14 @@ void Server::Replace_Client(Client *old, Client *client)
     SetClient(client);
 }
 
-// False: `former` is not the client any more, and nothing was done. It may be deleted then: before the visit nothing but
-// its address is used.
-// The new client has the place before the old one is deleted: a thread that delivers meanwhile never finds it empty, which
-// would read as a refusal and end a transport.
+// False: `former` is not the client any more, and nothing was done. It may be deleted then: before the visit nothing
+// but its address is used. The new client has the place before the old one is deleted: a thread that delivers meanwhile
+// never finds it empty, which would read as a refusal and end a transport.
 bool Server::Replace_Byte_Client(Byte_Server &server, Byte_Client *former, Byte_Client *next)
 {
     if (Stays(former, next)) return true;
     if (!former) return server.Replace(nullptr, next);
-    // Up to the end: nobody else destroys it meanwhile, and it stays the one that was asked.
+    // Held until the return: no other thread destroys the client meanwhile, and it stays the one that was asked.
     const Deliveries::Visit visit(*server.deliveries_, former);
     if (!visit) return false;
     const bool goes = May_Delete(former);
@@ -110,8 +110,8 @@ bool Server::Replace_Byte_Client(Byte_Server &server, Byte_Client *former, Byte_
     return true;
 }
 
-// Asks through the family that both belong to: an object may be a server of records and of bytes. Without one there is
-// nobody to ask. A client that is not valid has no say, not even after Dont_Delete_Me.
+// Asks through the family that both belong to: an object may be a server of records and of bytes. Without such a
+// family, and for a client that is not valid, the answer is true, also after Dont_Delete_Me.
 bool Server::May_Delete(Client *old)
 {
     if (!old->IsValid()) return true;

@@ -8,7 +8,7 @@ namespace kernel {
 
 namespace {
 
-// A kill wakes nobody here: the list is looked at again after this time.
+// The kill of a thread wakes no waiting thread: the list is looked at again after this time.
 constexpr std::chrono::milliseconds look_again{100};
 
 }  // namespace
