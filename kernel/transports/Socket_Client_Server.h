@@ -222,7 +222,7 @@ private:
     bool Is_Current() const;                         // false: there is another target than the one that it serves
     std::shared_ptr<platform::Socket> New_Socket();  // takes the place of socket_; null: none left, or not current
     void Close_Left_Over();
-    bool Fail_To_Listen(const platform::Socket *socket, const char *text);
+    bool Fail_To_Listen(std::uint32_t error, const char *text);
     void Pause(unsigned long slice);
     Next Begin_Again();
     void Turn_To(std::shared_ptr<Target> target);

@@ -60,6 +60,13 @@ bool Connect_Socket(platform::Socket &socket, const platform::Address &address, 
     return false;
 }
 
+// Why the last call on the socket failed: error_operation_aborted when another thread has closed it meanwhile.
+std::uint32_t Cause(const platform::Socket &socket)
+{
+    const std::uint32_t error = platform::last_error();
+    return socket.closed() ? std::uint32_t{platform::error_operation_aborted} : error;
+}
+
 }  // namespace
 
 // A reader at work turns to the new target at once. The status stands before it can: what it does next overwrites that.
@@ -295,27 +302,24 @@ bool Socket_Client_Server::CreateServerSocket()
 {
     Close_Left_Over();
     const auto socket = New_Socket();
-    if (!socket) return Fail_To_Listen(nullptr, "Could not create socket server communication object.\n");
+    if (!socket)
+        return Fail_To_Listen(platform::last_error(), "Could not create socket server communication object.\n");
     socket->set_reuse_address();
     socket->set_keep_alive();
     if (!socket->bind({0, serving_->port}))
-        return Fail_To_Listen(socket.get(), "Could not bind socket server communication object.\n");
+        return Fail_To_Listen(Cause(*socket), "Could not bind socket server communication object.\n");
     if (!socket->listen(1))
-        return Fail_To_Listen(socket.get(), "Could not listen to socket server communication object.\n");
+        return Fail_To_Listen(Cause(*socket), "Could not listen to socket server communication object.\n");
     platform::Address chosen;
     if (serving_->port == 0 && socket->local_address(chosen)) serving_->port = chosen.port;
     return true;
 }
 
-// The cause is told when there is nothing to accept from. Noted first: the socket's own end may change the last error. What
-// was closed on this side has not failed.
-bool Socket_Client_Server::Fail_To_Listen(const platform::Socket *socket, const char *text)
+// Wait_For_Peer reports the cause later. A socket that was closed on this side has not failed.
+bool Socket_Client_Server::Fail_To_Listen(std::uint32_t error, const char *text)
 {
-    listen_error_ = platform::last_error();
-    if (!Is_Current() || (socket && socket->closed())) {
-        listen_error_ = platform::error_operation_aborted;
-        return false;
-    }
+    listen_error_ = Is_Current() ? error : std::uint32_t{platform::error_operation_aborted};
+    if (listen_error_ == platform::error_operation_aborted) return false;
     Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, socket_code, "%s", text);
     Close_Left_Over();
     SetStatus(Status_Failed);
