@@ -1,8 +1,7 @@
 #include "kernel/transports/Serial_Client_Server.h"
 
 #include "kernel/base/Error_Handler.h"
-#include "kernel/transports/receive_buffer_internal.h"
-#include "kernel/transports/serial_line_internal.h"
+#include "kernel/transports/serial_reader_internal.h"
 
 #include "platform/error.h"
 
@@ -11,10 +10,28 @@
 
 namespace kernel {
 
+// Polls the port once a millisecond.
+class Serial_Polling_Reader : public Serial_Reader {
+public:
+    explicit Serial_Polling_Reader(Serial_Client_Server &port) : Serial_Reader(port), port_(port) {}
+
+    bool Poll(long n);  // adds what is there, at most n bytes; whether something was
+
+private:
+    bool Prepare() override;
+    bool Invite() override;
+    bool Receive() override;
+    bool Unwanted(double silent_seconds) override { return Unwanted_For(silent_seconds, "data"); }
+    bool Nothing_Came();
+
+    Serial_Client_Server &port_;
+    std::uint32_t read_error_ = platform::error_none;  // of the last read
+};
+
 const char Serial_Client_Server::Name[] = "Server for serial Communication";
 
 Serial_Client_Server::Serial_Client_Server(Error_Handler &handler, const char *name)
-    : Object(name, &handler), Serial_Client_Server_Base(handler, name)
+    : Object(name, &handler), Serial_Client_Server_Base(handler, name, std::make_unique<Serial_Polling_Reader>(*this))
 {
 }
 
@@ -43,68 +60,64 @@ bool Serial_Client_Server::OpenFile(int port)
 
 bool Serial_Client_Server::Request(long n)
 {
-    if (!Accept_Request(n)) return false;
-    if (Held() < n) Read(static_cast<std::size_t>(n - Held()));
-    return Held() >= n;
+    if (!reader_->Accept(n)) return false;
+    if (reader_->Held() < n) static_cast<Serial_Polling_Reader &>(*reader_).Poll(n - reader_->Held());
+    return reader_->Held() >= n;
 }
 
-unsigned long Serial_Client_Server::Run()
+// Reading.
+
+bool Serial_Polling_Reader::Prepare()
 {
-    if (!Get_Byte_Client()) return static_cast<unsigned long>(-1);
     read_error_ = platform::error_none;
-    Attach();
-    while (IsActive() && !Stop_Requested() && Tell(Mesg_Request_Invite)) {
-        if (Requested() < 1) Sleep(1);  // it accepts and wants nothing: not as fast as the machine can
-        if (!Fill() || !Deliver()) return 0;
-    }
-    Detach();
-    return 0;
+    return port_.Get_Byte_Client() != nullptr;
 }
 
-// Reads until what was requested is held, or the port is closed, or a stop comes. False when the line is given up: the
-// client has been told.
-bool Serial_Client_Server::Fill()
+bool Serial_Polling_Reader::Invite()
 {
-    Be_Patient();
-    while (Held() < Requested()) {
-        const auto port = line_->Get();
-        std::uint32_t errors = 0;
-        if (!port || Stop_Requested()) break;
-        if (port->clear_error(errors) && (errors & platform::serial_break) != 0) Tell(Mesg_Status_250);
-        const bool came = Read(block_size);
-        if (Stop_Requested()) break;
-        if (read_error_ == platform::error_invalid_handle && IsActive()) return Lost();
-        if (!came && !Nothing_Came()) return false;
-    }
+    if (!port_.IsActive() || Is_Stopping() || !Tell(Mesg_Request_Invite)) return End();
+    if (Requested() < 1) port_.Sleep(1);  // the client accepts and wants nothing: ask it again, but not at full speed
     return true;
 }
 
-// The tick is looked at only here: a client with data to work on has its own idea of the time.
-bool Serial_Client_Server::Nothing_Came()
+bool Serial_Polling_Reader::Receive()
 {
-    Sleep(1);
+    const auto line = Line();
+    std::uint32_t errors = 0;
+    if (!line || Is_Stopping()) return End();
+    if (line->clear_error(errors) && (errors & platform::serial_break) != 0) Tell(Mesg_Status_250);
+    const bool came = Poll(most);
+    if (Is_Stopping()) return End();
+    if (read_error_ == platform::error_invalid_handle && port_.IsActive()) return Lost();
+    return came || Nothing_Came();
+}
+
+// Ticks are sent only from here: a client that has data to work on knows the time from them.
+bool Serial_Polling_Reader::Nothing_Came()
+{
+    port_.Sleep(1);
     Tick();
-    if (!Is_Patient() && !Still_Wanted("data")) return Lost();
+    if (!Is_Patient() && !Still_Wanted()) return false;
     Tell(Mesg_Pause);
     return true;
 }
 
-// What is there, at most n bytes; whether something was. Looking every millisecond, it reports an error that stays
-// once, and not a thousand times a second.
-bool Serial_Client_Server::Read(std::size_t n)
+// An error that stays is reported once, and not once a millisecond. A port that was closed under the read has not failed.
+bool Serial_Polling_Reader::Poll(long n)
 {
-    const auto port = line_->Get();
-    if (!port) return false;
-    received_->Compact();
+    const auto line = Line();
+    if (!line) return false;
+    Buffer().Compact();
     std::size_t got = 0;
-    const bool good = port->read(received_->End(), std::min(n, received_->Room()), got);
+    const bool good = line->read(Buffer().End(), std::min(static_cast<std::size_t>(n), Buffer().Room()), got);
     const std::uint32_t error = good ? std::uint32_t{platform::error_none} : platform::last_error();
-    received_->Add(got);
-    // A port that was closed under the read is no failure of the port's.
-    if (error != 0 && error != read_error_ && !port->closed()) Fail(error);
+    Buffer().Add(got);
+    if (error != 0 && error != read_error_ && !line->closed()) port_.Fail(error);
     read_error_ = error;
     return got > 0;
 }
+
+// Writing.
 
 // The stop event may be left from a stop that found nobody writing: it is cleared before the flag is looked at, which
 // is set before the event. A stop on the way into the write is therefore seen by the one or the other.

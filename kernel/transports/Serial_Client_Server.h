@@ -5,6 +5,8 @@
 
 namespace kernel {
 
+class Serial_Polling_Reader;
+
 // Beside what the base says, the client hears Mesg_Pause whenever nothing was there to read, and Mesg_Status_250
 // for a break on the line. A client that does not handle the pause sleeps 40 ms in it.
 //
@@ -33,14 +35,9 @@ public:
 protected:
     Serial_Client_Server(Error_Handler &handler, const char *name);
     bool OpenFile(int port) override;
-    unsigned long Run() override;  // -1 without a client, else 0
 
 private:
-    bool Fill();
-    bool Nothing_Came();
-    bool Read(std::size_t n);
-
-    std::uint32_t read_error_ = 0;  // of the last read; 0: it was good
+    friend class Serial_Polling_Reader;
 };
 
 }  // namespace kernel

@@ -1,8 +1,8 @@
 #include "kernel/transports/Serial_Client_Server_Base.h"
 
 #include "kernel/base/Error_Handler.h"
-#include "kernel/transports/receive_buffer_internal.h"
 #include "kernel/transports/serial_line_internal.h"
+#include "kernel/transports/serial_reader_internal.h"
 
 #include "platform/clock.h"
 #include "platform/error.h"
@@ -18,8 +18,6 @@ namespace {
 const char unit[] = "kernel/Serial_Client_Server_Base";
 
 constexpr Err_Code serial_code = 72;
-constexpr std::uint64_t tick_ms = 1000;
-constexpr std::uint64_t patience_ms = 60000;
 constexpr int stop_polls = 16000;             // of 1 ms: a little more than a stop takes at most
 constexpr std::uint32_t wait_factor = 11500;  // over the speed: milliseconds for a character, with some margin
 constexpr std::uint32_t wait_ms = 10;
@@ -32,9 +30,9 @@ std::uint32_t Limited(unsigned long value) { return static_cast<std::uint32_t>(s
 
 const char Serial_Client_Server_Base::Name[] = "Base for serial Communication";
 
-Serial_Client_Server_Base::Serial_Client_Server_Base(Error_Handler &handler, const char *name)
-    : Object(name, &handler), Remote_Control(name), line_(std::make_unique<Serial_Line>()),
-      received_(std::make_unique<Receive_Buffer>())
+Serial_Client_Server_Base::Serial_Client_Server_Base(Error_Handler &handler, const char *name,
+                                                     std::unique_ptr<Serial_Reader> reader)
+    : Object(name, &handler), Remote_Control(name), line_(std::make_unique<Serial_Line>()), reader_(std::move(reader))
 {
 }
 
@@ -95,9 +93,8 @@ int Serial_Client_Server_Base::Create(void *const handle)
 // The end of both Creates.
 int Serial_Client_Server_Base::Created()
 {
-    requested_ = 0;
-    drop_ = false;
-    received_->Drop();
+    reader_->Want(0);
+    reader_->Drop();
     ErrorBox();
     return last_error_ == 0 && IsActive() ? 1 : 0;
 }
@@ -154,7 +151,7 @@ bool Serial_Client_Server_Base::Set_Speed(unsigned long baud)
     Serial_Settings settings;
     bool good = port->get_settings(settings);
     if (good && settings.baud != baud) {
-        drop_ = true;
+        reader_->Drop_Later();
         settings.baud = Limited(baud);
         good = port->set_settings(settings);
     }
@@ -247,7 +244,7 @@ unsigned long Serial_Client_Server_Base::thread()
     unsigned long result = 0;
     do {
         Enter(Phase::running);
-        result = Run();
+        result = reader_->Work();
     } while (Has_Another_Run());
     return result;
 }
@@ -283,137 +280,77 @@ void Serial_Client_Server_Base::pre_stop()
 {
     Base_Thread::pre_stop();
     line_->send_stop.set();
+    if (Stop_Requested()) reader_->Wake();
 }
 
 unsigned long Serial_Client_Server_Base::terminate()
 {
     Request_Stop();
     line_->send_stop.set();
+    reader_->Wake();
     return Base_Thread::terminate();
 }
 
-void Serial_Client_Server_Base::Attach()
+// Receiving.
+
+unsigned long Serial_Reader::Work()
 {
-    requested_ = 0;
-    SetCommNoWait();
-    if (const auto port = line_->Get())
-        port->set_event_mask(platform::serial_event_received | platform::serial_event_error);
-    Tell(Mesg_Attached);
-    next_tick_ = platform::clock_ms() + tick_ms;
+    if (!Prepare()) return static_cast<unsigned long>(-1);
+    port_.SetCommNoWait();
+    if (const auto line = Line()) line->set_event_mask(platform::serial_event_received | platform::serial_event_error);
+    Begin();
+    Run();
+    return 0;
 }
 
-// Told last: from here on Work asks for another run.
-void Serial_Client_Server_Base::Detach()
+// From here on Serial_Client_Server_Base::Work asks for another run.
+bool Serial_Reader::End()
 {
-    Enter(Phase::ending);
+    port_.Enter(Serial_Client_Server_Base::Phase::ending);
     Tell(Mesg_Detached);
-}
-
-// A tick that comes late does not put off the next one: a day has 86,400.
-void Serial_Client_Server_Base::Tick()
-{
-    if (platform::clock_ms() < next_tick_) return;
-    Tell(Mesg_Second);
-    next_tick_ += tick_ms;
-}
-
-void Serial_Client_Server_Base::Be_Patient()
-{
-    silent_since_ = platform::clock_ms();
-    patience_deadline_ = silent_since_ + patience_ms;
-}
-
-bool Serial_Client_Server_Base::Is_Patient() const { return platform::clock_ms() <= patience_deadline_; }
-
-// Past the deadline. The two variants differ in a letter.
-bool Serial_Client_Server_Base::Still_Wanted(const char *what)
-{
-    const std::uint64_t now = platform::clock_ms();
-    if (Tell(Mesg_Status_50)) {
-        patience_deadline_ = now + patience_ms;
-        return true;
-    }
-    Report(unit, __LINE__)
-        .Print_Out(Error_Handler::ES_Error, serial_code, "Timeout no %s since %.3f sec", what,
-                   static_cast<double>(now - silent_since_) / 1000.0);
     return false;
 }
 
-// The client hears of the loss while it can still see the port, and of the end when it cannot. No further run would have a
+// The client hears of the loss while it can still see the port, and of the end when it cannot. Another run would have no
 // port.
-bool Serial_Client_Server_Base::Lost()
+bool Serial_Reader::Lost()
 {
-    Enter(Phase::ended);
+    port_.Enter(Serial_Client_Server_Base::Phase::ended);
     Tell(Mesg_Status_110);
-    Close();
-    Detach();
-    return false;
+    port_.Close();
+    return End();
 }
 
-// False when the client refuses; it is told of the end.
-bool Serial_Client_Server_Base::Offer()
+bool Serial_Reader::Unwanted_For(double silent_seconds, const char *what)
 {
-    if (Tell(Mesg_Data_Ready)) return true;
-    Detach();
-    return false;
+    port_.Report(unit, __LINE__)
+        .Print_Out(Error_Handler::ES_Error, serial_code, "Timeout no %s since %.3f sec", what, silent_seconds);
+    return Lost();
 }
 
-// A client that answers true and takes nothing is asked for ever, but for a stop.
-bool Serial_Client_Server_Base::Deliver()
+bool Serial_Reader::Accept(long n)
 {
-    while (Requested() > 0 && Requested() <= Held() && !Stop_Requested()) {
-        if (!Offer()) return false;
-    }
-    return true;
-}
-
-// Pulling.
-
-std::int32_t Serial_Client_Server_Base::Held()
-{
-    if (drop_.exchange(false)) received_->Drop();
-    return static_cast<std::int32_t>(received_->Held());
-}
-
-void Serial_Client_Server_Base::Move_to_Start() { received_->Compact(); }
-
-bool Serial_Client_Server_Base::Accept_Request(long n)
-{
-    if (n > block_size) {
-        Report(unit, __LINE__)
-            .Print_Out(Error_Handler::ES_Fatal, serial_code, "%s could not handle more than %u-Bytes", GetName(),
-                       static_cast<unsigned int>(block_size));
+    if (n > most) {
+        port_.Report(unit, __LINE__)
+            .Print_Out(Error_Handler::ES_Fatal, serial_code, "%s could not handle more than %u-Bytes", port_.GetName(),
+                       static_cast<unsigned int>(most));
         return false;
     }
-    requested_ = static_cast<std::int32_t>(std::max(n, 0L));
+    Want(n);
     return true;
 }
 
-long Serial_Client_Server_Base::MinAvail(long) { return Held(); }
+void Serial_Client_Server_Base::Move_to_Start() { reader_->Move_To_Start(); }
 
-unsigned short Serial_Client_Server_Base::GetByte()
-{
-    unsigned char byte = 0;
-    return GetNBytes(&byte, 1) == 1 ? byte : No_Byte;
-}
+long Serial_Client_Server_Base::MinAvail(long) { return reader_->Held(); }
 
-long Serial_Client_Server_Base::GetNBytes(unsigned char *buffer, long n)
-{
-    if (!buffer || n < 1 || Held() < 1) return 0;
-    const std::size_t taken = received_->Take(buffer, static_cast<std::size_t>(n));
-    requested_ -= static_cast<std::int32_t>(taken);
-    bytes_in_.fetch_add(taken, std::memory_order_relaxed);
-    return static_cast<long>(taken);
-}
+unsigned short Serial_Client_Server_Base::GetByte() { return Stream_Reader::Take_Byte(*this); }
 
-// The limit of a request holds here, too: more could never be held.
-unsigned short Serial_Client_Server_Base::UnGetByte(unsigned char byte)
-{
-    if (!received_->Put_Back(byte)) return No_Byte;
-    requested_ = std::min(requested_ + 1, block_size);
-    bytes_in_.fetch_sub(1, std::memory_order_relaxed);
-    return byte;
-}
+long Serial_Client_Server_Base::GetNBytes(unsigned char *buffer, long n) { return reader_->Take(buffer, n); }
+
+unsigned short Serial_Client_Server_Base::UnGetByte(unsigned char byte) { return reader_->Put_Back(byte); }
+
+std::uint64_t Serial_Client_Server_Base::GetBytesIn() const { return reader_->Bytes_In(); }
 
 // Writing.
 

@@ -13,8 +13,8 @@
 
 namespace kernel {
 
-class Receive_Buffer;
 class Serial_Line;
+class Serial_Reader;
 
 // How an application reaches its receiver. The library keeps the value and does not look at it.
 struct ADriver {
@@ -82,7 +82,7 @@ public:
     bool IsActive() const;               // is a port open?
     const char *GetComName() const { return com_name_.c_str(); }  // good until the next Create or SetComName
     void SetComName(const char *const name);
-    std::uint64_t GetBytesIn() const { return bytes_in_.load(std::memory_order_relaxed); }    // pulled by the client
+    std::uint64_t GetBytesIn() const;                                                         // pulled by the client
     std::uint64_t GetBytesOut() const { return bytes_out_.load(std::memory_order_relaxed); }  // handed to the system
     ADriver::ConnectionType GetConnectionType() const { return connection_type_.load(std::memory_order_relaxed); }
     void SetConnectionType(ADriver::ConnectionType type) { connection_type_.store(type, std::memory_order_relaxed); }
@@ -112,7 +112,8 @@ public:
     ~Serial_Client_Server_Base() override;
 
 protected:
-    Serial_Client_Server_Base(Error_Handler &handler, const char *name);
+    // The reader is the variant's.
+    Serial_Client_Server_Base(Error_Handler &handler, const char *name, std::unique_ptr<Serial_Reader> reader);
 
     // Opens the port of this number and sets the name for GetComName; whether it is open. A subclass may open any
     // device by its path instead.
@@ -126,34 +127,22 @@ protected:
     bool Extra_Flag() const { return extra_flag_; }
     unsigned long terminate() override;
     bool Gives_Up_Posting() const override { return Is_Own_Thread() && Stop_Requested(); }
-    // What the thread does from one Mesg_Attached to its Mesg_Detached.
-    virtual unsigned long Run() = 0;
 
-    // For the variants; the reader's, but for the first and the last three.
+    // For the variants, on any thread.
     void Fail(std::uint32_t error);  // last error, and report
-    std::int32_t Requested() const { return requested_.load(std::memory_order_relaxed); }
-    std::int32_t Held();
-    bool Accept_Request(long n);  // false: too much, and reported
-    void Attach();
-    void Detach();
-    void Tick();
-    void Be_Patient();                    // for a minute from now
-    bool Is_Patient() const;              // is it not over?
-    bool Still_Wanted(const char *what);  // asks the client; refused: reported, with this word for the data
-    bool Lost();                          // tells the client, and closes; false, for `return Lost()`
-    bool Offer();                         // what is held, once
-    bool Deliver();                       // as long as it is enough
     // The server's bytes, at most block_size: their number; -1: a stop has come.
     long Take(Byte_Server &server, unsigned char *block);
     void Count_Out(std::size_t n) { bytes_out_.fetch_add(n, std::memory_order_relaxed); }
     void Set_Last_Error(std::uint32_t error) { last_error_.store(error, std::memory_order_relaxed); }
 
-    static constexpr std::int32_t block_size = 4096;  // bytes; the largest request, and the largest write
+    static constexpr std::int32_t block_size = 4096;  // bytes; the largest write
 
     const std::unique_ptr<Serial_Line> line_;
-    const std::unique_ptr<Receive_Buffer> received_;  // the reader's
+    const std::unique_ptr<Serial_Reader> reader_;
 
 private:
+    friend class Serial_Reader;
+
     bool Configure(unsigned long baud, int parity, int stopbits, int bytesize, int handshake, unsigned long queue_size);
     int Created();
     void Close_Former();
@@ -163,19 +152,14 @@ private:
     bool Has_Another_Run();
 
     std::atomic<std::uint32_t> last_error_{0};  // Win32 number; 0: none
-    std::atomic<std::int32_t> requested_{0};    // not yet pulled; negative when the client took more than it asked for
-    std::atomic<bool> drop_{false};             // the bytes held are of a former speed: the reader drops them
-    std::atomic<std::uint64_t> bytes_in_{0}, bytes_out_{0};
+    std::atomic<std::uint64_t> bytes_out_{0};
     std::atomic<std::uint32_t> baud_{0};  // [bit/s] as last read from a port
     std::string com_name_;
     std::atomic<ADriver::ConnectionType> connection_type_{ADriver::Connection_None};
     bool extra_flag_ = false;
     std::mutex phase_guard_;
-    Phase phase_ = Phase::ended;      // of the thread's run
-    bool another_run_ = false;        // asked for while this one was ending
-    std::uint64_t next_tick_ = 0;     // [ms] of clock_ms, as are these:
-    std::uint64_t silent_since_ = 0;  // start of waiting for what was requested
-    std::uint64_t patience_deadline_ = 0;
+    Phase phase_ = Phase::ended;  // of the thread's run
+    bool another_run_ = false;    // asked for while this one was ending
 };
 
 }  // namespace kernel

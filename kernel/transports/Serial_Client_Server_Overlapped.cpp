@@ -1,8 +1,7 @@
 #include "kernel/transports/Serial_Client_Server_Overlapped.h"
 
 #include "kernel/base/Error_Handler.h"
-#include "kernel/transports/receive_buffer_internal.h"
-#include "kernel/transports/serial_line_internal.h"
+#include "kernel/transports/serial_reader_internal.h"
 
 #include "platform/clock.h"
 #include "platform/error.h"
@@ -18,7 +17,6 @@ namespace {
 const char unit[] = "kernel/Serial_Client_Server_Overlapped";
 
 constexpr Err_Code serial_code = 72;
-constexpr std::uint64_t wait_ms = 1000;
 constexpr unsigned long look_again_ms = 100;  // at a write, see platform::Transfer::write
 constexpr unsigned long last_write_ms = 500;
 
@@ -29,22 +27,52 @@ using platform::error_operation_aborted;
 
 }  // namespace
 
-// A write that is pending goes on only while somebody waits for it (POSIX). The reader does whenever it waits at all,
-// so that Send need not; without a reader Send does.
-struct Serial_Client_Server_Overlapped::Overlap {
-    platform::Event stop;        // ends the reader's wait
-    platform::Event write_done;  // set by the reader, who may have taken the write's signal from a waiting Send
-    platform::Transfer reading, writing;
-    unsigned char *read_at = nullptr;  // where the read under way puts its bytes; null: none is
+// A write that is pending goes on only while somebody waits for it (POSIX). The reader does so whenever it waits, so that
+// Send need not. Without a reader, Send waits.
+struct Serial_Client_Server_Overlapped::Writing {
+    platform::Transfer transfer;
+    platform::Event done;  // set by the reader, who may have taken the transfer's signal from a waiting Send
     std::atomic<bool> closing{false};  // no further write is begun
-    bool write_unjudged = false;       // the last write was pending, and its error was not asked for yet
+    bool unjudged = false;             // the last write was pending, and its error was not asked for yet
     unsigned char block[block_size];   // of the write
+};
+
+// Waits for its transfers, and for the end of a write as well.
+class Serial_Overlapped_Reader : public Serial_Reader {
+public:
+    explicit Serial_Overlapped_Reader(Serial_Client_Server_Overlapped &port) : Serial_Reader(port), port_(port) {}
+
+    void Wake() override { stop_.set(); }
+    bool Is_Valid() const { return stop_.valid() && transfer.valid(); }
+
+    platform::Transfer transfer;
+
+private:
+    bool Prepare() override;
+    bool Invite() override;
+    bool Receive() override;
+    bool Filled() override { return Offer(); }  // at least once
+    bool Unwanted(double silent_seconds) override { return Unwanted_For(silent_seconds, "Data"); }
+    bool Read_Ended(Read_End end) override;
+    bool Read_Failed(const platform::Stream &line, std::uint32_t error) override;
+    bool Stop_Seen() override;
+    bool Wait_Failed(std::uint32_t error) override;
+    void Look_After_Other(bool is_signalled) override;
+    bool Begin_Read();
+    void Read_Ahead();
+    std::size_t Bytes_Come();
+    bool Nothing_Came();
+
+    Serial_Client_Server_Overlapped &port_;
+    platform::Event stop_;
 };
 
 const char Serial_Client_Server_Overlapped::Name[] = "Server for overlapped serial Communication";
 
 Serial_Client_Server_Overlapped::Serial_Client_Server_Overlapped(Error_Handler &handler, const char *name)
-    : Object(name, &handler), Serial_Client_Server_Base(handler, name), overlap_(std::make_unique<Overlap>())
+    : Object(name, &handler),
+      Serial_Client_Server_Base(handler, name, std::make_unique<Serial_Overlapped_Reader>(*this)),
+      overlapped_(static_cast<Serial_Overlapped_Reader &>(*reader_)), writing_(std::make_unique<Writing>())
 {
 }
 
@@ -52,7 +80,7 @@ Serial_Client_Server_Overlapped::~Serial_Client_Server_Overlapped()
 {
     stop();
     Serial_Client_Server_Overlapped::Close();
-    overlap_->reading.cancel();  // a reader that was given up on may have left one
+    overlapped_.transfer.cancel();  // a reader that was given up on may have left one
 }
 
 Serial_Client_Server_Overlapped *Serial_Client_Server_Overlapped::Construct(Error_Handler &handler,
@@ -68,8 +96,8 @@ bool Serial_Client_Server_Overlapped::IsInheritedFrom(const char *name) const
 
 bool Serial_Client_Server_Overlapped::IsValid() const
 {
-    return Serial_Client_Server_Base::IsValid() && overlap_->stop.valid() && overlap_->write_done.valid() &&
-           overlap_->reading.valid() && overlap_->writing.valid();
+    return Serial_Client_Server_Base::IsValid() && overlapped_.Is_Valid() && writing_->done.valid() &&
+           writing_->transfer.valid();
 }
 
 bool Serial_Client_Server_Overlapped::OpenFile(int port)
@@ -82,183 +110,131 @@ bool Serial_Client_Server_Overlapped::OpenFile(int port)
 // port from being opened again.
 void Serial_Client_Server_Overlapped::Close()
 {
-    overlap_->closing = true;
-    for (unsigned long ms = 0; ms < last_write_ms && overlap_->writing.pending(); ++ms) platform::sleep_ms(1);
+    writing_->closing = true;
+    for (unsigned long ms = 0; ms < last_write_ms && writing_->transfer.pending(); ++ms) platform::sleep_ms(1);
     Serial_Client_Server_Base::Close();
-    overlap_->writing.cancel();
-    overlap_->closing = false;
+    writing_->transfer.cancel();
+    writing_->closing = false;
 }
 
-bool Serial_Client_Server_Overlapped::Request(long n) { return Accept_Request(n) && Held() >= n; }
+bool Serial_Client_Server_Overlapped::Request(long n) { return reader_->Accept(n) && reader_->Held() >= n; }
 
-// Flag first, event second: who finds the event looks at the flag, too.
-void Serial_Client_Server_Overlapped::pre_stop()
-{
-    Serial_Client_Server_Base::pre_stop();
-    if (Stop_Requested()) overlap_->stop.set();
-}
-
-unsigned long Serial_Client_Server_Overlapped::terminate()
-{
-    Request_Stop();
-    overlap_->stop.set();
-    return Serial_Client_Server_Base::terminate();
-}
-
-// The thread. Its steps answer false when they have ended it and told the client.
+// The thread.
 
 // The event is cleared before the flag is looked at, which is set before the event: no stop is lost in between.
-unsigned long Serial_Client_Server_Overlapped::Run()
+bool Serial_Overlapped_Reader::Prepare()
 {
-    if (!Get_Byte_Client() || !IsActive()) return static_cast<unsigned long>(-1);
-    overlap_->stop.reset();
-    Attach();
-    while (!Stop_Requested()) {
-        if (!Ask() || !Fill() || !Offer() || !Deliver()) return 0;
-    }
-    Detach();
-    return 0;
-}
-
-bool Serial_Client_Server_Overlapped::Ask()
-{
-    if (Requested() > 0) return true;
-    Move_to_Start();
-    Tell(Mesg_Request_Invite);
-    if (Requested() > 0) return true;
-    Report(unit, __LINE__).Print_Out(Error_Handler::ES_Fatal, serial_code, "Client did not want data.");
-    Detach();
-    return false;
-}
-
-bool Serial_Client_Server_Overlapped::Fill()
-{
-    Be_Patient();
-    if (Held() >= Requested()) return true;
-    do {
-        if (!IsActive()) {
-            Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, serial_code, "Handle not valid");
-            Detach();
-            return false;
-        }
-        if (Stop_Requested()) return Stopped();
-        Tick();
-        const bool goes_on = Begin_Read();
-        if (overlap_->read_at) {  // left by an end: the buffer is for others again, and what came meanwhile is kept
-            overlap_->reading.cancel();
-            Take_In();
-        }
-        if (!goes_on) return false;
-    } while (Held() < Requested());
-    Read_Ahead();
+    if (!port_.Get_Byte_Client() || !port_.IsActive()) return false;
+    stop_.reset();
     return true;
 }
 
-// The request is met: what the driver holds behind it comes with a second read, so that a client that asks for single bytes
-// does not cost calls of the system for each. An error is told by the next read that waits.
-void Serial_Client_Server_Overlapped::Read_Ahead()
+bool Serial_Overlapped_Reader::Invite()
 {
-    const auto port = line_->Get();
-    std::size_t got = 0;
-    received_->Compact();
-    if (!port || received_->Room() == 0) return;
-    port->read_held(received_->End(), received_->Room(), got);
-    received_->Add(got);
+    if (Is_Stopping()) return End();
+    if (Requested() > 0) return true;
+    Move_To_Start();
+    Tell(Mesg_Request_Invite);
+    if (Requested() > 0) return true;
+    port_.Report(unit, __LINE__).Print_Out(Error_Handler::ES_Fatal, serial_code, "Client did not want data.");
+    return End();
 }
 
-// No more than requested, so that it ends as soon as that is there.
-bool Serial_Client_Server_Overlapped::Begin_Read()
+// A read that an end has left under way is cancelled: the buffer is for others again, and what came meanwhile is kept.
+bool Serial_Overlapped_Reader::Receive()
 {
-    const auto port = line_->Get();
-    const std::int32_t n = Requested() - Held();
-    if (!port || n < 1) return true;  // the client may have closed, or wanted less, when it heard the tick
-    received_->Compact();
-    overlap_->read_at = received_->End();
-    if (overlap_->reading.read(port, received_->End(), static_cast<std::size_t>(n)))
-        return Take_In() > 0 || Nothing_Came();
-    const std::uint32_t error = platform::last_error();
-    if (error == error_io_pending) return Await();
-    overlap_->read_at = nullptr;
-    return Read_Failed(error, port->closed());
-}
-
-// A port that was closed under the read is found in Fill.
-bool Serial_Client_Server_Overlapped::Read_Failed(std::uint32_t error, bool closed)
-{
-    if (closed) return true;
-    Set_Last_Error(error);
-    if (error == error_invalid_handle) return Lost();
-    Close();
-    Detach();
-    ErrorBox();
-    return false;
-}
-
-// Until the read has ended. Time-outs come once a second, however often a write wakes the reader in between.
-bool Serial_Client_Server_Overlapped::Await()
-{
-    platform::Waitable *const waited_for[] = {&overlap_->stop, &overlap_->reading, &overlap_->writing};
-    for (;;) {
-        Tick();
-        const std::uint64_t end = platform::clock_ms() + wait_ms;
-        int index = 0;
-        do {
-            const std::uint64_t now = platform::clock_ms();
-            index = platform::wait_any(waited_for, now < end ? static_cast<unsigned long>(end - now) : 0);
-            if (index == 2) overlap_->write_done.set();
-        } while (index == 2);
-        if (index == 0) return Stopped();
-        if (index == 1) {
-            Take_In();
-            return true;
-        }
-        if (index != platform::wait_timeout) return Wait_Failed();
-        overlap_->writing.pending();  // for a write that nobody else looks after
-        if (!Silence()) return false;
+    if (!port_.IsActive()) {
+        port_.Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, serial_code, "Handle not valid");
+        return End();
     }
+    if (Is_Stopping()) return Stop_Seen();
+    Tick();
+    const bool goes_on = Begin_Read();
+    if (Is_Reading()) {
+        transfer.cancel();
+        Bytes_Come();
+    }
+    if (goes_on && Held() >= Requested()) Read_Ahead();
+    return goes_on;
 }
 
-bool Serial_Client_Server_Overlapped::Silence()
+// No more than requested, so that the read ends as soon as that is there. The client may have closed, or wanted less, when
+// it heard the tick.
+bool Serial_Overlapped_Reader::Begin_Read()
 {
-    Tell(Mesg_Status_40);
-    return Is_Patient() || Still_Wanted("Data") || Lost();
+    const auto line = Line();
+    const long n = Requested() - Held();
+    return !line || n < 1 || Read(line, static_cast<std::size_t>(n), {stop_, transfer, &port_.writing_->transfer});
 }
 
-bool Serial_Client_Server_Overlapped::Stopped()
+// The request is met: a second read takes what the driver holds behind it, so that a client that asks for single bytes does
+// not cost calls of the system for each. The next read that waits tells an error.
+void Serial_Overlapped_Reader::Read_Ahead()
 {
-    Detach();
-    Report(unit, __LINE__).Print_Out(Error_Handler::ES_Message, serial_code, "Terminate Thread requested");
+    const auto line = Line();
+    std::size_t got = 0;
+    Buffer().Compact();
+    if (!line || Buffer().Room() == 0) return;
+    line->read_held(Buffer().End(), Buffer().Room(), got);
+    Buffer().Add(got);
+}
+
+bool Serial_Overlapped_Reader::Read_Ended(Read_End end)
+{
+    return Bytes_Come() > 0 || end == Read_End::after_wait || Nothing_Came();
+}
+
+// A read that failed brings nothing, and the next one tells why.
+std::size_t Serial_Overlapped_Reader::Bytes_Come()
+{
+    std::size_t moved = 0;
+    return Take_In(transfer, moved) ? moved : 0;
+}
+
+// A system that does not let a read wait (Windows, with these time-outs) is asked every millisecond, less the pause.
+bool Serial_Overlapped_Reader::Nothing_Came()
+{
+    port_.Sleep(1);
+    if (!Is_Patient()) return Still_Wanted();
+    Tell(Mesg_Pause);
+    return true;
+}
+
+// Receive finds a port that was closed under the read.
+bool Serial_Overlapped_Reader::Read_Failed(const platform::Stream &line, std::uint32_t error)
+{
+    if (line.closed()) return true;
+    port_.Set_Last_Error(error);
+    if (error == error_invalid_handle) return Lost();
+    port_.Close();
+    End();
+    port_.ErrorBox();
     return false;
 }
 
-bool Serial_Client_Server_Overlapped::Wait_Failed()
+bool Serial_Overlapped_Reader::Stop_Seen()
+{
+    End();
+    port_.Report(unit, __LINE__).Print_Out(Error_Handler::ES_Message, serial_code, "Terminate Thread requested");
+    return false;
+}
+
+bool Serial_Overlapped_Reader::Wait_Failed(std::uint32_t)
 {
     Lost();
-    Report(unit, __LINE__)
+    port_.Report(unit, __LINE__)
         .Print_Out(Error_Handler::ES_Error, serial_code, "Unexpected Wait return value '%lx'",
                    static_cast<unsigned long>(platform::win32_wait_failed));
     return false;
 }
 
-// What a read that has ended brought; one that failed brings nothing, and the next one tells why.
-std::size_t Serial_Client_Server_Overlapped::Take_In()
+// After a second without a signal it goes on with a write that nobody else looks after.
+void Serial_Overlapped_Reader::Look_After_Other(bool is_signalled)
 {
-    std::size_t moved = 0;
-    unsigned char *const at = std::exchange(overlap_->read_at, nullptr);
-    if (!overlap_->reading.result(moved)) return 0;
-    Held();  // the client may have changed the speed meanwhile, and what was held is gone
-    if (at != received_->End()) std::memmove(received_->End(), at, moved);
-    received_->Add(moved);
-    return moved;
-}
-
-// A system that does not let a read wait (Windows, with these time-outs) is asked every millisecond, less the pause.
-bool Serial_Client_Server_Overlapped::Nothing_Came()
-{
-    Sleep(1);
-    if (!Is_Patient()) return Still_Wanted("Data") || Lost();
-    Tell(Mesg_Pause);
-    return true;
+    if (is_signalled)
+        port_.writing_->done.set();
+    else
+        port_.writing_->transfer.pending();
 }
 
 // Writing.
@@ -271,31 +247,31 @@ bool Serial_Client_Server_Overlapped::Send(Byte_Server &server, CL_Mesg message)
     line_->send_stop.reset();
     if (!Previous_Write_Ended()) return false;
     const auto port = line_->Get();
-    if (!port || overlap_->closing || Stop_Requested()) return false;
-    const long n = Take(server, overlap_->block);
+    if (!port || writing_->closing || Stop_Requested()) return false;
+    const long n = Take(server, writing_->block);
     if (n < 1) return n == 0;
-    const bool done = overlap_->writing.write(port, overlap_->block, static_cast<std::size_t>(n));
+    const bool done = writing_->transfer.write(port, writing_->block, static_cast<std::size_t>(n));
     const std::uint32_t error = done ? std::uint32_t{error_none} : platform::last_error();
     if (port->closed()) return false;
     if (error == error_none || error == error_io_pending)
         Count_Out(static_cast<std::size_t>(n));
     else
         Fail(error);
-    overlap_->write_unjudged = error == error_io_pending;
-    return !overlap_->write_unjudged || is_running() || Previous_Write_Ended();
+    writing_->unjudged = error == error_io_pending;
+    return !writing_->unjudged || is_running() || Previous_Write_Ended();
 }
 
 // False when a stop or Close came first. An error of the write is reported here: nobody was there to ask when it came
 // up.
 bool Serial_Client_Server_Overlapped::Previous_Write_Ended()
 {
-    platform::Waitable *const waited_for[] = {&line_->send_stop, &overlap_->writing, &overlap_->write_done};
-    while (overlap_->writing.pending()) {
+    platform::Waitable *const waited_for[] = {&line_->send_stop, &writing_->transfer, &writing_->done};
+    while (writing_->transfer.pending()) {
         if (Stop_Requested()) return false;
         if (platform::wait_any(waited_for, look_again_ms) == 0) return false;
     }
     std::size_t moved = 0;
-    if (!std::exchange(overlap_->write_unjudged, false) || overlap_->writing.result(moved)) return true;
+    if (!std::exchange(writing_->unjudged, false) || writing_->transfer.result(moved)) return true;
     const std::uint32_t error = platform::last_error();
     if (error == error_operation_aborted) return IsActive();
     Fail(error);
@@ -310,7 +286,7 @@ int Serial_Client_Server_Overlapped::HandleCommEvent(int pending)
     std::size_t moved = 0;
     std::uint32_t errors = 0;
     if (!port) return Comm_Event_Failed(error_invalid_handle);
-    if (pending != 0 && !overlap_->reading.result(moved)) return Comm_Event_Failed(platform::last_error());
+    if (pending != 0 && !overlapped_.transfer.result(moved)) return Comm_Event_Failed(platform::last_error());
     if (!port->clear_error(errors)) return Comm_Event_Failed(platform::last_error());
     constexpr struct {
         std::uint32_t bits;

@@ -5,6 +5,8 @@
 
 namespace kernel {
 
+class Serial_Overlapped_Reader;
+
 // Beside what the base says, the client hears Mesg_Status_40 for each second of waiting in which nothing came, and
 // Mesg_Pause where the system reads nothing instead of waiting (Windows).
 //
@@ -32,35 +34,23 @@ public:
     bool Request(long n) override;
     bool Send(Byte_Server &server, CL_Mesg message) override;
 
-    void pre_stop() override;
     ~Serial_Client_Server_Overlapped() override;
 
 protected:
     Serial_Client_Server_Overlapped(Error_Handler &handler, const char *name);
     bool OpenFile(int port) override;
-    unsigned long terminate() override;
-    unsigned long Run() override;  // -1 without a client or a port, else 0
 
 private:
+    friend class Serial_Overlapped_Reader;
     friend struct Comm_Event_Access;  // for the test of HandleCommEvent
-    struct Overlap;
+    struct Writing;
 
-    bool Ask();
-    bool Fill();
-    void Read_Ahead();
-    bool Begin_Read();
-    bool Read_Failed(std::uint32_t error, bool closed);
-    bool Await();
-    bool Silence();
-    bool Stopped();
-    bool Wait_Failed();
-    std::size_t Take_In();
-    bool Nothing_Came();
     bool Previous_Write_Ended();
     int HandleCommEvent(int pending);
     int Comm_Event_Failed(std::uint32_t error);
 
-    const std::unique_ptr<Overlap> overlap_;
+    Serial_Overlapped_Reader &overlapped_;  // the base's reader
+    const std::unique_ptr<Writing> writing_;
 };
 
 }  // namespace kernel
