@@ -1,12 +1,11 @@
 #include "kernel/transports/Socket_Client_Server.h"
 
-#include "kernel/transports/ntrip_answer_internal.h"
-#include "kernel/transports/receive_buffer_internal.h"
-#include "kernel/transports/socket_address_internal.h"
+#include "kernel/transports/socket_reader_internal.h"
 
-#include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/socket.h"
+#include "platform/stream.h"
+#include "platform/wait.h"
 
 #include <algorithm>
 #include <cstring>
@@ -15,10 +14,11 @@ namespace kernel {
 
 namespace {
 
-const char unit[] = "kernel/Socket_Client_Server";
+using Opening = Socket_Reader::Opening;
+using Target = Socket_Reader::Target;
+using Ntrip = Socket_Reader::Ntrip;
 
-constexpr Err_Code transfer_code = 91;
-constexpr std::size_t longest_text = 255;  // characters of a mountpoint, user, password
+constexpr Err_Code socket_code = 89, transfer_code = 91;
 
 bool Is_Control_Or_Blank(char c) { return static_cast<unsigned char>(c) <= ' ' || c == 0x7F; }
 
@@ -28,8 +28,7 @@ const char Socket_Client_Server::Name[] = "Client/Server class for Sockets";
 
 Socket_Client_Server::Socket_Client_Server(Error_Handler &handler, unsigned int buffer_size)
     : Object(Name, &handler), Win32_Buffered_Byte_Client(handler, buffer_size, 1),
-      received_(std::make_unique<Receive_Buffer>()), target_(std::make_shared<Target>()),
-      answer_(std::make_unique<Ntrip_Answer>())
+      reader_(std::make_unique<Socket_Reader>(*this))
 {
 }
 
@@ -58,44 +57,23 @@ bool Socket_Client_Server::IsInheritedFrom(const char *name) const
            Byte_Server::IsInheritedFrom(name) || Win32_Buffered_Byte_Client::IsInheritedFrom(name);
 }
 
-// The reading side, on the reader's thread. A close by another thread clears the request meanwhile; that it may get lost
-// here does no harm: the reader finds the closed handle next.
+// The reading side.
 
 bool Socket_Client_Server::Request(long n)
 {
-    requested_ = 0;
-    if (n < 1) return false;
-    const long limited = std::min(n, static_cast<long>(Receive_Buffer::most));
-    requested_ = static_cast<std::int32_t>(limited);
-    return MinAvail(0) >= limited;
+    const std::int32_t wanted = reader_->Want(n);
+    return wanted > 0 && MinAvail(0) >= wanted;
 }
 
-long Socket_Client_Server::MinAvail(long) { return static_cast<long>(received_->Held()); }
+long Socket_Client_Server::MinAvail(long) { return reader_->Held(); }
 
-unsigned short Socket_Client_Server::GetByte()
-{
-    unsigned char byte = 0;
-    return GetNBytes(&byte, 1) == 1 ? byte : No_Byte;
-}
+unsigned short Socket_Client_Server::GetByte() { return Stream_Reader::Take_Byte(*this); }
 
-long Socket_Client_Server::GetNBytes(unsigned char *buffer, long n)
-{
-    if (!buffer || n < 1) return 0;
-    const std::size_t taken = received_->Take(buffer, static_cast<std::size_t>(n));
-    requested_.store(requested_.load(std::memory_order_relaxed) - static_cast<std::int32_t>(taken),
-                     std::memory_order_relaxed);
-    bytes_in_.store(bytes_in_.load(std::memory_order_relaxed) + taken, std::memory_order_relaxed);
-    return static_cast<long>(taken);
-}
+long Socket_Client_Server::GetNBytes(unsigned char *buffer, long n) { return reader_->Take(buffer, n); }
 
-// The limit of a request holds here, too: more could never be held, and the client would wait for ever.
-unsigned short Socket_Client_Server::UnGetByte(unsigned char byte)
-{
-    if (!received_->Put_Back(byte)) return No_Byte;
-    requested_ = std::min(requested_ + 1, static_cast<std::int32_t>(Receive_Buffer::most));
-    --bytes_in_;
-    return byte;
-}
+unsigned short Socket_Client_Server::UnGetByte(unsigned char byte) { return reader_->Put_Back(byte); }
+
+std::uint64_t Socket_Client_Server::GetBytesIn() const { return reader_->Bytes_In(); }
 
 // From the server above, on its thread: everything but one question is the writer's.
 bool Socket_Client_Server::Send(Byte_Server &server, CL_Mesg message)
@@ -104,15 +82,61 @@ bool Socket_Client_Server::Send(Byte_Server &server, CL_Mesg message)
     return Win32_Buffered_Byte_Client::Send(server, message);
 }
 
-// What everybody may ask and order, on any thread.
+// For all threads.
 
-std::shared_ptr<Socket_Client_Server::Target> Socket_Client_Server::Get_Target() const
+// A reader at work turns to the new target at once. The status stands before it can: what it does next overwrites that.
+// It looks the name up as well. The two share the look-up, and its failure is told here only when there is no reader.
+bool Socket_Client_Server::CreateClient(const char *host, int port, const char *proxy_host, int proxy_port)
 {
-    const Semaphore_Guard guard(*this);
-    return target_;
+    const auto target = std::make_shared<Target>();
+    target->port = static_cast<std::uint16_t>(port);
+    target->host = host ? host : "";
+    if (proxy_host) {
+        target->via_proxy = true;
+        target->proxy_host = proxy_host;
+        target->proxy_port = proxy_port;
+    }
+    const Opening opening{target};
+    const bool is_seen_to = reader_->Is_Seen_To();
+    if (host && is_seen_to) SetStatus(Status_Client_Target_Set);
+    reader_->Close(&opening);
+    if (!host) return false;
+    if (!is_seen_to) SetStatus(Status_Client_Target_Set);
+    platform::Event never;
+    if (target->Resolve(never)) return true;
+    const std::uint32_t error = platform::last_error();
+    ReportErrorIntern(error, ("Could not resolve host name " + target->Where() + " to IP-address.").c_str(),
+                      socket_code, Error_Handler::ES_Error);
+    if (!is_seen_to) SetStatus(Status_Disconnected);
+    return false;
 }
 
-unsigned short Socket_Client_Server::GetPort() const { return Get_Target()->port; }
+bool Socket_Client_Server::CreateServer(int port)
+{
+    const Opening opening{std::make_shared<Target>()};
+    opening.target->is_server = true;
+    opening.target->port = static_cast<std::uint16_t>(port);
+    reader_->Close(&opening);
+    return true;
+}
+
+bool Socket_Client_Server::CreateServer(unsigned int socket, int port, sockaddr_in peer, Socket_Multi_Server *server)
+{
+    const Opening opening{std::make_shared<Target>(), platform::Socket::adopt(socket), peer};
+    opening.target->is_server = true;
+    opening.target->multi_server = server;
+    opening.target->port = static_cast<std::uint16_t>(port);
+    reader_->Close(&opening);
+    if (opening.accepted) return true;
+    reader_->Report(__LINE__).Print_Out(Error_Handler::ES_Error, socket_code,
+                                        "Could not create socket server communication object.\n");
+    SetStatus(Status_Failed);
+    return false;
+}
+
+bool Socket_Client_Server::CreateServerSocket() { return reader_->Listen(); }
+
+unsigned short Socket_Client_Server::GetPort() const { return reader_->Get_Target()->port; }
 
 // A run that has told its end in a status or a message still counts as running for a moment: start waits for that.
 bool Socket_Client_Server::Work() { return Is_Own_Thread() || start(false) || is_running(); }
@@ -127,22 +151,13 @@ bool Socket_Client_Server::IsBusy()
 {
     if (!is_running()) return false;
     const Semaphore_Guard guard(*this);
-    return target_->is_server ? handle_ != nullptr : socket_ != nullptr;
-}
-
-Socket_Client_Server::Remote Socket_Client_Server::The_Other_End(const Target &target) const
-{
-    if (!target.is_server) return {target.host, target.port};
-    const Semaphore_Guard guard(*this);
-    return {platform::dotted(Host_Of(peer_)), Port_Of(peer_)};
+    return reader_->Get_Target()->is_server ? handle_ != nullptr : reader_->Is_Open();
 }
 
 const char *Socket_Client_Server::GetRemoteName()
 {
     const Semaphore_Guard guard(*this);
-    const Remote remote = The_Other_End(*target_);
-    const bool known = target_->is_server ? handle_ != nullptr : !remote.host.empty();
-    remote_name_ = known ? remote.host + ":" + std::to_string(remote.port) : "";
+    remote_name_ = reader_->Remote_Name();
     return remote_name_.c_str();
 }
 
@@ -162,54 +177,13 @@ void Socket_Client_Server::FreeAcceptSocket()
     handle_.reset();
 }
 
-void Socket_Client_Server::Close_Socket()
-{
-    const Semaphore_Guard guard(*this);
-    if (!socket_) return;
-    socket_->close();
-    socket_.reset();
-}
+bool Socket_Client_Server::Close_Handle() { return reader_->Close_Handle(nullptr); }
 
-bool Socket_Client_Server::Close_Handle() { return Close_Handle(nullptr); }
-
-// Under one lock: the reader, woken by the first close, must find neither the other one still to be done nor the target
-// that is left.
-bool Socket_Client_Server::Close_Handle(const Opening *next)
-{
-    bool was_open = false;
-    {
-        const Semaphore_Guard guard(*this);
-        FreeAcceptSocket();
-        requested_ = 0;
-        was_open = socket_ != nullptr;
-        Close_Socket();
-        if (next) {
-            target_ = next->target;
-            socket_ = next->accepted;
-            peer_ = next->peer;
-        }
-    }
-    Sleep(1);
-    return was_open;
-}
-
-// While the reader runs on another thread it sees to status and messages itself: a late 13 would hide what it does next.
-bool Socket_Client_Server::Is_Seen_To() const { return is_running() && !Is_Own_Thread(); }
-
-void Socket_Client_Server::Close() { Close(nullptr); }
-
-void Socket_Client_Server::Close(const Opening *next)
-{
-    const bool is_seen_to = Is_Seen_To();  // asked before: it may end at once
-    const bool was_open = Close_Handle(next);
-    if (was_open && !is_seen_to) SetStatus(Status_Disconnected);
-    Sleep(1);
-    if (was_open && !is_seen_to) Tell(Mesg_Detached);
-}
+void Socket_Client_Server::Close() { reader_->Close(nullptr); }
 
 bool Socket_Client_Server::Hang_Up()
 {
-    const auto target = Get_Target();
+    const auto target = reader_->Get_Target();
     if (target->multi_server) {
         Close();
         return true;
@@ -217,9 +191,9 @@ bool Socket_Client_Server::Hang_Up()
     {
         const Semaphore_Guard guard(*this);
         FreeAcceptSocket();
-        if (!target->is_server) Close_Socket();
+        if (!target->is_server) reader_->Close_Socket();
     }
-    Error_Handler &report = Report(unit, __LINE__);
+    Error_Handler &report = reader_->Report(__LINE__);
     if (target->is_server)
         report.Print_Out(Error_Handler::ES_Warning, transfer_code, "Hang-up done on Socket Server port %d.",
                          int{target->port});
@@ -233,6 +207,16 @@ void Socket_Client_Server::Disconnect()
     stop();
     Byte_Server::Disconnect();
 }
+
+// A stop signal of an earlier run is forgotten; one that has come since is given again.
+unsigned long Socket_Client_Server::thread()
+{
+    reader_stop_event_->reset();
+    if (Stop_Requested()) reader_stop_event_->set();
+    return threadFunc();
+}
+
+unsigned long Socket_Client_Server::threadFunc() { return reader_->Work(); }
 
 // Flag first, event second: who finds the event without the flag, or the other way round, looks at both.
 void Socket_Client_Server::pre_stop()
@@ -258,15 +242,11 @@ void Socket_Client_Server::ReportErrorIntern(unsigned long error, const char *te
                                              Error_Handler::Enum_Status status)
 {
     if (error == 0) return;
-    std::string prefix;
-    {
-        const Semaphore_Guard guard(*this);
-        if (socket_) prefix = target_->host + ":" + std::to_string(target_->port);
-    }
+    const std::string prefix = reader_->Prefix();
     const auto win32 = static_cast<std::uint32_t>(error);
     const int number = static_cast<int>(error);
     const std::string system = platform::error_text(win32);
-    Error_Handler &report = Report(unit, __LINE__);
+    Error_Handler &report = reader_->Report(__LINE__);
     if (system != platform::unknown_error_text(win32))
         report.Print_Out(status, code, "%s%s Socket Error-Code: %d => %s", prefix.c_str(), text, number,
                          system.c_str());
@@ -280,54 +260,28 @@ void Socket_Client_Server::ReportErrorIntern(unsigned long error, const char *te
 
 // NTRIP.
 
-void Socket_Client_Server::Set_Ntrip_Mode(bool on)
-{
-    const Semaphore_Guard guard(*this);
-    ntrip_.mode = on;
-}
+void Socket_Client_Server::Set_Ntrip_Mode(bool on) { reader_->Set_Ntrip(&Ntrip::mode, on); }
 
-bool Socket_Client_Server::Ntrip_Mode() const
-{
-    const Semaphore_Guard guard(*this);
-    return ntrip_.mode;
-}
-
-void Socket_Client_Server::Set_Stream_Wanted(bool stream)
-{
-    const Semaphore_Guard guard(*this);
-    ntrip_.stream_wanted = stream;
-}
-
-bool Socket_Client_Server::Set_Ntrip_Text(std::string Ntrip::*field, const char *text)
-{
-    if (!text || std::strlen(text) > longest_text) return false;
-    const Semaphore_Guard guard(*this);
-    ntrip_.*field = text;
-    return true;
-}
+void Socket_Client_Server::Set_Stream_Wanted(bool stream) { reader_->Set_Ntrip(&Ntrip::stream_wanted, stream); }
 
 // It becomes part of a line of the request, behind a slash: it must not begin a second one.
 bool Socket_Client_Server::Set_Mountpoint(const char *mountpoint)
 {
     if (!mountpoint || *mountpoint == '/') return false;
     if (std::any_of(mountpoint, mountpoint + std::strlen(mountpoint), Is_Control_Or_Blank)) return false;
-    return Set_Ntrip_Text(&Ntrip::mountpoint, mountpoint);
+    return reader_->Set_Ntrip(&Ntrip::mountpoint, mountpoint);
 }
 
-bool Socket_Client_Server::Set_User(const char *user) { return Set_Ntrip_Text(&Ntrip::user, user); }
+bool Socket_Client_Server::Set_User(const char *user) { return reader_->Set_Ntrip(&Ntrip::user, user); }
 
-bool Socket_Client_Server::Set_Password(const char *password) { return Set_Ntrip_Text(&Ntrip::password, password); }
+bool Socket_Client_Server::Set_Password(const char *password) { return reader_->Set_Ntrip(&Ntrip::password, password); }
 
 // The texts are copied: the host may set others meanwhile.
 bool Socket_Client_Server::NtripSendRequest()
 {
-    const auto target = Get_Target();
-    Ntrip ntrip;
-    {
-        const Semaphore_Guard guard(*this);
-        ntrip = ntrip_;
-    }
-    answer_->Expect(ntrip.stream_wanted);
+    const auto target = reader_->Get_Target();
+    Ntrip ntrip = reader_->Get_Ntrip();
+    reader_->Answer().Expect(ntrip.stream_wanted);
     if (ntrip.stream_wanted) {
         std::string user_password = ntrip.user.empty() ? "" : ntrip.user + ":" + ntrip.password;
         NTRIPSendStreamRequest(ntrip.mountpoint.data(), user_password.data(), target->host.c_str(), target->port,
@@ -341,8 +295,8 @@ bool Socket_Client_Server::NtripSendRequest()
 bool Socket_Client_Server::NtripCheckRequestResponse(int n, char *data)
 {
     std::string message;
-    if (n < 1 || answer_->Accepts(data, static_cast<std::size_t>(n), message)) return true;
-    Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, transfer_code, "%s", message.c_str());
+    if (n < 1 || reader_->Answer().Accepts(data, static_cast<std::size_t>(n), message)) return true;
+    reader_->Report(__LINE__).Print_Out(Error_Handler::ES_Error, transfer_code, "%s", message.c_str());
     return false;
 }
 

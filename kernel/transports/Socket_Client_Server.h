@@ -10,18 +10,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
-
-namespace platform {
-class Socket;
-}
 
 namespace kernel {
 
-class Ntrip_Answer;
-class Receive_Buffer;
 class Socket_Multi_Server;
+class Socket_Reader;
 
 // An IPv4 address, laid out as the socket interfaces do.
 //
@@ -116,7 +110,7 @@ public:
     // [ms]
     unsigned long Get_Auto_Reconnect_Time() const { return auto_reconnect_ms_.load(std::memory_order_relaxed); }
     // Handed to the client since the connection was made.
-    std::uint64_t GetBytesIn() const { return bytes_in_.load(std::memory_order_relaxed); }
+    std::uint64_t GetBytesIn() const;
 
     bool Send(Byte_Server &server, CL_Mesg message) override;  // Mesg_Type_11000: what Set_Answer_11000 has set
     // Closes what is open: connection, listener, socket that connects. A reader at work then goes on as after a loss.
@@ -165,112 +159,11 @@ protected:
     bool Gives_Up_Posting() const override;
 
 private:
-    // What to connect to or to listen on. Never changed once it is set, but for the two that are found out later.
-    struct Target {
-        bool is_server = false;
-        Socket_Multi_Server *multi_server = nullptr;
-        std::string host;
-        std::atomic<std::uint16_t> port{0};
-        bool via_proxy = false;
-        std::string proxy_host;
-        int proxy_port = 8080;
-        std::atomic<std::uint32_t> address{0};  // client: to connect to, host byte order; all ones: not found yet
-        std::string Where() const { return via_proxy ? proxy_host : host; }
-        std::uint16_t Door() const { return via_proxy ? static_cast<std::uint16_t>(proxy_port) : port.load(); }
-    };
-    // A target, and the connection that is there already when it is one of a multi-server.
-    struct Opening {
-        std::shared_ptr<Target> target;
-        std::shared_ptr<platform::Socket> accepted = nullptr;
-        sockaddr_in peer = {};
-    };
-    struct Ntrip {
-        bool mode = false;
-        bool stream_wanted = false;
-        std::string mountpoint, user, password;
-    };
-    struct Remote {
-        std::string host;
-        int port;
-    };
-    struct Tries {                       // to connect to one target
-        std::uint64_t start;             // [ms] of clock_ms
-        std::uint64_t last_failure = 0;  // [ms]; 0: none
-        unsigned int Seconds() const;    // since the start; the one that has begun counts
-    };
-    // Where the thread goes on.
-    enum class Next {
-        pass,       // the next one: tell the client, pause, and
-        establish,  // get a connection
-        serve,      // it is there, or still good
-        finish,     // the last connection is over: close and end
-        stopped,    // end, with 1
-        failed,     // end, with 0
-    };
+    friend class Socket_Reader;
 
-    // For all threads.
-    std::shared_ptr<Target> Get_Target() const;
-    bool Is_Seen_To() const;
-    bool Close_Handle(const Opening *next);
-    void Close(const Opening *next);
-    void Close_Socket();
-    Remote The_Other_End(const Target &target) const;
-    bool Ntrip_Mode() const;
-    bool Set_Ntrip_Text(std::string Ntrip::*field, const char *text);
-
-    // The reader's way to a connection.
-    bool Is_Current() const;                         // false: there is another target than the one that it serves
-    std::shared_ptr<platform::Socket> New_Socket();  // takes the place of socket_; null: none left, or not current
-    void Close_Left_Over();
-    bool Fail_To_Listen(std::uint32_t error, const char *text);
-    void Pause(unsigned long slice);
-    Next Begin_Again();
-    void Turn_To(std::shared_ptr<Target> target);
-    Next Establish();
-    Next Connect_As_Client();
-    Next Try_To_Connect(Tries &tries);
-    Next Connected_As_Client(const Tries &tries);
-    Next Failed_To_Connect(Tries &tries, bool resolved, unsigned long error);
-    void Report_Failed_Look_Up(const Tries &tries, unsigned long error);
-    void Report_Failed_Try(Tries &tries, unsigned long error);
-    Next Accept_As_Server();
-    std::shared_ptr<platform::Socket> Wait_For_Peer(sockaddr_in &peer, unsigned long &error);
-    Next Failed_To_Accept(unsigned long error);
-    Next Stopped();
-    void Finish();
-
-    // And through it.
-    Next Serve();
-    Next Deliver();
-    Next Receive();
-    Next Await();
-    Next Stop_Seen();
-    Next Silence(std::uint64_t began);
-    Next Wait_Failed(unsigned long error);
-    Next Transfer_Ended();
-    Next Take_In(std::size_t n, bool hang_up);
-    Next Peer_Closed();
-    Next Receive_Failed(unsigned long error);
-    std::optional<Remote> Lose_Connection();  // whose it was; nothing when it was closed on this side before
-    Next After_Loss();
-    void Report_Lost_Host();
-    void Tick();
-
-    std::atomic<std::int32_t> requested_{0};  // 4096 at most; negative when the client took more than it asked for
-    std::shared_ptr<platform::Socket> socket_ KERNEL_GUARDED_BY(this);  // client: the connection; server: the listener
-    const std::unique_ptr<Receive_Buffer> received_;
-    std::shared_ptr<Target> target_ KERNEL_GUARDED_BY(this);  // handle_, socket_ and peer_ belong to it
-    std::shared_ptr<Target> serving_;                         // what the reader is at; the reader's
-    sockaddr_in peer_ KERNEL_GUARDED_BY(this);                // server: who is connected
+    const std::unique_ptr<Socket_Reader> reader_;
     std::atomic<std::uint32_t> auto_reconnect_ms_{0};
-    int accept_errors_ = 0;           // in a row; the reader's, as is the next
-    std::uint32_t listen_error_ = 0;  // why there is nothing to accept from
-    std::atomic<std::uint64_t> bytes_in_{0};
-    Ntrip ntrip_ KERNEL_GUARDED_BY(this);
-    const std::unique_ptr<Ntrip_Answer> answer_;
     std::atomic<bool> answer_11000_{false};
-    std::uint64_t deadline_ = 0;   // [ms] of clock_ms: end of the minute of patience; the reader's
-    std::uint64_t next_tick_ = 0;  // [ms]; the reader's
     std::string remote_name_ KERNEL_GUARDED_BY(this);
     bool is_destroyed_ = false;  // set and asked on the thread that destroys
 };
