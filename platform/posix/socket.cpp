@@ -4,8 +4,8 @@
 #include "platform/fault.h"
 #include "platform/posix/errno_table.h"
 #include "platform/posix/stream_internal.h"
+#include "platform/socket_address.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -21,17 +21,6 @@ namespace platform {
 namespace {
 
 int descriptor_of(std::intptr_t native) { return static_cast<int>(native); }
-
-sockaddr_in to_system(const Address &address)
-{
-    sockaddr_in result{};
-    result.sin_family = AF_INET;
-    result.sin_port = htons(address.port);
-    result.sin_addr.s_addr = htonl(address.host);
-    return result;
-}
-
-Address from_system(const sockaddr_in &address) { return {ntohl(address.sin_addr.s_addr), ntohs(address.sin_port)}; }
 
 bool set_option(std::intptr_t native, int level, int option)
 {
@@ -138,7 +127,7 @@ bool Socket::set_reuse_address() { return set_option(native_, SOL_SOCKET, SO_REU
 // As on Windows, connections of an earlier listener, open or in TIME_WAIT, do not block the port.
 bool Socket::bind(const Address &address)
 {
-    const sockaddr_in system = to_system(address);
+    const sockaddr_in system = to_system<sockaddr_in>(address);
     return set_reuse_address() &&
            (::bind(descriptor_of(native_), reinterpret_cast<const sockaddr *>(&system), sizeof system) == 0 ||
             posix::fail_socket());
@@ -176,7 +165,7 @@ bool Socket::peer_address(Address &address) const
 // The second connect call returns the result of the first and completes the connection.
 bool Socket::connect(const Address &address, Event &stop)
 {
-    const sockaddr_in system = to_system(address);
+    const sockaddr_in system = to_system<sockaddr_in>(address);
     const auto connected = [this, &system] {
         return ::connect(descriptor_of(native_), reinterpret_cast<const sockaddr *>(&system), sizeof system) == 0;
     };

@@ -2,6 +2,7 @@
 
 #include "platform/error.h"
 #include "platform/fault.h"
+#include "platform/socket_address.h"
 #include "platform/win32/stream_internal.h"
 
 #include <winsock2.h>
@@ -18,17 +19,6 @@ namespace {
 HANDLE handle_of(std::intptr_t native) { return reinterpret_cast<HANDLE>(native); }
 
 SOCKET socket_of(std::intptr_t native) { return static_cast<SOCKET>(native); }
-
-sockaddr_in to_system(const Address &address)
-{
-    sockaddr_in result{};
-    result.sin_family = AF_INET;
-    result.sin_port = htons(address.port);
-    result.sin_addr.s_addr = htonl(address.host);
-    return result;
-}
-
-Address from_system(const sockaddr_in &address) { return {ntohl(address.sin_addr.s_addr), ntohs(address.sin_port)}; }
 
 bool set_option(std::intptr_t native, int level, int option)
 {
@@ -80,7 +70,7 @@ private:
 // For a socket that signals FD_CONNECT by the event. close() may set the event as well; the caller checks that.
 bool wait_connect(std::intptr_t native, std::intptr_t event, const Address &address, Event &stop)
 {
-    const sockaddr_in system = to_system(address);
+    const sockaddr_in system = to_system<sockaddr_in>(address);
     if (::connect(socket_of(native), reinterpret_cast<const sockaddr *>(&system), sizeof system) == 0) return true;
     if (WSAGetLastError() != WSAEWOULDBLOCK || !Network_Event(event).wait_or(stop)) return false;
     WSANETWORKEVENTS happened{};
@@ -154,7 +144,7 @@ bool Socket::set_reuse_address() { return set_option(native_, SOL_SOCKET, SO_REU
 
 bool Socket::bind(const Address &address)
 {
-    const sockaddr_in system = to_system(address);
+    const sockaddr_in system = to_system<sockaddr_in>(address);
     return ::bind(socket_of(native_), reinterpret_cast<const sockaddr *>(&system), sizeof system) == 0;
 }
 
