@@ -102,7 +102,8 @@ bool Serial_Polling_Reader::Nothing_Came()
     return true;
 }
 
-// An error that stays is reported once, and not once a millisecond. A port that was closed under the read has not failed.
+// An error that stays is reported once, and not once a millisecond. A port that was closed under the read has not
+// failed.
 bool Serial_Polling_Reader::Poll(long n)
 {
     const auto line = Line();

@@ -10,8 +10,8 @@ class Serial_Polling_Reader;
 // Beside what the base says, the client hears Mesg_Pause whenever nothing was there to read, and Mesg_Status_250
 // for a break on the line. A client that does not handle the pause sleeps 40 ms in it.
 //
-// Threads:   as the base. Send waits until the bytes are written. A stop of the reader thread ends that, and without one
-//            pre_stop and Close do.
+// Threads:   as the base. Send waits until the bytes are written. A stop of the reader thread ends that, and without
+//            one pre_stop and Close do.
 // Ownership: as the base.
 // Errors:    kernel/Serial_Client_Server, level 3, code 72: "Timeout no data since ..." (closes the port); the system's
 //            errors. Those of reading are reported once until another one comes or bytes do. A port that is lost (error

@@ -49,8 +49,8 @@ bool Serial_Client_Server_Base::IsValid() const { return Client_Server::IsValid(
 
 // Opening and closing.
 
-// A thread whose port was lost a moment ago may still be running: it is stopped as well, since the buffer is its own. It
-// may itself be inside the port that it closes here: then it does not wait for itself.
+// A thread whose port was lost a moment ago may still be running: it is stopped as well, since the buffer is its own.
+// It may itself be inside the port that it closes here: then it does not wait for itself.
 void Serial_Client_Server_Base::Close_Former()
 {
     if (is_running() || IsActive()) {
@@ -311,8 +311,8 @@ bool Serial_Reader::End()
     return false;
 }
 
-// The client hears of the loss while it can still see the port, and of the end when it cannot. Another run would have no
-// port.
+// The client hears of the loss while it can still see the port, and of the end when it cannot. Another run would have
+// no port.
 bool Serial_Reader::Lost()
 {
     port_.Enter(Serial_Client_Server_Base::Phase::ended);

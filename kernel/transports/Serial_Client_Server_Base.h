@@ -39,9 +39,10 @@ struct ADriver {
 // Threads:   the reader thread runs the client's Send, and Request and the pull operations belong inside that. Send
 //            belongs to one producer's thread at a time. Everything else may come from any thread; on the reader's own
 //            (from the client's Send) stop, Create, Connect and Disconnect only ask the thread to end. Connect, Switch,
-//            Disconnect and destruction wait until nobody is inside the old client: see Byte_Server for what they promise
-//            and forbid. Close ends every wait on the port, and the reader then ends. Not to be destroyed on the
-//            reader thread. A subclass that overrides anything that the thread calls calls stop() in its destructor.
+//            Disconnect and destruction wait until nobody is inside the old client: see Byte_Server for what they
+//            promise and forbid. Close ends every wait on the port, and the reader then ends. Not to be destroyed on
+//            the reader thread. A subclass that overrides anything that the thread calls calls stop() in its
+//            destructor.
 // Ownership: the client as Byte_Server; the port until Close. Texts are copied.
 // Errors:    code 72. "Serial-Error Code: ..." with the system's words (level 3), from the last error, which is kept
 //            until the next Create; more than 4096 bytes requested (level 4); the rest is the variants'. No status is
@@ -68,8 +69,8 @@ public:
     //   queue_size [bytes] of the driver's buffers, a wish
     int Create(int port, unsigned long baud, int parity, int stopbits, int bytesize, int handshake, int flag,
                unsigned long queue_size);
-    // Takes over an open port with the speed and format that it has, and makes it raw: a HANDLE, or on POSIX a descriptor,
-    // reinterpret_cast<void *>(std::intptr_t{descriptor}). 0: it is none, and stays the caller's.
+    // Takes over an open port with the speed and format that it has, and makes it raw: a HANDLE, or on POSIX a
+    // descriptor, reinterpret_cast<void *>(std::intptr_t{descriptor}). 0: it is none, and stays the caller's.
     int Create(void *const handle);
     // Gives the port back. What was not yet written is dropped after half a second; Close waits for that.
     virtual void Close();
@@ -90,9 +91,9 @@ public:
 
     bool Connect(Byte_Client *client) override;  // stops the thread first, as does the next one
     void Disconnect() override;
-    // Starts the thread if it does not run; whether it runs. A thread that tells its client of the end (Mesg_Detached) while
-    // the port is open makes another run instead of ending, so that the client may answer with Work, too. Any other that
-    // is about to end is waited for; on the reader's own thread the answer is then false.
+    // Starts the thread if it does not run; whether it runs. A thread that tells its client of the end (Mesg_Detached)
+    // while the port is open makes another run instead of ending, so that the client may answer with Work, too. Any
+    // other that is about to end is waited for; on the reader's own thread the answer is then false.
     bool Work() override;
     unsigned short GetByte() override;
     using Byte_Server::UnGetByte;

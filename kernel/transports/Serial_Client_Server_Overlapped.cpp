@@ -27,8 +27,8 @@ using platform::error_operation_aborted;
 
 }  // namespace
 
-// A write that is pending goes on only while somebody waits for it (POSIX). The reader does so whenever it waits, so that
-// Send need not. Without a reader, Send waits.
+// A write that is pending goes on only while somebody waits for it (POSIX). The reader does so whenever it waits, so
+// that Send need not. Without a reader, Send waits.
 struct Serial_Client_Server_Overlapped::Writing {
     platform::Transfer transfer;
     platform::Event done;  // set by the reader, who may have taken the transfer's signal from a waiting Send
@@ -106,8 +106,8 @@ bool Serial_Client_Server_Overlapped::OpenFile(int port)
     return Open_Device(Device_Name(port).c_str());
 }
 
-// Send has answered for the write under way: it gets its time while the port is open. Then it goes, since it would keep the
-// port from being opened again.
+// Send has answered for the write under way: it gets its time while the port is open. Then it goes, since it would keep
+// the port from being opened again.
 void Serial_Client_Server_Overlapped::Close()
 {
     writing_->closing = true;
@@ -158,8 +158,8 @@ bool Serial_Overlapped_Reader::Receive()
     return goes_on;
 }
 
-// No more than requested, so that the read ends as soon as that is there. The client may have closed, or wanted less, when
-// it heard the tick.
+// No more than requested, so that the read ends as soon as that is there. The client may have closed, or wanted less,
+// when it heard the tick.
 bool Serial_Overlapped_Reader::Begin_Read()
 {
     const auto line = Line();
@@ -167,8 +167,8 @@ bool Serial_Overlapped_Reader::Begin_Read()
     return !line || n < 1 || Read(line, static_cast<std::size_t>(n), {stop_, transfer, &port_.writing_->transfer});
 }
 
-// The request is met: a second read takes what the driver holds behind it, so that a client that asks for single bytes does
-// not cost calls of the system for each. The next read that waits tells an error.
+// The request is met: a second read takes what the driver holds behind it, so that a client that asks for single bytes
+// does not cost calls of the system for each. The next read that waits tells an error.
 void Serial_Overlapped_Reader::Read_Ahead()
 {
     const auto line = Line();

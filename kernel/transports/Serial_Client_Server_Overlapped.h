@@ -11,8 +11,8 @@ class Serial_Overlapped_Reader;
 // Mesg_Pause where the system reads nothing instead of waiting (Windows).
 //
 // Threads:   as the base. Send does not wait until its bytes are written, but for those of the Send before; a stop and
-//            Close end that. Where no reader thread runs, it waits until its own are written; pre_stop and Close end that.
-//            Close gives a write under way half a second, and refuses others.
+//            Close end that. Where no reader thread runs, it waits until its own are written; pre_stop and Close end
+//            that. Close gives a write under way half a second, and refuses others.
 // Ownership: as the base. The bytes of a write under way have a block of their own.
 // Errors:    kernel/Serial_Client_Server_Overlapped, code 72: "Client did not want data." (level 4), "Handle not valid"
 //            when the port is closed under the thread, "Timeout no Data since ...", "Unexpected Wait return value ..."

@@ -75,7 +75,7 @@ unsigned short Socket_Client_Server::UnGetByte(unsigned char byte) { return read
 
 std::uint64_t Socket_Client_Server::GetBytesIn() const { return reader_->Bytes_In(); }
 
-// From the server above, on its thread: everything but one question is the writer's.
+// Called by the server above on its thread. The writer handles everything but one question.
 bool Socket_Client_Server::Send(Byte_Server &server, CL_Mesg message)
 {
     if (message == Mesg_Type_11000) return answer_11000_.load(std::memory_order_relaxed);
@@ -84,8 +84,9 @@ bool Socket_Client_Server::Send(Byte_Server &server, CL_Mesg message)
 
 // For all threads.
 
-// A reader at work turns to the new target at once. The status stands before it can: what it does next overwrites that.
-// It looks the name up as well. The two share the look-up, and its failure is told here only when there is no reader.
+// A running reader turns to the new target at once and sets the status of its next step. Status 103 is therefore set
+// before the reader can see the target. The reader looks the name up as well: both share the look-up, and status 13 for
+// its failure is set here only when no reader runs.
 bool Socket_Client_Server::CreateClient(const char *host, int port, const char *proxy_host, int proxy_port)
 {
     const auto target = std::make_shared<Target>();
@@ -138,7 +139,7 @@ bool Socket_Client_Server::CreateServerSocket() { return reader_->Listen(); }
 
 unsigned short Socket_Client_Server::GetPort() const { return reader_->Get_Target()->port; }
 
-// A run that has told its end in a status or a message still counts as running for a moment: start waits for that.
+// A run that has announced its end by a status or a message still counts as running for a moment; start waits for that.
 bool Socket_Client_Server::Work() { return Is_Own_Thread() || start(false) || is_running(); }
 
 bool Socket_Client_Server::is_connected()
@@ -166,9 +167,9 @@ void Socket_Client_Server::Enable_Auto_Reconnect(unsigned long seconds)
     auto_reconnect_ms_.store(static_cast<std::uint32_t>(seconds) * 1000, std::memory_order_relaxed);
 }
 
-// After this the peer sees the end, and a receive that is under way comes back.
-// The client role's socket is closed as well, although it is still there as the left-over that Close or the next try
-// removes: the peer need not wait for that.
+// After this the peer sees the end, and a receive that is under way returns. In the client role handle_ and the
+// reader's socket are the same stream: it is closed now, so that the peer need not wait, and Close or the next try
+// removes it.
 void Socket_Client_Server::FreeAcceptSocket()
 {
     const Semaphore_Guard guard(*this);
@@ -218,14 +219,14 @@ unsigned long Socket_Client_Server::thread()
 
 unsigned long Socket_Client_Server::threadFunc() { return reader_->Work(); }
 
-// Flag first, event second: who finds the event without the flag, or the other way round, looks at both.
+// Flag first, event second: the reader checks the flag after it clears the event, and so loses no stop.
 void Socket_Client_Server::pre_stop()
 {
     Base_Thread::pre_stop();
     if (Stop_Requested()) reader_stop_event_->set();
 }
 
-// The writer is asked as well: it may be stuck with a peer that does not read, and the reader may wait for it (NTRIP).
+// Stop the writer as well: it may be stuck with a peer that does not read, and the reader may wait for it (NTRIP).
 unsigned long Socket_Client_Server::terminate()
 {
     Request_Stop();
@@ -237,7 +238,7 @@ unsigned long Socket_Client_Server::terminate()
 
 bool Socket_Client_Server::Gives_Up_Posting() const { return is_destroyed_ || (Is_Own_Thread() && Stop_Requested()); }
 
-// A system without words for a number is helped out by the table.
+// Where the system has no text for a number, the table of socket errors has one.
 void Socket_Client_Server::ReportErrorIntern(unsigned long error, const char *text, Err_Code code,
                                              Error_Handler::Enum_Status status)
 {
@@ -264,7 +265,7 @@ void Socket_Client_Server::Set_Ntrip_Mode(bool on) { reader_->Set_Ntrip(&Ntrip::
 
 void Socket_Client_Server::Set_Stream_Wanted(bool stream) { reader_->Set_Ntrip(&Ntrip::stream_wanted, stream); }
 
-// It becomes part of a line of the request, behind a slash: it must not begin a second one.
+// The mountpoint becomes part of a line of the request, behind a slash: it must not begin another line.
 bool Socket_Client_Server::Set_Mountpoint(const char *mountpoint)
 {
     if (!mountpoint || *mountpoint == '/') return false;
@@ -276,7 +277,7 @@ bool Socket_Client_Server::Set_User(const char *user) { return reader_->Set_Ntri
 
 bool Socket_Client_Server::Set_Password(const char *password) { return reader_->Set_Ntrip(&Ntrip::password, password); }
 
-// The texts are copied: the host may set others meanwhile.
+// Uses a copy of the texts: the host may set others meanwhile.
 bool Socket_Client_Server::NtripSendRequest()
 {
     const auto target = reader_->Get_Target();

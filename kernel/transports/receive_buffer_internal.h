@@ -6,8 +6,8 @@
 
 namespace kernel {
 
-// Bytes [read, write) of a block of 16 + 4096 + 16 are held. Both positions are 16 when it is empty, so that a client can
-// give back up to 16 bytes more than it took.
+// Bytes [read, write) of a block of 16 + 4096 + 16 are held. Both positions are 16 when it is empty, so that a client
+// can give back up to 16 bytes more than it took.
 //
 // Threads:   one, the reader; the client pulls on it, too.
 // Ownership: copies in and out.

@@ -33,8 +33,8 @@ public:
         if (port) port->close();
     }
 
-    // A port that was closed cannot be opened again before the last one inside a call has let go of it: that is waited for,
-    // with a limit for one who never comes back.
+    // A port that was closed cannot be opened again before the last one inside a call has let go of it: that is waited
+    // for, with a limit for one who never comes back.
     void Await_Release() const
     {
         for (int ms = 0; ms<release_limit_ms && * in_use_> 0; ++ms) platform::sleep_ms(1);

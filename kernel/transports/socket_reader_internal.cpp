@@ -70,8 +70,8 @@ void Socket_Reader::Close_Socket()
     socket_.reset();
 }
 
-// Under one lock: the reader, which the first close wakes, must find neither the other close still to be done nor the target
-// that is left.
+// Under one lock: the reader, which the first close wakes, must find neither the other close still to be done nor the
+// target that is left.
 bool Socket_Reader::Close_Handle(const Opening *next)
 {
     bool was_open = false;

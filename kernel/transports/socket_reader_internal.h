@@ -21,7 +21,8 @@ namespace kernel {
 // What Socket_Client_Server describes; the object itself is the interface, and the place of the virtual operations.
 //
 // Threads:   the first part for all threads, under the owner's Semaphore; the rest is the reader's.
-// Ownership: belongs to the socket object, and outlives its threads. Streams are shared with those who are inside a call.
+// Ownership: belongs to the socket object, and outlives its threads. Streams are shared with those who are inside a
+//            call.
 // Errors:    reported in the owner's name.
 class Socket_Reader : public Stream_Reader {
 public:

@@ -183,8 +183,8 @@ void Socket_Reader::Report_Failed_Look_Up(const Tries &tries, unsigned long erro
         socket_code, Error_Handler::ES_Error);
 }
 
-// A host that is up and not ready is a message each time; one that cannot be reached is an error, and is told once for as
-// long as the tries come less than an hour apart.
+// A host that is up and not ready is a message each time; one that cannot be reached is an error, and is told once for
+// as long as the tries come less than an hour apart.
 void Socket_Reader::Report_Failed_Try(Tries &tries, unsigned long error)
 {
     const char *const host = serving_->host.c_str();

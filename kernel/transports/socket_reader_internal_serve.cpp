@@ -148,8 +148,8 @@ bool Socket_Reader::Read_Ended(Read_End end)
 
 bool Socket_Reader::Read_Failed(const platform::Stream &, std::uint32_t error) { return Go_On(Receive_Failed(error)); }
 
-// A caster's refusal is no data, not for the next connection either. A read that was done at once hangs up, and so reports
-// that as well.
+// A caster's refusal is no data, not for the next connection either. A read that was done at once hangs up, and so
+// reports that as well.
 Socket_Reader::Next Socket_Reader::Judge(std::size_t n, Read_End end)
 {
     char *const piece = reinterpret_cast<char *>(Buffer().End()) - n;

@@ -1,5 +1,5 @@
-// The receiving half of every transport: the bytes received, the client's request, the clocks and the reader's loop. Not
-// installed.
+// The receiving half of every transport: the bytes received, the client's request, the clocks and the reader's loop.
+// Not installed.
 #pragma once
 
 #include "kernel/connections/BYTE_SER.h"
@@ -19,11 +19,12 @@ class Waitable;
 
 namespace kernel {
 
-// The loop asks the client what it wants (Mesg_Request_Invite), reads until that is held, and offers it (Mesg_Data_Ready).
-// A transport derives from this class and adds the steps: its reads, its texts, its codes and how it ends.
+// The loop asks the client what it wants (Mesg_Request_Invite), reads until that is held, and offers it
+// (Mesg_Data_Ready). A transport derives from this class and adds the steps: its reads, its texts, its codes and how it
+// ends.
 //
-// A step returns true when the loop is to go on. False ends the loop: the step has told the client, and it has noted what
-// comes next if the transport has a choice.
+// A step returns true when the loop is to go on. False ends the loop: the step has told the client, and it has noted
+// what comes next if the transport has a choice.
 //
 //   The kinds differ in         serial_line                           connection (sockets, pipes)
 //   order                       invite, fill, offer                   invite, offer what is held, fill: the client is
@@ -35,9 +36,9 @@ namespace kernel {
 //   a second without data       Mesg_Status_40, then Mesg_Status_50   Mesg_Status_40, or Mesg_Status_50 once the minute
 //                               once the minute is over               is over
 //
-// Threads:   the reader's, and the client pulls on it. Requested, Want, Bytes_In and Drop_Later are for all threads; so is
-//            everything else while no reader runs. A request that another thread clears while the client pulls may be
-//            lost: a transport that closes makes its next step end the loop as well.
+// Threads:   the reader's, and the client pulls on it. Requested, Want, Bytes_In and Drop_Later are for all threads; so
+//            is everything else while no reader runs. A request that another thread clears while the client pulls may
+//            be lost: a transport that closes makes its next step end the loop as well.
 // Ownership: owns the bytes received. Signals and streams stay the transport's.
 // Errors:    none of its own. Failures are handed to the steps.
 class Stream_Reader {
