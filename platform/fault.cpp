@@ -112,7 +112,9 @@ bool planned_name(const char *name, std::uint32_t &error, std::uint32_t &host)
     return true;
 }
 
-void hold_opens(bool hold) { opens_held = hold; }
+void hold_opens() { opens_held = true; }
+
+void release_opens() { opens_held = false; }
 
 // Sleeps and polls: a thread may be killed here, and it must not hold the lock of a condition variable then.
 void wait_while_opens_are_held()

@@ -21,8 +21,9 @@ void plan_socket_library(std::uint32_t error, std::uint16_t version);
 // hang_name the look-up does not return until the name gets another plan; clear() makes it fail.
 void plan_name(const char *name, std::uint32_t error, std::uint32_t host);
 void hang_name(const char *name);
-// Until clear() or hold_opens(false), opening a file does not return, as in a folder of a share that is down.
-void hold_opens(bool hold);
+// Until clear() or release_opens(), opening a file does not return, as in a folder of a share that is down.
+void hold_opens();
+void release_opens();
 // The next query of a serial port's errors also returns these (serial_* bits).
 void plan_serial_errors(std::uint32_t errors);
 void clear();

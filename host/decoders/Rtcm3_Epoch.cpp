@@ -28,13 +28,13 @@ void Rtcm3_Epoch_Assembler::Add(const Rtcm3_Observations &observations)
     if (!clock_.Started() || *tow != epoch_.tow || observations.station != epoch_.station) Open(*tow, observations);
     open_ = true;
     Merge(observations);
-    if (!observations.more_follows) Close(true);
+    if (!observations.more_follows) Close(Ending::last_message);
 }
 
 void Rtcm3_Epoch_Assembler::Open(std::int32_t tow, const Rtcm3_Observations &first)
 {
     // Close the open epoch first: it is handed on with its own time and week.
-    Close(false);
+    Close(Ending::early);
     epoch_ = {};
     epoch_.tow = tow;
     epoch_.station = first.station;
@@ -50,10 +50,11 @@ void Rtcm3_Epoch_Assembler::Open(std::int32_t tow, const Rtcm3_Observations &fir
 }
 
 // Keeps the time and the cells, by which repeated signals are recognised.
-void Rtcm3_Epoch_Assembler::Close(bool complete)
+void Rtcm3_Epoch_Assembler::Close(Ending ending)
 {
     const bool was_open = std::exchange(open_, false);
     if (!was_open || delivered_ == cells_.size()) return;
+    const bool complete = ending == Ending::last_message;
     ++count_.epochs;
     if (!complete) ++count_.incomplete;
     epoch_.week = clock_.Week();

@@ -57,7 +57,7 @@ public:
     // Messages of other kinds are ignored.
     void Take(const Rtcm3_Message &message);
     // Call at the end of the stream: hands on the open epoch.
-    void Finish() { Close(false); }
+    void Finish() { Close(Ending::early); }
 
     const Counters &Count() const { return count_; }
     const Rtcm3_Clock &Clock() const { return clock_; }
@@ -73,7 +73,9 @@ private:
     }
 
     void Open(std::int32_t tow, const Rtcm3_Observations &first);
-    void Close(bool complete);
+    // last_message: the epoch's last message has arrived; early: another epoch or the end of the stream closes it.
+    enum class Ending : unsigned char { last_message, early };
+    void Close(Ending ending);
     void Merge(const Rtcm3_Observations &observations);
     std::uint8_t Index_Of(Rtcm3_Satellite satellite);
     bool Is_There(const Rtcm3_Cell &cell) const;

@@ -224,7 +224,7 @@ TEST(File_Client_Server, can_be_closed_while_the_system_opens)
 {
     Recording<File_Client_Server> to;
     const std::string other = to.folder / "other";
-    platform::fault::hold_opens(true);
+    platform::fault::hold_opens();
     std::atomic<bool> created{false}, result{true};
     std::thread creates([&] {
         result = to.recorder->Create(other.c_str());
@@ -233,7 +233,7 @@ TEST(File_Client_Server, can_be_closed_while_the_system_opens)
     platform::sleep_ms(50);
     EXPECT_LT(Elapsed([&] { to.recorder->Close(); }), 1000u);
     EXPECT_FALSE(created);
-    platform::fault::hold_opens(false);
+    platform::fault::release_opens();
     creates.join();
     EXPECT_FALSE(result);  // the close came later, and holds
     EXPECT_TRUE(to.recorder->Create(nullptr) && to.recorder->Create(other.c_str()));

@@ -270,7 +270,7 @@ TEST(File_Server, can_be_ordered_about_while_the_system_opens)
         [](File_Server &s) { s.Create(nullptr, 0); },
     };
     for (const auto &order : orders) {
-        platform::fault::hold_opens(true);
+        platform::fault::hold_opens();
         std::atomic<bool> created{false}, result{true};
         std::thread creates([&] {
             result = replay->Create(name.c_str(), 0);
@@ -279,7 +279,7 @@ TEST(File_Server, can_be_ordered_about_while_the_system_opens)
         platform::sleep_ms(50);
         EXPECT_LT(Elapsed([&] { order(*replay.server); }), 1000u);
         EXPECT_FALSE(created);
-        platform::fault::hold_opens(false);
+        platform::fault::release_opens();
         creates.join();
         EXPECT_FALSE(result);  // the order came later, and holds
         EXPECT_EQ(replay->GetFilename(), nullptr);
@@ -612,14 +612,14 @@ TEST(File_List_Server, opens_files_again_after_its_reader_was_killed_in_an_open)
     const std::string b = replay.folder.Write("b", "b");
     const std::string list = replay.folder.Write("list", replay.folder.Write("a", "a") + "\n" + b + "\n" + b);
     ASSERT_TRUE(replay->Create(list.c_str(), 0));
-    platform::fault::hold_opens(true);
+    platform::fault::hold_opens();
     replay->Insert(10);
     replay->Work();
     ASSERT_TRUE(replay.Brings(1));
     platform::sleep_ms(100);
     std::thread([&] { replay->stop(); }).join();
     EXPECT_FALSE(replay->is_running());
-    platform::fault::hold_opens(false);
+    platform::fault::release_opens();
     ASSERT_TRUE(replay->Create(list.c_str(), 0));
     EXPECT_EQ(replay.All(), "aabb");
 }
