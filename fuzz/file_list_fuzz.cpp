@@ -1,4 +1,4 @@
-// The list file of a replay: whatever stands in it, its entries are plain names, and it comes to an end.
+// The list file of a replay: for any content its entries are plain names, and it comes to an end.
 #include "kernel/files/list_file_internal.h"
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// The reader takes names of files only.
+// The reader takes the name of a file, so the input is written into one.
 class Temporary_File {
 public:
     Temporary_File(const std::uint8_t *bytes, std::size_t size)

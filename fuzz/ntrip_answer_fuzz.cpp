@@ -1,5 +1,5 @@
-// A caster's answer, in pieces: whatever it says, it is judged once and as described, and its words make one short
-// line. The first byte is the size of the pieces; the rest is the answer.
+// A caster's answer, in pieces: it is judged once, by the rules, and gives one short line of text. The first byte is
+// the size of the pieces; the rest is the answer.
 #include "kernel/transports/ntrip_answer_internal.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Any bytes, in pieces of any size, against the slow and obvious scan. The first byte seeds the sizes of the pieces.
+// Scans any bytes in pieces of any size, and compares with a slow scan. The first byte seeds the sizes of the pieces.
 #include "fuzz/Require.h"
 #include "host/decoders/Rtcm3_Scanner.h"
 #include "tests/support/Naive_Rtcm3.h"

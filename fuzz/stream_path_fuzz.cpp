@@ -1,4 +1,5 @@
-// Paths of streams: what is understood is shown in a way that is understood again, and no password gets into a text.
+// Paths of streams: a path that is accepted is shown in a form that is accepted again, and no password gets into a
+// text.
 #include "host/gnss_stream/Stream_Path.h"
 
 #include <cstddef>
@@ -19,7 +20,7 @@ void Check_Shown(const host::Stream_Path &path)
 
 void Check_Secret(const std::string &text, const std::string &secret)
 {
-    if (text.find(secret) != std::string::npos) return;  // it may be a host's or a mountpoint's name, then
+    if (text.find(secret) != std::string::npos) return;  // then it may be the name of a host or a mountpoint
     const std::string with_secret = "ntrip://me:" + secret + '@' + text;
     std::string said;
     if (const auto path = host::Parse_Stream_Path(with_secret, said)) said = Shown(*path);

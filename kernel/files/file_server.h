@@ -31,7 +31,7 @@ class Open_File;
 //            or a device is refused with Win32 error 222 ("no regular file"). A failed read is repeated while there is
 //            budget; then, or when the file is closed, the run ends and reports the cause once (code 15). A reader that
 //            is being stopped shows no box, because the box would delay it. Bytes that the client leaves in the buffer
-//            of 8191 bytes are kept; bytes that do not fit are dropped, as on a live line that nobody reads.
+//            of 8191 bytes are kept; bytes that do not fit are dropped, as on a live line without a reader.
 class KERNEL_API File_Server : public String_Byte_Server, public Base_Thread {
 public:
     static const char Name[];  // "Server for File Communication"

@@ -166,7 +166,7 @@ TEST(Error_Handler, level_5_ends_the_process_unless_nobody_listens)
         end(Trace_Error_Handler());
     };
     EXPECT_EXIT(trace(), ended, "^Terminate: words\n$");
-    const auto together = [&] {  // the process ends once, whoever comes first
+    const auto together = [&] {  // the process ends once, in any order of the threads
         std::thread other([&] { end(NULL_Error_Handler()); });
         end(NULL_Error_Handler());
         other.join();

@@ -157,7 +157,7 @@ TEST(Object, without_memory_a_default_handler_is_in_place_all_the_same)
     }
     EXPECT_EQ(Object("new").Get_Error_Handler(), second);
     EXPECT_EQ(old.Get_Error_Handler(), first);
-    EXPECT_EQ(deaths, 0);  // kept, since there is no record that could tell of its end
+    EXPECT_EQ(deaths, 0);  // not deleted, because no record could say so to its objects
     Object::Set_Default_Handler(built_in);
     EXPECT_EQ(deaths, 1);
     delete first;

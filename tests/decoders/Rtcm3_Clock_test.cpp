@@ -15,7 +15,7 @@ namespace {
 
 enum class Order { gps_first, glonass_first };
 
-// A station that sends an epoch of GPS and GLONASS when told, and what its epochs become.
+// A station that sends an epoch of GPS and GLONASS on command, and the epochs that are assembled from it.
 class Station {
 public:
     explicit Station(const Rtcm3_Options &options = {})
@@ -137,7 +137,7 @@ TEST(Rtcm3_Clock, keeps_a_recording_of_2009_in_its_week_when_told)
 
 TEST(Rtcm3_Clock, derives_the_leap_seconds_from_the_epochs)
 {
-    // Nothing is told. Of the weeks with the same ten bits, the one that has the stream's leap seconds is found.
+    // No option is set. Of the weeks with the same ten bits, the one with the stream's leap seconds is found.
     const struct {
         int week, leap_seconds, found;
         std::uint64_t corrections;
@@ -258,7 +258,7 @@ TEST(Rtcm3_Clock, learns_from_epochs_that_begin_with_glonass)
 
 TEST(Rtcm3_Clock, says_where_the_week_is_in_doubt)
 {
-    Station told({.start_week = 1711});  // the user's word stands
+    Station told({.start_week = 1711});  // the user's week is kept
     told.Epoch(noon, 16).Ephemerides(2, 1712, noon).Ephemerides(2, 1713, noon).Ephemerides(2, 1712, noon);
     EXPECT_EQ(told.All_Doubts(), 0u);
     told.Ephemerides(1, 1712, noon).Epoch(noon + 1, 16);

@@ -152,7 +152,7 @@ bool Near(double a, double b, double tolerance)
     return Has_Value(a) == Has_Value(b) && (!Has_Value(a) || std::abs(a - b) <= tolerance);
 }
 
-// Every cell up to the table's end is in the table, within half of the table's last digit; answers how many these are.
+// Every cell up to the table's end is in the table, within half of its last digit. Returns the number of cells.
 std::size_t Compare(const Cell_Table &cells, const Cell_Table &table, double digit)
 {
     const auto &[last_week, last_time, satellite, code] = table.rbegin()->first;
@@ -605,7 +605,7 @@ TEST(Rtcm3_Epoch, dates_glonass_by_day_and_leap_seconds)
     Rtcm3_System_Parameters announced;
     announced.leap_seconds = 15;
     EXPECT_EQ(Heard().Take(announced).Say(Msm(1084, 10'800'000, false)).Finish(), Texts{"- 15000 R1+"});
-    // Said to belong to an epoch whose time is known, it tells the leap seconds itself.
+    // A GLONASS message of an epoch whose time is known shows the leap seconds.
     EXPECT_EQ(Heard().Say(1002, 5000, true, {1}).Say(Msm(1084, 10'789'000, false)).Finish(), Texts{"- 5000 G1 R1+"});
     EXPECT_EQ(Heard().Say(1002, 5000, true, {1}).Say(Msm(1084, 10'789'500, false)).Count().undated, 1u);
 
@@ -647,7 +647,7 @@ TEST(Rtcm3_Epoch, knows_glonass_channels_from_before)
     ephemeris.slot = 1;
     ephemeris.channel = -2;
     Heard heard({.leap_seconds = 16});
-    heard.Say(Msm(1084, 0, false)).Take(ephemeris).Say(Msm(1084, 1000, false));  // MSM4 does not tell the channel
+    heard.Say(Msm(1084, 0, false)).Take(ephemeris).Say(Msm(1084, 1000, false));  // MSM4 has no channel
     ASSERT_EQ(heard.frequencies.size(), 2u);
     EXPECT_FALSE(Has_Value(heard.frequencies[0]));
     EXPECT_EQ(heard.frequencies[1], 1600.875e6);

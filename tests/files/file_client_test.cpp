@@ -251,7 +251,7 @@ TEST(File_Client_Server, outside_a_message_there_is_no_upstream)
     EXPECT_EQ(tap.UnGetByte(byte), No_Byte);
     EXPECT_EQ(tap.MinAvail(1), 0);
     EXPECT_FALSE(tap.Request(1));
-    EXPECT_FALSE(tap.Send(upstream, Mesg_Data_Ready));  // nobody downstream
+    EXPECT_FALSE(tap.Send(upstream, Mesg_Data_Ready));  // no client downstream
     const std::string name = to.folder / "end";
     auto *end = File_Client::Construct(name.c_str());
     tap.Connect(end);

@@ -128,7 +128,7 @@ TEST(File_Server, replays_exactly_what_is_granted)
     delete Plain();                                                                                  // sets it for all
     EXPECT_FALSE(File_Server::IsUsedByOrgScan);
     replay->SetClient(nullptr);
-    EXPECT_TRUE(replay->Work(10) && replay.Rests());  // nobody to read for
+    EXPECT_TRUE(replay->Work(10) && replay.Rests());  // no client to read for
     EXPECT_TRUE(replay->Create(nullptr, 0));
     EXPECT_EQ(replay->GetFilename(), nullptr);
 }
@@ -255,7 +255,7 @@ TEST(File_Server, its_reader_ends_although_another_has_the_lock_of_the_file)
     // On the thread that has the lock: stopping takes it as well.
     EXPECT_LT(Elapsed([&] { replay->stop(); }), 4000u);
     lock.unlock();
-    ASSERT_TRUE(replay->Create(name.c_str(), 0));  // nobody was killed behind the lock
+    ASSERT_TRUE(replay->Create(name.c_str(), 0));  // no thread was killed while it held the lock
     EXPECT_TRUE(replay->Work(10));
 }
 
@@ -308,7 +308,7 @@ TEST(File_Server, runs_again_after_its_reader_was_given_up_on)
     replay->SetClient(&replay.client);
     replay.Open(Pattern(9000));
     EXPECT_FALSE(replay->Work(10000));
-    EXPECT_EQ(replay.client.pulled.size(), 9100u);  // with the hundred that nobody pulled
+    EXPECT_EQ(replay.client.pulled.size(), 9100u);  // includes the hundred left in the ring
     holds = false;
 }
 
@@ -485,7 +485,7 @@ TEST(File_Server, can_be_stopped_from_anywhere_at_any_time)
                 replay->GetFilePos();
             }
         });
-        EXPECT_LT(Elapsed([&] { end(*replay.server); }), 4000u);  // nobody is waited out
+        EXPECT_LT(Elapsed([&] { end(*replay.server); }), 4000u);  // no time-out is waited for
         EXPECT_EQ(replay->GetFilename(), nullptr);
         other.join();
     }
@@ -555,7 +555,7 @@ TEST(File_List_Server, a_search_for_a_file_sees_a_stop)
         failures = 0;
         platform::set_message_box([](const char *, const char *) {
             ++failures;
-            platform::sleep_ms(1);  // as long as many a server takes for an answer
+            platform::sleep_ms(1);  // a typical time for a server's reply
         });
         ASSERT_TRUE(replay->Create(folder.Write("list", list).c_str(), 0));
         replay->Insert(10);

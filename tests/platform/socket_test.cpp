@@ -45,7 +45,7 @@ TEST_F(socket_, a_listener_that_is_closed_frees_its_port_at_once)
     const auto rival = Socket::create(), late = Socket::create(), next = Socket::create();
     EXPECT_FALSE(rival->bind(first.address));
     EXPECT_EQ(last_error(), 10048u);
-    first.socket->close();  // somebody may still hold it
+    first.socket->close();  // another reference may still exist
     EXPECT_FALSE(late->connect(first.address, stop));
     EXPECT_EQ(last_error(), error_connection_refused);
     EXPECT_TRUE(next->bind(first.address) && next->listen(1)) << last_error();
@@ -64,7 +64,7 @@ TEST_F(socket_, stop_and_close_end_an_accept)
 
 TEST_F(socket_, stop_and_close_end_a_connect)
 {
-    const Listener listener(0);  // accepts nobody: when its queue is full, connections hang
+    const Listener listener(0);  // never accepts: when its queue is full, connections hang
     const auto connect = [&](Socket &socket) { return socket.connect(listener.address, stop); };
     std::vector<std::shared_ptr<Socket>> queue;
     std::uint32_t error = 0;

@@ -81,7 +81,7 @@ TEST_F(stream, signal_and_buffer_belong_to_one_transfer)
     EXPECT_EQ(Read(line.near), "x");
     EXPECT_EQ(buffer[0], 'a');
     Begin_Read();
-    EXPECT_FALSE(transfer.wait(0));  // the signal that nobody took is forgotten
+    EXPECT_FALSE(transfer.wait(0));  // the signal that was not taken is dropped
     Written(line.far, "d");
     EXPECT_TRUE(transfer.wait(20000));
     Written(line.far, "e");

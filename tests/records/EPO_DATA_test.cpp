@@ -87,7 +87,7 @@ struct Naive_Table {
     }
 };
 
-// An epoch and its model, told the same.
+// An epoch and its model, which get the same operations.
 struct Both {
     explicit Both(int entries_less_one) : capacity(entries_less_one), epoch(entries_less_one) {}
 

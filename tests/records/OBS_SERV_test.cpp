@@ -165,7 +165,7 @@ TEST(Obs_Server, gives_epochs_away_to_a_client_that_owns_them)
     }
     chain.server->Disconnect();
     epoch = chain.server->Malloc_Obs();
-    EXPECT_FALSE(chain.server->Send_Obs(epoch));  // nobody there: freed
+    EXPECT_FALSE(chain.server->Send_Obs(epoch));  // no client: freed
     EXPECT_EQ(epoch, nullptr);
 }
 

@@ -50,7 +50,7 @@ TEST(TimeDispatcher, calls_the_one_operation_that_is_registered)
 {
     Listener listener;
     TimeDispatcher dispatcher;
-    dispatcher.NewTime({1, 0});  // nobody there
+    dispatcher.NewTime({1, 0});  // no listener
     dispatcher.Register(&listener, &TimeDispatcherFunction::NewTime);
     dispatcher.NewTime({2, 0});
     dispatcher.Register(&listener, static_cast<TimeDispatcher::Function>(&Listener::Tick));

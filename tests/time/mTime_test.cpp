@@ -215,7 +215,7 @@ TEST(mTime, compares_and_overlaps)
     EXPECT_TRUE(a == mTime(1000 * 604800.0 + 10) && a <= a && a >= a && !(a < a) && !(a > a) && !(a != a));
     EXPECT_EQ(mTime(60000, 1.0) - mTime(-60000, 0.0), 120000 * 604800.0 + 1);  // more seconds than an int holds
 
-    const double cases[][5] = {// from and to, against 10 to 20; widen by a margin; answer
+    const double cases[][5] = {// from and to, against 10 to 20; widen by a margin; result
                                {15, 30, 0, 0, 1}, {5, 15, 0, 0, 1},  {12, 15, 0, 0, 1}, {5, 30, 0, 0, 1},
                                {20, 30, 0, 0, 1}, {5, 10, 0, 0, 1},  {21, 30, 0, 5, 0}, {21, 30, 1, 1, 1},
                                {5, 9, 1, 1, 1},   {5, 9, 1, 0.5, 0}, {15, 16, 1, -6, 1}};
