@@ -71,20 +71,20 @@ bool File_Client::Create(const char *name)
         return true;
     }
     if (name_ && file_ && Same_File_Name(name_.get(), name)) {
-        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Warning, 9, "File %s already open", name);
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Warning, file_code, "File %s already open", name);
         return true;
     }
     std::unique_ptr<char[]> own_name = Copy_Text(name);  // before Close, which may free the caller's text
     Close();
     if (!own_name) {
-        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "strdup(%s) failed", name);
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, no_memory_code, "strdup(%s) failed", name);
         return false;
     }
     file_ = platform::File::open(own_name.get(), platform::File::Mode::create);
     if (!file_) {
         // The name is not kept: a client without name and file is valid and records nothing.
         last_error_ = platform::last_error();
-        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not open file %s", own_name.get());
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, file_code, "Could not open file %s", own_name.get());
         ErrorBox();
         return false;
     }
@@ -126,7 +126,8 @@ bool File_Client::Append(const unsigned char *block, long n, const char *unit_na
     std::size_t written = 0;
     if (!file_ || n == 0 || file_->write(block, static_cast<std::size_t>(n), written)) return true;
     last_error_ = platform::last_error();
-    Report(unit_name, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not write to file %s", name_.get());
+    Report(unit_name, __LINE__)
+        .Print_Out(Error_Handler::ES_Error, file_code, "Could not write to file %s", name_.get());
     ErrorBox();
     return false;
 }

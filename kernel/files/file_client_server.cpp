@@ -65,14 +65,14 @@ bool File_Client_Server::Create(const char *name)
         closes = file_->Closes();
     }
     if (!own_name) {
-        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "strdup(%s) failed", name);
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, no_memory_code, "strdup(%s) failed", name);
         return false;
     }
     // No lock is held here: opening may block without limit.
     auto file = platform::File::open(own_name.get(), platform::File::Mode::append);
     if (!file) {
         last_error_ = platform::last_error();
-        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not open File %s", own_name.get());
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, file_code, "Could not open File %s", own_name.get());
         ErrorBox();
         return false;
     }
@@ -131,7 +131,7 @@ void File_Client_Server::Record(const unsigned char *bytes, std::size_t n)
     if (file->closed()) return;  // another thread closed it between Get and write
     last_error_ = error;
     Report(unit, __LINE__)
-        .Print_Out(Error_Handler::ES_Error, 9, "Could not write to file %s", file_->Name_Copy().c_str());
+        .Print_Out(Error_Handler::ES_Error, file_code, "Could not write to file %s", file_->Name_Copy().c_str());
     ErrorBox();
     Close();
 }

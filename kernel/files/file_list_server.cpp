@@ -13,6 +13,8 @@ namespace {
 
 const char unit[] = "kernel/file_list_server";
 
+constexpr Err_Code list_code = 8, list_not_open_code = 12, list_end_code = 0;
+
 }  // namespace
 
 const char File_List_Server::Name[] = "Server for File Communication from List";
@@ -55,7 +57,8 @@ bool File_List_Server::Create(const char *list_name, unsigned long rate)
     if (!list_name) return true;
     std::shared_ptr<List_File> list = List_File::Opened(list_name);
     if (!list) {
-        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 8, "Cannot open list file \"%s\".", list_name);
+        Report(unit, __LINE__)
+            .Print_Out(Error_Handler::ES_Error, list_code, "Cannot open list file \"%s\".", list_name);
         return false;
     }
     Set_List(std::move(list));
@@ -71,7 +74,7 @@ File_List_Server::Found File_List_Server::Find_File()
     const std::shared_ptr<List_File> list = List();
     // Not the end: the reader finds the same file again and calls this once per pass until it is stopped.
     if (!list) {
-        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 12, "List file not open.");
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, list_not_open_code, "List file not open.");
         return Found::file;
     }
     std::uint64_t closes = Closes();
@@ -80,12 +83,13 @@ File_List_Server::Found File_List_Server::Find_File()
         const Opened opened = Replace(entry.c_str(), Rate(), closes);
         if (opened == Opened::superseded) return Found::nothing;
         if (opened == Opened::no) continue;
-        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Information, 8, "Opened next file \"%s\".", entry.c_str());
+        Report(unit, __LINE__)
+            .Print_Out(Error_Handler::ES_Information, list_code, "Opened next file \"%s\".", entry.c_str());
         return Found::file;
     }
     if (Closes() != closes) return Found::nothing;
     Set_List(nullptr);
-    Report(unit, __LINE__).Print_Out(Error_Handler::ES_Information, 0, "Reached end of list file.");
+    Report(unit, __LINE__).Print_Out(Error_Handler::ES_Information, list_end_code, "Reached end of list file.");
     Close(false);
     return Found::end;
 }

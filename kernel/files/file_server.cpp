@@ -137,7 +137,7 @@ bool File_Server::Create(const char *name, unsigned long rate)
     // may find no file between Close and Open and end; Work() starts it again.
     Close(true);
     if (!own_name) {
-        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "strdup(%s) failed", name);
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, no_memory_code, "strdup(%s) failed", name);
         return false;
     }
     std::uint64_t closes = Closes();
@@ -163,7 +163,8 @@ File_Server::Opened File_Server::Open(const char *name, std::uint64_t &closes)
         if (!*file_lock) {
             Close(false);
             ++closes;
-            Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "new ipcMutexSemaphore(%s) failed", name);
+            Report(unit, __LINE__)
+                .Print_Out(Error_Handler::ES_Error, no_memory_code, "new ipcMutexSemaphore(%s) failed", name);
             return Opened::no;
         }
         std::shared_ptr<platform::File> file;
@@ -173,7 +174,7 @@ File_Server::Opened File_Server::Open(const char *name, std::uint64_t &closes)
             Close(false);
             ++closes;
             last_error_ = error;
-            Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 9, "Could not open file %s", name);
+            Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, file_code, "Could not open file %s", name);
             ErrorBox();
             return Opened::no;
         }
@@ -184,7 +185,7 @@ File_Server::Opened File_Server::Open(const char *name, std::uint64_t &closes)
         file_lock_ = std::move(file_lock);
         return Opened::yes;
     } catch (const std::bad_alloc &) {
-        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, 18, "strdup(%s) failed", name);
+        Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, no_memory_code, "strdup(%s) failed", name);
         return Opened::no;
     }
 }
@@ -320,7 +321,8 @@ bool File_Server::Deliver()
             // Copied before Next_File, which closes the file at the end of a list and frees its name.
             const std::string ended = file_->Name_Copy();
             if (!Next_File()) {
-                Report(unit, __LINE__).Print_Out(Error_Handler::ES_Warning, 16, "EOF of file \"%s\"", ended.c_str());
+                Report(unit, __LINE__)
+                    .Print_Out(Error_Handler::ES_Warning, end_of_file_code, "EOF of file \"%s\"", ended.c_str());
                 return false;
             }
             const auto next = file_->Get();

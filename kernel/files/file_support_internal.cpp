@@ -47,7 +47,7 @@ std::string Report_Open_Error(const Object &object, const char *unit, unsigned i
     const std::string cause = Open_Error_Text(error, words);
     if (cause.empty()) return {};
     const std::string text = "Initialization Error\nCode: " + cause;
-    object.Report(unit, line).Print_Out(Error_Handler::ES_Error, 15, "%s", text.c_str());
+    object.Report(unit, line).Print_Out(Error_Handler::ES_Error, cause_code, "%s", text.c_str());
     return text;
 }
 

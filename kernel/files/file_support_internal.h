@@ -15,6 +15,12 @@ namespace kernel {
 
 class Object;
 
+// Codes of reports (Err_Code).
+inline constexpr int file_code = 9;  // a file could not be opened or written, or is open already
+inline constexpr int cause_code = 15;
+inline constexpr int end_of_file_code = 16;
+inline constexpr int no_memory_code = 18;
+
 // The two texts that differ between the file objects.
 struct Open_Error_Words {
     const char *not_found;      // error 2
