@@ -34,7 +34,7 @@ int main(int argc, char **argv)
     std::setvbuf(stdout, nullptr, _IONBF, 0);  // prompts have no line end
 
     kernel::Keyboard_Server *keyboard = kernel::Keyboard_Server::Construct(4096);
-    static kernel::Simple_Error_Handler reports(stderr);
+    static kernel::Simple_Error_Handler reports(stderr, false);
     auto *peer = kernel::Socket_Client_Server::Construct(reports, 65536);
     kernel::Text_Byte_Client *screen = kernel::Text_Byte_Client::Construct();
     if (!keyboard || !peer || !screen) return 1;
