@@ -1,6 +1,6 @@
-// What the other end of a login says: whatever it is, the dialogue ends or goes on, no text is longer than its limit, and
-// nobody is logged in without the right password. The first byte chooses the mode (its remainder by 3) and the size of
-// the pieces; the rest is what is said.
+// What the other end of a login says: whatever it is, the dialogue ends or goes on, no text is longer than its limit,
+// and nobody is logged in without the right password. The first byte chooses the mode (its remainder by 3) and the size
+// of the pieces; the rest is what is said.
 #include "kernel/bytes/Login_Client_Server.h"
 
 #include <algorithm>

@@ -24,8 +24,8 @@ struct Port_Request {
 static_assert(sizeof(Port_Request) == 12 && offsetof(Port_Request, command) == 0 && offsetof(Port_Request, port) == 4 &&
               offsetof(Port_Request, value) == 8);
 
-// The system's device for port output. Win32: \\.\Dev_kpiodrv, whose driver takes Port_Request records. POSIX: /dev/port,
-// where a byte is written at the port's number. $GNSS_KERNEL_PORT_DEVICE names another device.
+// The system's device for port output. Win32: \\.\Dev_kpiodrv, whose driver takes Port_Request records. POSIX:
+// /dev/port, where a byte is written at the port's number. $GNSS_KERNEL_PORT_DEVICE names another device.
 //
 // Threads:   one at a time.
 // Ownership: the handle; released by close, or at the end of the object.

@@ -11,16 +11,17 @@
 
 namespace kernel {
 
-// The client of what the other end says, and the server of what goes back to it: its own client is the sending side of the
-// same connection. A host derives a class that implements Password_Login, and names the object (Object(ClassName())).
+// The client of what the other end says, and the server of what goes back to it: its own client is the sending side of
+// the same connection. A host derives a class that implements Password_Login, and names the object
+// (Object(ClassName())).
 //
 // A mode message begins the dialogue, and begins it anew at any time:
 //   Mesg_Ask_Password  asks the other end. It shows the screen and "Name : " when the connection comes up
 //                      (Mesg_Attached), echoes the name, masks the password with "*", and allows three tries.
 //   Mesg_Login         answers the prompts of the other end.
 //   Mesg_Start         takes any connection: logged in when it comes up, or when the other end says "OK!".
-// The outcome goes to the own client: Mesg_Status_90 logged in, Mesg_Status_100 failed, logged out or too late. Then the
-// message that brought it is answered false.
+// The outcome goes to the own client: Mesg_Status_90 logged in, Mesg_Status_100 failed, logged out or too late. Then
+// the message that brought it is answered false.
 //
 // The chain for data behind a login has a Byte_Client_Switch:
 //
@@ -29,9 +30,9 @@ namespace kernel {
 // The false after Mesg_Status_90 makes the switch hand over to the data client. The host has three duties:
 //   - The false after Mesg_Status_100 and a time-out make the switch look for another client, too. The data client must
 //     answer Mesg_Status_210 with ConnectionOk(), or it serves a peer that did not log in.
-//   - The state outlives the connection. For the next one (at Mesg_Detached) the host makes the login the switch's current
-//     client again and sends it the mode message. Otherwise the next peer is taken for logged in.
-//   - A logged-out peer stays connected until the host closes the connection, for example when it hears Mesg_Status_100.
+//   - The state outlives the connection. For the next one (at Mesg_Detached) the host makes the login the switch's
+//     current client again and sends it the mode message. Otherwise the next peer is taken for logged in.
+//   - A logged-out peer stays connected until it says more. A host closes the connection at Mesg_Status_100.
 // The data client gets what follows the last word of the dialogue: "Password accepted, starting operation." on the side
 // that answers, "OK!" on the side that asks.
 //
@@ -47,15 +48,16 @@ namespace kernel {
 // Other messages go on to the own client if Byte_Server::Forward_Send passes them; the others are answered true, also
 // Mesg_Disconnect_Query: Disable_Disconnect has no effect here.
 //
-// Threads:   messages belong on the connection's receiving thread, which sleeps up to 250 ms after a prompt or an answer.
-//            A mode message may come from another thread while no connection is up. TimeOut is for the receiving thread;
-//            ConnectionOk, LoginOnThis and Start_Time may be called on any.
+// Threads:   messages belong on the connection's receiving thread, which sleeps up to 250 ms after a prompt or an
+//            answer. A mode message may come from another thread while no connection is up. TimeOut is for the
+//            receiving thread; ConnectionOk, LoginOnThis and Start_Time may be called on any.
 // Ownership: owns its client as a Byte_Server does. Where that is the transport above it, the chain is a circle: the
-//            transport says Dont_Delete_Me, and the host calls Disconnect() of the login before it destroys the transport.
+//            transport says Dont_Delete_Me, and the host calls Disconnect() of the login before it destroys the
+//            transport.
 // Errors:    kernel/Login_Client_Server, code 85: the course of the dialogue (0); no name or password to send, refused,
-//            logged out by the other end (3). Control characters of a name show as '?'. No report contains a password. The
-//            typed password is overwritten after the check, the sent one when the own client has taken it; the buffers of
-//            transports are not.
+//            logged out by the other end (3). Control characters of a name show as '?'. No report contains a password.
+//            The typed password is overwritten after the check, the sent one when the own client has taken it; the
+//            buffers of transports are not.
 class KERNEL_API Login_Client_Server : public Byte_Client, public String_Byte_Server, public virtual Password_Login {
 public:
     static const char Name[];  // "Client Server for Login Control"

@@ -12,13 +12,13 @@ class Port_Device;
 
 namespace kernel {
 
-// The way to the system's port driver. Windows: the device Dev_kpiodrv of a driver that the host installs. POSIX: the file
-// /dev/port, where only root may write. The variable GNSS_KERNEL_PORT_DEVICE names another device.
+// The way to the system's port driver. Windows: the device Dev_kpiodrv of a driver that the host installs. POSIX: the
+// file /dev/port, where only root may write. The variable GNSS_KERNEL_PORT_DEVICE names another device.
 //
 // Threads:   any; the device is used with the object's Semaphore held, and reports are made without it.
 // Ownership: the device, closed at the end of the object at the latest.
-// Errors:    kernel/Port_IO, code 213: opened and closed (1), not open (3), "Error in Open", "Close" or "Write" with the
-//            system's number and words (3). Code 18 (4): no memory for the object.
+// Errors:    kernel/Port_IO, code 213: opened and closed (1), not open (3), "Error in Open", "Close" or "Write" with
+//            the system's number and words (3). Code 18 (4): no memory for the object.
 class KERNEL_API Port_IO : public virtual Object, public Semaphore {
 public:
     static const char Name[];  // "Port IO unter NT"

@@ -1,5 +1,6 @@
 #include "kernel/bytes/Login_Client_Server.h"
 
+#include "kernel/bytes/Byte_Client_Switch.h"
 #include "kernel/transports/Socket_Client_Server.h"
 
 #include "platform/clock.h"
@@ -474,61 +475,61 @@ TEST(Login_Client_Server, stands_random_bytes)
 
 namespace {
 
-// Hands a stream over as a switch does: from the login to a data client, once the login has said false and is through.
-class Gate : public Byte_Client {
+// A login that keeps a host's duties: the next peer is asked anew.
+class Guarding_Login : public Host_Login {
 public:
-    explicit Gate(Host_Login &login) : Object("gate"), login_(login) { data_.Pull_All(); }
+    Guarding_Login(Byte_Client_Switch &gate, Error_Handler *handler)
+        : Object(ClassName(), handler), Host_Login(handler), gate_(gate)
+    {
+    }
     bool Send(Byte_Server &server, CL_Mesg message) override
     {
-        if (message == Mesg_Delete_Query) return Byte_Client::Send(server, message);
-        if (open_) return To_Data(server, message);
-        const bool answer = login_.Send(server, message);
-        if (answer || !login_.ConnectionOk()) return answer;
-        open_ = true;
-        login_.PutStr("[data]");
-        login_.Work();
-        server.Request(0);
-        return true;
+        const bool answer = Host_Login::Send(server, message);
+        if (message != Mesg_Detached || !LoginOnThis()) return answer;
+        gate_.Connect(this);
+        return Host_Login::Send(server, Mesg_Ask_Password);
     }
-    std::atomic<bool> got_data{false};
 
 private:
-    bool To_Data(Byte_Server &server, CL_Mesg message)
-    {
-        const bool answer = data_.Send(server, message);
-        if (data_.pulled.find("[data]") != std::string::npos) got_data = true;
-        return answer;
-    }
-    Host_Login &login_;
-    Recording_Client data_;
-    bool open_ = false;
+    Byte_Client_Switch &gate_;
 };
 
-// A transport with a login, and a data client behind it.
+// A transport with a login, and a data client behind it, which says "[data]" when it takes over.
 class Login_Socket {
 public:
     Login_Socket()
     {
-        login.Dont_Delete_Me();
-        gate.Dont_Delete_Me();
-        socket->Dont_Delete_Me();
-        socket->Connect(&gate);
+        for (Client_Server *object :
+             {static_cast<Client_Server *>(&login), static_cast<Client_Server *>(&data),
+              static_cast<Client_Server *>(gate.get()), static_cast<Client_Server *>(socket.get())})
+            object->Dont_Delete_Me();
+        data.records = false;
+        data.Pull_All().On(Mesg_Status_210, [&](Byte_Server &) { return login.ConnectionOk(); });
+        data.On(Mesg_Status_220, [&](Byte_Server &) { return login.PutStr("[data]") && login.Work(); });
+        data.On(Mesg_Status_40, [&](Byte_Server &) { return got_data = Got("[data]"), true; });
+        gate->Connect(&data);
+        gate->Connect(&login);
+        socket->Connect(gate.get());
         login.Connect(socket.get());
     }
     ~Login_Socket()
     {
         socket->stop();
         login.Disconnect();  // opens the circle
+        gate->Disconnect();
     }
     bool Ask()
     {
-        return socket->CreateServer(0) && socket->MesgAskPassword() && socket->Work() &&
-               Soon([&] { return socket->GetPort() != 0; });
+        socket->MesgAskPassword();
+        return socket->CreateServer(0) && socket->Work() && Soon([&] { return socket->GetPort() != 0; });
     }
+    bool Got(const char *text) const { return data.pulled.find(text) != std::string::npos; }
 
     Capturing_Handler reports;
-    Host_Login login{&reports};
-    Gate gate{login};
+    const std::unique_ptr<Byte_Client_Switch> gate{Byte_Client_Switch::Construct()};
+    Guarding_Login login{*gate, &reports};
+    Recording_Client data;
+    std::atomic<bool> got_data{false};
     const std::unique_ptr<Socket_Client_Server> socket{Socket_Client_Server::Construct(reports, 4096)};
 };
 
@@ -546,8 +547,25 @@ TEST(Login_Client_Server, asks_a_peer_on_loopback)
     peer.Say("s3cret%s\r");
     EXPECT_EQ(peer.Hear_To("[data]"), "********\r\n\r\nOK!\r\nPassword accepted, starting operation.\r\n[data]");
     peer.Say("[data]");
-    EXPECT_TRUE(Soon([&] { return asking.gate.got_data.load(); }));
+    EXPECT_TRUE(Soon([&] { return asking.got_data.load(); }));
     EXPECT_TRUE(asking.login.ConnectionOk());
+
+    peer.Leave();  // the next one is no friend
+    EXPECT_TRUE(Soon([&] { return !asking.login.ConnectionOk() && asking.gate->Get_Client(0) == &asking.login; }));
+    for (peer = Peer(); !peer;) peer = Peer::To(asking.socket->GetPort());  // closed for a moment
+    EXPECT_EQ(peer.Hear_To("Name : "), "Station %s\r\n100%n\r\n\r\nName : ");
+    for (int tries = 0; tries < 3; ++tries) {
+        peer.Say("frank\r");
+        peer.Hear_To("Password : ");
+        peer.Say("wrong\r");
+        peer.Hear_To(".\r\n");
+        if (tries < 2) peer.Hear_To("Name : ");
+    }
+    EXPECT_EQ(peer.Hear_To("out.\r\n"), "Sorry you are logged out.\r\n");
+    peer.Say("bytes of a stranger");
+    EXPECT_TRUE(peer.Hears_The_End());
+    asking.socket->stop();
+    EXPECT_FALSE(asking.Got("stranger"));
 }
 
 TEST(Login_Client_Server, logs_on_to_itself_on_loopback)
@@ -555,8 +573,9 @@ TEST(Login_Client_Server, logs_on_to_itself_on_loopback)
     Login_Socket there, here;
     ASSERT_TRUE(there.Ask());
     ASSERT_TRUE(here.socket->CreateClient("127.0.0.1", there.socket->GetPort(), nullptr, 0));
-    ASSERT_TRUE(here.socket->MesgLogin() && here.socket->Work());
-    EXPECT_TRUE(Soon([&] { return here.gate.got_data && there.gate.got_data; }));
+    here.socket->MesgLogin();
+    ASSERT_TRUE(here.socket->Work());
+    EXPECT_TRUE(Soon([&] { return here.got_data && there.got_data; }));
     EXPECT_TRUE(here.login.ConnectionOk() && there.login.ConnectionOk());
     there.socket->stop();
     EXPECT_EQ(there.login.logged_in, "-;frank;");
