@@ -587,13 +587,14 @@ TEST(Login_Client_Server, asks_socat)
     const Test_Folder folder;
     Login_Socket asking;
     ASSERT_TRUE(asking.Ask());
-    const std::string seen = folder / "seen", port = std::to_string(asking.socket->GetPort());
+    const std::string seen = folder.Write("seen", ""), port = std::to_string(asking.socket->GetPort());
     const std::string command =
         "await() { n=0; until grep -q \"$1\" '" + seen + "' || [ $n -gt 200 ]; do n=$((n+1)); sleep 0.05; done; }\n" +
         "(await Name; printf 'frank\\r'; await Password; printf 's3cret%%s\\r'; await data) | " +
         "socat -t 1 - TCP:127.0.0.1:" + port + " > '" + seen + "'";
     EXPECT_EQ(std::system(command.c_str()), 0);
-    EXPECT_TRUE(asking.login.ConnectionOk());
+    asking.socket->stop();
+    EXPECT_EQ(asking.login.logged_in, "-;frank;");
     EXPECT_EQ(Whole_File(seen), "Station %s\r\n100%n\r\n\r\nName : frank\r\nPassword : ********\r\n\r\nOK!\r\n"
                                 "Password accepted, starting operation.\r\n[data]");
 }
