@@ -92,7 +92,7 @@ bool Serial_Polling_Reader::Receive()
     return came || Nothing_Came();
 }
 
-// Ticks are sent only from here: a client that has data to work on knows the time from them.
+// Ticks are sent only from here, when no data came; this is part of the interface.
 bool Serial_Polling_Reader::Nothing_Came()
 {
     port_.Sleep(1);
@@ -102,8 +102,7 @@ bool Serial_Polling_Reader::Nothing_Came()
     return true;
 }
 
-// An error that stays is reported once, and not once a millisecond. A port that was closed under the read has not
-// failed.
+// Reports an error that stays once, and not once a millisecond. A port that was closed during the read has not failed.
 bool Serial_Polling_Reader::Poll(long n)
 {
     const auto line = Line();
@@ -120,8 +119,8 @@ bool Serial_Polling_Reader::Poll(long n)
 
 // Writing.
 
-// The stop event may be left from a stop that found nobody writing: it is cleared before the flag is looked at, which
-// is set before the event. A stop on the way into the write is therefore seen by the one or the other.
+// A stop that found no write under way has left its event set. The event is cleared before the flag is checked, and a
+// stop sets the flag before the event: a stop that comes now is seen in one of the two.
 bool Serial_Client_Server::Send(Byte_Server &server, CL_Mesg message)
 {
     if (message != Mesg_Data_Ready) return Serial_Client_Server_Base::Send(server, message);
@@ -135,7 +134,7 @@ bool Serial_Client_Server::Send(Byte_Server &server, CL_Mesg message)
     const bool written = port->write(block, static_cast<std::size_t>(n), put, line_->send_stop);
     const std::uint32_t error = written ? std::uint32_t{platform::error_none} : platform::last_error();
     Count_Out(put);
-    if (error == platform::error_operation_aborted || port->closed()) return false;  // by a stop, or Close
+    if (error == platform::error_operation_aborted || port->closed()) return false;  // ended by a stop or by Close
     if (error != 0) Fail(error);
     return true;
 }

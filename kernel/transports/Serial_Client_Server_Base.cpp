@@ -18,8 +18,8 @@ namespace {
 const char unit[] = "kernel/Serial_Client_Server_Base";
 
 constexpr Err_Code serial_code = 72;
-constexpr int stop_polls = 16000;             // of 1 ms: a little more than a stop takes at most
-constexpr std::uint32_t wait_factor = 11500;  // over the speed: milliseconds for a character, with some margin
+constexpr int stop_polls = 16000;             // of 1 ms: a little longer than the longest stop
+constexpr std::uint32_t wait_factor = 11500;  // divided by the speed: [ms] for a character, with a margin
 constexpr std::uint32_t wait_ms = 10;
 
 using platform::Serial_Settings;
@@ -36,7 +36,7 @@ Serial_Client_Server_Base::Serial_Client_Server_Base(Error_Handler &handler, con
 {
 }
 
-// The variants have stopped the thread and closed the port: here they are gone already.
+// The variants stop the thread and close the port in their destructors.
 Serial_Client_Server_Base::~Serial_Client_Server_Base() = default;
 
 bool Serial_Client_Server_Base::IsInheritedFrom(const char *name) const
@@ -49,8 +49,8 @@ bool Serial_Client_Server_Base::IsValid() const { return Client_Server::IsValid(
 
 // Opening and closing.
 
-// A thread whose port was lost a moment ago may still be running: it is stopped as well, since the buffer is its own.
-// It may itself be inside the port that it closes here: then it does not wait for itself.
+// A thread whose port was lost a moment ago may still run. It is stopped as well, because it owns the buffer. Called on
+// the reader's own thread, it does not wait until the port is released: this thread may be inside a call on it.
 void Serial_Client_Server_Base::Close_Former()
 {
     if (is_running() || IsActive()) {
@@ -90,7 +90,7 @@ int Serial_Client_Server_Base::Create(void *const handle)
     return Created();
 }
 
-// The end of both Creates.
+// The common end of both Create operations.
 int Serial_Client_Server_Base::Created()
 {
     reader_->Want(0);
@@ -99,7 +99,7 @@ int Serial_Client_Server_Base::Created()
     return last_error_ == 0 && IsActive() ? 1 : 0;
 }
 
-// From 10 on Windows knows them in the namespace of devices alone.
+// Windows finds ports from 10 on in the namespace of devices only.
 std::string Serial_Client_Server_Base::Device_Name(int port)
 {
     return (port < 10 ? "COM" : "\\\\.\\COM") + std::to_string(port);
@@ -143,7 +143,7 @@ bool Serial_Client_Server_Base::IsActive() const { return line_->Get() != nullpt
 
 void Serial_Client_Server_Base::SetComName(const char *const name) { com_name_ = name ? name : ""; }
 
-// From any thread, perhaps while a read is under way: the reader itself drops the bytes, at its next look.
+// Any thread may call this while a read is under way. The reader therefore drops the bytes itself, when it next looks.
 bool Serial_Client_Server_Base::Set_Speed(unsigned long baud)
 {
     const auto port = line_->Get();
@@ -170,11 +170,11 @@ unsigned long Serial_Client_Server_Base::Get_Speed()
     return baud_;
 }
 
-// The quotients are whole numbers on purpose: 0 for fast lines, where the constants are enough.
+// Integer division: the quotients are 0 for fast lines, where the constants suffice. Part of the interface.
 bool Serial_Client_Server_Base::SetCommWait()
 {
     const auto port = line_->Get();
-    const std::uint32_t baud = std::max<std::uint32_t>(baud_, 1);  // 0: never read
+    const std::uint32_t baud = std::max<std::uint32_t>(baud_, 1);  // 0: no port was read yet
     const std::uint32_t per_byte = wait_factor / baud;
     return port && port->set_timeouts({wait_ms, per_byte, wait_ms, per_byte + 1, wait_ms});
 }
@@ -203,7 +203,7 @@ void Serial_Client_Server_Base::ErrorBox()
 
 // Remote control.
 
-// There is no connection but the port itself.
+// The port itself is the connection.
 bool Serial_Client_Server_Base::Hang_Up()
 {
     const bool was_open = IsActive();
@@ -215,7 +215,7 @@ bool Serial_Client_Server_Base::Dial(const char *, const char *, const char *) {
 
 // The thread.
 
-// Else the thread might be inside the client that is replaced here, and perhaps deleted.
+// Stops the thread first: it might be inside the client that is replaced here, and perhaps deleted.
 bool Serial_Client_Server_Base::Connect(Byte_Client *client)
 {
     stop();
@@ -228,7 +228,7 @@ void Serial_Client_Server_Base::Disconnect()
     Byte_Server::Disconnect();
 }
 
-// A thread that has not said yet that it runs, or that will not run again, is waited for.
+// Waits for a thread that has not entered its run yet, and for one that is ending without another run.
 bool Serial_Client_Server_Base::Work()
 {
     for (int poll = 0; poll < stop_polls && is_running(); ++poll) {
@@ -265,7 +265,7 @@ bool Serial_Client_Server_Base::Is_Kept_Running()
     return phase_ == Phase::running || another_run_;
 }
 
-// The pause is for a client that refuses everything and asks for another run each time.
+// The pause limits the processor time if a client refuses everything and asks for another run each time.
 bool Serial_Client_Server_Base::Has_Another_Run()
 {
     Sleep(1);
@@ -275,7 +275,7 @@ bool Serial_Client_Server_Base::Has_Another_Run()
     return another_run_ = false;
 }
 
-// Flag first, event second: who finds the event looks at the flag, too.
+// Flag first, events second: a waiting thread that an event wakes checks the flag.
 void Serial_Client_Server_Base::pre_stop()
 {
     Base_Thread::pre_stop();
@@ -311,8 +311,8 @@ bool Serial_Reader::End()
     return false;
 }
 
-// The client hears of the loss while it can still see the port, and of the end when it cannot. Another run would have
-// no port.
+// The client hears Mesg_Status_110 while the port is still open, and Mesg_Detached when it is closed. Another run is
+// excluded first, because it would have no port.
 bool Serial_Reader::Lost()
 {
     port_.Enter(Serial_Client_Server_Base::Phase::ended);
@@ -354,7 +354,7 @@ std::uint64_t Serial_Client_Server_Base::GetBytesIn() const { return reader_->By
 
 // Writing.
 
-// One byte is enough to be told; then Take has all that is there.
+// A request for one byte is enough to get Mesg_Data_Ready. Take then pulls all that is there.
 bool Serial_Client_Server_Base::Send(Byte_Server &server, CL_Mesg message)
 {
     if (message != Mesg_Request_Invite) return Byte_Client::Send(server, message);

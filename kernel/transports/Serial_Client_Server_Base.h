@@ -69,15 +69,15 @@ public:
     //   queue_size [bytes] of the driver's buffers, a wish
     int Create(int port, unsigned long baud, int parity, int stopbits, int bytesize, int handshake, int flag,
                unsigned long queue_size);
-    // Takes over an open port with the speed and format that it has, and makes it raw: a HANDLE, or on POSIX a
-    // descriptor, reinterpret_cast<void *>(std::intptr_t{descriptor}). 0: it is none, and stays the caller's.
+    // Takes over an open port with its speed and format, and makes it raw. handle: a HANDLE, or on POSIX a descriptor,
+    // reinterpret_cast<void *>(std::intptr_t{descriptor}). 0: it is not a port, and stays the caller's.
     int Create(void *const handle);
-    // Gives the port back. What was not yet written is dropped after half a second; Close waits for that.
+    // Gives the port back. Waits up to half a second for bytes that are not written yet, and then drops them.
     virtual void Close();
     void ErrorBox();  // reports the last error, if there is one; shows no dialog
 
-    // Bytes that were received and not yet pulled are dropped. True as well when the port has that speed already; false
-    // for 0 and without a port.
+    // Drops bytes that were received and not yet pulled. True as well when the port has that speed already, and then it
+    // drops nothing; false for 0 and without a port.
     bool Set_Speed(unsigned long baud) override;
     unsigned long Get_Speed() override;  // [bit/s]; without a port that of the last one, 0 when there was none
     bool IsActive() const;               // is a port open?
@@ -91,9 +91,9 @@ public:
 
     bool Connect(Byte_Client *client) override;  // stops the thread first, as does the next one
     void Disconnect() override;
-    // Starts the thread if it does not run; whether it runs. A thread that tells its client of the end (Mesg_Detached)
-    // while the port is open makes another run instead of ending, so that the client may answer with Work, too. Any
-    // other that is about to end is waited for; on the reader's own thread the answer is then false.
+    // Starts the thread if it does not run; returns whether it runs. A thread that tells its client of the end
+    // (Mesg_Detached) while the port is open makes another run instead of ending, so that the client may reply with
+    // Work. Work waits for any other thread that is about to end; on the reader's own thread it then returns false.
     bool Work() override;
     unsigned short GetByte() override;
     using Byte_Server::UnGetByte;
@@ -106,7 +106,7 @@ public:
     bool Send(Byte_Server &server, CL_Mesg message) override;
 
     bool Hang_Up() override;                                       // Close; whether a port was open
-    bool Dial(const char *, const char *, const char *) override;  // false: a line without a modem has nobody to dial
+    bool Dial(const char *, const char *, const char *) override;  // false: a line without a modem cannot dial
 
     void pre_stop() override;         // ends a write that waits, with a reader thread or without
     unsigned long thread() override;  // the result of the last run

@@ -17,7 +17,7 @@ namespace {
 const char unit[] = "kernel/Serial_Client_Server_Overlapped";
 
 constexpr Err_Code serial_code = 72;
-constexpr unsigned long look_again_ms = 100;  // at a write, see platform::Transfer::write
+constexpr unsigned long look_again_ms = 100;  // while a write is waited for, see platform::Transfer::write
 constexpr unsigned long last_write_ms = 500;
 
 using platform::error_invalid_handle;
@@ -31,7 +31,7 @@ using platform::error_operation_aborted;
 // that Send need not. Without a reader, Send waits.
 struct Serial_Client_Server_Overlapped::Writing {
     platform::Transfer transfer;
-    platform::Event done;  // set by the reader, who may have taken the transfer's signal from a waiting Send
+    platform::Event done;  // set by the reader, which may have taken the transfer's signal from a waiting Send
     std::atomic<bool> closing{false};  // no further write is begun
     bool unjudged = false;             // the last write was pending, and its error was not asked for yet
     unsigned char block[block_size];   // of the write
@@ -80,7 +80,7 @@ Serial_Client_Server_Overlapped::~Serial_Client_Server_Overlapped()
 {
     stop();
     Serial_Client_Server_Overlapped::Close();
-    overlapped_.transfer.cancel();  // a reader that was given up on may have left one
+    overlapped_.transfer.cancel();  // a reader thread that could not be stopped may have left one
 }
 
 Serial_Client_Server_Overlapped *Serial_Client_Server_Overlapped::Construct(Error_Handler &handler,
@@ -106,8 +106,8 @@ bool Serial_Client_Server_Overlapped::OpenFile(int port)
     return Open_Device(Device_Name(port).c_str());
 }
 
-// Send has answered for the write under way: it gets its time while the port is open. Then it goes, since it would keep
-// the port from being opened again.
+// Send has returned true for the write under way, so the write gets half a second while the port is open. Then it is
+// cancelled, because it would keep the port from being opened again.
 void Serial_Client_Server_Overlapped::Close()
 {
     writing_->closing = true;
@@ -121,7 +121,7 @@ bool Serial_Client_Server_Overlapped::Request(long n) { return reader_->Accept(n
 
 // The thread.
 
-// The event is cleared before the flag is looked at, which is set before the event: no stop is lost in between.
+// Clears the event before the flag is checked. A stop sets the flag before the event, so that none is lost.
 bool Serial_Overlapped_Reader::Prepare()
 {
     if (!port_.Get_Byte_Client() || !port_.IsActive()) return false;
@@ -140,7 +140,7 @@ bool Serial_Overlapped_Reader::Invite()
     return End();
 }
 
-// A read that an end has left under way is cancelled: the buffer is for others again, and what came meanwhile is kept.
+// Cancels a read that is still under way when the loop ends: the buffer is free again, and bytes that came are kept.
 bool Serial_Overlapped_Reader::Receive()
 {
     if (!port_.IsActive()) {
@@ -158,8 +158,8 @@ bool Serial_Overlapped_Reader::Receive()
     return goes_on;
 }
 
-// No more than requested, so that the read ends as soon as that is there. The client may have closed, or wanted less,
-// when it heard the tick.
+// Reads no more than requested, so that the read ends as soon as that is there. The client may have closed the port, or
+// requested less, when it heard the tick.
 bool Serial_Overlapped_Reader::Begin_Read()
 {
     const auto line = Line();
@@ -167,8 +167,8 @@ bool Serial_Overlapped_Reader::Begin_Read()
     return !line || n < 1 || Read(line, static_cast<std::size_t>(n), {stop_, transfer, &port_.writing_->transfer});
 }
 
-// The request is met: a second read takes what the driver holds behind it, so that a client that asks for single bytes
-// does not cost calls of the system for each. The next read that waits tells an error.
+// The request is met. A second read takes what else the driver holds, so that a client that asks for single bytes does
+// not cost system calls for each byte. An error is found by the next read that waits.
 void Serial_Overlapped_Reader::Read_Ahead()
 {
     const auto line = Line();
@@ -184,14 +184,14 @@ bool Serial_Overlapped_Reader::Read_Ended(Read_End end)
     return Bytes_Come() > 0 || end == Read_End::after_wait || Nothing_Came();
 }
 
-// A read that failed brings nothing, and the next one tells why.
+// A read that failed adds nothing; the next one fails again and reports the error.
 std::size_t Serial_Overlapped_Reader::Bytes_Come()
 {
     std::size_t moved = 0;
     return Take_In(transfer, moved) ? moved : 0;
 }
 
-// A system that does not let a read wait (Windows, with these time-outs) is asked every millisecond, less the pause.
+// Windows, with these time-outs, returns at once instead of waiting. Mesg_Pause paces the loop then.
 bool Serial_Overlapped_Reader::Nothing_Came()
 {
     port_.Sleep(1);
@@ -200,7 +200,7 @@ bool Serial_Overlapped_Reader::Nothing_Came()
     return true;
 }
 
-// Receive finds a port that was closed under the read.
+// Receive reports a port that was closed during the read.
 bool Serial_Overlapped_Reader::Read_Failed(const platform::Stream &line, std::uint32_t error)
 {
     if (line.closed()) return true;
@@ -228,7 +228,7 @@ bool Serial_Overlapped_Reader::Wait_Failed(std::uint32_t)
     return false;
 }
 
-// After a second without a signal it goes on with a write that nobody else looks after.
+// After a second without a signal, pending() moves a write on that no other thread waits for.
 void Serial_Overlapped_Reader::Look_After_Other(bool is_signalled)
 {
     if (is_signalled)
@@ -239,8 +239,8 @@ void Serial_Overlapped_Reader::Look_After_Other(bool is_signalled)
 
 // Writing.
 
-// The block is free only when the write before has ended: that is waited for before the server is asked for bytes, so
-// that a stop or Close leaves them where they are.
+// The block is free only when the previous write has ended. Send waits for that before it pulls bytes from the server,
+// so that a stop or Close leaves them there.
 bool Serial_Client_Server_Overlapped::Send(Byte_Server &server, CL_Mesg message)
 {
     if (message != Mesg_Data_Ready) return Serial_Client_Server_Base::Send(server, message);
@@ -261,8 +261,7 @@ bool Serial_Client_Server_Overlapped::Send(Byte_Server &server, CL_Mesg message)
     return !writing_->unjudged || is_running() || Previous_Write_Ended();
 }
 
-// False when a stop or Close came first. An error of the write is reported here: nobody was there to ask when it came
-// up.
+// False when a stop or Close came first. Reports an error of that write here, because its Send did not wait for it.
 bool Serial_Client_Server_Overlapped::Previous_Write_Ended()
 {
     platform::Waitable *const waited_for[] = {&line_->send_stop, &writing_->transfer, &writing_->done};
@@ -278,7 +277,7 @@ bool Serial_Client_Server_Overlapped::Previous_Write_Ended()
     return true;
 }
 
-// Comm events. The waiting for them is the subclass's, or nobody's.
+// Comm events. Nothing in the library waits for them or calls this; it is kept for the interface.
 
 int Serial_Client_Server_Overlapped::HandleCommEvent(int pending)
 {

@@ -20,8 +20,8 @@ bool Receive_Buffer::Put_Back(unsigned char byte)
     return true;
 }
 
-// A client that gives back more than it took, again and again, leaves less than the margin in front: moving the bytes
-// behind it would overrun the end.
+// A client that gives back more than it took, again and again, may leave more bytes than fit behind a full margin. The
+// margin in front is smaller then.
 void Receive_Buffer::Compact()
 {
     const std::size_t held = Held();

@@ -12,8 +12,8 @@
 
 namespace kernel {
 
-// Threads:   any. Who has got the port may go on with it after it was closed: every operation then fails at once.
-// Ownership: shared with those who are inside a call.
+// Threads:   any. A thread that holds the port may use it after it was closed: every operation then fails at once.
+// Ownership: shared with the threads that are inside a call.
 // Errors:    none.
 class Serial_Line {
 public:
@@ -33,8 +33,8 @@ public:
         if (port) port->close();
     }
 
-    // A port that was closed cannot be opened again before the last one inside a call has let go of it: that is waited
-    // for, with a limit for one who never comes back.
+    // A closed port can be opened again only when the last thread inside a call has released it. Waits for that, at
+    // most two seconds.
     void Await_Release() const
     {
         for (int ms = 0; ms<release_limit_ms && * in_use_> 0; ++ms) platform::sleep_ms(1);

@@ -35,7 +35,8 @@ std::string Text(const char *format, ...)
     return text;
 }
 
-// Fails with error_operation_aborted when another thread closes the socket meanwhile, whatever the system says then.
+// Fails with error_operation_aborted when another thread closes the socket meanwhile; the system may return another
+// error.
 bool Connect_Socket(platform::Socket &socket, const platform::Address &address, platform::Event &stop)
 {
     if (socket.connect(address, stop) || platform::last_error() == platform::error_already_connected) return true;
@@ -52,14 +53,14 @@ std::uint32_t Cause(const platform::Socket &socket)
 
 }  // namespace
 
-// To connect to one target.
+// The tries to connect to one target.
 struct Socket_Reader::Tries {
     std::uint64_t start;             // [ms] of clock_ms
     std::uint64_t last_failure = 0;  // [ms]; 0: none
-    unsigned int Seconds() const;    // since the start; the one that has begun counts
+    unsigned int Seconds() const;    // since the start, rounded up
 };
 
-// A connection of a multi-server is there already.
+// A client of a multi-server brings its connection with the target.
 Socket_Reader::Next Socket_Reader::Establish()
 {
     Turn_To(Get_Target());
@@ -71,7 +72,7 @@ Socket_Reader::Next Socket_Reader::Establish()
     return Next::serve;
 }
 
-// What was received from another target, or counted for it, is not the new one's.
+// Bytes received from the former target and its errors do not belong to the new one.
 void Socket_Reader::Turn_To(std::shared_ptr<Target> target)
 {
     if (serving_ && serving_ != target) {
@@ -87,7 +88,8 @@ bool Socket_Reader::Is_Current() const
     return target_ == serving_;
 }
 
-// In slices, so that a stop is seen even where its signal was taken by somebody else. A new target need not wait.
+// Sleeps in slices, so that the flag is checked even if another sleep has taken the signal of the stop. A new target
+// ends the pause.
 void Socket_Reader::Pause(unsigned long slice)
 {
     unsigned long left = owner_.Get_Auto_Reconnect_Time();
@@ -148,11 +150,11 @@ Socket_Reader::Next Socket_Reader::Connected_As_Client(const Tries &tries)
     if (Is_Stopping()) return Stopped();
     const Semaphore_Guard guard(owner_);
     if (!Is_Current()) return Next::establish;
-    owner_.handle_ = socket_;  // null when it was closed just now: the first receive finds out
+    owner_.handle_ = socket_;  // null when it was closed just now: Receive checks
     return Next::serve;
 }
 
-// A stop, another target, and a close on this side are no failures: nothing is reported then.
+// A stop, another target and a close on this side are not reported.
 Socket_Reader::Next Socket_Reader::Failed_To_Connect(Tries &tries, bool resolved, unsigned long error)
 {
     if (Is_Stopping()) return Stopped();
@@ -183,7 +185,7 @@ void Socket_Reader::Report_Failed_Look_Up(const Tries &tries, unsigned long erro
         socket_code, Error_Handler::ES_Error);
 }
 
-// A host that is up and not ready is a message each time; one that cannot be reached is an error, and is told once for
+// A host that refuses is reported as a message at each try. A host that cannot be reached is reported as an error, once
 // as long as the tries come less than an hour apart.
 void Socket_Reader::Report_Failed_Try(Tries &tries, unsigned long error)
 {
@@ -206,7 +208,7 @@ unsigned int Socket_Reader::Tries::Seconds() const
     return static_cast<unsigned int>((platform::clock_ms() - start + 1000) / 1000);
 }
 
-// Nobody serves any more: neither a port nor a connection stays open.
+// No reader serves any more, so neither a port nor a connection stays open.
 Socket_Reader::Next Socket_Reader::Stopped()
 {
     Close_Socket();
@@ -214,18 +216,18 @@ Socket_Reader::Next Socket_Reader::Stopped()
     return Next::stopped;
 }
 
-// Not for a target that is left: whoever has closed for the new one is not asked again.
+// Makes none for a target that was replaced: nobody would close it.
 std::shared_ptr<platform::Socket> Socket_Reader::New_Socket()
 {
     auto socket = platform::Socket::create();
-    if (!socket) return nullptr;  // and the error stays the last one
+    if (!socket) return nullptr;  // the last error is the cause
     const Semaphore_Guard guard(owner_);
     if (!Is_Current()) return nullptr;
     socket_ = socket;
     return socket;
 }
 
-// The socket of an earlier connection or try, and not the one that a new target brings with it.
+// Closes the socket of an earlier connection or try, but never the one that a new target brings with it.
 void Socket_Reader::Close_Left_Over()
 {
     const Semaphore_Guard guard(owner_);
@@ -234,7 +236,7 @@ void Socket_Reader::Close_Left_Over()
 
 // The server role.
 
-// A listener that could not be closed before (a failed accept) goes first: it would hold the port.
+// After a failed accept the former listener is still open. Close it first: it holds the port.
 bool Socket_Reader::Listen()
 {
     Close_Left_Over();
@@ -263,7 +265,7 @@ bool Socket_Reader::Fail_To_Listen(std::uint32_t error, const char *text)
     return false;
 }
 
-// The port is closed as soon as there is a peer: a second one is refused, and not left waiting.
+// Closes the port as soon as there is a peer, so that a second peer is refused instead of kept waiting.
 Socket_Reader::Next Socket_Reader::Accept_As_Server()
 {
     sockaddr_in peer;
@@ -285,7 +287,8 @@ Socket_Reader::Next Socket_Reader::Accept_As_Server()
     return Next::serve;
 }
 
-// While this thread is in accept, for days perhaps, nobody waits for the writer either: owner_.terminate_refused_.
+// The accept may take days. terminate_refused_ is set meanwhile, so that the writer's own stop is not waited for
+// either.
 std::shared_ptr<platform::Socket> Socket_Reader::Wait_For_Peer(sockaddr_in &peer, unsigned long &error)
 {
     error = Listen() ? std::uint32_t{platform::error_operation_aborted} : listen_error_;
@@ -306,7 +309,7 @@ std::shared_ptr<platform::Socket> Socket_Reader::Wait_For_Peer(sockaddr_in &peer
     return accepted;
 }
 
-// A server that cannot listen tries again in the same way. Closing the port on this side is no error.
+// Also called when the server cannot listen. Closing the port on this side is not reported.
 Socket_Reader::Next Socket_Reader::Failed_To_Accept(unsigned long error)
 {
     const bool was_closed = error == platform::error_operation_aborted;

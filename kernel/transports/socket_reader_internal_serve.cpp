@@ -1,4 +1,4 @@
-// The reader thread: its passes, and serving a connection from its beginning to its end.
+// The reader thread: its passes, and how it serves a connection from the first message to the loss.
 #include "kernel/transports/socket_reader_internal.h"
 
 #include "kernel/transports/ntrip_answer_internal.h"
@@ -19,7 +19,7 @@ constexpr unsigned long failed_wait_ms = 1000;
 
 }  // namespace
 
-// Every pass is establish and serve, and what comes between two of them.
+// A pass is Establish and Serve. Begin_Again stands between two passes.
 unsigned long Socket_Reader::Work()
 {
     accept_errors_ = 0;
@@ -40,7 +40,7 @@ unsigned long Socket_Reader::Work()
     }
 }
 
-// The client may have heard 150 from the lost connection already; it hears it again, and its answer counts here.
+// The client may have heard Mesg_Detached for the lost connection already. It hears it again here, and may refuse now.
 Socket_Reader::Next Socket_Reader::Begin_Again()
 {
     owner_.SetStatus(Owner::Status_Disconnected);
@@ -53,7 +53,7 @@ Socket_Reader::Next Socket_Reader::Begin_Again()
     return Is_Stopping() ? Next::stopped : Next::establish;
 }
 
-// In the client role the socket may still be there, as a left-over: then Close sets 13 and sends 150 once more.
+// In the client role the socket may still be open in name. Then Close sets status 13 and tells Mesg_Detached once more.
 void Socket_Reader::Finish()
 {
     owner_.SetStatus(Owner::Status_Disconnected);
@@ -62,7 +62,7 @@ void Socket_Reader::Finish()
     owner_.Close();
 }
 
-// The reconnect decision. A new target is a connection still to be made, whatever was left.
+// The reconnect decision. A new target always gets its pass.
 Socket_Reader::Next Socket_Reader::After_Loss()
 {
     if (!Is_Current()) return Next::pass;
@@ -70,7 +70,7 @@ Socket_Reader::Next Socket_Reader::After_Loss()
     return serving_->is_server || owner_.Get_Auto_Reconnect_Time() > 0 ? Next::pass : Next::finish;
 }
 
-// From the first message to the loss. A stop signal must not be lost with the old ones.
+// Reset_Events may clear the signal of a stop that has just come: the flag gives it again.
 Socket_Reader::Next Socket_Reader::Serve()
 {
     owner_.Reset_Events();
@@ -88,14 +88,14 @@ Socket_Reader::Next Socket_Reader::Serve()
     return next_;
 }
 
-// A client that wants nothing ends the connection. A close forgets the request as well.
+// A client that accepts and requests nothing ends the connection. A close clears the request as well, but it is a loss.
 bool Socket_Reader::Invite()
 {
     if (Is_Stopping() || !Tell(Mesg_Request_Invite)) return Go_On(Next::finish);
     return Requested() > 0 || Go_On(owner_.is_connected() ? Next::finish : After_Loss());
 }
 
-// Where there is no connection any more, here and below, Close or Hang_Up has closed it, and their caller knows.
+// Without a stream, here and below, Close or Hang_Up has closed it on this side: nothing is reported.
 bool Socket_Reader::Receive()
 {
     std::shared_ptr<platform::Stream> stream;
@@ -125,7 +125,7 @@ bool Socket_Reader::Unwanted(double silent_seconds)
     return Go_On(Next::finish);
 }
 
-// A wait that cannot be made must not fill the log: the next one is a second later.
+// Pauses for a second, so that a wait that keeps failing does not fill the log.
 bool Socket_Reader::Wait_Failed(std::uint32_t error)
 {
     const Remote remote = The_Other_End(*serving_);
@@ -148,8 +148,8 @@ bool Socket_Reader::Read_Ended(Read_End end)
 
 bool Socket_Reader::Read_Failed(const platform::Stream &, std::uint32_t error) { return Go_On(Receive_Failed(error)); }
 
-// A caster's refusal is no data, not for the next connection either. A read that was done at once hangs up, and so
-// reports that as well.
+// A caster's refusal is no data and must not stand in front of the next connection's. After a read that was done at
+// once the connection ends by Hang_Up, which adds its own report; this is part of the interface.
 Socket_Reader::Next Socket_Reader::Judge(std::size_t n, Read_End end)
 {
     char *const piece = reinterpret_cast<char *>(Buffer().End()) - n;
@@ -163,8 +163,8 @@ Socket_Reader::Next Socket_Reader::Judge(std::size_t n, Read_End end)
     return After_Loss();
 }
 
-// The peer has said all that it had to say, and the client has got what it asked for: reads come in the order of the
-// stream, and each was offered before the next was begun. What is less than it asked for stays in the buffer.
+// The peer has sent all its data, and each read was offered to the client before the next one began. Bytes that are
+// fewer than requested stay in the buffer.
 Socket_Reader::Next Socket_Reader::Peer_Closed()
 {
     const auto remote = Lose_Connection();
@@ -189,7 +189,8 @@ Socket_Reader::Next Socket_Reader::Receive_Failed(unsigned long error)
     return After_Loss();
 }
 
-// One step: a close by another thread comes before it, and is not the peer's doing, or after it, and finds nothing.
+// Checks and closes under one lock: a close by another thread comes before (then nothing is reported) or finds it
+// closed.
 std::optional<Socket_Reader::Remote> Socket_Reader::Lose_Connection()
 {
     const Semaphore_Guard guard(owner_);
