@@ -102,7 +102,7 @@ protected:
     virtual bool Read_Failed(const platform::Stream &, std::uint32_t) { return false; }  // with this error, at once
     virtual bool Stop_Seen() { return false; }
     virtual bool Wait_Failed(std::uint32_t) { return false; }
-    virtual void Look_After_Other(bool) {}  // after its signal (true), and after each second of waiting
+    virtual void Look_After_Other(bool) {}  // after its signal (true), and after each second without a signal
 
 private:
     bool Fill();
