@@ -572,6 +572,22 @@ TEST(Socket_Client_Server, silence_is_asked_about_after_a_minute)
     EXPECT_EQ(patient.client.Story(), (Heard{Mesg_Attached, Mesg_Request_Invite, Mesg_Status_50}));  // once a minute
 }
 
+TEST(Socket_Client_Server, a_time_out_tells_the_seconds_since_the_last_data)
+{
+    Host host;
+    Station station;
+    station.client.answers[Mesg_Status_50] = [] { return false; };
+    Peer peer = station.To(host.Open());
+    ASSERT_TRUE(station.client.Hears(Mesg_Request_Invite));
+    platform::advance_clock(30000);
+    peer.Say("x");
+    ASSERT_TRUE(station.client.Hears(Mesg_Data_Ready));
+    platform::sleep_ms(100);  // for the next wait to begin
+    platform::advance_clock(30000);
+    EXPECT_TRUE(station.Ends());
+    EXPECT_EQ(station.Count("3,91 " + Address(host.Port()) + " Socket timeout: no data since 3"), 1);
+}
+
 TEST(Socket_Client_Server, stops_at_once_wherever_it_is)
 {
     Host refusing, full, open;
