@@ -41,8 +41,8 @@ Ring Make_Ring(unsigned int size)
     return Ring(String_Byte_Server::Construct(static_cast<long>(size), &Trace_Handler));
 }
 
-// Both sides: n clients each, that of the connector and that of the rings which are fed by hand. Each block comes from a
-// ring, as it does to a connector.
+// Both sides: n clients each, that of the connector and that of the rings which are fed by hand. Each block comes from
+// a ring, as it does to a connector.
 class Sides {
 public:
     explicit Sides(std::size_t n) : clients_(n), peers_(n)
@@ -87,8 +87,8 @@ private:
     std::vector<Ring> rings_;
 };
 
-// Argument: additional clients. Each turn has new objects: where the allocator puts them, and what they then share in the
-// caches, changes a turn by a quarter and more.
+// Argument: additional clients. Each turn has new objects: where the allocator puts them, and what they then share in
+// the caches, changes a turn by a quarter and more.
 void Compare(benchmark::State &state)
 {
     const auto n = static_cast<std::size_t>(state.range(0)) + 1;

@@ -1,5 +1,5 @@
-// A typed line as a format: whatever is typed, the buffer is kept, text without directives stays as it is, and short fields
-// of whole numbers are what printf makes of zeros.
+// A typed line as a format: whatever is typed, the buffer is kept, text without directives stays as it is, and short
+// fields of whole numbers are what printf makes of zeros.
 #include "kernel/bytes/typed_line_internal.h"
 
 #include <algorithm>

@@ -12,8 +12,8 @@ namespace platform {
 std::uint16_t network_order(std::uint16_t value);
 std::uint32_t network_order(std::uint32_t value);
 
-// System is the system's sockaddr_in. Both systems lay it out alike and give IPv4 the same number; the field within sin_addr
-// is a macro on Windows, hence the copies.
+// System is the system's sockaddr_in. Both systems lay it out alike and give IPv4 the same number; the field within
+// sin_addr is a macro on Windows, hence the copies.
 template <class System>
 System to_system(const Address &address)
 {

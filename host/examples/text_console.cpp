@@ -1,4 +1,5 @@
-// A text console: typed lines go to a TCP peer, for example a receiver's command port, and what it answers to the screen.
+// A text console: typed lines go to a TCP peer, for example a receiver's command port, and what it answers to the
+// screen.
 #include "kernel/bytes/Keyboard_Server.h"
 #include "kernel/bytes/Text_Byte_Client.h"
 #include "kernel/transports/Socket_Client_Server.h"

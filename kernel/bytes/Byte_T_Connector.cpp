@@ -41,8 +41,8 @@ public:
         const Byte_Client *asked = Served();
         if (Tell(Mesg_Disconnect_Query) && Served() == asked) SetClient(nullptr);
     }
-    // What a server's destructor does, but without its lock, for nobody else knows this one any more: a client that calls the
-    // connector from inside these messages takes the connector's lock, which comes before the node's.
+    // What a server's destructor does, but without its lock, for nobody else knows this one any more: a client that
+    // calls the connector from inside these messages takes the connector's lock, which comes before the node's.
     static void Let_Go(Additional_Client *node)
     {
         if (Byte_Client *former = node->Served()) {
@@ -75,8 +75,9 @@ const AVL_NodeFunc Byte_T_Connector::Additional_Client::functions = {
     [](void *, const void *) {},
 };
 
-// One operation: holds the lock. Nodes that were taken out meanwhile may be at work further down the stack; they go when
-// the outermost operation ends, and outside of the lock, as deleting a client may wait for a thread of the client's.
+// One operation: holds the lock. Nodes that were taken out meanwhile may be at work further down the stack; they go
+// when the outermost operation ends, and outside of the lock, as deleting a client may wait for a thread of the
+// client's.
 class KERNEL_SCOPED_CAPABILITY Byte_T_Connector::Visit {
 public:
     explicit Visit(Byte_T_Connector &connector) KERNEL_ACQUIRE(connector) : connector_(connector)
@@ -98,8 +99,8 @@ private:
     Byte_T_Connector &connector_;
 };
 
-// The action may change the tree, by way of what a client does inside a message. The cursor is one node ahead: the processor
-// looks for it while it works on the one before.
+// The action may change the tree, by way of what a client does inside a message. The cursor is one node ahead: the
+// processor looks for it while it works on the one before.
 template <class Action>
 void Byte_T_Connector::For_Each(Action action) const
 {

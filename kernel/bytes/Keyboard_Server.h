@@ -11,8 +11,8 @@ namespace kernel {
 //
 // A line is a printf format that has no arguments: "%%" is a percent sign, a number's directive a zero, a text's is
 // empty; width, precision and flags count, and "%n" is nothing. What is no directive stays as it was typed. Of what
-// a line becomes, at most 5051 characters are served. A line may have any length: it is read in pieces of 5027 characters,
-// and pieces that the ring does not hold are served one after the other.
+// a line becomes, at most 5051 characters are served. A line may have any length: it is read in pieces of 5027
+// characters, and pieces that the ring does not hold are served one after the other.
 //
 // Threads:   Work blocks while it waits for a line; Put and the like are for the same thread.
 // Ownership: as String_Byte_Server.
@@ -29,8 +29,8 @@ public:
     static void Destruct(Keyboard_Server *server) { Object::Destruct(server); }
 
     bool IsValid() const override;
-    // Reads and serves line by line. True at the end of the input; false when no client is there, or it refused: what it
-    // has not taken is served in front of the next line.
+    // Reads and serves line by line. True at the end of the input; false when no client is there, or it refused: what
+    // it has not taken is served in front of the next line.
     bool Work() override;
 
 protected:

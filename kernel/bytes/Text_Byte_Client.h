@@ -10,8 +10,8 @@ namespace kernel {
 //
 // Threads:   prints on the server's delivering thread; a byte is never torn.
 // Ownership: as Byte_Client.
-// Errors:    none; what the standard output refuses is lost. A server that has no byte although it told so gives No_Byte,
-//            and 255 is printed: kept as it is.
+// Errors:    none; what the standard output refuses is lost. A server that has no byte although it told so gives
+//            No_Byte, and 255 is printed: kept as it is.
 class KERNEL_API Text_Byte_Client : public Byte_Client {
 public:
     static const char Name[];  // "Text_Byte_Client"

@@ -7,8 +7,8 @@
 
 namespace kernel {
 
-// The messages that every client makes of its own ticks and sends to the upstream server's client. An object with n clients
-// would pass each of them on n times: it counts the ticks itself and passes on what comes of that.
+// The messages that every client makes of its own ticks and sends to the upstream server's client. An object with n
+// clients would pass each of them on n times: it counts the ticks itself and passes on what comes of that.
 inline bool Is_Derived_Tick(CL_Mesg message)
 {
     return message == Mesg_Minute || message == Mesg_Hour || message == Mesg_Day;

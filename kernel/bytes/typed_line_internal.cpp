@@ -10,8 +10,8 @@ namespace {
 
 using std::string_view;
 
-// Counts what does not fit, too, but keeps within the buffer. Numbers are at most as large as the buffer, so that sums of
-// them do not overflow.
+// Counts what does not fit, too, but keeps within the buffer. Numbers are at most as large as the buffer, so that sums
+// of them do not overflow.
 class Output {
 public:
     Output(char *out, std::size_t size) : out_(out), size_(size) {}

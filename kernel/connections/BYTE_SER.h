@@ -30,9 +30,10 @@ constexpr unsigned short No_Byte = 0xFFFF;
 //            Send. When they return, no other thread is inside the old client, and it hears nothing more. Destruction
 //            waits for that as well; threads inside the server's own operations have left them before.
 //            Deadlock hazards: do not call these while you hold a lock that the client's Send may want (this object's
-//            Semaphore is one), nor on two threads that are each inside the other one's client. Handlers of Mesg_Minute,
-//            Mesg_Hour and Mesg_Day run with the client's lock held, and Disconnect asks with the server's lock held. If
-//            your client locks itself in Mesg_Disconnect_Query, do not call Disconnect from such a handler.
+//            Semaphore is one), nor on two threads that are each inside the other one's client. Handlers of
+//            Mesg_Minute, Mesg_Hour and Mesg_Day run with the client's lock held, and Disconnect asks with the server's
+//            lock held. If your client locks itself in Mesg_Disconnect_Query, do not call Disconnect from such a
+//            handler.
 // Ownership: owns the connected client (see Server); Switch hands the old one to the caller. A replaced client is
 //            deleted when the new one has its place: its destructor must not disconnect. The caller's buffers are
 //            filled before the call returns and not kept.

@@ -103,8 +103,8 @@ void File_Client::Close()
 bool File_Client::Send(Byte_Server &server, CL_Mesg message)
 {
     switch (message) {
-    // A request of one byte, so that the server calls as soon as there is any data; Mesg_Data_Ready then takes all. The replies
-    // are always true: a full disk must not end the stream.
+    // A request of one byte, so that the server calls as soon as there is any data; Mesg_Data_Ready then takes all. The
+    // replies are always true: a full disk must not end the stream.
     case Mesg_Request_Invite: server.Request(1); return true;
     case Mesg_Data_Ready: {
         unsigned char block[block_size];

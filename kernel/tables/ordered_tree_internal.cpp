@@ -59,7 +59,8 @@ struct Tree_Access {
         }
     }
 
-    // The node's data; cursors that stood on it go into the gap. Those in a gap before it stay there: before the next one.
+    // The node's data; cursors that stood on it go into the gap. Those in a gap before it stay there: before the next
+    // one.
     static void *Take(Tree &tree, Place at)
     {
         if (at == tree.nodes_.end()) return nullptr;

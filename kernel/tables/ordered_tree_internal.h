@@ -1,14 +1,14 @@
-// Ordered trees with stable order among equals, and cursors that stay good while nodes come and go: the AVL_ operations that
-// event tables, string trees, resource strings and the T-connector stand on.
+// Ordered trees with stable order among equals, and cursors that stay good while nodes come and go: the AVL_ operations
+// that event tables, string trees, resource strings and the T-connector stand on.
 #pragma once
 
 #include <set>
 
 namespace kernel {
 
-// The two orders of a pair are the reverse of strcmp's: 1 when the node `data` stands before `key`, 0 when they are equal,
-// -1 when it stands behind. Nodes are compared with keys only, never with each other, so that a key may be of another type
-// than the nodes: a string where the nodes hold strings.
+// The two orders of a pair are the reverse of strcmp's: 1 when the node `data` stands before `key`, 0 when they are
+// equal, -1 when it stands behind. Nodes are compared with keys only, never with each other, so that a key may be of
+// another type than the nodes: a string where the nodes hold strings.
 using AVL_Compare = int (*)(const void *data, const void *key);
 
 // What a tree does with the data that it is given and that it lets go.
@@ -30,8 +30,8 @@ class AVL_Cursor;
 // The tree behind a handle. Use the functions below.
 //
 // Threads:   not locked, nor are cursors: the owner locks around each operation.
-// Ownership: owns its nodes' places, not their data. Data leave by a release (free_func) or are handed back. Keys are used
-//            while an operation runs and not kept.
+// Ownership: owns its nodes' places, not their data. Data leave by a release (free_func) or are handed back. Keys are
+//            used while an operation runs and not kept.
 // Errors:    memory shortage is an answer; nothing is reported and nothing throws.
 class S_AVL_WorkFunc {
 public:
@@ -64,9 +64,9 @@ private:
     AVL_Cursor *cursors_ = nullptr;  // all that stand in this tree
 };
 
-// A place in a tree: on a node, or in the gap between two nodes, or past the end, which is also before the beginning. When
-// the node under a cursor leaves the tree, by whatever operation, the cursor stays in the gap that it leaves: the next step
-// leads to the neighbour. A cursor past the end steps on to the first node, or back to the last.
+// A place in a tree: on a node, or in the gap between two nodes, or past the end, which is also before the beginning.
+// When the node under a cursor leaves the tree, by whatever operation, the cursor stays in the gap that it leaves: the
+// next step leads to the neighbour. A cursor past the end steps on to the first node, or back to the last.
 //
 // Threads:   as the tree.
 // Ownership: refers to the tree; when that is gone it stands nowhere and stays there.
@@ -97,8 +97,8 @@ private:
 S_AVL_WorkFunc *AVL_Konstruktor(const AVL_NodeFunc &functions, AVL_Compare compare);
 void AVL_Destruktor(S_AVL_WorkFunc *tree);
 
-// Behind all that are equal; or only if none is equal. False: there is one, malloc_func answered null, or memory is short:
-// then nothing has changed, and the data stay the caller's.
+// Behind all that are equal; or only if none is equal. False: there is one, malloc_func answered null, or memory is
+// short: then nothing has changed, and the data stay the caller's.
 bool AVL_InsertStabil(S_AVL_WorkFunc *tree, const void *key, void *data);
 bool AVL_InsertUnique(S_AVL_WorkFunc *tree, const void *key, void *data);
 
@@ -111,8 +111,8 @@ void *AVL_SearchLessEqual(const S_AVL_WorkFunc *tree, const void *key);
 void *AVL_SearchMin(const S_AVL_WorkFunc *tree);
 void *AVL_SearchMax(const S_AVL_WorkFunc *tree);
 
-// Cursors. Key and FirstKey: on the first equal node; without one in the gap where it would stand. Less: on the last node
-// that is less; Pred: in the gap before the first that is not, so that a step back leads to the same node.
+// Cursors. Key and FirstKey: on the first equal node; without one in the gap where it would stand. Less: on the last
+// node that is less; Pred: in the gap before the first that is not, so that a step back leads to the same node.
 AVL_Cursor AVL_MakeMin(S_AVL_WorkFunc *tree);
 AVL_Cursor AVL_MakeMax(S_AVL_WorkFunc *tree);
 AVL_Cursor AVL_MakeKey(S_AVL_WorkFunc *tree, const void *key);
@@ -129,8 +129,8 @@ void *AVL_GetPfad(S_AVL_WorkFunc *tree, const AVL_Cursor &cursor);
 void *AVL_GetMin(S_AVL_WorkFunc *tree);
 void *AVL_GetMax(S_AVL_WorkFunc *tree);
 
-// Take nodes out and release them, one by one: a release finds the tree without the node, and may change it. The key given
-// to free_func is this call's (null for DelTree, `from` for a range, both ends of which belong to it).
+// Take nodes out and release them, one by one: a release finds the tree without the node, and may change it. The key
+// given to free_func is this call's (null for DelTree, `from` for a range, both ends of which belong to it).
 void AVL_DelLess(S_AVL_WorkFunc *tree, const void *key, const void *user);
 void AVL_DelGreater(S_AVL_WorkFunc *tree, const void *key, const void *user);
 void AVL_DelBetweenKey(S_AVL_WorkFunc *tree, const void *from, const void *to, const void *user);

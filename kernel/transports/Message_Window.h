@@ -8,8 +8,8 @@
 
 namespace kernel {
 
-// A window without a face: its handle is what SetMessage takes, in this process or in another one of the same user. A host
-// with windows of its own (Windows) may use those instead.
+// A window without a face: its handle is what SetMessage takes, in this process or in another one of the same user. A
+// host with windows of its own (Windows) may use those instead.
 //
 // Threads:   made, asked and destroyed on one thread; posting comes from any.
 // Ownership: the host's.

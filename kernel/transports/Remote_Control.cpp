@@ -78,8 +78,8 @@ void Remote_Control::SetStatus(Status status)
     if (window) Post(window, message, wparam, status);
 }
 
-// The number of tries has no limit: no change is lost while the window lives, however long the host does not look at its
-// messages. Outside the lock, so that the host can ask for the status meanwhile.
+// The number of tries has no limit: no change is lost while the window lives, however long the host does not look at
+// its messages. Outside the lock, so that the host can ask for the status meanwhile.
 void Remote_Control::Post(void *window, long message, long wparam, Status status)
 {
     const platform::Window_Message post{static_cast<std::uint32_t>(message), static_cast<std::uint64_t>(wparam),

@@ -1,5 +1,5 @@
-// What every transport tells about its connection: a status number, a count of its changes, and a message to a window of
-// the host for each change.
+// What every transport tells about its connection: a status number, a count of its changes, and a message to a window
+// of the host for each change.
 #pragma once
 
 #include "kernel/base/Object.h"
@@ -11,9 +11,10 @@ namespace kernel {
 
 // The base of serial lines, sockets and pipes.
 //
-// Threads:   status and message are guarded by a lock of their own, which is not held while a message is posted. SetStatus
-//            runs on the transport's threads; with a window whose queue is full it waits until there is room or the window
-//            is gone, so that no change is lost. A stop of the transport's thread ends that wait: see Gives_Up_Posting.
+// Threads:   status and message are guarded by a lock of their own, which is not held while a message is posted.
+//            SetStatus runs on the transport's threads; with a window whose queue is full it waits until there is room
+//            or the window is gone, so that no change is lost. A stop of the transport's thread ends that wait: see
+//            Gives_Up_Posting.
 // Ownership: the window is the host's. It may go at any time: that ends the messages.
 // Errors:    every 10th failed post is reported (level 2), and one that was given up.
 class KERNEL_API Remote_Control : public virtual Object {
@@ -42,8 +43,8 @@ public:
     // changes: takes the number of SetStatus calls so far, of the same moment; may be null.
     virtual Status GetStatus(unsigned long *const changes);
     virtual void SetStatus(Status status);
-    // From now on each change is posted to this window as (message, wparam, status). Null ends that. See Message_Window for
-    // a receiver that works on every system.
+    // From now on each change is posted to this window as (message, wparam, status). Null ends that. See Message_Window
+    // for a receiver that works on every system.
     virtual void SetMessage(void *const window, long message, long wparam);
 
     ~Remote_Control() override;

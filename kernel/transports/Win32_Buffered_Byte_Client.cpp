@@ -400,8 +400,8 @@ unsigned long Win32_Buffered_Byte_Client::overlapped_thread()
     }
 }
 
-// Nothing is on its way when the writer has ended. What waits stays where it is, and goes on through the same connection,
-// or is dropped before the next one.
+// Nothing is on its way when the writer has ended. What waits stays where it is, and goes on through the same
+// connection, or is dropped before the next one.
 unsigned long Win32_Buffered_Byte_Client::End_Writer(unsigned long exit_code)
 {
     if (write_) write_->cancel();
@@ -421,8 +421,9 @@ std::uint32_t Win32_Buffered_Byte_Client::Take_Result()
     return last_error_;
 }
 
-// The buffer that is being filled to the system. It counts as on its way from here on, so that the lock need not be held
-// while the system copies it: a megabyte takes its time, and the producer goes on in the other buffer, which is empty.
+// The buffer that is being filled to the system. It counts as on its way from here on, so that the lock need not be
+// held while the system copies it: a megabyte takes its time, and the producer goes on in the other buffer, which is
+// empty.
 Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Write()
 {
     std::shared_ptr<platform::Stream> to;  // let go of without the lock: its last holder may take its time to close it
@@ -454,9 +455,9 @@ Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Write()
     return Block_Ended(Next::gather);
 }
 
-// The block is through, or has failed. A failure takes along what waits for the same connection: neither the peer nor the
-// next connection gets the rest of something that began in the lost block. Where this side has closed the transport, or
-// has another one by now, there is no failure to report, and Write finds out what is connected.
+// The block is through, or has failed. A failure takes along what waits for the same connection: neither the peer nor
+// the next connection gets the rest of something that began in the lost block. Where this side has closed the
+// transport, or has another one by now, there is no failure to report, and Write finds out what is connected.
 Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Block_Ended(Next next)
 {
     std::uint32_t error = 0;

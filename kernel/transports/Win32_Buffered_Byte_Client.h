@@ -28,10 +28,11 @@ namespace kernel {
 // The writer starts with the first data and ends when a write fails, the connection is gone, or Mesg_Attached,
 // Mesg_Detached or Stop_Writer comes; the next data start it again. Fewer than 64 bytes wait 10 ms for more.
 //
-// Bytes go out in the order in which they came, and through the connection for which they came: what a lost or stopped one
-// leaves in the buffers is dropped as a whole, and nothing of it gets into the next one. A block that fails is lost, and
-// what waits behind it as well. A failure with error 6, 232, 233 or 536 (nobody has opened the other end yet, or no more)
-// is not reported: the reading side tells it. Nor is one reported that comes of closing the transport on this side.
+// Bytes go out in the order in which they came, and through the connection for which they came: what a lost or stopped
+// one leaves in the buffers is dropped as a whole, and nothing of it gets into the next one. A block that fails is
+// lost, and what waits behind it as well. A failure with error 6, 232, 233 or 536 (nobody has opened the other end yet,
+// or no more) is not reported: the reading side tells it. Nor is one reported that comes of closing the transport on
+// this side.
 //
 // Threads:   the producer's thread calls Send, the derived class's reader the NTRIP requests; the writer thread writes,
 //            and calls is_connected with the lock held and ReportErrorIntern without it. Buffers, writer state and
@@ -105,8 +106,8 @@ protected:
     // the buffer that is being filled stays. No other writer begins meanwhile.
     void Stop_Writer();
 
-    // The transport: another stream for each connection, which is how the data of one are told from those of the next. The
-    // derived class sets and clears it, with the object's Semaphore held.
+    // The transport: another stream for each connection, which is how the data of one are told from those of the next.
+    // The derived class sets and clears it, with the object's Semaphore held.
     std::shared_ptr<platform::Stream> handle_;
     // For the reading side of the derived class.
     std::unique_ptr<platform::Event> reader_stop_event_;

@@ -11,7 +11,8 @@ namespace {
 constexpr std::size_t judged_piece = 50;  // bytes
 constexpr std::string_view accepted = "ICY 200 OK";
 
-// What follows the first two words of the status line, with the blank before it; the whole line when it has no two blanks.
+// What follows the first two words of the status line, with the blank before it; the whole line when it has no two
+// blanks.
 std::string_view Reason(std::string_view text)
 {
     const std::size_t first = text.find(' ');

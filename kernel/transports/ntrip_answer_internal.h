@@ -7,13 +7,14 @@
 
 namespace kernel {
 
-// Collects the pieces of the answer as they are received, up to 250 bytes, and judges them with the first piece that adds
-// 50 bytes or more; an answer in smaller pieces is never judged and passes. What is collected is a copy: nothing is taken
-// from the stream.
+// Collects the pieces of the answer as they are received, up to 250 bytes, and judges them with the first piece that
+// adds 50 bytes or more; an answer in smaller pieces is never judged and passes. What is collected is a copy: nothing
+// is taken from the stream.
 //
 // Threads:   one, the reader.
 // Ownership: copies.
-// Errors:    the caster's refusal, in words for a report. They are its own words: an argument of a report, never a format.
+// Errors:    the caster's refusal, in words for a report. They are its own words: an argument of a report, never a
+//            format.
 class Ntrip_Answer {
 public:
     void Expect(bool answer);  // a request went out; false: to one that is not judged

@@ -1,5 +1,5 @@
-// Clients that answer at random and do something at random inside their messages, and what is needed to run a model of what
-// they are connected to beside it: the same dice, a record of what each client heard, and of who was deleted.
+// Clients that answer at random and do something at random inside their messages, and what is needed to run a model of
+// what they are connected to beside it: the same dice, a record of what each client heard, and of who was deleted.
 #pragma once
 
 #include "kernel/connections/BYTE_SER.h"
