@@ -17,9 +17,6 @@ namespace {
 
 const char unit[] = "Kernel/file_timetag_client";
 
-constexpr Err_Code file_code = 9;
-constexpr Err_Code memory_code = 18;
-
 }  // namespace
 
 const char File_TimeTag_Client::Name[] = "File_TimeTag_Client";
@@ -92,7 +89,7 @@ bool File_TimeTag_Client::Create(const char *name)
         }
     } catch (const std::bad_alloc &) {
     }
-    Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, memory_code, "strdup(%s) failed", name);
+    Report(unit, __LINE__).Print_Out(Error_Handler::ES_Error, no_memory_code, "strdup(%s) failed", name);
     return false;
 }
 
