@@ -217,8 +217,8 @@ TEST(Socket_Client_Server, statuses_and_messages_of_a_loss_come_in_one_order)
     for (const auto &c : cases) {
         SCOPED_TRACE(&c - cases);
         Host host;
+        Shared<Story> events;  // outlives the station, whose end tells one more
         Station station;
-        Shared<Story> events;
         station.socket.on_status = [&](Remote_Control::Status status) { events.Add({status}); };
         station.client.on_message = [&](CL_Mesg message) {
             if (message == Mesg_Attached || message == Mesg_Detached) events.Add({message});
