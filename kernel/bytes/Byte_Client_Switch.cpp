@@ -10,7 +10,7 @@ namespace kernel {
 
 namespace {
 
-// What all clients hear, the parked ones as well.
+// Messages that go to all clients, the parked ones included.
 bool Is_For_All(CL_Mesg message)
 {
     switch (message) {
@@ -30,7 +30,7 @@ bool Is_For_All(CL_Mesg message)
     }
 }
 
-// The one way in which the class calls a client that is not the current one.
+// Every message to a parked client goes through this function.
 bool Ask_Parked(Byte_Client &client, Byte_Server &origin, CL_Mesg message) { return client.Send(origin, message); }
 
 }  // namespace
@@ -46,7 +46,7 @@ Byte_Client_Switch *Byte_Client_Switch::Construct(const char *name)
     return Constructed([&] { return new Byte_Client_Switch(name); });
 }
 
-// The current client is the base's.
+// The destructor of the base class releases the current client.
 Byte_Client_Switch::~Byte_Client_Switch() { Delete_Parked(*this); }
 
 bool Byte_Client_Switch::IsInheritedFrom(const char *name) const
@@ -65,7 +65,7 @@ void Byte_Client_Switch::Unpark(const Byte_Client *client)
     parked_.erase(std::remove(parked_.begin(), parked_.end(), client), parked_.end());
 }
 
-// Out of reach before they are asked: a client may call the switch from inside the message.
+// Empties the list before the clients are asked, because a client may call the switch from inside the message.
 std::vector<Byte_Client *> Byte_Client_Switch::Take_Parked() { return std::exchange(parked_, {}); }
 
 void Byte_Client_Switch::Delete_Parked(Byte_Server &server)
@@ -85,7 +85,7 @@ bool Byte_Client_Switch::Connect(Byte_Client *client)
         SetClient(client);
         return true;
     }
-    Unpark(client);  // it is in the array, with nobody current, when the current one was taken away alone
+    Unpark(client);  // it may be parked without a current client, if that was taken away alone
     if (current) {
         Tell(Mesg_Detached);
         current = Get_Byte_Client();  // it may have left inside the message
@@ -143,7 +143,7 @@ bool Byte_Client_Switch::FindNewClient()
     return Tell(Mesg_Status_210);
 }
 
-// Both may leave inside their messages, and be deleted by that: each is looked for again before it is used.
+// Both clients may leave inside their messages and be deleted. Each is therefore looked up again before it is used.
 bool Byte_Client_Switch::Hand_Over(Byte_Client *candidate)
 {
     Byte_Client *current = Get_Byte_Client();
@@ -166,7 +166,7 @@ bool Byte_Client_Switch::Send(Byte_Server &server, CL_Mesg message)
 {
     if (message == Mesg_Delete_Query) {
         const bool answer = Byte_Client::Send(server, message);
-        // Whatever the answer.
+        // The parked clients are deleted whatever the base replies.
         Delete_Parked(server);
         return answer;
     }
@@ -176,11 +176,11 @@ bool Byte_Client_Switch::Send(Byte_Server &server, CL_Mesg message)
     return Offer(server, message);
 }
 
-// Clients may come and go inside the message: by number, not by iterator.
+// Clients may come and go inside the message, so the loop uses an index and no iterator.
 bool Byte_Client_Switch::Broadcast(Byte_Server &server, CL_Mesg message)
 {
     const std::optional<bool> answer = Ask(server, message);
-    if (!answer) return true;  // nobody is here
+    if (!answer) return true;  // no current client
     if (!*answer) return false;
     for (std::size_t i = 0; i < parked_.size(); ++i)
         if (!Ask_Parked(*parked_[i], server, message)) return false;
@@ -201,7 +201,7 @@ bool Byte_Client_Switch::Tick(Byte_Server &server)
 bool Byte_Client_Switch::Offer(Byte_Server &server, CL_Mesg message)
 {
     const std::optional<bool> answer = Ask(server, message);
-    if (!answer) return Byte_Client::Send(server, message);  // nobody is here
+    if (!answer) return Byte_Client::Send(server, message);  // no current client
     if (*answer) {
         if (message == Mesg_Data_Ready) refusals_ = 0;
         return true;
@@ -215,7 +215,7 @@ bool Byte_Client_Switch::Offer(Byte_Server &server, CL_Mesg message)
     return true;
 }
 
-// A store that no compiler may leave out.
+// Writes through a null pointer; no compiler may leave this store out.
 bool Byte_Client_Switch::Request(long)
 {
     volatile int *volatile nowhere = nullptr;

@@ -7,24 +7,25 @@
 
 namespace kernel {
 
-// The client of an upstream byte server, and the server of one current client. The others are parked.
+// The client of an upstream byte server, and the server of one current client. The other clients are parked.
 //
-// What the upstream server sends goes to the current client with the upstream server as its server, so that the client
+// Messages of the upstream server go to the current client with the upstream server as sender, so that the client
 // requests and pulls there. Notices of the line (Mesg_Attached, Mesg_Detached, logins, ticks, Mesg_Status_220,
-// Mesg_Status_230, Mesg_Byte_Type) go to the parked ones, too, until one refuses. When the current client refuses
-// another message, the first parked client that accepts Mesg_Status_210 takes over, and upstream is asked Request(0):
-// the next thing it sends is an invitation. A current client that refuses a message but accepts Mesg_Status_210 goes
-// on, if no parked one accepts it. When Mesg_Data_Ready was refused more often than there are clients, and none has
-// taken data in between, the switch refuses as well: otherwise upstream would offer the same bytes for ever.
+// Mesg_Status_230, Mesg_Byte_Type) also go to the parked clients, until one returns false. When the current client
+// returns false for any other message, the first parked client that accepts Mesg_Status_210 takes over. The switch then
+// calls Request(0) upstream, so that the next message is Mesg_Request_Invite. If no parked client accepts, a current
+// client that accepts Mesg_Status_210 itself goes on. When Mesg_Data_Ready was refused more often than there are
+// clients, and no client took data in between, the switch returns false as well: otherwise upstream would offer the
+// same bytes for ever.
 //
-// Minutes: the switch counts the ticks itself. Each client hears Mesg_Minute, Mesg_Hour and Mesg_Day once, when they
-// are due by this count; what the clients derive from their own counts is dropped.
+// Minutes: the switch counts the ticks itself. Each client gets Mesg_Minute, Mesg_Hour and Mesg_Day once when they are
+// due by this count. The switch drops the ones that clients derive from counts of their own.
 //
-// From inside its answer to Mesg_Byte_Type a client can connect, switch and hand over nothing: that is refused;
-// Disconnect then means this client alone.
+// Connect, Switch and FindNewClient fail when a client calls them from inside Mesg_Byte_Type. Disconnect then asks the
+// current client only.
 //
-// Threads:   no lock of its own. Messages run on the upstream server's thread; Connect, Disconnect, Switch and
-//            FindNewClient are for that thread (also from inside a message) or for a time when upstream is idle.
+// Threads:   no lock of its own. Messages run on the upstream server's thread. Call Connect, Disconnect, Switch and
+//            FindNewClient on that thread (also from inside a message), or while upstream is idle.
 // Ownership: owns current and parked clients as a Byte_Server owns its client. Clients do not know their server: a
 //            parked client must outlive the switch or be deleted by it.
 // Errors:    those of Byte_Server. A client that takes no bytes is reported (3, 26) and stays the caller's.
@@ -39,25 +40,27 @@ public:
     static void Destruct(Byte_Client_Switch *object) { Object::Destruct(object); }
     ~Byte_Client_Switch() override;
 
-    // Makes `client` the current one and parks the former, which is sent Mesg_Detached before the new one is asked. If
-    // that one takes no bytes, the former stays, without a Mesg_Attached. A parked client changes places with the
-    // current one, and neither is told. False: null, or refused.
+    // Makes `client` the current one and parks the former one, which gets Mesg_Detached before the new one is asked. If
+    // the new one takes no bytes, the former one stays current and gets no Mesg_Attached. A parked `client` changes
+    // places with the current one; neither gets a message. Returns false for null and when the connection is refused.
     bool Connect(Byte_Client *client) override;
-    // As Byte_Server: the current client goes to the caller, the parked ones stay. A parked `client` leaves its place.
+    // As Byte_Server::Switch: the current client goes to the caller, the parked ones stay. A parked `client` is no
+    // longer parked afterwards.
     Byte_Client *Switch(Byte_Client *client) override;
     // 0: the current client; from 1: the parked ones. Null when there is none.
     Byte_Client *Get_Client(int i);
-    // Asks the current client and then all that are parked. The last one asked stays connected if it refuses; earlier
-    // ones lose their place even so, are not deleted, and are their owner's from then on.
+    // Asks the current client and then all parked ones. The last one asked stays connected if it refuses. Earlier ones
+    // that refuse lose their place all the same: they are not deleted, and belong to their owner from then on.
     void Disconnect() override;
-    bool PreDisconnect() override;  // would all of them let go?
-    // Offers the place of the current client to the parked ones. The one that takes over hears Mesg_Status_220, the
-    // former Mesg_Status_230. Without one: whether the current client accepts Mesg_Status_210 itself.
+    bool PreDisconnect() override;  // would all clients let go?
+    // Offers the place of the current client to the parked ones. The one that takes over gets Mesg_Status_220, the
+    // former one Mesg_Status_230. If none takes over, returns whether the current client accepts Mesg_Status_210
+    // itself.
     bool FindNewClient();
 
     bool Send(Byte_Server &server, CL_Mesg message) override;
-    // Nobody asks a switch for data: its clients know the server above. Ends the process, so that a chain that is built
-    // wrongly fails at once.
+    // Not called in a correct chain, because the clients request from the server above. Ends the process, so that a
+    // chain that is built wrongly fails at once.
     bool Request(long n) override;
 
 protected:
@@ -75,10 +78,10 @@ private:
     bool Offer(Byte_Server &server, CL_Mesg message);
 
     std::vector<Byte_Client *> parked_;
-    // Byte_Server connects or switches: its Disconnect means the current client alone, and no other one takes the
-    // place.
+    // True while Byte_Server connects or switches: Disconnect then concerns the current client only, and no other
+    // client takes its place.
     bool replaces_current_ = false;
-    bool passes_tick_ = false;  // the clients hear Mesg_Second
+    bool passes_tick_ = false;  // Mesg_Second is being sent to the clients
     std::size_t refusals_ = 0;  // of Mesg_Data_Ready, since a client took data
 };
 

@@ -27,7 +27,7 @@ public:
         : Object("Byte-T-Connector::Additional_Client", nullptr),
           String_Byte_Server(nullptr, static_cast<long>(connector.size_), nullptr), key(client), pass(connector.pass_)
     {
-        // One that is the default is not set: as a default it is noticed when it goes.
+        // The default handler is not set explicitly: an object that uses it as the default notices its end.
         Error_Handler *handler = connector.Get_Error_Handler();
         if (handler != Get_Error_Handler()) Set_Error_Handler(handler);
     }
@@ -35,14 +35,16 @@ public:
     using Byte_Server::Forward_Send;
     Byte_Client *Served() const { return Get_Byte_Client(); }
 
-    // Without a lock of its own: the caller holds the connector's. A client that took the place meanwhile keeps it.
+    // Takes no lock, because the caller holds the connector's. A client that took the place inside the message keeps
+    // it.
     void Disconnect() override
     {
         const Byte_Client *asked = Served();
         if (Tell(Mesg_Disconnect_Query) && Served() == asked) SetClient(nullptr);
     }
-    // What a server's destructor does, but without its lock, for nobody else knows this one any more: a client that
-    // calls the connector from inside these messages takes the connector's lock, which comes before the node's.
+    // Does what a server's destructor does, but without the node's lock. A client that calls the connector from inside
+    // these messages takes the connector's lock, which comes before the node's. No other thread knows the node any
+    // more.
     static void Let_Go(Additional_Client *node)
     {
         if (Byte_Client *former = node->Served()) {
@@ -62,7 +64,7 @@ public:
     }
 
     Byte_Client *key;
-    std::uint64_t pass;                          // the last block that it has got, or that it came too late for
+    std::uint64_t pass;                          // the last block that it got or was too late for
     Additional_Client *next_to_leave = nullptr;  // in the connector's list
 };
 
@@ -75,9 +77,9 @@ const AVL_NodeFunc Byte_T_Connector::Additional_Client::functions = {
     [](void *, const void *) {},
 };
 
-// One operation: holds the lock. Nodes that were taken out meanwhile may be at work further down the stack; they go
-// when the outermost operation ends, and outside of the lock, as deleting a client may wait for a thread of the
-// client's.
+// Holds the lock for one operation. A node that was taken out of the tree may still be in use by an outer operation of
+// this thread. Such nodes are therefore deleted when the outermost operation ends. That happens after the lock is
+// released, because deleting a client may wait for a thread of that client.
 class KERNEL_SCOPED_CAPABILITY Byte_T_Connector::Visit {
 public:
     explicit Visit(Byte_T_Connector &connector) KERNEL_ACQUIRE(connector) : connector_(connector)
@@ -99,8 +101,8 @@ private:
     Byte_T_Connector &connector_;
 };
 
-// The action may change the tree, by way of what a client does inside a message. The cursor is one node ahead: the
-// processor looks for it while it works on the one before.
+// The action may change the tree, because a client may call the connector inside a message. The cursor is one node
+// ahead, so that the processor can fetch the next node while it works on this one.
 template <class Action>
 void Byte_T_Connector::For_Each(Action action) const
 {
@@ -159,8 +161,8 @@ void Byte_T_Connector::Retire(Additional_Client *node)
     node->next_to_leave = std::exchange(leaving_, node);
 }
 
-// An additional client that was disconnected without being removed leaves its node under an address that may be another
-// client's by now.
+// A node without a client does not count: its client was disconnected without being removed, and another client may
+// have that address by now.
 bool Byte_T_Connector::Is_Taken(const Byte_Client *client)
 {
     if (client == Get_Byte_Client()) {
@@ -193,7 +195,7 @@ bool Byte_T_Connector::Connect_Main(Byte_Client *client)
 
 bool Byte_T_Connector::Connect_Additional(Byte_Client *client)
 {
-    // Here they are in nobody's way: none of them will ever get a client again.
+    // Removes the nodes without a client, none of which will ever get one again.
     For_Each([this](Additional_Client &node) {
         if (!node.IsConnected()) Retire(&node);
     });
@@ -205,7 +207,7 @@ bool Byte_T_Connector::Connect_Additional(Byte_Client *client)
         Report(unit, __LINE__)
             .Print_Out(Error_Handler::ES_Fatal, not_connected, "Data structures for clients %s invalid",
                        client->GetName());
-    node->SetClient(nullptr);  // the caller's: not to be asked whether it may be deleted
+    node->SetClient(nullptr);  // the client stays the caller's: no Mesg_Delete_Query
     Retire(node);
     return false;
 }
@@ -227,7 +229,7 @@ void Byte_T_Connector::Disconnect(Byte_Client *client)
         return;
     }
     node->Disconnect();
-    if (Find(client) != node) return;  // the client has done all this inside the message
+    if (Find(client) != node) return;  // the client removed the node itself inside the message
     Retire(node);
     Report(unit, __LINE__)
         .Print_Out(Error_Handler::ES_Information, 0, "Removed additional Client %s!", client->GetName());
@@ -269,12 +271,12 @@ void Byte_T_Connector::Switch(Byte_Client *old, Byte_Client *client)
     }
     if (client && client != old && Is_Taken(client)) return;
     node->Switch(client);
-    // A client may have switched or disconnected this node inside the messages, so it is looked at as it is now.
+    // A client may have switched or disconnected this node inside the messages, so its present state decides.
     if (Find(node->key) == node && node->IsConnected()) Set_Key(*node, node->Served());
 }
 
-// Under the new key may stand a node without a client, or one that the client has got itself inside a message: that one
-// keeps it.
+// The new key may belong to a node without a client, or to one at which the client was connected inside a message. The
+// latter keeps the client.
 void Byte_T_Connector::Set_Key(Additional_Client &node, Byte_Client *client)
 {
     if (client == node.key) return;
@@ -335,7 +337,7 @@ bool Byte_T_Connector::Distribute(Byte_Server &server)
 {
     unsigned char block[block_size];
     long got = server.GetNBytes(block, block_size);
-    if (got < 0 || got > block_size) got = 0;  // what a tap says that has no upstream
+    if (got < 0 || got > block_size) got = 0;  // a tap outside a message of its upstream returns 65535
     const auto n = static_cast<unsigned int>(got);
     const std::uint64_t pass = ++pass_;
     For_Each([&](Additional_Client &node) {

@@ -19,11 +19,11 @@ constexpr std::size_t text_size = 5051;   // what the printf-style Put serves at
 struct Piece {
     char text[piece_size];
     std::size_t size = 0;
-    bool ends_line = true;  // also the line that the end of the input ends
-    bool is_end = false;    // of the input, with no line in front of it
+    bool ends_line = true;  // true also when the end of the input ends the line
+    bool is_end = false;    // end of the input, with no line before it
 };
 
-// The piece behind the one that is there. Character by character: a line may hold zero bytes.
+// Replaces `piece` by the next one. Reads character by character, because a line may contain zero bytes.
 void Read(Piece &piece)
 {
     const bool is_new_line = piece.ends_line;
@@ -65,12 +65,12 @@ bool Keyboard_Server::Work()
         if (piece.is_end) return true;
         const std::size_t size = Format_Without_Arguments({piece.text, piece.size}, text, text_size);
         if (Put_Typed({text, size}) && piece.ends_line) Put_Typed("\r\n");
-        // Not in the middle of a line: the next call would begin a new one.
+        // Does not return in the middle of a line, because the next call would begin a new one.
         if (!String_Byte_Server::Work() && piece.ends_line) return false;
     }
 }
 
-// All of it, as long as the client makes room.
+// Puts the whole text as long as the client makes room.
 bool Keyboard_Server::Put_Typed(std::string_view text)
 {
     for (;;) {

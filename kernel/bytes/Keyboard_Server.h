@@ -9,12 +9,13 @@ namespace kernel {
 
 // Serves the lines of the standard input, each with "\r\n" behind it.
 //
-// A line is a printf format that has no arguments: "%%" is a percent sign, a number's directive a zero, a text's is
-// empty; width, precision and flags count, and "%n" is nothing. What is no directive stays as it was typed. Of what
-// a line becomes, at most 5051 characters are served. A line may have any length: it is read in pieces of 5027
-// characters, and pieces that the ring does not hold are served one after the other.
+// A line is treated as a printf format without arguments: "%%" becomes a percent sign, the directive of a number a
+// zero, and the directive of a text nothing. Width, precision and flags count; "%n" becomes nothing. Anything that is
+// no directive stays as it was typed. A line may have any length: it is read in pieces of 5027 characters, and at most
+// 5051 characters of the result of each piece are served. A result that the ring does not hold is served in parts, one
+// after the other.
 //
-// Threads:   Work blocks while it waits for a line; Put and the like are for the same thread.
+// Threads:   Work blocks while it waits for a line; call Put and its like on the same thread.
 // Ownership: as String_Byte_Server.
 // Errors:    kernel/Keyboard_Server: "Typed line does not fit into the buffer, %u characters discarded" (2, 15): the
 //            client asks for more at once than the ring holds.
@@ -29,8 +30,8 @@ public:
     static void Destruct(Keyboard_Server *server) { Object::Destruct(server); }
 
     bool IsValid() const override;
-    // Reads and serves line by line. True at the end of the input; false when no client is there, or it refused: what
-    // it has not taken is served in front of the next line.
+    // Reads and serves line by line. Returns true at the end of the input, and false when there is no client or the
+    // client refused. What the client did not take is served before the next line.
     bool Work() override;
 
 protected:

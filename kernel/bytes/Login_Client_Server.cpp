@@ -25,17 +25,17 @@ bool Is_Letter_Or_Digit(unsigned short c)
 
 bool Is_Line_End(unsigned short c) { return c == '\r' || c == '\n'; }
 
-// A letter in lower case; others are changed, too, but into no letter.
+// Turns a letter into lower case. Other characters change, too, but none becomes a letter.
 unsigned short Lower(unsigned short c) { return static_cast<unsigned short>(c | 0x20); }
 
-// Stores that no compiler leaves out.
+// Overwrites with zeros; no compiler leaves these stores out.
 void Wipe(volatile void *memory, std::size_t n)
 {
     auto *const bytes = static_cast<volatile unsigned char *>(memory);
     for (std::size_t i = 0; i < n; ++i) bytes[i] = 0;
 }
 
-// A name as the peer typed it, for a report: a terminal must not obey it.
+// A name for a report. Control characters that the peer typed are replaced, so that no terminal obeys them.
 struct Shown_Name {
     explicit Shown_Name(const char *name)
     {
@@ -134,8 +134,8 @@ bool Login_Client_Server::Pass_On(Byte_Server &server, CL_Mesg message)
     return Forward_Send(server, message) || Byte_Client::Send(server, message);
 }
 
-// An object that may be deleted takes its client with it. Detached first, or this object's own end would ask a client
-// that is gone.
+// When this object may be deleted, its client is deleted as well. The client is taken out first, because this object's
+// destructor would otherwise ask a client that is gone.
 void Login_Client_Server::Delete_Downstream()
 {
     if (!Delete_Me()) return;
@@ -143,13 +143,13 @@ void Login_Client_Server::Delete_Downstream()
     if (downstream && downstream->Send(*this, Mesg_Delete_Query)) Object::Destruct(downstream);
 }
 
-// The own client hears it first: a transport drops what it holds when its connection comes up, the screen included.
+// Passes the message on first: at Mesg_Attached a transport drops the data that it holds, and would drop the screen.
 bool Login_Client_Server::Attached(Byte_Server &server)
 {
     SetLoggedInUser(nullptr);
     const bool passed_on = Forward_Send(server, Mesg_Attached);
     Forget_Password();
-    Forget_Output();  // what a lost connection did not take is not for this one
+    Forget_Output();  // what a lost connection did not take must not go to this one
     if (Get_State() == State::awaits_name) {
         if (!Show_Screen(server)) return false;
     } else if (Get_State() == State::awaits_start) {
@@ -179,7 +179,7 @@ void Login_Client_Server::Ask_For_Name()
     Say("\r\nName : ");
 }
 
-// The transport's question after a minute without data.
+// Mesg_Status_50: the transport asks after a minute without data.
 bool Login_Client_Server::Silence(Byte_Server &server)
 {
     if (TimeOut()) return false;
@@ -205,7 +205,7 @@ bool Login_Client_Server::Silence(Byte_Server &server)
     return Forward_Send(server, Mesg_Status_50);
 }
 
-// Asks for the length of the text that is expected.
+// Requests as many bytes as the expected text has.
 bool Login_Client_Server::Invited(Byte_Server &server)
 {
     if (TimeOut()) return false;
@@ -259,7 +259,7 @@ bool Login_Client_Server::Data(Byte_Server &server)
     }
 }
 
-// What is put, and sent off at once.
+// Puts the text and sends it at once.
 bool Login_Client_Server::Say(const char *text) { return PutStr(text) && Work(); }
 
 void Login_Client_Server::Echo(unsigned short character)
@@ -516,7 +516,8 @@ bool Login_Client_Server::Told_Start_Logout(Byte_Server &server)
     return End(Mesg_Status_100);
 }
 
-// Tells the outcome. The message that brought it is answered false: that makes a switch hand over.
+// Sends the outcome to the own client. Returns false as the reply to the present message: that makes a switch hand
+// over.
 bool Login_Client_Server::End(CL_Mesg outcome)
 {
     Tell(outcome);
@@ -525,7 +526,7 @@ bool Login_Client_Server::End(CL_Mesg outcome)
 
 void Login_Client_Server::Forget_Password() { Wipe(password_, sizeof password_); }
 
-// An empty ring begins at its start, so that a text does not reach its last byte.
+// An empty ring starts again at its first byte, so that no text reaches the last byte, which is not overwritten.
 void Login_Client_Server::Forget_Output()
 {
     Clear();

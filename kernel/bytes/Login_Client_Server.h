@@ -11,53 +11,54 @@
 
 namespace kernel {
 
-// The client of what the other end says, and the server of what goes back to it: its own client is the sending side of
-// the same connection. A host derives a class that implements Password_Login, and names the object
+// A client for the bytes from the other end, and a server for the bytes to it: its own client is the sending side of
+// the same connection. A host derives a class that implements Password_Login and names the object
 // (Object(ClassName())).
 //
-// A mode message begins the dialogue, and begins it anew at any time:
+// A mode message begins the dialogue. It may come again at any time and begins the dialogue anew:
 //   Mesg_Ask_Password  asks the other end. It shows the screen and "Name : " when the connection comes up
 //                      (Mesg_Attached), echoes the name, masks the password with "*", and allows three tries.
 //   Mesg_Login         answers the prompts of the other end.
 //   Mesg_Start         takes any connection: logged in when it comes up, or when the other end says "OK!".
-// The outcome goes to the own client: Mesg_Status_90 logged in, Mesg_Status_100 failed, logged out or too late. Then
-// the message that brought it is answered false.
+// The own client gets the outcome: Mesg_Status_90 for logged in, Mesg_Status_100 for failed, logged out or too late.
+// The reply to the message that led to the outcome is false.
 //
 // The chain for data behind a login has a Byte_Client_Switch:
 //
 //   transport -> switch -> { login, data client }      login -> transport
 //
-// The false after Mesg_Status_90 makes the switch hand over to the data client. The host has three duties:
-//   - The false after Mesg_Status_100 and a time-out make the switch look for another client, too. The data client must
-//     answer Mesg_Status_210 with ConnectionOk(), or it serves a peer that did not log in.
-//   - The state outlives the connection. For the next one (at Mesg_Detached) the host makes the login the switch's
-//     current client again and sends it the mode message. Otherwise the next peer is taken for logged in.
-//   - A logged-out peer stays connected until it says more. A host closes the connection at Mesg_Status_100.
-// The data client gets what follows the last word of the dialogue: "Password accepted, starting operation." on the side
-// that answers, "OK!" on the side that asks.
+// The reply false after Mesg_Status_90 makes the switch hand over to the data client. The host has three duties:
+//   - The reply false after Mesg_Status_100 or a time-out makes the switch look for another client, too. The data
+//     client must reply to Mesg_Status_210 with ConnectionOk(); otherwise it serves a peer that did not log in.
+//   - The state outlives the connection. At Mesg_Detached the host must make the login the switch's current client
+//     again and send it the mode message. Otherwise the next peer counts as logged in.
+//   - A logged-out peer stays connected until it sends more. The host must close the connection at Mesg_Status_100.
+// The data client gets the bytes behind the last words of the dialogue: "Password accepted, starting operation." on the
+// side that answers, "OK!" on the side that asks.
 //
-// Mesg_Data_Ready is answered false when nothing was taken: when there is no byte, and when the dialogue has ended. A
-// delivery loop ends then, and a switch hands over. Mesg_Request_Invite asks for one byte even then.
+// The reply to Mesg_Data_Ready is false when nothing was taken: when there is no byte, and when the dialogue has ended.
+// A delivery loop then ends, and a switch hands over. At Mesg_Request_Invite one byte is requested even after the
+// dialogue has ended.
 //
-// A name or password has at most 256 characters. A longer name is cut, the rest of its line is ignored. The 257th
+// A name or password has at most 256 characters. A longer name is cut, and the rest of its line is ignored. The 257th
 // character ends a password, whatever it is. Both must begin with an ASCII letter or digit.
 //
-// Two minutes after the start of the dialogue the next Mesg_Status_50 or Mesg_Request_Invite ends it, also when it is
-// logged in and nobody has taken over.
+// A dialogue that began more than two minutes ago ends at the next Mesg_Status_50 or Mesg_Request_Invite, even when the
+// peer is logged in but no data client has taken over.
 //
-// Other messages go on to the own client if Byte_Server::Forward_Send passes them; the others are answered true, also
-// Mesg_Disconnect_Query: Disable_Disconnect has no effect here.
+// Of the other messages Byte_Server::Forward_Send passes the notices on to the own client. The reply to the rest is
+// true, also to Mesg_Disconnect_Query: Disable_Disconnect has no effect here.
 //
-// Threads:   messages belong on the connection's receiving thread, which sleeps up to 250 ms after a prompt or an
-//            answer. A mode message may come from another thread while no connection is up. TimeOut is for the
-//            receiving thread; ConnectionOk, LoginOnThis and Start_Time may be called on any.
-// Ownership: owns its client as a Byte_Server does. Where that is the transport above it, the chain is a circle: the
-//            transport says Dont_Delete_Me, and the host calls Disconnect() of the login before it destroys the
-//            transport.
+// Threads:   messages run on the connection's receiving thread, which sleeps up to 250 ms after a prompt or an answer.
+//            Another thread may send a mode message while no connection is up. Only the receiving thread may call
+//            TimeOut; any thread may call ConnectionOk, LoginOnThis and Start_Time.
+// Ownership: owns its client as a Byte_Server does. If the client is the transport above it, the chain is a circle.
+//            Dont_Delete_Me must then be set for the transport, and the host must call Disconnect() of the login before
+//            it destroys the transport.
 // Errors:    kernel/Login_Client_Server, code 85: the course of the dialogue (0); no name or password to send, refused,
-//            logged out by the other end (3). Control characters of a name show as '?'. No report contains a password.
-//            The typed password is overwritten after the check, the sent one when the own client has taken it; the
-//            buffers of transports are not.
+//            logged out by the other end (3). Control characters of a name are reported as '?'. No report contains a
+//            password. The typed password is overwritten after the check, and the sent one after the own client has
+//            taken it. The buffers of transports are not overwritten.
 class KERNEL_API Login_Client_Server : public Byte_Client, public String_Byte_Server, public virtual Password_Login {
 public:
     static const char Name[];  // "Client Server for Login Control"
@@ -69,7 +70,7 @@ public:
     ~Login_Client_Server() override;
 
     void Start_Time();  // two minutes and three tries from now
-    // Ends a dialogue whose time is over; false when it is not, or when there is none.
+    // Ends a dialogue whose time is over. Returns false when the time is not over or there is no dialogue.
     bool TimeOut();
     bool ConnectionOk() const;                                                           // logged in
     bool LoginOnThis() const { return login_on_this_.load(std::memory_order_relaxed); }  // asks, or takes any
@@ -90,7 +91,7 @@ protected:
         reads_password = 5,
         checks_password = 6,
         granted = 7,
-        // The side that answers; "expects" is for the rest of a word.
+        // The side that answers; the "expects" states wait for the rest of a word.
         scans = 10,
         expects_name = 11,
         expects_password = 12,
@@ -154,16 +155,16 @@ private:
     void Forget_Output();
     std::uint64_t Seconds() const;
 
-    // Relaxed: each is a value of its own, looked at by other threads.
+    // Relaxed order is enough: other threads read each of these values on its own.
     std::atomic<State> state_{State::idle};
     std::atomic<std::uint64_t> deadline_{0x0FFFFFFF};  // [ms] of the clock
     std::atomic<std::uint64_t> start_{0x0FFFFFFF};     // [ms] of the clock
     std::atomic<int> tries_{0};
     std::atomic<bool> login_on_this_{false};
-    // The receiving thread's.
+    // For the receiving thread only.
     char name_[most_characters + 1] = {};
     char password_[most_characters + 1] = {};
-    std::size_t length_ = 0;  // characters typed so far, of either
+    std::size_t length_ = 0;  // characters typed so far, of name or password
 };
 
 }  // namespace kernel

@@ -10,8 +10,8 @@ namespace {
 
 using std::string_view;
 
-// Counts what does not fit, too, but keeps within the buffer. Numbers are at most as large as the buffer, so that sums
-// of them do not overflow.
+// Cuts what does not fit into the buffer. The parser limits numbers to the size of the buffer, so that sums of them do
+// not overflow.
 class Output {
 public:
     Output(char *out, std::size_t size) : out_(out), size_(size) {}
@@ -48,7 +48,7 @@ class Parser {
 public:
     Parser(string_view text, std::size_t most) : text_(text), most_(most) {}
 
-    // The directive and the number of its characters; 0 when it is none.
+    // Fills in the directive and returns the number of its characters, or 0 when it is none.
     std::size_t Parse(Directive &directive)
     {
         Skip_Position();
@@ -105,7 +105,7 @@ private:
     std::size_t at_ = 0;
 };
 
-// The field of a zero: `prefix`, `zeros` times '0', a point and `decimals` times '0', `suffix`.
+// A zero as it is printed: `prefix`, `zeros` times '0', a point and `decimals` times '0', `suffix`.
 struct Zero {
     char sign = '\0';
     string_view prefix;
@@ -152,7 +152,7 @@ void Put_Field(const Directive &d, Output &out)
     if (d.conversion == '%') return out.Put('%');
     const Zero zero = Field_Of(d);
     const std::size_t padding = d.width > zero.Size() ? d.width - zero.Size() : 0;
-    // A precision says how many digits an integer has: it is then not filled up with zeros.
+    // A precision gives the number of digits of an integer; the flag '0' then does not pad it.
     const bool with_zeros =
         d.zeros && !d.left && !Is_One_Of(d.conversion, "csp") && !(d.precision && Is_One_Of(d.conversion, "diouxX"));
     if (!d.left && !with_zeros) out.Put(' ', padding);

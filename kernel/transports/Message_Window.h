@@ -8,12 +8,12 @@
 
 namespace kernel {
 
-// A window without a face: its handle is what SetMessage takes, in this process or in another one of the same user. A
-// host with windows of its own (Windows) may use those instead.
+// An invisible window. Remote_Control::SetMessage takes its handle, in this process or in another one of the same user.
+// On Windows a host may use windows of its own instead.
 //
-// Threads:   made, asked and destroyed on one thread; posting comes from any.
+// Threads:   create, use and destroy it on one thread; any thread may post to it.
 // Ownership: the host's.
-// Errors:    IsValid is false when the system had none left; Receive then answers false.
+// Errors:    IsValid returns false when the system had no window left; Receive then returns false.
 class KERNEL_API Message_Window {
 public:
     struct Message {

@@ -38,7 +38,7 @@ bool Remote_Control::IsBusy() { return false; }
 
 const char *Remote_Control::GetRemoteName() { return nullptr; }
 
-// With the lock also where only the status is wanted: the transport's thread may be setting it.
+// Takes the lock even when only the status is wanted, because the transport's thread may be setting it.
 Remote_Control::Status Remote_Control::GetStatus(unsigned long *const changes)
 {
     const Semaphore_Guard guard(lock_);
@@ -54,15 +54,15 @@ void Remote_Control::SetMessage(void *const window, long message, long wparam)
     wparam_ = wparam;
 }
 
-// For a start that is no news to the host: nothing is counted, nothing posted.
+// For an initial status that is no news to the host: nothing is counted or posted.
 void Remote_Control::Set_Status_Quietly(Status status)
 {
     const Semaphore_Guard guard(lock_);
     status_ = status;
 }
 
-// Counted even when it stays the same, so that a host that polls sees that something happened; posted only when it
-// changes.
+// Each call is counted, even when the status stays the same, so that a polling host sees that something happened. Only
+// a change is posted.
 void Remote_Control::SetStatus(Status status)
 {
     void *window = nullptr;
@@ -78,8 +78,8 @@ void Remote_Control::SetStatus(Status status)
     if (window) Post(window, message, wparam, status);
 }
 
-// The number of tries has no limit: no change is lost while the window lives, however long the host does not look at
-// its messages. Outside the lock, so that the host can ask for the status meanwhile.
+// The number of tries has no limit: no change is lost while the window exists, even if the host does not read its
+// messages for a long time. Runs without the lock, so that the host can call GetStatus meanwhile.
 void Remote_Control::Post(void *window, long message, long wparam, Status status)
 {
     const platform::Window_Message post{static_cast<std::uint32_t>(message), static_cast<std::uint64_t>(wparam),

@@ -1,5 +1,5 @@
-// What every transport tells about its connection: a status number, a count of its changes, and a message to a window
-// of the host for each change.
+// The connection status of every transport: a number, a count of its changes, and a message to a window of the host for
+// each change.
 #pragma once
 
 #include "kernel/base/Object.h"
@@ -11,21 +11,20 @@ namespace kernel {
 
 // The base of serial lines, sockets and pipes.
 //
-// Threads:   status and message are guarded by a lock of their own, which is not held while a message is posted.
-//            SetStatus runs on the transport's threads; with a window whose queue is full it waits until there is room
-//            or the window is gone, so that no change is lost. A stop of the transport's thread ends that wait: see
-//            Gives_Up_Posting.
-// Ownership: the window is the host's. It may go at any time: that ends the messages.
-// Errors:    every 10th failed post is reported (level 2), and one that was given up.
+// Threads:   a lock of this class guards status and message; it is not held while a message is posted. SetStatus runs
+//            on the transport's threads. When the window's queue is full, it waits until there is room or the window is
+//            gone, so that no change is lost. A stop of the transport's thread ends that wait: see Gives_Up_Posting.
+// Ownership: the window is the host's. The host may destroy it at any time; that ends the messages.
+// Errors:    every 10th failed try to post is reported (level 2), and so is the last one when posting is given up.
 class KERNEL_API Remote_Control : public virtual Object {
 public:
     static const char Name[];  // "Remote_Control"
     static const char *ClassName() { return Name; }
     bool IsInheritedFrom(const char *name) const override;
 
-    // The numbers are those that windows get.
+    // The host's window gets these numbers.
     enum Status : std::uint32_t {
-        Status_Failed = 0,   // or nobody to deliver to
+        Status_Failed = 0,   // also: no client to deliver to
         Status_Waiting = 1,  // for the next try to connect, or for a client of a pipe
         Status_Connecting = 10,
         Status_Connected_As_Server = 11,
@@ -36,25 +35,26 @@ public:
         Status_Pipe_Invalid = 150,
     };
 
-    virtual bool Hang_Up();  // these four do nothing here, and answer false or null
+    virtual bool Hang_Up();  // these four do nothing here and return false or null
     virtual bool Dial(const char *number, const char *user, const char *password);
     virtual bool IsBusy();
     virtual const char *GetRemoteName();
-    // changes: takes the number of SetStatus calls so far, of the same moment; may be null.
+    // changes: receives the number of SetStatus calls up to the same moment; may be null.
     virtual Status GetStatus(unsigned long *const changes);
     virtual void SetStatus(Status status);
-    // From now on each change is posted to this window as (message, wparam, status). Null ends that. See Message_Window
-    // for a receiver that works on every system.
+    // Each later change is posted to this window as (message, wparam, status). A null window ends that. Message_Window
+    // is a receiver that works on every system.
     virtual void SetMessage(void *const window, long message, long wparam);
 
     ~Remote_Control() override;
 
 protected:
     explicit Remote_Control(const char *name);
-    // Without a count and without a message.
+    // Sets the status without counting or posting the change.
     void Set_Status_Quietly(Status status);
-    // Asked after each failed post, on the thread that posts; true ends the tries. A transport answers true on a thread
-    // of its own that was asked to stop: whoever stops it may be the one who should empty the queue. Here: false.
+    // Called after each failed post on the posting thread; true ends the tries. A transport returns true on a thread of
+    // its own that was asked to stop, because the stopping thread may be the one that should empty the queue. The base
+    // returns false.
     virtual bool Gives_Up_Posting() const;
 
 private:

@@ -49,8 +49,9 @@ bool Serial_Client_Server_Base::IsValid() const { return Client_Server::IsValid(
 
 // Opening and closing.
 
-// A thread whose port was lost a moment ago may still run. It is stopped as well, because it owns the buffer. Called on
-// the reader's own thread, it does not wait until the port is released: this thread may be inside a call on it.
+// A thread whose port was lost a moment ago may still run. It is stopped as well, because it owns the buffer. On the
+// reader's own thread this does not wait until the port is released, because that thread may be inside a call on the
+// port.
 void Serial_Client_Server_Base::Close_Former()
 {
     if (is_running() || IsActive()) {
@@ -99,7 +100,7 @@ int Serial_Client_Server_Base::Created()
     return last_error_ == 0 && IsActive() ? 1 : 0;
 }
 
-// Windows finds ports from 10 on in the namespace of devices only.
+// Windows finds the ports from COM10 on in the device namespace only.
 std::string Serial_Client_Server_Base::Device_Name(int port)
 {
     return (port < 10 ? "COM" : "\\\\.\\COM") + std::to_string(port);
@@ -113,7 +114,7 @@ bool Serial_Client_Server_Base::Open_Device(const char *name)
     return IsActive();
 }
 
-// False with the platform's last error.
+// On failure it returns false, and platform::last_error() has the cause.
 bool Serial_Client_Server_Base::Configure(unsigned long baud, int parity, int stopbits, int bytesize, int handshake,
                                           unsigned long queue_size)
 {
@@ -185,7 +186,7 @@ bool Serial_Client_Server_Base::SetCommNoWait()
     return port && port->set_timeouts({platform::Serial_Timeouts::no_wait, 0, 0, 0, 0});
 }
 
-// Kept until the next Create, as a Windows program expects of a port's last error.
+// The error is kept until the next Create, as a Windows program expects of a port's last error.
 void Serial_Client_Server_Base::Fail(std::uint32_t error)
 {
     Set_Last_Error(error);
@@ -203,7 +204,7 @@ void Serial_Client_Server_Base::ErrorBox()
 
 // Remote control.
 
-// The port itself is the connection.
+// There is no modem: closing the port ends the connection.
 bool Serial_Client_Server_Base::Hang_Up()
 {
     const bool was_open = IsActive();
@@ -275,7 +276,7 @@ bool Serial_Client_Server_Base::Has_Another_Run()
     return another_run_ = false;
 }
 
-// Flag first, events second: a waiting thread that an event wakes checks the flag.
+// Sets the flag first and the events second, because a thread that an event wakes checks the flag.
 void Serial_Client_Server_Base::pre_stop()
 {
     Base_Thread::pre_stop();

@@ -1,4 +1,4 @@
-// A serial port as both ends of a byte stream: what the plain and the overlapped variant share.
+// A serial port as both ends of a byte stream: the common base of the plain and the overlapped variant.
 #pragma once
 
 #include "kernel/base/Base_Thread.h"
@@ -28,25 +28,25 @@ struct ADriver {
     };
 };
 
-// Received bytes are offered to the connected Byte_Client; bytes that a server above gives are written to the port.
-// Construct, Connect a client, Create(port, ...), Work() starts the reader thread.
+// Bytes received from the port are offered to the connected Byte_Client. Bytes from a server above are written to the
+// port. To use it: construct it, Connect a client, Create(port, ...), then Work(), which starts the reader thread.
 //
-// What the client hears: Mesg_Attached when the thread begins, Mesg_Request_Invite and Mesg_Data_Ready,
-// Mesg_Second about once a second while it waits for data, Mesg_Status_50 after a minute in which its request was not
-// met (refused: the port is closed), Mesg_Status_110 when the port is lost, and Mesg_Detached when the thread
+// Messages to the client: Mesg_Attached when the thread begins, Mesg_Request_Invite and Mesg_Data_Ready, Mesg_Second
+// about once a second while it waits for data, Mesg_Status_50 after a minute in which its request was not met (the port
+// is closed when the client returns false), Mesg_Status_110 when the port is lost, and Mesg_Detached when the thread
 // ends.
 //
-// Threads:   the reader thread runs the client's Send, and Request and the pull operations belong inside that. Send
-//            belongs to one producer's thread at a time. Everything else may come from any thread; on the reader's own
+// Threads:   the reader thread runs the client's Send; call Request and the pull operations only inside it. One
+//            producer's thread at a time may call Send. Any thread may call everything else. On the reader's own thread
 //            (from the client's Send) stop, Create, Connect and Disconnect only ask the thread to end. Connect, Switch,
-//            Disconnect and destruction wait until nobody is inside the old client: see Byte_Server for what they
-//            promise and forbid. Close ends every wait on the port, and the reader then ends. Not to be destroyed on
-//            the reader thread. A subclass that overrides anything that the thread calls calls stop() in its
+//            Disconnect and destruction wait until no thread is inside the old client; Byte_Server says what they
+//            promise and forbid. Close ends every wait on the port, and the reader then ends. Do not destroy the object
+//            on the reader thread. A subclass that overrides a function which the thread calls must call stop() in its
 //            destructor.
-// Ownership: the client as Byte_Server; the port until Close. Texts are copied.
-// Errors:    code 72. "Serial-Error Code: ..." with the system's words (level 3), from the last error, which is kept
-//            until the next Create; more than 4096 bytes requested (level 4); the rest is the variants'. No status is
-//            set (see Remote_Control): that is left to subclasses.
+// Ownership: owns the client as a Byte_Server does, and the port until Close. Texts are copied.
+// Errors:    code 72. "Serial-Error Code: ..." with the system's text (level 3), for the last error, which is kept
+//            until the next Create; a request for more than 4096 bytes (level 4). The variants report the rest. This
+//            class does not call SetStatus (see Remote_Control); subclasses may.
 class KERNEL_API Serial_Client_Server_Base : public Byte_Server,
                                              public Byte_Client,
                                              public Base_Thread,
@@ -57,8 +57,8 @@ public:
     bool IsInheritedFrom(const char *name) const override;
     bool IsValid() const override;
 
-    // Opens COM1, COM2, ... and sets the line, after stopping the thread and closing what was open. Not 0: success; a
-    // port that cannot be set as wished is closed again, and the cause reported.
+    // Stops the thread, closes an open port, opens COM1, COM2, ... and sets the line. Returns 0 on failure: a port that
+    // cannot be set as wished is closed again, and the cause is reported.
     //   baud       [bit/s]
     //   parity     0 none, 1 odd, 2 even; others leave what the port has
     //   stopbits   1, 2 and 3: one, one and a half, two; others leave what the port has. One and a half are for 5 bits
@@ -66,20 +66,21 @@ public:
     //   handshake  0: RTS and DTR are on; otherwise the port handles them by the fill of its buffer (POSIX: RTS and CTS
     //              are one, so that output waits for CTS as well). DSR, and on Windows CTS, do not hold up output.
     //   flag       kept in Extra_Flag, for subclasses
-    //   queue_size [bytes] of the driver's buffers, a wish
+    //   queue_size [bytes] wished for the driver's buffers; the driver decides
     int Create(int port, unsigned long baud, int parity, int stopbits, int bytesize, int handshake, int flag,
                unsigned long queue_size);
     // Takes over an open port with its speed and format, and makes it raw. handle: a HANDLE, or on POSIX a descriptor,
-    // reinterpret_cast<void *>(std::intptr_t{descriptor}). 0: it is not a port, and stays the caller's.
+    // reinterpret_cast<void *>(std::intptr_t{descriptor}). Returns 0 on failure; a handle that is no port stays the
+    // caller's.
     int Create(void *const handle);
-    // Gives the port back. Waits up to half a second for bytes that are not written yet, and then drops them.
+    // Closes the port. Waits up to half a second for bytes that are not written yet, and then drops them.
     virtual void Close();
     void ErrorBox();  // reports the last error, if there is one; shows no dialog
 
-    // Drops bytes that were received and not yet pulled. True as well when the port has that speed already, and then it
-    // drops nothing; false for 0 and without a port.
+    // Drops bytes that were received and not yet pulled. When the port has that speed already, it drops nothing and
+    // returns true. Returns false for 0 and without a port.
     bool Set_Speed(unsigned long baud) override;
-    unsigned long Get_Speed() override;  // [bit/s]; without a port that of the last one, 0 when there was none
+    unsigned long Get_Speed() override;  // [bit/s]; without a port the speed of the last one, or 0
     bool IsActive() const;               // is a port open?
     const char *GetComName() const { return com_name_.c_str(); }  // good until the next Create or SetComName
     void SetComName(const char *const name);
@@ -89,11 +90,12 @@ public:
     void SetConnectionType(ADriver::ConnectionType type) { connection_type_.store(type, std::memory_order_relaxed); }
     Remote_Control *Get_Remote() { return this; }
 
-    bool Connect(Byte_Client *client) override;  // stops the thread first, as does the next one
+    bool Connect(Byte_Client *client) override;  // stops the thread first; so does Disconnect
     void Disconnect() override;
-    // Starts the thread if it does not run; returns whether it runs. A thread that tells its client of the end
-    // (Mesg_Detached) while the port is open makes another run instead of ending, so that the client may reply with
-    // Work. Work waits for any other thread that is about to end; on the reader's own thread it then returns false.
+    // Starts the thread if it does not run; returns whether it runs. When Work is called while the thread sends
+    // Mesg_Detached and the port is open, the thread makes another run instead of ending. A client may therefore call
+    // Work inside Mesg_Detached. Work waits for any other thread that is about to end; on the reader's own thread it
+    // then returns false.
     bool Work() override;
     unsigned short GetByte() override;
     using Byte_Server::UnGetByte;
@@ -102,10 +104,10 @@ public:
     long GetNBytes(unsigned char *buffer, long n) override;
     long MinAvail(long) override;  // bytes held; the argument is ignored
 
-    // At Mesg_Request_Invite it asks the server for whatever it has. Mesg_Data_Ready is the variants'.
+    // Mesg_Request_Invite: requests whatever the server has. The variants handle Mesg_Data_Ready.
     bool Send(Byte_Server &server, CL_Mesg message) override;
 
-    bool Hang_Up() override;                                       // Close; whether a port was open
+    bool Hang_Up() override;                                       // closes the port; returns whether one was open
     bool Dial(const char *, const char *, const char *) override;  // false: a line without a modem cannot dial
 
     void pre_stop() override;         // ends a write that waits, with a reader thread or without
@@ -113,11 +115,11 @@ public:
     ~Serial_Client_Server_Base() override;
 
 protected:
-    // The reader is the variant's.
+    // The variant gives its reader.
     Serial_Client_Server_Base(Error_Handler &handler, const char *name, std::unique_ptr<Serial_Reader> reader);
 
-    // Opens the port of this number and sets the name for GetComName; whether it is open. A subclass may open any
-    // device by its path instead.
+    // Opens the port with this number, sets the name for GetComName, and returns whether the port is open. A subclass
+    // may open any device by its path instead.
     virtual bool OpenFile(int port) = 0;
     static std::string Device_Name(int port);  // "COM9", "\\.\COM10"
     bool Open_Device(const char *name);        // sets the last error, or clears it
@@ -131,7 +133,7 @@ protected:
 
     // For the variants, on any thread.
     void Fail(std::uint32_t error);  // last error, and report
-    // The server's bytes, at most block_size: their number; -1: a stop has come.
+    // Pulls at most block_size bytes from the server. Returns their number, or -1 when a stop was requested.
     long Take(Byte_Server &server, unsigned char *block);
     void Count_Out(std::size_t n) { bytes_out_.fetch_add(n, std::memory_order_relaxed); }
     void Set_Last_Error(std::uint32_t error) { last_error_.store(error, std::memory_order_relaxed); }

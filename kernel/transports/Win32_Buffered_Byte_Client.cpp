@@ -21,7 +21,7 @@ const char unit[] = "kernel/Win32_Buffered_Byte_Client";
 
 constexpr unsigned int smallest_buffer = 256;      // bytes
 constexpr unsigned int largest_buffer = 0x100000;  // bytes
-constexpr unsigned int small_piece = 64;           // bytes; what is less waits for more, once
+constexpr unsigned int small_piece = 64;           // bytes; fewer wait once for more
 constexpr unsigned long gather_ms = 10;
 constexpr unsigned long request_delay_ms = 1000;  // gives the connection time before the first request
 constexpr unsigned long request_slice_ms = 20;
@@ -31,7 +31,7 @@ constexpr long refused = -5;           // to Base_Thread::stop: kill at once
 
 constexpr Err_Code data_code = 15, size_code = 89, wait_code = 91;
 
-// These end the writer without a word: the reading side tells that the connection is gone, or is still awaited.
+// These errors end the writer without a report: the reading side reports that the connection is gone or not there yet.
 constexpr std::uint32_t no_data = 232, not_connected = 233, listening = 536;
 constexpr std::uint32_t quiet_errors[] = {platform::error_invalid_handle, no_data, not_connected, listening};
 
@@ -44,7 +44,7 @@ std::string_view Text(const char *text) { return text ? text : ""; }
 
 bool Valid(const platform::Waitable *waitable) { return waitable && waitable->valid(); }
 
-// Compares owners: a new stream may stand at the address of one that is gone.
+// Compares owners, not addresses: a new stream may have the address of one that is gone.
 bool Is_Same(const std::weak_ptr<platform::Stream> &one, const std::shared_ptr<platform::Stream> &other)
 {
     return !one.owner_before(other) && !other.owner_before(one);
@@ -59,10 +59,10 @@ void Reset(const std::unique_ptr<platform::Event> &event)
 
 const char Win32_Buffered_Byte_Client::Name[] = "Win32_Buffered_Byte_Client";
 
-// Known by its address: an empty text of the caller's own stands for an account without name and password.
+// Recognised by its address. Any other empty text means an account without name and password.
 char Win32_Buffered_Byte_Client::No_Authorisation[1] = "";
 
-// The name and handler of the object are those that the most derived class gives.
+// The most derived class gives the object its name and its handler.
 Win32_Buffered_Byte_Client::Win32_Buffered_Byte_Client(Error_Handler &handler, unsigned int buffer_size, int is_socket)
     : Object(Name, &handler), WinSock_Loader(&handler, is_socket == 0), Remote_Control(Name),
       reader_stop_event_(std::make_unique<platform::Event>()), receive_(std::make_unique<platform::Transfer>()),
@@ -75,8 +75,8 @@ Win32_Buffered_Byte_Client::Win32_Buffered_Byte_Client(Error_Handler &handler, u
     SetBufferSize(buffer_size);
 }
 
-// The transport is closed first, so that the writer is not at it for long; the events go last: the writer may be
-// waiting for them until it has ended.
+// The transport is closed first, so that a write under way ends soon. The events are freed last, because the writer may
+// wait for them until it has ended.
 Win32_Buffered_Byte_Client::~Win32_Buffered_Byte_Client()
 {
     std::shared_ptr<platform::Stream> handle;
@@ -108,7 +108,8 @@ bool Win32_Buffered_Byte_Client::IsInheritedFrom(const char *name) const
            WinSock_Loader::IsInheritedFrom(name) || Remote_Control::IsInheritedFrom(name);
 }
 
-// Not the data event, on purpose: without it the writer says so and ends, and the reading side works all the same.
+// The data event is not required: without it the writer reports a failed wait and ends, and the reading side still
+// works.
 bool Win32_Buffered_Byte_Client::IsValid() const
 {
     return Valid(reader_stop_event_.get()) && Valid(receive_.get()) && Valid(stop_event_.get()) &&
@@ -140,7 +141,7 @@ bool Win32_Buffered_Byte_Client::SetBufferSize(unsigned int size)
     return done;
 }
 
-// A block that is on its way has a holder of its own and stays until it is out.
+// A block that is being written shares its memory with the transfer, which keeps it until the write is done.
 bool Win32_Buffered_Byte_Client::Allocate(unsigned int size)
 {
     const Semaphore_Guard guard(*this);
@@ -177,7 +178,8 @@ unsigned int Win32_Buffered_Byte_Client::Room() const
     return static_cast<unsigned int>(buffers_[current_].Room());
 }
 
-// What an ended writer has left behind is not counted: a producer that waits for 0 would wait for its own next data.
+// Data that an ended writer left behind are not counted: only new data start a writer again, so a producer that waits
+// for 0 before it sends more would wait for ever.
 unsigned int Win32_Buffered_Byte_Client::Unsent() const
 {
     const Semaphore_Guard guard(*this);
@@ -193,7 +195,7 @@ unsigned int Win32_Buffered_Byte_Client::cache_avail() const
 
 std::uint64_t Win32_Buffered_Byte_Client::GetBytesOut() const { return bytes_out_.load(std::memory_order_relaxed); }
 
-// A signal that data waits must outlive this: nobody would give it again.
+// The signal that data wait must survive the reset, because no other thread would set it again.
 void Win32_Buffered_Byte_Client::Reset_Events()
 {
     const Semaphore_Guard guard(*this);
@@ -235,9 +237,9 @@ bool Win32_Buffered_Byte_Client::Take(Byte_Server &server)
     return true;
 }
 
-// The bytes are pulled in any case, also those that are dropped: a server that keeps them would offer them for ever.
-// The server's GetNBytes runs with the lock held; it may take the server's own lock, so nobody takes these two the
-// other way round.
+// The bytes are pulled even when they are dropped: a server that kept them would offer them for ever. The server's
+// GetNBytes runs with this object's lock held and may take the server's lock. Lock order: this object's lock first, the
+// server's second.
 Win32_Buffered_Byte_Client::Filled Win32_Buffered_Byte_Client::Fill(Byte_Server &server)
 {
     const Semaphore_Guard guard(*this);
@@ -250,13 +252,13 @@ Win32_Buffered_Byte_Client::Filled Win32_Buffered_Byte_Client::Fill(Byte_Server 
         Drop();
         return Filled::unconnected;
     }
-    if (room == 0) {  // all of it goes: a producer that had to wait would be worse off than a peer that misses a block
+    if (room == 0) {  // discard all: a lost block does less harm than a producer that waits
         buffer.fill = 0;
         return Filled::overrun;
     }
     if (state_ == State::idle) {
         if (!Start_Writer()) return Filled::without_writer;
-        data_event_->set();  // in the other states the writer finds the data when it is through with what it does
+        data_event_->set();  // in the other states the writer looks for data after its present step
     } else if (state_ == State::waiting && buffer.fill > 0) {
         state_ = State::data_signalled;
         data_event_->set();
@@ -264,8 +266,8 @@ Win32_Buffered_Byte_Client::Filled Win32_Buffered_Byte_Client::Fill(Byte_Server 
     return Filled::done;
 }
 
-// An earlier writer that is about to end needs nothing more of this object, its lock least of all. While somebody stops
-// the writer, there is none: who waits for the end of one must not find the next.
+// The wait for an earlier writer holds the lock. That is safe, because a writer that is about to end does not take this
+// lock any more. No writer starts while a thread is inside Stop, because that thread waits until no writer runs.
 bool Win32_Buffered_Byte_Client::Start_Writer()
 {
     if (stopping_ > 0) return true;
@@ -293,7 +295,7 @@ void Win32_Buffered_Byte_Client::Drop()
     for (Buffer &buffer : buffers_) buffer.fill = 0;
 }
 
-// Called before the buffers are filled or written: what waits for one connection must not get into the next one.
+// Called before the buffers are filled or written, so that data for one connection do not go into the next one.
 void Win32_Buffered_Byte_Client::Drop_Former_Connection()
 {
     if (Is_Same(data_of_, handle_)) return;
@@ -301,7 +303,7 @@ void Win32_Buffered_Byte_Client::Drop_Former_Connection()
     data_of_ = handle_;
 }
 
-// With the data goes the signal that it waits.
+// Drops the data and clears the signal that they wait.
 void Win32_Buffered_Byte_Client::Forget_Data()
 {
     const Semaphore_Guard guard(*this);
@@ -313,9 +315,10 @@ void Win32_Buffered_Byte_Client::Forget_Data()
 
 void Win32_Buffered_Byte_Client::Stop_Writer() { Stop(false); }
 
-// Base_Thread::stop alone would kill the writer while terminate_refused_ is set, with the lock in its hands perhaps. It
-// is asked again and again: a reset of the events may have swallowed the signal. The writer itself gets here from a
-// report, and ends after that, unless new data come.
+// Waits until the writer has ended before it calls writer_.stop(): while terminate_refused_ is set, Base_Thread::stop
+// would kill a running writer, perhaps while it holds the lock. The request to stop is repeated, because a concurrent
+// reset of the events may clear the signal. On the writer's own thread (from a report) Stop does nothing: the writer
+// ends after the report, unless new data come.
 void Win32_Buffered_Byte_Client::Stop(bool go_on)
 {
     if (writer_.Is_Own_Thread()) return;
@@ -338,7 +341,7 @@ void Win32_Buffered_Byte_Client::Stop(bool go_on)
     if (!has_writer) Report_No_Writer(__LINE__);
 }
 
-// What came while the writer was stopped, a request perhaps, does not wait for the next data.
+// Data that came while the writer was stopped, perhaps a request, start a new writer at once.
 bool Win32_Buffered_Byte_Client::Go_On()
 {
     if (buffers_[current_].fill > 0) {
@@ -352,11 +355,11 @@ bool Win32_Buffered_Byte_Client::Go_On()
     return true;
 }
 
-// The writer thread. Between it and the others there are state_ and the buffers, under the lock, and the three events:
-//   idle             it does not run, or is about to end without another look: the next data start a new one
+// The writer thread. It shares state_ and the buffers, both under the lock, and three events with the other threads:
+//   idle             it does not run, or ends without another look at the buffers: the next data start a new one
 //   waiting          it waits for a signal
 //   data_signalled   the data event, or for a request the write-done event, is set; no need to set it again
-//   write_pending    the other buffer is on its way; the end of that brings the writer back
+//   write_pending    the other buffer is being written; the end of that write wakes the writer
 
 // Called by Base_Thread::stop.
 unsigned long Win32_Buffered_Byte_Client::overlapped_terminate()
@@ -382,7 +385,7 @@ unsigned long Win32_Buffered_Byte_Client::overlapped_thread()
         Next next = Next::write;
         switch (platform::wait_any(signals, platform::wait_forever)) {
         case 0: return End_Writer(1);
-        case 1: break;  // somebody is in a hurry
+        case 1: break;  // a request: write without gathering
         case 2: next = Block_Ended(Next::write); break;
         case 3: next = Next::gather; break;
         default:  // the report comes first, see Report_Failed_Write
@@ -392,7 +395,7 @@ unsigned long Win32_Buffered_Byte_Client::overlapped_thread()
             return End_Writer(0);
         }
         while (next == Next::gather || next == Next::write) {
-            // Once and briefly, so that small pieces share a packet; a stop ends it.
+            // Wait once and briefly, so that small pieces share a packet; a stop ends the wait.
             if (next == Next::gather && cache_avail() < small_piece) writer_.Sleep(gather_ms);
             next = Write();
         }
@@ -400,8 +403,8 @@ unsigned long Win32_Buffered_Byte_Client::overlapped_thread()
     }
 }
 
-// Nothing is on its way when the writer has ended. What waits stays where it is, and goes on through the same
-// connection, or is dropped before the next one.
+// No write is under way after this. Waiting data stay in the buffers: they go out through the same connection, or are
+// dropped before the next one.
 unsigned long Win32_Buffered_Byte_Client::End_Writer(unsigned long exit_code)
 {
     if (write_) write_->cancel();
@@ -411,7 +414,7 @@ unsigned long Win32_Buffered_Byte_Client::End_Writer(unsigned long exit_code)
     return exit_code;
 }
 
-// What the last transfer moved, and its error. One that failed may have moved something, too.
+// Counts what the last transfer moved and returns its error. A failed transfer may have moved something, too.
 std::uint32_t Win32_Buffered_Byte_Client::Take_Result()
 {
     std::size_t moved = 0;
@@ -421,16 +424,15 @@ std::uint32_t Win32_Buffered_Byte_Client::Take_Result()
     return last_error_;
 }
 
-// The buffer that is being filled to the system. It counts as on its way from here on, so that the lock need not be
-// held while the system copies it: a megabyte takes its time, and the producer goes on in the other buffer, which is
-// empty.
+// Hands the filled buffer to the system. The buffer counts as being written from here on, so that the lock is not held
+// while the system copies it (up to a megabyte). The producer goes on in the other buffer, which is empty.
 Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Write()
 {
-    std::shared_ptr<platform::Stream> to;  // let go of without the lock: its last holder may take its time to close it
+    std::shared_ptr<platform::Stream> to;  // released without the lock: closing the stream may take long
     Block block;
     {
         const Semaphore_Guard guard(*this);
-        // A request was in a hurry; the block on its way comes first, and its end brings the writer here again.
+        // A request woke the writer. The block that is being written comes first; its end calls Write again.
         if (state_ == State::write_pending) return Next::wait;
         if (!handle_ || !is_connected()) {
             Drop();
@@ -446,7 +448,7 @@ Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Write()
         to = handle_;
         block = in_flight_ = {buffer.base, std::exchange(buffer.fill, 0), to};
         state_ = State::write_pending;
-        // It told of these bytes. Left standing, it would make the next round wait for more with an empty buffer.
+        // The event announced these bytes. If it stayed set, the next round would wait for more with an empty buffer.
         Reset(data_event_);
         current_ = 1 - current_;
     }
@@ -455,9 +457,9 @@ Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Write()
     return Block_Ended(Next::gather);
 }
 
-// The block is through, or has failed. A failure takes along what waits for the same connection: neither the peer nor
-// the next connection gets the rest of something that began in the lost block. Where this side has closed the
-// transport, or has another one by now, there is no failure to report, and Write finds out what is connected.
+// The block was written or has failed. A failure also drops the data that wait for the same connection: they may begin
+// in the lost block, and neither the peer nor the next connection should get the rest. When this side has closed or
+// replaced the transport, no failure is reported, and Write checks what is connected now.
 Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Block_Ended(Next next)
 {
     std::uint32_t error = 0;
@@ -478,13 +480,13 @@ Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Block_Ended(Next ne
     return Report_Failed_Write(error);
 }
 
-// The writer counts as running until the report is out: the report may take its time, and want the lock, while a
-// producer that had to start another writer would wait for the end of this one with the lock in its hands.
+// The writer counts as running until the report is done. The report may take long and may need the lock; a producer
+// that had to start another writer meanwhile would wait for the end of this one with the lock held.
 Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Report_Failed_Write(std::uint32_t error)
 {
     ReportErrorIntern(error, "Write", data_code, Error_Handler::ES_Error);
     const Semaphore_Guard guard(*this);
-    if (buffers_[current_].fill > 0) return Next::write;  // the next data have come meanwhile
+    if (buffers_[current_].fill > 0) return Next::write;  // new data have come meanwhile
     state_ = State::idle;
     return Next::end;
 }
@@ -494,7 +496,7 @@ Win32_Buffered_Byte_Client::Next Win32_Buffered_Byte_Client::Report_Failed_Write
 void Win32_Buffered_Byte_Client::NTRIPSendStreamRequest(char *mountpoint, char *user_password, const char *host,
                                                         int port, bool absolute_url)
 {
-    std::string authorisation;  // a line in any case, though it may be empty: that is what casters have always got
+    std::string authorisation;  // empty: the request then has an empty line here; part of the interface
     if (user_password != No_Authorisation) authorisation = "Authorization: Basic " + Base64(Text(user_password));
     const std::string path = std::string("/").append(Text(mountpoint));
     Send_Request(Ntrip_Request(path, authorisation.c_str(), Text(host), port, absolute_url));
@@ -514,7 +516,7 @@ char *Win32_Buffered_Byte_Client::GenerateGETRequest(char *out, const char *path
     return out;
 }
 
-// The write-done event instead of the data event: a request does not wait for more.
+// Sets the write-done event instead of the data event, because a request does not wait for more data.
 void Win32_Buffered_Byte_Client::Send_Request(const std::string &request)
 {
     if (!Begin_Request()) return;
@@ -529,7 +531,7 @@ void Win32_Buffered_Byte_Client::Send_Request(const std::string &request)
             std::memcpy(buffer.End(), request.data(), request.size());
             buffer.fill += request.size();
         }
-        // Stopped in that second, by a producer whose own line came up.
+        // The writer may have been stopped in that second: the producer's own line came up (Mesg_Attached).
         if (state_ == State::idle) has_writer = Start_Writer();
         if (state_ == State::waiting) state_ = State::data_signalled;
         write_done_event_->set();
@@ -538,8 +540,8 @@ void Win32_Buffered_Byte_Client::Send_Request(const std::string &request)
     if (!has_writer) Report_No_Writer(__LINE__);
 }
 
-// Starts the writer where it does not run and gives the connection its second, without the lock: others send and stop
-// meanwhile. A stop ends the writer, and with it this wait.
+// Starts the writer if it does not run, and then gives the connection a second. The wait holds no lock, so that other
+// threads can send and stop meanwhile. A stop ends the writer and thereby this wait.
 bool Win32_Buffered_Byte_Client::Begin_Request()
 {
     bool started = true;

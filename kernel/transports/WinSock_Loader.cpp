@@ -14,17 +14,17 @@ namespace kernel {
 
 namespace {
 
-// Transports speak with one voice: the loader's reports stand under the name of the unit that it serves.
+// The loader reports under the name of the unit that it serves, so that a transport reports under one name.
 const char unit[] = "kernel/Win32_Buffered_Byte_Client";
 
 constexpr std::uint16_t wanted_version = 0x0202;  // 2.2: low byte major, high byte minor
 constexpr Err_Code code = 89;
 
-// The order of versions in the texts is not always the same; see the destructor.
+// The texts print major and minor version in different orders; see the destructor.
 unsigned int Low(std::uint16_t version) { return version & 0xFFu; }
 unsigned int High(std::uint16_t version) { return version >> 8u; }
 
-// The fields end with a zero, whatever the system says of itself.
+// A field always ends with a zero; a longer text of the system is cut.
 template <std::size_t size>
 void Copy(char (&field)[size], const std::string &text)
 {
@@ -46,7 +46,7 @@ bool WinSock_Loader::IsInheritedFrom(const char *name) const
     return (name && std::strcmp(name, Name) == 0) || Object::IsInheritedFrom(name);
 }
 
-// A loader that starts the library is its first user; the count goes up without a call of the system for the others.
+// Start sets the count to 1 when it has loaded the library. Later transports that use sockets only raise the count.
 WinSock_Loader::WinSock_Loader(Error_Handler *handler, bool without_winsock)
     : Object(Name, handler), without_winsock_(without_winsock)
 {
@@ -58,7 +58,7 @@ WinSock_Loader::WinSock_Loader(Error_Handler *handler, bool without_winsock)
     }
 }
 
-// A failure is only reported: a host may have use for an object whose socket calls will fail, and sees them fail.
+// A failure is only reported. A host may still use the object; its socket calls fail, and the host sees that.
 void WinSock_Loader::Start()
 {
     platform::Socket_Library library;
@@ -85,8 +85,8 @@ void WinSock_Loader::Start()
                    Low(wanted_version), High(wanted_version), WSA_data.szDescription, WSA_data.szSystemStatus);
 }
 
-// The minor version comes first in these two texts, and a loader whose start failed releases all the same: kept on
-// purpose.
+// Part of the interface: the texts "Releasing ..." and, in Start, "supports version ..." print the minor version first,
+// and a loader whose start failed releases the library as well.
 WinSock_Loader::~WinSock_Loader()
 {
     if (!without_winsock_) {

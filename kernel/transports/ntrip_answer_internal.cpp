@@ -11,8 +11,8 @@ namespace {
 constexpr std::size_t judged_piece = 50;  // bytes
 constexpr std::string_view accepted = "ICY 200 OK";
 
-// What follows the first two words of the status line, with the blank before it; the whole line when it has no two
-// blanks.
+// Returns the status line behind its first two words, with the blank before the rest. Returns the whole line when it
+// has fewer than two blanks.
 std::string_view Reason(std::string_view text)
 {
     const std::size_t first = text.find(' ');
@@ -21,7 +21,7 @@ std::string_view Reason(std::string_view text)
     return text.substr(0, text.find("\r\n"));
 }
 
-// A caster must not be able to write lines of its own into a log.
+// Replaces control characters, so that a caster cannot write lines of its own into a log.
 char Printable(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F ? '?' : c; }
 
 }  // namespace
@@ -29,7 +29,7 @@ char Printable(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7
 void Ntrip_Answer::Expect(bool answer)
 {
     awaited_ = answer;
-    count_ = 0;  // of an earlier connection that broke before it was judged
+    count_ = 0;  // drops the bytes of a connection that broke before it was judged
 }
 
 bool Ntrip_Answer::Accepts(const char *piece, std::size_t n, std::string &message)
@@ -37,7 +37,7 @@ bool Ntrip_Answer::Accepts(const char *piece, std::size_t n, std::string &messag
     const std::size_t added = std::min(n, answer_.size() - count_);
     std::memcpy(answer_.data() + count_, piece, added);
     count_ += added;
-    if (added < judged_piece) return true;  // the piece decides, not the sum
+    if (added < judged_piece) return true;  // the length of this piece decides, not the sum
     const bool good = std::string_view(answer_.data(), count_).substr(0, accepted.size()) == accepted;
     if (!good) message = Refusal();
     Expect(false);

@@ -7,20 +7,20 @@
 
 namespace kernel {
 
-// Collects the pieces of the answer as they are received, up to 250 bytes, and judges them with the first piece that
-// adds 50 bytes or more; an answer in smaller pieces is never judged and passes. What is collected is a copy: nothing
-// is taken from the stream.
+// Collects the pieces of the answer as they are received, up to 250 bytes. The first piece that adds 50 bytes or more
+// has everything collected so far judged. An answer in smaller pieces is never judged and passes. The pieces are
+// copied; nothing is taken from the stream.
 //
-// Threads:   one, the reader.
-// Ownership: copies.
-// Errors:    the caster's refusal, in words for a report. They are its own words: an argument of a report, never a
-//            format.
+// Threads:   used on the reader's thread only.
+// Ownership: holds a copy of the answer.
+// Errors:    the caster's refusal, as a text for a report. The caster chooses the words: use them as an argument of a
+//            report, never as its format.
 class Ntrip_Answer {
 public:
-    void Expect(bool answer);  // a request went out; false: to one that is not judged
+    void Expect(bool answer);  // a request went out; false: do not judge its answer
     bool Is_Awaited() const { return awaited_; }
-    // The next piece. False: it was judged, and the caster refuses; then `message` says why, like "NTRIP error:
-    // Unauthorized. Please check user name and password."
+    // Takes the next piece. Returns false when the answer was judged and the caster refuses; `message` then says why,
+    // like "NTRIP error: Unauthorized. Please check user name and password."
     bool Accepts(const char *piece, std::size_t n, std::string &message);
 
 private:

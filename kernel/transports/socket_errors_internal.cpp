@@ -7,8 +7,8 @@ namespace kernel {
 
 namespace {
 
-// The order decides where a number stands twice: the second rows of 10038 and 11004 are never found. Eleven rows from
-// WSAEBADF to WSANO_ADDRESS have their own name for a title. Hosts know the table so, and it stays so.
+// The order matters for the numbers that occur twice: the second rows of 10038 and 11004 are never found. In the eleven
+// rows from WSAEBADF to WSANO_ADDRESS the title is the name. Both are part of the interface.
 constexpr Socket_Error rows[] = {
     {10013, "WSAEACCES", "Permission denied",
      "The socket was used in a way that its access rights forbid, such as sending to a broadcast address without "

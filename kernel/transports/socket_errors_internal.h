@@ -5,7 +5,7 @@
 
 namespace kernel {
 
-// A text filled up with blanks to the width of a column; a longer one stands as it is.
+// A text padded with blanks to the width of a column. A longer text keeps its length.
 template <std::size_t width>
 struct Padded {
     char text[width + 16] = {};
@@ -26,7 +26,7 @@ struct Socket_Error {
     const char *description;  // a sentence or two
 };
 
-// The first row with this number; null where there is none.
+// Returns the first row with this number, or null when there is none.
 const Socket_Error *Find_Socket_Error(int code);
 
 }  // namespace kernel
