@@ -15,10 +15,10 @@ class S_AVL_WorkFunc;
 // its buffer has no room; the others lose nothing. The reply to Mesg_Data_Ready is the main client's; it is false
 // without a main client.
 //
-// Other messages go to all clients with the upstream server as their server. Mesg_Detached empties the main client's
-// buffer and is not passed on. Mesg_Attached empties it as well and is passed on. Minutes: the connector counts the
-// ticks itself. Each client gets Mesg_Minute, Mesg_Hour and Mesg_Day once when they are due by this count. The
-// connector drops the ones that clients derive from counts of their own.
+// Other messages go to all clients with the upstream server as sender. Mesg_Detached empties the main client's buffer
+// and is not passed on. Mesg_Attached empties it as well and is passed on. Minutes: the connector counts the ticks
+// itself. Each client gets Mesg_Minute, Mesg_Hour and Mesg_Day once when they are due by this count. The connector
+// drops the ones that clients derive from counts of their own.
 //
 // A client may disconnect itself or others, connect and switch from inside any message. A client that is connected
 // while a block is handed out gets the next block as its first.

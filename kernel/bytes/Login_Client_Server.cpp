@@ -401,7 +401,7 @@ bool Login_Client_Server::Refuse(Byte_Server &server)
     return true;
 }
 
-// The side that answers. The first letter of a word tells which one may follow.
+// The side that answers. The first letter tells which word may follow.
 
 bool Login_Client_Server::Scan(unsigned short character)
 {

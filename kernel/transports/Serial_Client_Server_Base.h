@@ -66,7 +66,7 @@ public:
     //   handshake  0: RTS and DTR are on; otherwise the port handles them by the fill of its buffer (POSIX: RTS and CTS
     //              are one, so that output waits for CTS as well). DSR, and on Windows CTS, do not hold up output.
     //   flag       kept in Extra_Flag, for subclasses
-    //   queue_size [bytes] wished for the driver's buffers; the driver decides
+    //   queue_size [bytes] wish for the driver's buffers; the driver decides
     int Create(int port, unsigned long baud, int parity, int stopbits, int bytesize, int handshake, int flag,
                unsigned long queue_size);
     // Takes over an open port with its speed and format, and makes it raw. handle: a HANDLE, or on POSIX a descriptor,
@@ -81,7 +81,7 @@ public:
     // returns true. Returns false for 0 and without a port.
     bool Set_Speed(unsigned long baud) override;
     unsigned long Get_Speed() override;  // [bit/s]; without a port the speed of the last one, or 0
-    bool IsActive() const;               // is a port open?
+    bool IsActive() const;               // returns whether a port is open
     const char *GetComName() const { return com_name_.c_str(); }  // good until the next Create or SetComName
     void SetComName(const char *const name);
     std::uint64_t GetBytesIn() const;                                                         // pulled by the client
@@ -99,7 +99,7 @@ public:
     bool Work() override;
     unsigned short GetByte() override;
     using Byte_Server::UnGetByte;
-    unsigned short UnGetByte(unsigned char byte) override;  // what was pulled, and up to 16 bytes more
+    unsigned short UnGetByte(unsigned char byte) override;  // takes back what was pulled, and up to 16 bytes more
     using Byte_Server::GetNBytes;
     long GetNBytes(unsigned char *buffer, long n) override;
     long MinAvail(long) override;  // bytes held; the argument is ignored
@@ -132,7 +132,7 @@ protected:
     bool Gives_Up_Posting() const override { return Is_Own_Thread() && Stop_Requested(); }
 
     // For the variants, on any thread.
-    void Fail(std::uint32_t error);  // last error, and report
+    void Fail(std::uint32_t error);  // sets the last error and reports it
     // Pulls at most block_size bytes from the server. Returns their number, or -1 when a stop was requested.
     long Take(Byte_Server &server, unsigned char *block);
     void Count_Out(std::size_t n) { bytes_out_.fetch_add(n, std::memory_order_relaxed); }

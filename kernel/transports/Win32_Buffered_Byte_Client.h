@@ -58,7 +58,7 @@ public:
     // the buffers; a block that is being written goes out whole. Returns false when memory is short: a buffer without
     // memory behaves like a full one.
     bool SetBufferSize(unsigned int size);
-    unsigned int GetBufferSize() const;  // of each of the two; 0 when there is none
+    unsigned int GetBufferSize() const;  // bytes of each of the two buffers; 0 without buffers
 
     // The free bytes of the buffer that is being filled, for producers that can wait. More data at once overrun it.
     unsigned int Room() const;
@@ -86,7 +86,7 @@ public:
     ~Win32_Buffered_Byte_Client() override;
 
 protected:
-    // is_socket: not 0 for sockets; fixed for life.
+    // is_socket: not 0 for sockets; it never changes.
     Win32_Buffered_Byte_Client(Error_Handler &handler, unsigned int buffer_size, int is_socket);
 
     // These two put a request into the buffer and have it written at once. When no writer runs, they start one and wait
@@ -115,9 +115,9 @@ protected:
     // For the reading side of the derived class.
     std::unique_ptr<platform::Event> reader_stop_event_;
     std::unique_ptr<platform::Transfer> receive_;
-    std::unique_ptr<platform::Event> stop_event_;        // the writer's
-    std::unique_ptr<platform::Event> write_done_event_;  // write at once, without gathering
-    std::unique_ptr<platform::Event> data_event_;        // there is data
+    std::unique_ptr<platform::Event> stop_event_;        // ends the writer
+    std::unique_ptr<platform::Event> write_done_event_;  // data wait and are to be written at once
+    std::unique_ptr<platform::Event> data_event_;        // data wait
     // 1 while the reader is in accept: Base_Thread::stop then kills the writer instead of waiting for it. Stop_Writer
     // waits for the writer in any case.
     std::atomic<std::int32_t> terminate_refused_{0};

@@ -1,4 +1,4 @@
-// Starts the socket library with the first transport and ends it with the last; names and explains socket errors.
+// Starts the socket library with the first transport and ends it with the last one; names and explains socket errors.
 #pragma once
 
 #include "kernel/base/Object.h"
