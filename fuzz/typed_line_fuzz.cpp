@@ -36,6 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     std::string plain(line.substr(0, 5051));
     plain.erase(std::remove(plain.begin(), plain.end(), '%'), plain.end());
     Require(Formatted(plain, 5051) == plain);
+#ifndef _WIN32  // the old C library of Windows does not write all of these as the C standard has them
     const std::size_t flags = std::min(line.find_first_not_of("-+ #0123456789."), line.size());
     std::string directive("%");
     directive += line.substr(0, std::min<std::size_t>(flags, 4));
@@ -52,5 +53,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
                 Formatted(one, 5051) ==
                     std::string(expected, std::min<std::size_t>(5051, static_cast<std::size_t>(length))));
     }
+#endif
     return 0;
 }

@@ -91,10 +91,10 @@ enum CL_Mesg : int {
     Mesg_Login = 160,         // begin to log in at the other end [true; Byte_Client: false]
     Mesg_Ask_Password = 170,  // ask the other end for name and password [true; Byte_Client: false]
     Mesg_Start = 180,         // start without a password [true]
-    Mesg_Status_90 = 90,      // to the client of a login dialogue: logged in. Nobody sends it yet [true]
-    Mesg_Status_100 = 100,    // likewise: logged out, or failed. Nobody sends it yet [true]
+    Mesg_Status_90 = 90,      // Login_Client_Server to its client: logged in [true]
+    Mesg_Status_100 = 100,    // likewise: logged out, failed, or too late [true]
 
-    // Changing of clients by an object that has several. Passed down. Nobody sends them yet.
+    // Byte_Client_Switch sends them to its clients when one of them is to take over. Passed down.
 
     Mesg_Status_210 = 210,  // to a client in waiting: do you take over? [true]
     Mesg_Status_220 = 220,  // to the one that has taken over [true]
