@@ -1,6 +1,7 @@
 #include "kernel/bytes/typed_line_internal.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <optional>
 
@@ -10,8 +11,11 @@ namespace {
 
 using std::string_view;
 
-// Cuts what does not fit into the buffer. The parser limits numbers to the size of the buffer, so that sums of them do
-// not overflow.
+// Widths and precisions are cut to this, so that sums of them do not overflow: far beyond any buffer, since a field that
+// is cut must begin as the whole one does.
+constexpr std::size_t most_number = std::size_t{1} << 30;
+
+// Cuts what does not fit into the buffer.
 class Output {
 public:
     Output(char *out, std::size_t size) : out_(out), size_(size) {}
@@ -46,7 +50,7 @@ struct Directive {
 // Reads a directive behind its percent sign.
 class Parser {
 public:
-    Parser(string_view text, std::size_t most) : text_(text), most_(most) {}
+    explicit Parser(string_view text) : text_(text) {}
 
     // Fills in the directive and returns the number of its characters, or 0 when it is none.
     std::size_t Parse(Directive &directive)
@@ -95,13 +99,13 @@ private:
             ++at_;
             return 0;
         }
-        std::size_t number = 0;
-        for (; Is_Digit(); ++at_) number = std::min(most_, number * 10 + static_cast<std::size_t>(Now() - '0'));
-        return number;
+        std::uint64_t number = 0;
+        for (; Is_Digit(); ++at_)
+            number = std::min<std::uint64_t>(most_number, number * 10 + static_cast<std::uint64_t>(Now() - '0'));
+        return static_cast<std::size_t>(number);
     }
 
     const string_view text_;
-    const std::size_t most_;
     std::size_t at_ = 0;
 };
 
@@ -177,7 +181,7 @@ std::size_t Format_Without_Arguments(string_view line, char *out, std::size_t si
         line.remove_prefix(plain);
         if (line.empty()) break;
         Directive directive;
-        const std::size_t length = Parser(line.substr(1), size).Parse(directive);
+        const std::size_t length = Parser(line.substr(1)).Parse(directive);
         if (length > 0)
             Put_Field(directive, output);
         else
