@@ -11,8 +11,8 @@ namespace {
 
 using std::string_view;
 
-// Widths and precisions are cut to this, so that sums of them do not overflow: far beyond any buffer, since a field that
-// is cut must begin as the whole one does.
+// Widths and precisions are cut to this, so that sums of them do not overflow: far beyond any buffer, since a field
+// that is cut must begin as the whole one does.
 constexpr std::size_t most_number = std::size_t{1} << 30;
 
 // Cuts what does not fit into the buffer.
