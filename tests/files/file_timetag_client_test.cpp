@@ -167,6 +167,9 @@ TEST_F(Tagged, a_full_disk_ends_what_it_hits)
         EXPECT_EQ(heard[1], (Reported{3, 15, full, data_unit}));
         EXPECT_EQ(Whole_File(name), c.recorded);
         EXPECT_TRUE(recorder->IsValid());
+        recorder->Close();
+        EXPECT_TRUE(Feed("dropped"));
+        EXPECT_EQ(Whole_File(name), c.recorded);
     }
 }
 
@@ -184,7 +187,9 @@ TEST(Timetag_Name, has_its_own_rules)
                                                          {a255, a255 + ".tmt"},
                                                          {a256, ""},
                                                          {dotted, ""},
-                                                         {std::string(260, '.'), ""}};
+                                                         {std::string(260, '.'), ""},
+                                                         {"a." + std::string(257, 'b'), "a.tmt"},
+                                                         {"a." + std::string(258, 'b'), ""}};
     for (const auto &[data, tags] : cases) EXPECT_EQ(Timetag_Name(data.c_str()), tags) << data;
 }
 
