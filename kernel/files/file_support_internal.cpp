@@ -51,14 +51,6 @@ std::string Report_Open_Error(const Object &object, const char *unit, unsigned i
     return text;
 }
 
-std::unique_ptr<char[]> Copy_Text(const char *text)
-{
-    const std::size_t size = std::strlen(text) + 1;
-    std::unique_ptr<char[]> copy(new (std::nothrow) char[size]);
-    if (copy) std::memcpy(copy.get(), text, size);
-    return copy;
-}
-
 // Case is ignored on POSIX as well: of two files whose names differ only in case, the second is taken for the first.
 // Only ASCII letters, in every locale: other bytes are parts of UTF-8 characters.
 bool Same_File_Name(const char *a, const char *b)

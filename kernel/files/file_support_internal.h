@@ -2,6 +2,8 @@
 // installed.
 #pragma once
 
+#include "kernel/base/text_internal.h"
+
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -34,9 +36,6 @@ std::string Open_Error_Text(std::uint32_t error, const Open_Error_Words &words);
 // returns an empty text.
 std::string Report_Open_Error(const Object &object, const char *unit, unsigned int line, std::uint32_t error,
                               const Open_Error_Words &words);
-
-// A copy of a text; null when memory is short.
-std::unique_ptr<char[]> Copy_Text(const char *text);
 
 // Whether two names are equal, as _stricmp compares them: the case of ASCII letters is ignored.
 bool Same_File_Name(const char *a, const char *b);

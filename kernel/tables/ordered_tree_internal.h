@@ -2,6 +2,8 @@
 // that event tables, string trees, resource strings and the T-connector stand on.
 #pragma once
 
+#include "kernel/tables/AVL_NodeFunc.h"
+
 #include <set>
 
 namespace kernel {
@@ -10,17 +12,6 @@ namespace kernel {
 // equal, -1 when it stands behind. Nodes are compared with keys only, never with each other, so that a key may be of
 // another type than the nodes: a string where the nodes hold strings.
 using AVL_Compare = int (*)(const void *data, const void *key);
-
-// What a tree does with the data that it is given and that it lets go.
-//
-// Threads:   called on the thread of the tree's operation.
-// Ownership: plain functions.
-// Errors:    malloc_func answers null when it cannot make a node; nothing throws.
-struct AVL_NodeFunc {
-    void *(*malloc_func)(const void *key, void *data);                  // the node to store for data
-    void *(*free_func)(void *data, const void *key, const void *user);  // a node is released; the answer is not used
-    void (*kill_func)(void *data, const void *user);                    // a node was made and could not be inserted
-};
 
 // The malloc_func of trees whose data are nodes already: answers data.
 void *AVL_Malloc_RetHandleDirekt(const void *key, void *data);

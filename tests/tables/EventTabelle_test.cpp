@@ -1,0 +1,316 @@
+#include "kernel/tables/EventTabelle.h"
+
+#include "tests/support/folder.h"
+
+#include "platform/debug.h"
+#include "platform/error.h"
+#include "platform/replaced_file.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+using namespace kernel;
+
+namespace {
+
+struct Deleter {
+    void operator()(EventTabelle *table) const { EventTabelle::Delete(table); }
+};
+using Table = std::unique_ptr<EventTabelle, Deleter>;
+
+// A table named "master" that keeps everything.
+Table Make_Table(const char *tree_name = nullptr)
+{
+    Table table(EventTabelle::Create("master", tree_name));
+    table->SetInterval(0);
+    return table;
+}
+
+std::string Current(const EventTabelle &table)
+{
+    double time = 0;
+    char name[64], text[8192];
+    int marked = 0;
+    if (!table.GetValues(time, name, text, marked)) return "";
+    return std::to_string(static_cast<int>(time)) + name + text + (marked ? "!" : "");
+}
+
+// All entries of an event, through a scan.
+std::string All_Of(EventTabelle &table, const char *name)
+{
+    std::string all;
+    for (bool more = table.ScanFirst(name); more; more = table.WalkNext()) all += Current(table) + ' ';
+    table.ScanDone();
+    return all;
+}
+
+std::string Read_Back(const Test_Folder &folder, const std::string &bytes, bool &accepted)
+{
+    const Table table = Make_Table();
+    accepted = table->ReadASCII(folder.Write("read.txt", bytes).c_str());
+    return All_Of(*table, "master");
+}
+
+}  // namespace
+
+TEST(EventTabelle, keeps_the_order_of_time_and_of_insertion)
+{
+    const Table table = Make_Table();
+    table->Insert(2, "b", "x", 1);
+    table->Insert(1, "b", "y", 0);
+    table->Insert(2, "B", "w", 0);
+    table->Insert(3, "a", "z", 0);
+    EXPECT_EQ(All_Of(*table, "b"), "1by 2bx! 2bw ");
+    EXPECT_EQ(All_Of(*table, "MASTER"), "1by 2bw 2bx! 3az ");
+    EXPECT_EQ(table->GetEventNumber("A"), 1);
+    EXPECT_STREQ(table->GetEventName(2), "b");
+    EXPECT_STREQ(table->FindMax(), "a");
+    EXPECT_EQ(table->GetMax("b"), 2);
+
+    EXPECT_TRUE(table->ScanSucc(2, "b"));
+    EXPECT_EQ(Current(*table), "2bx!");
+    EXPECT_FALSE(table->ScanFirst("b"));  // one scan at a time
+    EXPECT_TRUE(table->RemoveAkt());
+    EXPECT_EQ(Current(*table), "");
+    EXPECT_TRUE(table->WalkNext());
+    EXPECT_EQ(Current(*table), "2bw");
+    EXPECT_FALSE(table->WalkNext());
+    EXPECT_TRUE(table->WalkNext());  // around
+    EXPECT_EQ(Current(*table), "1by");
+    EXPECT_EQ(table->DelEvent("b"), 1);
+    EXPECT_FALSE(table->WalkNext());
+    table->ScanDone();
+    EXPECT_TRUE(table->ScanPrev(4, "master"));
+    EXPECT_EQ(Current(*table), "3az");
+    table->ScanDone();
+
+    double time = 0;
+    char name[64], text[64];
+    int marked = 0;
+    EXPECT_TRUE(table->FindSuccKey(0, 1, time, name, text, marked) && time == 3);
+    EXPECT_FALSE(table->FindSucc(3, 1, time, name, text, marked));
+    EXPECT_STREQ(text, "Nothing in List");
+    EXPECT_FALSE(table->Find(-1, 1, time, name, text, marked) || table->Find(3, 2, time, name, text, marked));
+}
+
+TEST(EventTabelle, refuses_what_it_could_not_keep)
+{
+    const Table table = Make_Table();
+    EXPECT_EQ(table->GetEventNumber("master"), -1);  // no events yet
+    for (const char *name : {"", "a\"b", "Master"}) EXPECT_EQ(table->AddEvent(name), 0);
+    EXPECT_EQ(table->AddEvent(std::string(1024, 'n').c_str()), 0);
+    EXPECT_TRUE(table->AddEvent("a") == 1 && table->AddEvent("A") == 0);
+    EXPECT_TRUE(table->ChangeEvent("a", "A") == 0 && table->ChangeEvent("x", "new") == 1);
+    EXPECT_TRUE(table->ChangeEvent("master", "M") == 1 && table->GetEventNumber("m") == 0);
+    for (const double time : {0.0, -1.0, std::nan(""), HUGE_VAL}) table->Add(time, "a", "", 0);
+    for (const char *name : {"unknown", "M"}) table->Add(1, name, "", 0);
+    EXPECT_EQ(table->GetMax(), 0);
+
+    table->SetInterval(3600);
+    table->Insert(100, "b", "old", 0);
+    table->Add(4000, "unknown", "", 0);  // not added, but it trims
+    EXPECT_EQ(table->FindMax(), nullptr);
+    table->Insert(100, "b", "old", 0);
+    table->Insert(5000, "a", "new", 7);
+    EXPECT_EQ(All_Of(*table, "m"), "5000anew! ");
+    table->RemoveMax("m");
+    EXPECT_EQ(table->GetMax(), 5000);
+    table->RemoveMin("m");
+    EXPECT_EQ(table->GetMax(), 0);
+    for (int i = 0; i < 300; ++i) table->AddEvent(std::to_string(i).c_str());
+    EXPECT_EQ(table->GetMaxEvent(), (300 + 3) % 256);
+}
+
+TEST(EventTabelle, agrees_with_a_naive_table)
+{
+    using Row = std::tuple<int, int, std::string, bool>;  // time, number of the entry, text, marked
+    std::map<std::string, std::vector<Row>> model;
+    const Table table = Make_Table();
+    std::mt19937 random(7);
+    const auto shown = [](const std::string &name, const std::vector<Row> &rows) {
+        std::string all;
+        for (const auto &[time, number, text, marked] : rows)
+            all += std::to_string(time) + name + text + (marked ? "! " : " ");
+        return all;
+    };
+    for (int step = 1; step <= 20000; ++step) {
+        const std::string name(1, "abcd"[random() % 4]);
+        const int t = 1 + static_cast<int>(random() % 30);
+        auto &rows = model[name];
+        switch (random() % 12) {
+        case 0:
+            table->RemoveLess(t - 20);
+            for (auto &[event, all] : model)
+                std::erase_if(all, [&](const Row &row) { return std::get<0>(row) < t - 20; });
+            break;
+        case 1:
+            table->RemoveGreater(t + 20);
+            for (auto &[event, all] : model)
+                std::erase_if(all, [&](const Row &row) { return std::get<0>(row) > t + 20; });
+            break;
+        case 2:
+            table->RemoveMin(name.c_str());
+            if (!rows.empty()) rows.erase(rows.begin());
+            break;
+        case 3:
+            if (random() % 20 == 0) table->RemoveTree(name.c_str()), rows.clear();
+            break;
+        case 4:  // removes the marked ones at the time t while it scans
+            for (bool more = table->ScanSucc(t, name.c_str()); more && table->GetRtime() == t; more = table->WalkNext())
+                table->DelMarked();
+            table->ScanDone();
+            std::erase_if(rows, [&](const Row &row) { return std::get<0>(row) == t && std::get<3>(row); });
+            break;
+        default: {
+            const Row row{t, step, std::string(random() % 3, 'x'), random() % 2 == 0};
+            table->Insert(t, name.c_str(), std::get<2>(row).c_str(), std::get<3>(row));
+            rows.insert(std::upper_bound(rows.begin(), rows.end(), row), row);
+        }
+        }
+        if (step % 100 != 0) continue;
+        std::size_t together = 0;
+        for (const auto &[event, all] : model) {
+            ASSERT_EQ(All_Of(*table, event.c_str()), shown(event, all)) << step;
+            together += all.size();
+        }
+        const std::string master = All_Of(*table, "master");
+        ASSERT_EQ(static_cast<std::size_t>(std::count(master.begin(), master.end(), ' ')), together) << step;
+    }
+}
+
+TEST(EventTabelle, a_file_gives_everything_back)
+{
+    const Test_Folder folder;
+    const std::string path = folder / "events.txt";
+    std::string every_byte;
+    for (int c = 1; c < 256; ++c) every_byte += static_cast<char>(c);
+    const Table table = Make_Table(), again = Make_Table();
+    table->Insert(1.5, "a b", every_byte.c_str(), 1);
+    table->Insert(1452345678.25, "c", "\\x\\", 0);
+    table->AddEvent("empty");
+    ASSERT_TRUE(table->WriteASCII(path.c_str(), EventTabelle::all_entries));
+    ASSERT_TRUE(again->ReadASCII(path.c_str()));
+    EXPECT_EQ(All_Of(*again, "master"), All_Of(*table, "master"));
+    EXPECT_EQ(again->GetEventNumber("empty"), -1);
+    ASSERT_TRUE(table->WriteASCII(path.c_str(), EventTabelle::only_unmarked));
+    const std::string bytes = Whole_File(path), line(54, '#');
+    EXPECT_EQ(bytes.substr(0, 55), line + "\n");
+    EXPECT_NE(bytes.find("\n# Version 1.20                                       #\n" + line +
+                         "\n\n~\"a b\"\n~\"c\"\n"
+                         "1452345678.250,0,\"\\\\x\\\\\"\n"),
+              std::string::npos);
+    EXPECT_FALSE(table->WriteASCII((folder / "none" + "/x").c_str(), EventTabelle::all_entries));
+    EXPECT_FALSE(table->ReadASCII((folder / "none").c_str()));
+}
+
+TEST(EventTabelle, reads_other_versions_and_skips_what_is_no_entry)
+{
+    const Test_Folder folder;
+    const std::string rows = "~\"e\"\n10,1,\"t\"\n";
+    const struct {
+        std::string bytes;
+        const char *entries;
+        bool accepted;
+    } files[] = {
+        {"# Version 1.1\n" + rows, "16et! ", true},
+        {"# Version 1.2\n" + rows, "10et! ", true},
+        {"# Version 1.21\n" + rows, "10et! ", true},
+        {"# Version 1.5\n" + rows, "", false},
+        {"# Version 2.0\n" + rows, "", false},
+        {"#\n" + rows, "10et! ", true},
+        {rows + "7x,1,\"t\"\n# 9,1,\"t\"\n1e999,1,\"t\"\n-3,1,\"t\"\n8,1,t\n12,0 ,\"no\"\n\r\n11,x,\"\\x\\\"\"\n",
+         "3et! 10et! 11e\\x\"! 12eno ", true},
+        {"~\"\"\n10,1,\"t\"\n" + rows + "10,1,\"cut", "10et! ", true},
+        {"~\"e\"\n10,0,\"" + std::string(5000, 'l') + "\"\n", nullptr, true},
+    };
+    for (const auto &file : files) {
+        bool accepted = false;
+        const std::string entries = Read_Back(folder, file.bytes, accepted);
+        EXPECT_EQ(accepted, file.accepted) << file.bytes;
+        EXPECT_EQ(entries, file.entries ? file.entries : "10e" + std::string(EventTabelle::most_text, 'l') + " ");
+    }
+}
+
+TEST(EventTabelle, others_wait_for_a_scan_and_a_threads_end_ends_it)
+{
+    const Table table = Make_Table();
+    table->Insert(1, "a", "", 0);
+    std::atomic<bool> scans{false}, goes_on{false};
+    std::thread scanning([&] {
+        EXPECT_TRUE(table->ScanFirst("a"));
+        scans = true;
+        while (!goes_on) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        // and ends without ScanDone
+    });
+    while (!scans) std::this_thread::yield();
+    EXPECT_EQ(table->GetEventNumber("a"), 1);  // does not wait
+    EXPECT_FALSE(table->WalkNext());           // the scan is the other thread's
+    std::atomic<bool> added{false};
+    std::thread adding([&] {
+        table->Add(2, "a", "", 0);
+        added = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(added);
+    goes_on = true;
+    scanning.join();
+    adding.join();
+    EXPECT_EQ(All_Of(*table, "a"), "1a 2a ");
+}
+
+TEST(EventTabelle, loggers_stand_in_a_directory)
+{
+    static std::string traced;
+    traced.clear();
+    Table first = Make_Table("History"), second = Make_Table("HISTORY"), third(EventTabelle::Create(nullptr, "b"));
+    EXPECT_EQ(second->GetTreeName(), nullptr);
+    EXPECT_EQ(EventTabelle::FindTabelle("hisTory"), first.get());
+    EXPECT_TRUE(!EventTabelle::FindTabelle("") && !EventTabelle::FindTabelle(nullptr));
+    EXPECT_EQ(third->GetInterval(), 3600);
+    first.reset();
+    EXPECT_EQ(EventTabelle::FindTabelle("History"), nullptr);
+    first = Make_Table("history");
+    platform::set_debug_output([](const char *text) { traced += text; });
+    first.release(), third.release();
+    EventTabelle::DeleteAll();
+    platform::set_debug_output(nullptr);
+    EXPECT_EQ(traced, "DeleteAllHistoryLoggers start...\nDeleting History Tree \"b\".\n"
+                      "Deleting History Tree \"history\".\nDeleteAllHistoryLoggers done...\n");
+    EXPECT_EQ(second->AddEvent("a"), 1);  // it is in no directory
+}
+
+TEST(Replaced_File, is_the_old_one_or_the_new_one)
+{
+    const Test_Folder folder;
+    const std::string name = folder.Write("a", "old");
+    {
+        const auto left = platform::Replaced_File::open(name.c_str());
+        ASSERT_TRUE(left);
+        std::fputs("new", left->stream());
+        EXPECT_EQ(platform::Replaced_File::open(name.c_str()), nullptr);
+        EXPECT_EQ(platform::last_error(), platform::error_sharing_violation);
+    }
+    EXPECT_EQ(Whole_File(name), "old");
+    EXPECT_FALSE(std::filesystem::exists(Utf8_Path(name + ".new")));
+    folder.Write("a.new", "a leftover that is longer");
+    const auto file = platform::Replaced_File::open(name.c_str());
+    std::fputs("new", file->stream());
+    EXPECT_TRUE(file->commit());
+    EXPECT_FALSE(file->commit());
+    EXPECT_EQ(Whole_File(name), "new");
+    std::filesystem::create_directory(Utf8_Path(folder / "d"));
+    EXPECT_EQ(platform::Replaced_File::open((folder / "d").c_str()), nullptr);
+    EXPECT_EQ(platform::last_error(), platform::error_bad_file_type);
+}
