@@ -82,6 +82,7 @@ void Declare_Streams(CLI::App &app, Stream_Options &options, Paths &paths)
     app.add_option("--out", paths.outputs, "An output; may be given several times")
         ->option_text("STREAM")
         ->expected(1)
+        ->allow_extra_args(false)  // the next word is the input, not one more output
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     CLI::Option *record = app.add_option("--record", options.record, "Writes a copy of the stream to this file")
                               ->option_text("NAME")

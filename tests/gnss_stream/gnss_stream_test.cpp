@@ -209,6 +209,16 @@ TEST_F(gnss_stream, passes_bytes_on_to_every_output)
     EXPECT_TRUE(Whole_File(one) == bytes && Whole_File(two) == bytes && Whole_File(old) == "old" + bytes);
 }
 
+// The word behind the name of an output is the input, and not another output, to which the program would append.
+TEST_F(gnss_stream, an_input_may_stand_behind_an_output)
+{
+    const std::string input = folder.Write("input", "precious"), copy = folder / "copy";
+    const Result result = Run("--out " + Quoted(copy) + " " + Quoted(input) + (windows ? " < NUL" : " < /dev/null"));
+    EXPECT_EQ(result.exit, 0) << result.err;
+    EXPECT_EQ(Whole_File(copy), "precious");
+    EXPECT_EQ(Whole_File(input), "precious");
+}
+
 TEST_F(gnss_stream, goes_from_file_to_file_through_a_server_and_a_client)
 {
     const std::string recording = Recording(week_change), copy = folder / "copy";
