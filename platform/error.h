@@ -21,7 +21,10 @@ enum Error : std::uint32_t {
     error_invalid_parameter = 87,
     error_disk_full = 112,
     error_invalid_name = 123,
+    error_module_not_found = 126,     // a library
+    error_procedure_not_found = 127,  // a function of a library
     error_busy = 170,
+    error_bad_executable = 193,
     error_bad_file_type = 222,  // not a regular file
     error_operation_aborted = 995,
     error_io_incomplete = 996,

@@ -33,6 +33,16 @@ std::wstring wide(std::string_view utf8)
     return text;
 }
 
+std::string utf8(std::wstring_view wide)
+{
+    const int size = static_cast<int>(wide.size());
+    std::string text(3 * wide.size(), '\0');  // UTF-8 has never more bytes than three for a unit of UTF-16
+    const int length = WideCharToMultiByte(CP_UTF8, 0, wide.data(), size, text.data(), static_cast<int>(text.size()),
+                                           nullptr, nullptr);
+    text.resize(static_cast<std::size_t>(length));
+    return text;
+}
+
 bool file_name(const char *utf8, std::wstring &name)
 {
     if (!convert(utf8, MB_ERR_INVALID_CHARS, name)) {

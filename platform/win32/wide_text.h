@@ -8,6 +8,8 @@ namespace platform::win32 {
 
 // For texts that are shown or compared: bytes that are not UTF-8 become U+FFFD.
 std::wstring wide(std::string_view utf8);
+// The system's text back; half a surrogate pair becomes U+FFFD.
+std::string utf8(std::wstring_view wide);
 
 // Converts a file name of any length for the wide calls. False with error_invalid_name when it is not UTF-8.
 bool file_name(const char *utf8, std::wstring &name);

@@ -33,8 +33,8 @@ TEST(error, is_per_thread)
 TEST(error, has_words_for_every_number)
 {
     std::set<std::string> texts;
-    const std::uint32_t errors[] = {2,   5,   32,   87,   112,   232,   233,   536,  995,
-                                    996, 997, 1400, 1816, 10058, 10061, 11001, 11002};
+    const std::uint32_t errors[] = {2,   5,   32,  87,  112,  126,  127,   193,   232,   233,
+                                    536, 995, 996, 997, 1400, 1816, 10058, 10061, 11001, 11002};
     for (const std::uint32_t error : errors) texts.insert(error_text(error));
     EXPECT_EQ(texts.size(), std::size(errors));  // all different
     EXPECT_FALSE(texts.contains(""));

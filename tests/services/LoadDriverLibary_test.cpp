@@ -1,0 +1,142 @@
+#include "kernel/services/LoadDriverLibary.h"
+#include "tests/support/environment.h"
+#include "tests/support/folder.h"
+#include "tests/support/reports.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+using namespace kernel;
+
+namespace {
+
+constexpr char unit[] = "kernel/LoadDriverLibary";
+
+Reported Line(int level, const std::string &text) { return {level, 0, text, unit}; }
+
+// A folder with copies of the test drivers; what they note of being loaded and unloaded is in its file "log".
+struct Drivers : Test_Folder {
+    const Environment_Setting log{"TEST_DRIVER_LOG", *this / "log"};
+
+    std::string Put(const char *driver, const std::string &name) const { return Write(name, Whole_File(driver)); }
+};
+
+}  // namespace
+
+TEST(LoadDriverLibrary, loads_the_file_or_the_first_of_its_family_that_answers)
+{
+    struct File {
+        const char *driver, *name;  // a null driver: a file that is no library
+    };
+    const struct {
+        std::vector<File> files;
+        std::string requested, loaded;  // "": none
+        std::string pattern;            // "": nothing is searched for
+        std::vector<File> refused;      // and the form of the report
+    } rows[] = {
+        {{{DRIVER_NULL, "rx_100.dll"}, {DRIVER_GOOD, "rx_101.dll"}}, "rx_100.dll", "rx_100.dll", "", {}},
+        {{{nullptr, "rx_100.dll"}, {DRIVER_GOOD, "rx_101.dll"}}, "rx_100.dll", "", "", {}},
+        {{{DRIVER_GOOD, "rx_105.dll"}, {DRIVER_GOOD, "rx_106.dll"}}, "rx_100.dll", "rx_105.dll", "rx_???.dll", {}},
+        {{{nullptr, "rx_101.dll"},
+          {DRIVER_NULL, "rx_102.dll"},
+          {DRIVER_NO_ENTRY, "RX_103.dll"},
+          {DRIVER_THROWS, "rx_104.dll"},
+          {DRIVER_GOOD, "Rx_105.DLL"}},
+         "rx_100.dll",
+         "Rx_105.DLL",
+         "rx_???.dll",
+         {{"DLL %s has wrong interface. Need interface Version 1.9!", "rx_102.dll"},
+          {"DLL %s has no Name function DLL_CreateName!", "RX_103.dll"},
+          {"DLL %s has wrong interface. Need interface Version 1.9!", "rx_104.dll"}}},
+        {{{DRIVER_GOOD, "rx_1051.dll"}, {DRIVER_GOOD, "ry_105.dll"}}, "rx_100.dll", "", "rx_???.dll", {}},
+        {{{DRIVER_GOOD, "a\xCE\xA9z.dll"}}, "bcd.dll", "a\xCE\xA9z.dll", "???.dll", {}},
+        {{{DRIVER_GOOD, "ry.dll"}}, "rx.dll", "", "", {}},  // fewer than three characters
+        {{{DRIVER_GOOD, "rx_105"}}, "rx_100", "", "", {}},
+    };
+    for (const auto &row : rows) {
+        Capturing_Handler handler;
+        const Drivers folder;
+        for (const File &file : row.files) {
+            if (file.driver)
+                folder.Put(file.driver, file.name);
+            else
+                folder.Write(file.name, Pattern(5000));
+        }
+        const std::string requested = folder / row.requested, loaded = folder / row.loaded;
+        const bool found = !row.loaded.empty();
+        Reports expected;
+        if (!row.pattern.empty()) expected.push_back(Line(2, "Searching for DLL \"" + folder / row.pattern + '"'));
+        for (const File &refused : row.refused) {
+            const std::string text = refused.driver;
+            expected.push_back(Line(2, std::string(text).replace(text.find("%s"), 2, folder / refused.name)));
+        }
+        if (!row.pattern.empty() && found)
+            expected.push_back(Line(1, "Using as test new DLL " + loaded + " instead of " + requested));
+        if (!row.pattern.empty() && !found) expected.push_back(Line(3, "Could not find DLL \"" + requested + '"'));
+
+        char name[Driver_Path_Size] = "";
+        Driver_Module const driver = LoadDriverLibrary(requested.c_str(), name, &handler);
+        EXPECT_EQ(driver != nullptr, found) << requested;
+        EXPECT_EQ(name, found ? loaded : requested);
+        EXPECT_EQ(handler.Take(), expected);
+        EXPECT_EQ(Free_Driver_Library(driver), found);
+        std::string lives;  // each driver was unloaded before the next one was loaded
+        for (std::size_t i = 0; i < row.refused.size() + found; ++i) lives += "+-";
+        EXPECT_EQ(Whole_File(folder / "log"), lives) << requested;
+    }
+}
+
+TEST(LoadDriverLibrary, does_not_search_without_a_folder_and_keeps_to_the_room_for_the_name)
+{
+    Heard_Reports heard;
+    EXPECT_EQ(LoadDriverLibrary("no_such_driver_100.dll", nullptr, nullptr), nullptr);
+    EXPECT_EQ(LoadDriverLibrary(nullptr, nullptr, nullptr), nullptr);
+    EXPECT_EQ(heard->Take(), Reports());
+    const Test_Folder folder;
+    const std::string missing = folder / std::string(300, 'x') + "/rx_100.dll";
+    char name[Driver_Path_Size + 1];
+    std::memset(name, '#', sizeof name);
+    EXPECT_EQ(LoadDriverLibrary(missing.c_str(), name, nullptr), nullptr);
+    EXPECT_EQ(name, missing.substr(0, Driver_Path_Size - 1));
+    EXPECT_EQ(name[Driver_Path_Size], '#');
+}
+
+TEST(Create_Driver_Loader, makes_the_object_of_the_driver)
+{
+    Capturing_Handler handler;
+    const Drivers folder;
+    Driver_Module const driver = LoadDriverLibrary(folder.Put(DRIVER_GOOD, "rx_100.dll").c_str(), nullptr, nullptr);
+    DLL_Loader *loader = Create_Driver_Loader(driver, &handler);
+    ASSERT_NE(loader, nullptr);
+    EXPECT_STREQ(loader->Driver_Name(), "test");
+    EXPECT_TRUE(loader->IsInheritedFrom("DLL_Loader"));
+    EXPECT_FALSE(loader->IsInheritedFrom("DLL_loader"));
+    EXPECT_EQ(loader->Get_Error_Handler(), &handler);
+    EXPECT_EQ(loader->Get_Client(), nullptr);
+    EXPECT_EQ(loader->Get_Server(), nullptr);
+    EXPECT_EQ(loader->Get_Remote(), nullptr);
+    EXPECT_NE(Find_Driver_Function(driver, "DLL_CreateLoader"), nullptr);
+    DLL_Loader::Delete(loader);
+    EXPECT_EQ(loader, nullptr);
+    EXPECT_TRUE(Free_Driver_Library(driver));
+    EXPECT_EQ(Whole_File(folder / "log"), "+d-");
+    EXPECT_EQ(handler.Take(), Reports());
+}
+
+TEST(Create_Driver_Loader, reports_a_driver_that_gives_none)
+{
+    Heard_Reports heard;
+    const char no_object[] = "The driver's DLL_CreateLoader has no object for interface version 1.9";
+    const char no_function[] = "The driver has no function DLL_CreateLoader; interface version 1.9 has one";
+    const struct {
+        const char *driver, *text;
+    } rows[] = {{DRIVER_NULL, no_object}, {DRIVER_THROWS, no_object}, {DRIVER_NO_ENTRY, no_function}};
+    for (const auto &row : rows) {
+        Driver_Module const driver = LoadDriverLibrary(row.driver, nullptr, nullptr);
+        ASSERT_NE(driver, nullptr) << row.driver;
+        EXPECT_EQ(Create_Driver_Loader(driver, nullptr), nullptr);
+        EXPECT_EQ(heard->Take(), (Reports{Line(3, row.text)}));
+        EXPECT_TRUE(Free_Driver_Library(driver));
+    }
+}
