@@ -661,8 +661,12 @@ bool AVL_EventTabelle::WriteASCII(std::FILE *file, Marking marking)
 bool AVL_EventTabelle::WriteASCII(const char *path, Marking marking)
 {
     if (!inside_ || !path) return false;
-    const auto file = platform::Replaced_File::open(path);
-    return file && WriteASCII(file->stream(), marking) && file->commit();
+    try {
+        const auto file = platform::Replaced_File::open(path);
+        return file && WriteASCII(file->stream(), marking) && file->commit();
+    } catch (const std::bad_alloc &) {  // the name takes memory
+        return false;
+    }
 }
 
 // A version: major 1 with minor 1 (hexadecimal times), 2, 20 and 21.
@@ -708,8 +712,12 @@ void AVL_EventTabelle::Read_Entries(std::FILE *file, const char *name)
 bool AVL_EventTabelle::ReadASCII(const char *path)
 {
     if (!inside_ || !path) return false;
-    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(platform::open_stream(path), std::fclose);
-    return file && ReadASCII(file.get());
+    try {
+        const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(platform::open_stream(path), std::fclose);
+        return file && ReadASCII(file.get());
+    } catch (const std::bad_alloc &) {  // the name takes memory
+        return false;
+    }
 }
 
 }  // namespace kernel
