@@ -131,6 +131,7 @@ TEST(Command_Line, takes_words_from_files)
     EXPECT_EQ(program.Parse({file("open", "-q\n \"a\n")}),
               (folder / "open") + ", line 2: the closing quote is missing");
     EXPECT_EQ(program.Parse({file("zero", std::string("\n-\0", 3))}), (folder / "zero") + ", line 2: a zero byte");
+    EXPECT_EQ(program.Parse({file("after", "-n 'a\nb' -x")}), (folder / "after") + ", line 2: -x: no such option");
     const std::string loop = file("loop", "@" + (folder / "loop"));
     EXPECT_NE(program.Parse({loop}).find("more than 8 deep"), std::string::npos);
     const std::string none = "@" + (folder / "none");
