@@ -28,6 +28,7 @@ enum Error : std::uint32_t {
     error_procedure_not_found = 127,  // a function of a library
     error_busy = 170,
     error_bad_executable = 193,
+    error_name_too_long = 206,
     error_bad_file_type = 222,  // not a regular file
     error_directory = 267,  // a link, or no folder
     error_operation_aborted = 995,
