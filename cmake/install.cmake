@@ -9,6 +9,12 @@ install(TARGETS gnss-kernel gnss-decoders EXPORT gnss-kernel-targets
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+# Beside the library, which loads it.
+if(WIN32)
+    install(FILES ${PROJECT_SOURCE_DIR}/host/decoders/decoder.dat DESTINATION ${CMAKE_INSTALL_BINDIR})
+else()
+    install(FILES ${PROJECT_SOURCE_DIR}/host/decoders/decoder.dat DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
 
 set(KERNEL_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/gnss-kernel)
 install(EXPORT gnss-kernel-targets NAMESPACE gnss-kernel:: DESTINATION ${KERNEL_PACKAGE_DIR})

@@ -17,3 +17,8 @@ endforeach()
 # A driver and its host share the library: this test links it, as hosts do, and not the archive.
 set_target_properties(LoadDriverLibary_test PROPERTIES LINK_LIBRARIES "")
 target_link_libraries(LoadDriverLibary_test PRIVATE kernel_warnings gnss-kernel gtest_main)
+
+# The library as others load it, and the texts that it ships.
+target_compile_definitions(resource_strings_test PRIVATE KERNEL_LIBRARY="$<TARGET_FILE:gnss-kernel>"
+                                                         DECODER_DAT="${PROJECT_SOURCE_DIR}/host/decoders/decoder.dat")
+add_dependencies(resource_strings_test gnss-kernel)
