@@ -74,15 +74,18 @@ TEST(Tagged_Replay, stops_in_a_silence_which_is_no_failure)
     const std::string name = folder.Write("rec.bin", "abcdef"), copy = folder / "copy";
     folder.Write("rec.tmt", "100;3;3\n1000000;6;3\n");
     testing::internal::CaptureStderr();
+    platform::fault::fail_after(platform::fault::Operation::read, 1, 23);
     {
         Replayed replay(name, copy, {});
+        EXPECT_TRUE(Soon([&] { return replay.output.Sent() == 1; }));
+        platform::fault::clear();  // the disk reads again: the error is over when the silence begins
         EXPECT_TRUE(Soon([&] { return replay.output.Sent() == 3; }));
         EXPECT_FALSE(Soon([&] { return replay.input.Watch(false), replay.input.Ended(); }, 3500));
         EXPECT_LT(Elapsed([&] { replay.input.Stop(); }), 1000u);
-        EXPECT_TRUE(replay.input.Ended() && replay.console.Faults() == 0);
+        EXPECT_TRUE(replay.input.Ended());
     }
     const std::string said = testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(Has(said, "silent until +999900 s") && !Has(said, "Error")) << said;
+    EXPECT_TRUE(Has(said, "silent until +999900 s") && !Has(said, "cannot be read any further")) << said;
     EXPECT_EQ(Whole_File(copy), "abc");
 }
 
