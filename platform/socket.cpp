@@ -148,4 +148,6 @@ std::shared_ptr<Socket> Socket::accept(Address &peer, Event &stop)
     }
 }
 
+std::uintptr_t Socket::release() { return static_cast<std::uintptr_t>(give_away()); }
+
 }  // namespace platform

@@ -74,6 +74,12 @@ public:
     std::shared_ptr<Socket> accept(Address &peer, Event &stop);
 
     std::uintptr_t native() const;
+    // Hands the open socket over by the system's number, to adopt() or to other code. The number is the caller's from
+    // then on, and this object counts as closed; the peer notices nothing. Only for a socket on which no transfer has
+    // begun and no thread waits. Returns `nobody` if the socket is closed already.
+    std::uintptr_t release();
+
+    static constexpr std::uintptr_t nobody = ~std::uintptr_t{0};
 
 private:
     explicit Socket(std::uintptr_t native);
@@ -81,8 +87,6 @@ private:
     bool accept_now(Address &peer, std::uintptr_t &accepted);
     // Waits until there may be a peer, or until close(). False after `stop`.
     bool wait_for_peer(Event &stop);
-
-    static constexpr std::uintptr_t nobody = ~std::uintptr_t{0};
 };
 
 }  // namespace platform

@@ -90,11 +90,13 @@ struct Words {
 };
 constexpr Words words[] = {
     {error_path_not_found, "No such file or directory"},
+    {error_write_fault, "The data could not be written"},
     {error_sharing_violation, "File is in use by another program"},
     {error_module_not_found, "The library, or one that it needs, was not found"},
     {error_procedure_not_found, "The library, or one that it needs, has no such function"},
     {error_bad_executable, "Not a library of this system"},
     {error_bad_file_type, "Not a regular file"},
+    {error_directory, "Not a folder"},
     {232, "The pipe is being closed"},
     {233, "No process is on the other end of the pipe"},
     {536, "Waiting for a process to open the other end of the pipe"},

@@ -89,6 +89,7 @@ Stream::Stream(std::intptr_t native, bool is_socket)
 
 Stream::~Stream()
 {
+    if (closing_->given_away.load(std::memory_order_relaxed)) return;
     // Read the received data first: otherwise the system resets the connection and drops what it still has to send.
     unsigned char dropped[4096];
     constexpr int most_reads = 1024;
@@ -108,6 +109,15 @@ void Stream::close()
     if (!closing_->uses_send) return;
     closing_->shut_down.store(true, std::memory_order_relaxed);
     ::shutdown(descriptor_of(native_), closing_->listening.load(std::memory_order_relaxed) ? SHUT_RDWR : SHUT_WR);
+}
+
+// Of close() and this only the first one takes effect. The flag is read by the last owner, after both.
+std::intptr_t Stream::give_away()
+{
+    if (closed_.exchange(true, std::memory_order_acq_rel)) return none;
+    closing_->given_away.store(true, std::memory_order_relaxed);
+    raise(closing_->event);
+    return native_;
 }
 
 // The Transfer's descriptor is an epoll descriptor that watches the stream and its closing event. It is ready when the

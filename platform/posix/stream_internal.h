@@ -18,7 +18,8 @@ struct Stream::Closing {
     const int event;       // an eventfd; close() sets it for good
     const bool uses_send;  // a socket of any kind (Unix-domain included), moved by send and recv
     std::atomic<bool> listening{false};
-    std::atomic<bool> shut_down{false};  // for sending, by this side
+    std::atomic<bool> shut_down{false};   // for sending, by this side
+    std::atomic<bool> given_away{false};  // the descriptor belongs to somebody else
 };
 
 namespace posix {

@@ -83,6 +83,15 @@ void Stream::close()
     }
 }
 
+std::intptr_t Stream::give_away()
+{
+    const std::lock_guard guard(closing_->lock);
+    if (closed_.exchange(true, std::memory_order_acq_rel)) return none;
+    closing_->released = true;
+    if (closing_->event != 0) SetEvent(handle_of(closing_->event));
+    return native_;
+}
+
 // While the transfer is in progress the system uses the OVERLAPPED and the buffer.
 struct Transfer::Native : State {
     explicit Native(HANDLE event) { overlapped.hEvent = event; }

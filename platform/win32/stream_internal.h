@@ -19,7 +19,7 @@ struct Stream::Closing {
     std::intptr_t event = 0;  // sockets: manual-reset; connect and accept wait for it, and close() sets it
     std::mutex lock;
     bool listening = false;
-    bool released = false;  // the handle is closed already
+    bool released = false;  // the handle is closed already, or belongs to somebody else
 };
 
 }  // namespace platform

@@ -51,6 +51,24 @@ TEST_F(socket_, a_listener_that_is_closed_frees_its_port_at_once)
     EXPECT_TRUE(next->bind(first.address) && next->listen(1)) << last_error();
 }
 
+TEST_F(socket_, a_released_socket_belongs_to_whoever_adopts_its_number)
+{
+    Connection line;
+    const std::uintptr_t number = line.near->release();
+    EXPECT_TRUE(number != Socket::nobody && line.near->closed());
+    EXPECT_EQ(line.near->release(), Socket::nobody);
+    EXPECT_EQ(Written(line.near, "x"), "error 6");
+    line.near->close();
+    line.near.reset();
+    const auto heir = Socket::adopt(number);
+    ASSERT_TRUE(heir);
+    EXPECT_EQ(Written(heir, "after the hand-over"), "got 19");
+    EXPECT_EQ(Read(line.far), "after the hand-over");
+    heir->close();
+    EXPECT_EQ(Read(line.far), "");
+    EXPECT_EQ(heir->release(), Socket::nobody);
+}
+
 TEST_F(socket_, stop_and_close_end_an_accept)
 {
     const Listener listener;
