@@ -15,9 +15,9 @@ namespace kernel {
 //   Name = " with blanks around it "
 //
 // Letter case of sections and keys does not count (ASCII letters). Blanks around sections, keys and values do not
-// count; a pair of quotes, double or single, around a value is taken off. Of two sections of one name, and of two keys in a
-// section, only the first one counts; a line without '=' is a key without a value. Text behind a value belongs to it,
-// also behind ';'.
+// count; a pair of quotes, double or single, around a value is taken off. Of two sections of one name, and of two keys
+// in a section, only the first one counts; a line without '=' is a key without a value. Text behind a value belongs to
+// it, also behind ';'.
 //
 // `file` without a folder stands in the Windows folder, or on POSIX where the user's registry stands. The operations
 // without `file` use the file win.ini there. Files are UTF-8, with or without a byte order mark; UTF-16 is not read.
