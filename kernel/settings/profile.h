@@ -14,10 +14,10 @@ namespace kernel {
 //   Port = COM7
 //   Name = " with blanks around it "
 //
-// Letter case of sections and keys does not count (ASCII letters). Blanks around sections, keys and values do not count;
-// a pair of quotes, double or single, around a value is taken off. Of two sections of one name, and of two keys in a
-// section, only the first one counts; a line without '=' is a key without a value. Text behind a value belongs to it,
-// also behind ';'.
+// Letter case of sections and keys does not count (ASCII letters). Blanks around sections, keys and values do not
+// count; a pair of quotes, double or single, around a value is taken off. Of two sections of one name, and of two keys
+// in a section, only the first one counts; a line without '=' is a key without a value. Text behind a value belongs to
+// it, also behind ';'.
 //
 // `file` without a folder stands in the Windows folder, or on POSIX where the user's registry stands. The operations
 // without `file` use the file win.ini there. Files are UTF-8, with or without a byte order mark; UTF-16 is not read.
@@ -28,9 +28,9 @@ namespace kernel {
 //
 // Threads:   any, and any number of processes: a writer waits up to 2 s for another one.
 // Ownership: texts are copied.
-// Errors:    a reader returns the given value for whatever it cannot find or read. A writer returns false and leaves the
-//            file as it was, with the system's last error: 5 for a file that is write-protected, 32 while another writer
-//            holds it, 87 for what the file could not give back (a line end; an empty section or key; a key
+// Errors:    a reader returns the given value for whatever it cannot find or read. A writer returns false and leaves
+//            the file as it was, with the system's last error: 5 for a file that is write-protected, 32 while another
+//            writer holds it, 87 for what the file could not give back (a line end; an empty section or key; a key
 //            with '=', or with ';' or '[' at its start), 13 for a file in UTF-16.
 
 // The digits at the start of the value, with a sign, in decimal or behind 0x, 0o or 0b; 0 for other text. `value` when

@@ -2,6 +2,7 @@
 
 #include "kernel/transports/ntrip_request_internal.h"
 
+#include "platform/base64.h"
 #include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/stream.h"
@@ -497,7 +498,8 @@ void Win32_Buffered_Byte_Client::NTRIPSendStreamRequest(char *mountpoint, char *
                                                         int port, bool absolute_url)
 {
     std::string authorisation;  // empty: the request then has an empty line here; part of the interface
-    if (user_password != No_Authorisation) authorisation = "Authorization: Basic " + Base64(Text(user_password));
+    if (user_password != No_Authorisation)
+        authorisation = "Authorization: Basic " + platform::base64(Text(user_password));
     const std::string path = std::string("/").append(Text(mountpoint));
     Send_Request(Ntrip_Request(path, authorisation.c_str(), Text(host), port, absolute_url));
 }

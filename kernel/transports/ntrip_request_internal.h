@@ -6,9 +6,6 @@
 
 namespace kernel {
 
-// Base64 of RFC 4648, with padding.
-std::string Base64(std::string_view bytes);
-
 // Returns a request. authorisation: a header line without its line end, or null for none. via_proxy: the request
 // contains the address of the caster.
 std::string Ntrip_Request(std::string_view path, const char *authorisation, std::string_view host, int port,
