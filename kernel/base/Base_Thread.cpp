@@ -19,6 +19,7 @@ constexpr unsigned long start_poll_ms = 50;
 constexpr unsigned long last_run_ms = 100;  // what a run that is about to end gets before a new start is refused
 constexpr int terminate_polls = 50;
 constexpr unsigned long terminate_poll_ms = 100;
+constexpr unsigned long stop_wait_ms = 250;  // an end within this time is noticed at once
 constexpr int stop_polls = 200;
 constexpr unsigned long stop_poll_ms = 50;
 constexpr unsigned long begin_pause_ms = 1;
@@ -91,13 +92,19 @@ bool Base_Thread::is_running() const
     return Runs(handle_);
 }
 
+bool Base_Thread::Ends_Within(unsigned long ms) const
+{
+    const auto run = Handle();
+    return !Runs(run) || run->wait(ms);
+}
+
 void Base_Thread::pre_stop()
 {
     const Semaphore_Guard guard(Bookkeeping());
     // Flag first, event second: a body that the event wakes reads the flag. Without a thread the flag is cleared again,
-    // because only a thread would clear it.
+    // because only a thread would clear it. A thread that is being made finds the flag.
     flag_.store(flag_requested, std::memory_order_release);
-    if (is_running())
+    if (is_starting_ || Runs(handle_))
         Set(stop_event_);
     else
         flag_.store(flag_clear, std::memory_order_release);
@@ -142,22 +149,31 @@ bool Base_Thread::start(Entry entry, void *context, bool suspended)
     return true;
 }
 
-// Holds the lock until handle_ is stored: the new thread calls Handle() and must not find it empty.
+// The system makes the thread without the lock, so that many threads can start at once. It is made suspended and runs
+// when handle_ is stored: it calls Handle() and must not find it empty.
 std::shared_ptr<platform::Thread> Base_Thread::Create(Entry entry, void *context, bool suspended)
 {
+    {
+        const Semaphore_Guard guard(Bookkeeping());
+        if (is_starting_ || Runs(handle_)) return nullptr;
+        is_starting_ = true;
+        // A body that was started suspended may have set this event after its start() gave up waiting.
+        Reset(begun_);
+        flag_.store(flag_pending, std::memory_order_release);
+    }
+    const auto run = platform::Thread::start(entry, context, true, stack_size);
     const Semaphore_Guard guard(Bookkeeping());
-    if (is_running()) return nullptr;
-    // A body that was started suspended may have set this event after its start() gave up waiting.
-    Reset(begun_);
-    flag_.store(flag_pending, std::memory_order_release);
-    handle_ = platform::Thread::start(entry, context, suspended, stack_size);
-    if (!handle_) {
+    is_starting_ = false;
+    if (!run) {
         flag_.store(flag_clear, std::memory_order_release);  // there is no thread that would clear it
         return nullptr;
     }
+    handle_ = run;
     // May be refused for lack of rights: the thread then runs with the priority that it has.
-    handle_->set_priority(priority_);
-    return handle_;
+    run->set_priority(priority_);
+    unsigned long previous = 0;
+    if (!suspended) run->resume(previous);
+    return run;
 }
 
 bool Base_Thread::Begin()
@@ -234,6 +250,7 @@ void Base_Thread::stop()
     long code = -1;
     if (Runs(run)) code = static_cast<std::int32_t>(terminate());
     if (code != kill_at_once) {
+        if (Runs(run)) run->wait(stop_wait_ms);
         // Sleep is virtual, so that a subclass may shorten it. It may consume the stop signal; the body still sees the
         // flag.
         for (int poll = 0; poll < stop_polls && Runs(run); ++poll) Sleep(stop_poll_ms);

@@ -22,9 +22,10 @@ namespace kernel {
 // Threads:   every operation may be called from any thread, the body's own included; there stop() only asks. stop()
 //            ends the run that it finds. Another thread may start the next run meanwhile: neither that run nor a stop
 //            of that run is touched. One lock for all Base_Threads guards handle, flag and priority. It is never held
-//            while waiting for a body to end. A suspension or a kill holds it until the thread obeys, at most one
-//            second. One thread destroys the object, and not the object's own; nothing may be called during or after
-//            that.
+//            while the system makes a thread, nor while waiting for a body to end. A suspension or a kill holds it
+//            until the thread obeys, at most one second. While the thread is being made stop() finds no run;
+//            pre_stop() asks it to end before its body. One thread destroys the object, and not the object's own;
+//            nothing may be called during or after that.
 // Ownership: owns the thread's handle and the stop event.
 // Errors:    none reported: results only. A body that ignores the stop for 5 s (the poll of terminate) and 10 s more is
 //            killed. POSIX has no kill that is safe for the process, so there the thread is parked instead: it never
@@ -55,7 +56,8 @@ public:
     bool start(bool suspended);
     bool start_virtual();
     bool is_running() const;
-    // Calls terminate(), then Sleep(50) up to 200 times, then kills. The object may be started again afterwards, unless
+    // Calls terminate(), waits up to a quarter of a second, calls Sleep(50) up to 200 times, then kills. An end within
+    // terminate() or that quarter is noticed at once. The object may be started again afterwards, unless
     // is_running() is still true: then the body could not be killed yet, and the kill takes effect as soon as it can.
     void stop();
 
@@ -79,7 +81,8 @@ protected:
     bool Stop_Requested() const { return flag_.load(std::memory_order_acquire) != flag_clear; }
     // Sets the flag alone: a body inside Sleep() is not woken.
     void Request_Stop() { flag_.store(flag_requested, std::memory_order_release); }
-    bool Is_Own_Thread() const;  // whether the caller runs on the thread of this object
+    bool Is_Own_Thread() const;                // whether the caller runs on the thread of this object
+    bool Ends_Within(unsigned long ms) const;  // waits at most ms for the end; true when no thread runs
 
 private:
     static unsigned long Tracing_Entry(void *context);
@@ -95,6 +98,7 @@ private:
 
     std::atomic<std::uint32_t> flag_{flag_clear};
     std::shared_ptr<platform::Thread> handle_;
+    bool is_starting_ = false;  // a thread is being made; under the lock
     int priority_;
     // Both are null or invalid when the system had no event left.
     std::unique_ptr<platform::Event> stop_event_;  // auto-reset

@@ -26,9 +26,9 @@ constexpr unsigned int small_piece = 64;           // bytes; fewer wait once for
 constexpr unsigned long gather_ms = 10;
 constexpr unsigned long request_delay_ms = 1000;  // gives the connection time before the first request
 constexpr unsigned long request_slice_ms = 20;
-constexpr int stop_polls = 5000;       // of 1 ms, before a writer that does not end is killed
-constexpr int lingering_polls = 1000;  // of 1 ms, for the system to take an ended thread down
-constexpr long refused = -5;           // to Base_Thread::stop: kill at once
+constexpr int stop_polls = 5000;              // of 1 ms, before a writer that does not end is killed
+constexpr unsigned long lingering_ms = 1000;  // for the system to take an ended thread down
+constexpr long refused = -5;                  // to Base_Thread::stop: kill at once
 
 constexpr Err_Code data_code = 15, size_code = 89, wait_code = 91;
 
@@ -272,7 +272,7 @@ Win32_Buffered_Byte_Client::Filled Win32_Buffered_Byte_Client::Fill(Byte_Server 
 bool Win32_Buffered_Byte_Client::Start_Writer()
 {
     if (stopping_ > 0) return true;
-    for (int poll = 0; poll < lingering_polls && writer_.is_running(); ++poll) platform::sleep_ms(1);
+    writer_.Ends_Within(lingering_ms);
     if (!writer_.start(false)) return false;
     state_ = State::waiting;
     return true;
@@ -329,7 +329,7 @@ void Win32_Buffered_Byte_Client::Stop(bool go_on)
     }
     for (int poll = 0; poll < stop_polls && writer_.is_running(); ++poll) {
         writer_.pre_stop();
-        platform::sleep_ms(1);
+        writer_.Ends_Within(1);
     }
     writer_.stop();
     End_Writer(0);

@@ -38,6 +38,8 @@ namespace kernel {
 // Threads:   the producer's thread calls Send; the derived class's reader calls the NTRIP requests. The writer thread
 //            writes; it calls is_connected with the object's Semaphore held, and ReportErrorIntern without it. The
 //            Semaphore guards buffers, writer state and handle. No thread changes a block while it is being written.
+//            Send pulls from its server with the Semaphore held. A server that locks in its pulls holds that lock
+//            around each message that it sends (the server's lock first, then the client's), or around none.
 //            Mesg_Attached, Mesg_Detached and Stop_Writer wait for the writer: do not call them with the Semaphore
 //            held. On the writer thread itself (from a report) they do not wait; the writer ends after the report,
 //            unless new data come.
@@ -105,7 +107,7 @@ protected:
 
     // Returns to the state before construction: no events, no buffers, not valid. No writer may run meanwhile.
     void ResetVariables();
-    // Ends the writer and waits for its end, a few milliseconds as a rule. A write under way is cancelled; data in the
+    // Ends the writer and waits for its end, which is noticed at once. A write under way is cancelled; data in the
     // buffer that is being filled stay. No other writer starts meanwhile.
     void Stop_Writer();
 
@@ -149,6 +151,7 @@ private:
     };
 
     struct Writer : Member_Thread<Win32_Buffered_Byte_Client> {
+        using Base_Thread::Ends_Within;
         using Base_Thread::Is_Own_Thread;
         using Base_Thread::Request_Stop;
         using Base_Thread::Stop_Requested;

@@ -87,7 +87,7 @@ bool Socket_Reader::Close_Handle(const Opening *next)
             peer_ = next->peer;
         }
     }
-    owner_.Sleep(1);
+    if (was_open) owner_.Sleep(1);
     return was_open;
 }
 
@@ -96,10 +96,10 @@ bool Socket_Reader::Is_Seen_To() const { return owner_.is_running() && !owner_.I
 void Socket_Reader::Close(const Opening *next)
 {
     const bool is_seen_to = Is_Seen_To();  // asked first: the reader may end at once
-    const bool was_open = Close_Handle(next);
-    if (was_open && !is_seen_to) owner_.SetStatus(Owner::Status_Disconnected);
+    if (!Close_Handle(next)) return;
+    if (!is_seen_to) owner_.SetStatus(Owner::Status_Disconnected);
     owner_.Sleep(1);
-    if (was_open && !is_seen_to) Tell(Mesg_Detached);
+    if (!is_seen_to) Tell(Mesg_Detached);
 }
 
 Socket_Reader::Ntrip Socket_Reader::Get_Ntrip() const

@@ -338,6 +338,44 @@ TEST(Base_Thread, hundreds_in_turn_leak_nothing)
     EXPECT_TRUE(Soon([&] { return Resources() <= before; })) << Resources() - before;
 }
 
+TEST(Base_Thread, two_starts_at_once_make_one_thread)
+{
+    for (int round = 0; round < 10; ++round) {
+        std::atomic<int> ready{0}, begun{0};
+        std::atomic<int> made{0};
+        Test_Thread thread([&](Test_Thread &self) { return ++begun, Until_Stopped(self); });
+        const auto start = [&] {
+            for (++ready; ready < 2;) continue;
+            made += thread.start(false);
+        };
+        std::thread one(start), other(start);
+        one.join();
+        other.join();
+        thread.stop();
+        EXPECT_EQ(made, 1);
+        EXPECT_LE(begun, 1);
+    }
+}
+
+// A terminate that only asks leaves the waiting to stop().
+TEST(Base_Thread, notices_an_end_at_once)
+{
+    struct Asking_Thread : Test_Thread {
+        using Test_Thread::Test_Thread;
+        unsigned long terminate() override { return pre_stop(), 0; }
+    };
+    std::uint64_t fastest = 1000;
+    for (int i = 0; i < 5; ++i) {
+        Asking_Thread thread([](Test_Thread &self) {
+            while (!self.Stop_Requested()) platform::sleep_ms(1);
+            return platform::sleep_ms(5), 0UL;
+        });
+        ASSERT_TRUE(thread.Begins());
+        fastest = std::min(fastest, Elapsed([&] { thread.stop(); }));
+    }
+    EXPECT_LT(fastest, 40u);
+}
+
 // The 5 s of terminate are waited out, the 10 s of stop only counted.
 TEST(Base_Thread, gives_up_on_a_body_that_never_ends)
 {

@@ -716,6 +716,28 @@ TEST(Socket_Client_Server, a_hundred_connections_leave_nothing_behind)
     }
 }
 
+// All are asked before the first is waited for.
+TEST(Socket_Client_Server, many_are_taken_down_at_once)
+{
+    std::uint64_t fastest = 10000;
+    for (int i = 0; i < 3; ++i) {
+        Host host;
+        host.Open();
+        std::vector<std::unique_ptr<Station>> stations;
+        std::vector<Peer> peers;
+        for (int n = 0; n < 50; ++n) {
+            peers.push_back(stations.emplace_back(std::make_unique<Station>())->To(host));
+            ASSERT_TRUE(peers.back() && stations.back()->Is_Up());
+            EXPECT_TRUE(Upstream(stations.back()->socket).Give("a") && peers.back().Hear(1) == "a");
+        }
+        fastest = std::min(fastest, Elapsed([&] {
+                               for (const auto &station : stations) station->socket.pre_stop();
+                               stations.clear();
+                           }));
+    }
+    EXPECT_LT(fastest, 60u);
+}
+
 TEST(Socket_Client_Server, an_accepted_socket_is_served_to_its_end)
 {
     Host host;
