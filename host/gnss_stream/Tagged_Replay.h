@@ -15,7 +15,7 @@
 
 namespace host {
 
-// Plays a File_Server that has its recording open and no rate. The first time tag (with a start: that time) is due when
+// Plays a File_Server that has its recording open, a client, and no rate. The first time tag (with a start: that time) is due when
 // Run begins. Each block comes when its tag says so, counted from there: a block that was late, because the client was
 // slow, delays no other. A silence of more than a minute is announced. After the last tag the rest of the recording
 // comes at once.
