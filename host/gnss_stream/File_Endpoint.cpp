@@ -186,9 +186,9 @@ public:
     Recorder() : Object(ClassName()) {}
     bool Send(kernel::Byte_Server &server, kernel::CL_Mesg message) override
     {
-        const bool answer = File_TimeTag_Client::Send(server, message);
+        const bool reply = File_TimeTag_Client::Send(server, message);
         if (message == kernel::Mesg_Data_Ready && !Get_File()) has_failed_.store(true, std::memory_order_relaxed);
-        return answer;
+        return reply;
     }
     bool Has_Failed() const { return has_failed_.load(std::memory_order_relaxed); }
 

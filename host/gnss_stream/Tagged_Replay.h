@@ -15,10 +15,10 @@
 
 namespace host {
 
-// Plays a File_Server that has its recording open and no rate. The first time tag (with a start: that time) is due when
-// Run begins. Each block comes when its tag says so, counted from there: a block that was late, because the client was
-// slow, delays no other. A silence of more than a minute is announced. After the last tag the rest of the recording
-// comes at once.
+// Plays a File_Server that has its recording open, a client, and no rate. The first time tag (with a start: that time)
+// is due when Run begins. Each block comes when its tag says so, counted from there: a block that was late, because the
+// client was slow, delays no other. A silence of more than a minute is announced. After the last tag the rest of the
+// recording comes at once.
 //
 // Threads:   Run delivers on its thread; Stop and Is_Waiting belong to any thread, all else to the one that constructs.
 // Ownership: server and handler are the caller's and outlive the object.

@@ -123,9 +123,10 @@ std::optional<Timetag_Schedule::Row> Timetag_Schedule::Next_Good_Row()
 
 void Timetag_Schedule::Advance_To(double time)
 {
-    if (!zero_) zero_ = time;
-    if (time - *zero_ < now_) zero_ = time - now_;  // the clock was set back
-    now_ = time - *zero_;
+    if (!zero_ || time - *zero_ < now_)
+        zero_ = time - now_;  // the first row, or the clock was set back
+    else
+        now_ = time - *zero_;
 }
 
 std::optional<Timetag_Schedule::Step> Timetag_Schedule::Next()

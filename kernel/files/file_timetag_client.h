@@ -47,7 +47,9 @@ public:
     static std::string Tag_File_Name(const char *data_name);
 
     // Opens both files and cuts off what was there. False: the data file could not be opened; or it is open, and the
-    // tag file is not: its name would have 260 bytes or more, or it could not be opened. Null closes.
+    // tag file is not: its name would have 260 bytes or more, or it could not be opened. Null closes. Call Close before
+    // you open another recording: when its data file or the name of its tags fails, a tag file that is still open stays
+    // so, and gets the rows.
     bool Create(const char *name);
     void Close();
     bool IsValid() const override;
