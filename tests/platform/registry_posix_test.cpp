@@ -41,7 +41,7 @@ private:
     sqlite3 *base_ = nullptr;
 };
 
-// Reads with 7 as default, writes 8, and opens without a key being there: the reports' numbers of errors and the answers.
+// Opens, reads with 7 as default, writes 8: the answers, and the numbers of the errors that were reported.
 std::string Tried(ARegistry::Root root, const char *path, ARegistry::Modus mode)
 {
     Capturing_Handler heard;
