@@ -31,10 +31,11 @@ constexpr char schema[] = "CREATE TABLE keys(id INTEGER PRIMARY KEY AUTOINCREMEN
                           "INSERT INTO keys(id, parent, name) VALUES(1, 0, '');"
                           "PRAGMA user_version = 1";
 
+// Short naps: beside processes that write all the time the lock is seldom free, and nobody stands in line for it.
 bool nap(Clock::time_point start, int count)
 {
     if (Clock::now() - start >= longest_wait) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(count < 6 ? 1 << count : 100));
+    std::this_thread::sleep_for(std::chrono::microseconds(count < 20 ? 100 * (count + 1) : 2000));
     return true;
 }
 
@@ -51,11 +52,11 @@ std::uint32_t error_of(sqlite3 *base, int result)
     case SQLITE_READONLY:
     case SQLITE_PERM: return error_access_denied;
     case SQLITE_FULL: return error_disk_full;
-    case SQLITE_CANTOPEN:
-    case SQLITE_IOERR: {
+    case SQLITE_CANTOPEN: {  // "not found" would be taken for a key or value that is not there
         const std::uint32_t error = posix::from_errno(base ? sqlite3_system_errno(base) : 0);
-        return error != error_none ? error : posix::from_errno(EIO);
+        return error != error_none && error != error_not_found ? error : posix::from_errno(EIO);
     }
+    case SQLITE_IOERR: return posix::from_errno(EIO);  // errno is no longer that of the failure
     case SQLITE_TOOBIG: return error_invalid_parameter;
     default: return registry_corrupt;
     }
