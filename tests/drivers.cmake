@@ -33,6 +33,11 @@ target_compile_definitions(LoadDriverLibary_test PRIVATE KERNEL_TEST_DATA="${CMA
                                                          RTCM3_DRIVER="$<TARGET_FILE:rtcm3_driver>")
 add_dependencies(LoadDriverLibary_test nmea_driver rtcm3_driver)
 
+# The drivers that the program loads.
+target_compile_definitions(gnss_stream_test PRIVATE NMEA_DRIVER="$<TARGET_FILE:nmea_driver>"
+                                                    RTCM3_DRIVER="$<TARGET_FILE:rtcm3_driver>")
+add_dependencies(gnss_stream_test nmea_driver rtcm3_driver)
+
 # The library as others load it, and the texts that it ships.
 target_compile_definitions(resource_strings_test PRIVATE KERNEL_LIBRARY="$<TARGET_FILE:gnss-kernel>"
                                                          DECODER_DAT="${PROJECT_SOURCE_DIR}/host/decoders/decoder.dat")

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace host {
@@ -25,6 +26,14 @@ Position::Solution_Type Solution_Of(int quality)
     return solutions[quality];
 }
 
+template <class Server>
+std::unique_ptr<Server> Made()
+{
+    std::unique_ptr<Server> server(Server::Construct());
+    if (!server) throw std::bad_alloc();
+    return server;
+}
+
 void Set_Place(const Nmea_Fix &fix, Position &record)
 {
     constexpr double semi_major_axis = 6378137.0, flattening = 1 / 298.257223563;  // [m], [1] WGS-84
@@ -40,7 +49,7 @@ void Set_Place(const Nmea_Fix &fix, Position &record)
 const char Nmea_Decoder::Name[] = "Nmea_Decoder";
 
 Nmea_Decoder::Nmea_Decoder(const Nmea_Options &options)
-    : Object(ClassName()), options_(options), positions_(Pos_Server::Construct()), times_(Obs_Server::Construct()),
+    : Object(ClassName()), options_(options), positions_(Made<Pos_Server>()), times_(Made<Obs_Server>()),
       scanner_([this](std::string_view body) { Take(body); })
 {
 }

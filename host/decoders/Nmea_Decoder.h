@@ -32,7 +32,7 @@ struct Nmea_Options {
 // Ownership: belongs to the byte server it is connected to, unless Dont_Delete_Me was called (see Client_Server). Owns
 //            the two servers, and they own their clients: call Dont_Delete_Me on a client that must live longer.
 // Errors:    the number of refused sentences is reported as a warning (code 80) at Finish. Lack of memory is reported
-//            by the server concerned, and that record is lost.
+//            by the server concerned, and that record is lost; in the constructor it is std::bad_alloc.
 class Nmea_Decoder : public kernel::Byte_Client {
 public:
     static const char Name[];  // "Nmea_Decoder"

@@ -75,18 +75,23 @@ Satellite_Line Line_Of(const EPO_DATA &epoch, unsigned char sat)
 
 bool Has_Week(const EPO_DATA &epoch) { return epoch.is_ava_epo(EPO_WEEK_LOW, EPO_WEEK_HIGH); }
 
-// "2012-10-13 23:59:44.000", empty without a week.
-std::string Calendar_Time(const EPO_DATA &epoch)
+// "2012-10-13 23:59:44.000"
+std::string Date_And_Time(const mTime &time)
 {
-    if (!Has_Week(epoch)) return "";
-    const Gps_Time time = epoch.ReadGPSTime();
     int year, month, day, hour, minute;
     double second;
     // Rounded before it is split, so that no second is shown as 60.000.
-    mTime(time.week, time.sec).get_caldat(year, month, day, hour, minute, second, half_digit);
+    time.get_caldat(year, month, day, hour, minute, second, half_digit);
     char text[80];
     std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%06.3f", year, month, day, hour, minute, second);
     return text;
+}
+
+// Empty without a week.
+std::string Calendar_Time(const EPO_DATA &epoch)
+{
+    const Gps_Time time = epoch.ReadGPSTime();
+    return Has_Week(epoch) ? Date_And_Time(mTime(time.week, time.sec)) : "";
 }
 
 // --- Lines for people
@@ -104,6 +109,15 @@ void Print_Epoch(std::FILE *out, const EPO_DATA &epoch)
     const std::string week = Has_Week(epoch) ? std::to_string(epoch.ReadGPSTime().week) : "-";
     std::fprintf(out, "> %4s %10.3f  %s  %u satellites\n", week.c_str(), epoch.ReadDoubleEpo(EPO_SECONDS),
                  Calendar_Time(epoch).c_str(), static_cast<unsigned int>(epoch.ReadUint8Epo(EPO_SATELLITES)));
+}
+
+void Print_Position(std::FILE *out, const Position &position)
+{
+    double time = 0, x = 0, y = 0, z = 0;
+    const std::string when = position.Read_Time(time) ? Date_And_Time(mTime(time)) : "no time";
+    if (position.Read_WGS(x, y, z))
+        std::fprintf(out, "P %s  %.4f %.4f %.4f  %s\n", when.c_str(), x, y, z,
+                     Position::Get_Solution_Name(position.Get_Solution()));
 }
 
 // Sets that were not tracked are left out; the letter in front tells them apart.
@@ -231,10 +245,10 @@ bool Epoch_Printer::Close(Error_Handler &handler)
 
 // --- Records
 
-Epoch_Printer::Epoch_Printer(std::FILE *epochs)
-    : out_(epochs), observation_client_([this](std::unique_ptr<EPO_DATA> epoch) { Take(*epoch); }),
+Epoch_Printer::Epoch_Printer(std::FILE *epochs, std::FILE *others)
+    : out_(epochs), others_(others), observation_client_([this](std::unique_ptr<EPO_DATA> epoch) { Take(*epoch); }),
       ephemeris_client_([this](std::unique_ptr<KeplerData> ephemeris) { Take(*ephemeris); }),
-      glonass_client_([this](std::unique_ptr<GlonassEph>) { ++glonass_ephemerides_; }),
+      glonass_client_([this](std::unique_ptr<GlonassEph> ephemeris) { Take(*ephemeris); }),
       position_client_([this](std::unique_ptr<Position> position) { Take(*position); })
 {
     // They are members, which the decoder's servers must not delete.
@@ -246,8 +260,21 @@ Epoch_Printer::Epoch_Printer(std::FILE *epochs)
 
 bool Epoch_Printer::Connect(Rtcm3_Decoder &decoder)
 {
-    return decoder.Observations().Connect(&observation_client_) && decoder.Ephemerides().Connect(&ephemeris_client_) &&
-           decoder.Glonass_Ephemerides().Connect(&glonass_client_) && decoder.Positions().Connect(&position_client_);
+    return Connect(decoder.Observations()) && Connect(decoder.Ephemerides()) &&
+           Connect(decoder.Glonass_Ephemerides()) && Connect(decoder.Positions());
+}
+
+bool Epoch_Printer::Connect(Object_Server &server)
+{
+    const std::pair<const char *, Object_Client *> kinds[] = {{Obs_Server::ClassName(), &observation_client_},
+                                                              {Eph_Server::ClassName(), &ephemeris_client_},
+                                                              {Glo_Eph_Server::ClassName(), &glonass_client_},
+                                                              {Pos_Server::ClassName(), &position_client_}};
+    for (std::size_t i = 0; i < is_taken_.size(); ++i) {
+        if (!server.IsInheritedFrom(kinds[i].first)) continue;
+        return !std::exchange(is_taken_[i], true) && server.Connect(kinds[i].second);
+    }
+    return false;
 }
 
 void Epoch_Printer::Take(const EPO_DATA &epoch)
@@ -285,13 +312,21 @@ void Epoch_Printer::Take(const KeplerData &ephemeris)
 {
     ++gps_ephemerides_;
     const std::uint32_t prn = ephemeris.Get(Kepler_prn);
+    if (others_) std::fprintf(others_, "E G%02u %4.0f %10.3f\n", prn, ephemeris[Kepler_week], ephemeris[Kepler_toe]);
     if (prn < ephemerides_.size()) ephemerides_[prn] = ephemeris;
+}
+
+void Epoch_Printer::Take(const GlonassEph &ephemeris)
+{
+    ++glonass_ephemerides_;
+    if (others_) std::fprintf(others_, "E R%02d %8.0f\n", ephemeris.slot, static_cast<double>(ephemeris.tb));
 }
 
 void Epoch_Printer::Take(const Position &position)
 {
     std::array<double, 3> xyz;
     if (position.Read_WGS(xyz.data())) station_ = xyz;
+    if (others_) Print_Position(others_, position);
     double height = 0;
     if (position.Read_Antenna_Height(height)) antenna_height_ = height;
 }

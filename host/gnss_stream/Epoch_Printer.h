@@ -44,12 +44,15 @@ struct Satellite_Line {
 // Errors:    Open_Csv and Close return false and report file and cause to the handler.
 class Epoch_Printer {
 public:
-    explicit Epoch_Printer(std::FILE *epochs);  // null: no lines per epoch
+    // Lines per epoch, and lines per position and ephemeris; null: none.
+    explicit Epoch_Printer(std::FILE *epochs, std::FILE *others = nullptr);
     Epoch_Printer(const Epoch_Printer &) = delete;
     Epoch_Printer &operator=(const Epoch_Printer &) = delete;
 
     bool Open_Csv(const std::string &prefix, kernel::Error_Handler &handler);  // replaces files that exist
     bool Connect(Rtcm3_Decoder &decoder);
+    // False: records of another kind than the decoder's, a second server of a kind, or refused.
+    bool Connect(kernel::Object_Server &server);
     bool Close(kernel::Error_Handler &handler);  // false: a file could not be written whole
     void Print_Totals(std::FILE *out) const;
 
@@ -69,10 +72,11 @@ private:
 
     void Take(const kernel::EPO_DATA &epoch);
     void Take(const kernel::KeplerData &ephemeris);
+    void Take(const kernel::GlonassEph &ephemeris);
     void Take(const kernel::Position &position);
     std::optional<Satellite_View> View(const kernel::EPO_DATA &epoch, const Satellite_Line &satellite) const;
 
-    std::FILE *const out_;
+    std::FILE *const out_, *const others_;
     Csv epoch_file_, satellite_file_;
     std::uint64_t epochs_ = 0, satellites_ = 0, gps_ephemerides_ = 0, glonass_ephemerides_ = 0;
     std::array<kernel::KeplerData, 33> ephemerides_{};  // by PRN, 1 to 32; an entry with PRN 0 is empty
@@ -83,6 +87,7 @@ private:
     Eph_Record_Client ephemeris_client_;
     Glo_Eph_Record_Client glonass_client_;
     Pos_Record_Client position_client_;
+    std::array<bool, 4> is_taken_{};  // by client: it has a server
 };
 
 }  // namespace host

@@ -24,8 +24,8 @@ Streams:
   [file://]NAME::tmt[::xSPEED][::+SECONDS]             a file with time tags beside it (NAME.bin: NAME.tmt); see below
   - or ""                                              standard input or output
 
-Without --in the input is standard input. Without --out, --record, --frames and decoding the bytes go to standard
-output.
+Without --in the input is standard input. Without --out, --record, --frames, decoding and --driver the bytes go to
+standard output.
 )";
 
 const char footer[] =
@@ -52,6 +52,10 @@ frames and bytes (of whole frames; message 0 stands for a payload too short for 
 the totals include epochs, satellites in them, distinct ephemerides, the station's position, faults of epochs, week and
 leap seconds with their source, doubts about them, and the texts of messages 1007, 1008 and 1033.
 
+--driver shows the records of a driver library: epochs as --epochs does; "P", date and time (GPS), X, Y, Z [m] and kind of
+solution for each position; "E" and the satellite, GPS week and reference time [s], or for GLONASS the time of day, for
+each ephemeris; and totals at the end.
+
 A list file names one recording per line, relative to the current directory; "//" starts a comment. The recordings
 of a list are one stream: a frame may begin in one and end in the next.
 
@@ -67,7 +71,8 @@ Exit status:
      input because nobody was connected or the peer did not take them; no connection, with --reconnect 0; a CRC failure
      in the frames looked at; bytes missing in the record or in a CSV file
   2  wrong usage
-  4  could not start: input, output, record, password file or CSV file not usable; no thread, memory or descriptor to
+  4  could not start: input, output, record, password file or CSV file or driver not
+     usable; no thread, memory or descriptor to
      be had; with --strict any stream that is not there
 No faults, but reported: bytes that an output of a serial, TCP or NTRIP input lost, skipped bytes, an incomplete last
 frame.)";
@@ -78,6 +83,7 @@ const CLI::Validator not_empty([](const std::string &text) { return text.empty()
 struct Paths {
     std::string input, in;
     std::vector<std::string> outputs;
+    std::vector<std::string> driver_settings;
 };
 
 void Declare_Streams(CLI::App &app, Stream_Options &options, Paths &paths)
@@ -168,6 +174,23 @@ void Declare_Decoding(CLI::App &app, Stream_Options &options)
                  "BeiDou messages carry GPS time, as in recordings from before 2013");
 }
 
+void Declare_Driver(CLI::App &app, Stream_Options &options, Paths &paths)
+{
+    CLI::Option *driver =
+        app.add_option(
+               "--driver", options.driver.file,
+               "A driver library, with its folder: reads the stream with it and shows its records. If the file is "
+               "missing, one whose name differs in the three characters before the first dot is looked for")
+            ->option_text("FILE")
+            ->check(not_empty);
+    app.add_option("--driver-option", paths.driver_settings, "An option of the driver; may be given several times")
+        ->option_text("NAME=VALUE")
+        ->expected(1)
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->needs(driver);
+}
+
 // --- Options that depend on one another
 
 Stream_Path Path_Of(const char *option, const std::string &text)
@@ -212,11 +235,21 @@ void Set_Outputs(const Paths &paths, Stream_Options &options)
     }
     const bool decodes = options.rtcm3.decode || options.rtcm3.epochs || !options.rtcm3.csv.empty();
     options.looks_at_frames = options.frames || decodes;
-    if (options.outputs.empty() && options.record.empty() && !options.looks_at_frames)
-        options.outputs.emplace_back(Standard_Path{});
+    const bool reads = options.looks_at_frames || !options.driver.file.empty();
+    if (options.outputs.empty() && options.record.empty() && !reads) options.outputs.emplace_back(Standard_Path{});
     const auto to_standard_output = std::count_if(options.outputs.begin(), options.outputs.end(), Is<Standard_Path>);
     if (to_standard_output > 1) throw CLI::ValidationError("--out", "standard output is one output only");
-    options.shows_text = options.looks_at_frames && to_standard_output == 0;
+    options.shows_text = reads && to_standard_output == 0;
+}
+
+void Set_Driver(const Paths &paths, Stream_Options &options)
+{
+    for (const std::string &setting : paths.driver_settings) {
+        const std::size_t sign = setting.find('=');
+        if (sign == setting.npos)
+            throw CLI::ValidationError("--driver-option", "not of the form NAME=VALUE: " + setting);
+        options.driver.settings.emplace_back(setting.substr(0, sign), setting.substr(sign + 1));
+    }
 }
 
 void Check_Decoding(const CLI::App &app, const Stream_Options &options)
@@ -225,7 +258,7 @@ void Check_Decoding(const CLI::App &app, const Stream_Options &options)
     for (const char *name : decoder_options)
         if (app.count(name) > 0 && !rtcm3.decode && !rtcm3.epochs && rtcm3.csv.empty())
             throw CLI::RequiresError(name, "--decode, --epochs or --csv");
-    for (const char *name : {"--frames", "--decode", "--epochs"})
+    for (const char *name : {"--frames", "--decode", "--epochs", "--driver"})
         if (app.count(name) > 0 && !options.shows_text)
             throw CLI::ExcludesError(name, "bytes on standard output (--out)");
 }
@@ -274,6 +307,7 @@ bool Parse_Command_Line(int argc, char **argv, Stream_Options &options, int &exi
     Declare_Streams(app, options, paths);
     Declare_Connections(app, options);
     Declare_Decoding(app, options);
+    Declare_Driver(app, options, paths);
     Declare_Display(app, options);
 
     std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
@@ -283,6 +317,7 @@ bool Parse_Command_Line(int argc, char **argv, Stream_Options &options, int &exi
         app.parse(std::move(arguments));
         Set_Input(app, paths, options);
         Set_Outputs(paths, options);
+        Set_Driver(paths, options);
         Check_Decoding(app, options);
         return true;
     } catch (const CLI::ParseError &end) {

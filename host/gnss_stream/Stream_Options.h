@@ -1,6 +1,7 @@
 // The command line of gnss_stream.
 #pragma once
 
+#include "host/gnss_stream/Driver_Output.h"
 #include "host/gnss_stream/File_Endpoint.h"
 #include "host/gnss_stream/Rtcm3_Output.h"
 #include "host/gnss_stream/Stream_Path.h"
@@ -27,7 +28,8 @@ struct Stream_Options {
     bool frames = false;  // the table of messages
     Rtcm3_Output::Options rtcm3;
     bool looks_at_frames = false;  // for the table or to decode
-    bool shows_text = false;       // tables and epochs, on standard output
+    Driver_Output::Options driver;
+    bool shows_text = false;  // tables, epochs and records, on standard output
 
     bool quiet = false;                // no live line
     bool progress = false;             // a live line in any case

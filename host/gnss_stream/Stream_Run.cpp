@@ -58,7 +58,8 @@ bool Are_Same_File(const std::string &name, const std::string &other)
 Status_View::Options View_Options(const Stream_Options &options)
 {
     const bool lines = options.status_interval > 0;
-    const bool live = options.progress || (!options.rtcm3.epochs && !lines && Is_Terminal());
+    const bool shows_records = options.rtcm3.epochs || !options.driver.file.empty();
+    const bool live = options.progress || (!shows_records && !lines && Is_Terminal());
     return {live && !options.quiet, std::chrono::seconds(options.status_interval)};
 }
 
@@ -97,7 +98,8 @@ Exit Stream_Run::Run()
     Close();
     if (!started) return exit_no_start;
     if (tap_) Check_Record();
-    if (options_.shows_text) rtcm3_->Print_Totals();
+    if (options_.shows_text && rtcm3_) rtcm3_->Print_Totals();
+    if (driver_) driver_->Print_Totals();
     Flush_Text();
     return console_.Faults() == 0 && !(rtcm3_ && rtcm3_->Has_Bad_Frames()) ? exit_fine : exit_faults;
 }
@@ -113,11 +115,18 @@ bool Stream_Run::Open()
         return input_->Open();
     });
     if (!has_input || !May_Record()) return false;
+    return Open_Readers() && Open_Outputs() && Connect();
+}
+
+bool Stream_Run::Open_Readers()
+{
     if (options_.looks_at_frames) {
         rtcm3_ = std::make_unique<Rtcm3_Output>(options_.rtcm3, console_);
         if (!rtcm3_->Open()) return false;
     }
-    return Open_Outputs() && Connect();
+    if (options_.driver.file.empty()) return true;
+    driver_ = std::make_unique<Driver_Output>(options_.driver, console_);
+    return driver_->Open();
 }
 
 bool Stream_Run::Open_Outputs()
@@ -201,6 +210,7 @@ bool Stream_Run::Connect()
 {
     for (const auto &output : outputs_) fan_out_.Add(*output);
     if (rtcm3_) fan_out_.Add(*rtcm3_);
+    if (driver_) fan_out_.Add(*driver_);
     Show_Status_Of_All();
     return options_.record.empty() ? input_->Connect(fan_out_) : Connect_Tap();
 }
@@ -224,6 +234,7 @@ void Stream_Run::Show_Status_Of_All()
         view_.Add(Live::bytes, std::to_string(i + 1) + ' ', names_[i], output, [&output] { return output.Sent(); });
     }
     if (rtcm3_) view_.Add(Live::state, "", "RTCM 3", *rtcm3_, [this] { return rtcm3_->Sent(); });
+    if (driver_) view_.Add(Live::state, "", options_.driver.file, *driver_, [this] { return driver_->Sent(); });
 }
 
 // False: a stream that must be up at the start is not.
@@ -270,7 +281,7 @@ void Stream_Run::Pass()
     }
     for (const auto &output : outputs_) output->Tend();
     view_.Pass();
-    if (options_.rtcm3.epochs) Flush_Text();  // so that a reader sees each epoch soon
+    if (options_.rtcm3.epochs || driver_) Flush_Text();  // so that a reader sees each epoch soon
 }
 
 void Stream_Run::Flush_Text()
@@ -293,7 +304,8 @@ bool Stream_Run::Pass_Until(const std::function<bool()> &condition, Clock::durat
 bool Stream_Run::Is_Over() const
 {
     const auto has_failed = [](const auto &output) { return output->Has_Failed(); };
-    return input_->Ended() || (!rtcm3_ && !tap_ && std::all_of(outputs_.begin(), outputs_.end(), has_failed));
+    return input_->Ended() ||
+           (!rtcm3_ && !driver_ && !tap_ && std::all_of(outputs_.begin(), outputs_.end(), has_failed));
 }
 
 // --- The end
@@ -370,6 +382,7 @@ void Stream_Run::Close()
     if (input_) input_->Stop();
     for (const auto &output : outputs_) left_thread_ |= !output->Close();
     if (rtcm3_) rtcm3_->Close();
+    if (driver_) driver_->Close();
     if (tap_) tap_->Close();
     if (input_) left_thread_ |= !input_->Close();
 }

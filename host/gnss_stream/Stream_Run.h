@@ -2,6 +2,7 @@
 #pragma once
 
 #include "host/gnss_stream/Console.h"
+#include "host/gnss_stream/Driver_Output.h"
 #include "host/gnss_stream/Endpoint.h"
 #include "host/gnss_stream/Fan_Out.h"
 #include "host/gnss_stream/Rtcm3_Output.h"
@@ -44,6 +45,7 @@ private:
     bool Has_Distinct_Files();
     bool May_Record();
     bool Opens(const std::string &name, const std::function<bool()> &open);
+    bool Open_Readers();
     bool Open_Outputs();
     bool Connect();
     bool Connect_Tap();
@@ -71,8 +73,9 @@ private:
     std::uint64_t recorded_before_ = 0;  // size of the record file at the start, in bytes
 
     std::vector<std::unique_ptr<Output>> outputs_;
-    std::vector<std::string> names_;       // of the outputs, for reports
-    std::unique_ptr<Rtcm3_Output> rtcm3_;  // null: frames are not looked at
+    std::vector<std::string> names_;         // of the outputs, for reports
+    std::unique_ptr<Rtcm3_Output> rtcm3_;    // null: frames are not looked at
+    std::unique_ptr<Driver_Output> driver_;  // null: there is none
     Fan_Out fan_out_;
     std::unique_ptr<End_Handler> tap_handler_;
     std::unique_ptr<kernel::File_Client_Server> tap_;  // null: nothing is recorded

@@ -58,7 +58,8 @@ bool may_load(const std::string &path)
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) {
         posix::fail();
-        if (errno == ENOENT || errno == ENOTDIR) set_last_error(error_module_not_found);
+        const bool is_missing = errno == ENOENT || errno == ENOTDIR || errno == ENAMETOOLONG;
+        if (is_missing) set_last_error(error_module_not_found);
         return false;
     }
     if (S_ISREG(status.st_mode)) return access(path.c_str(), R_OK) == 0 || posix::fail();

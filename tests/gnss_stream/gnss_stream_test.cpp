@@ -347,3 +347,48 @@ TEST_F(gnss_stream, starts_without_a_peer_unless_it_is_strict)
         EXPECT_TRUE(refused.exit == 4 && Has(refused.err, "Could not start")) << refused.err;
     }
 }
+
+TEST_F(gnss_stream, shows_the_records_of_a_driver)
+{
+    folder.Write("nmea_100.x", Whole_File(NMEA_DRIVER));
+    const std::string later = folder / "nmea_099.x";  // is not there
+    const std::string gga = "$GNGGA,123519.50,4807.0380,N,01131.0000,W,4,08,0.9,545.40,M,46.90,M,1.0,0001*4B\r\n";
+    const std::string stream =
+        folder.Write("nmea.txt", "$GPRMC,123519.50,A,4807.038,N,01131.000,W,022.4,084.4,230394,003.1,W*53\r\n" + gga +
+                                     "$GNGGA,1*00\r\n");
+    const std::string copy = folder / "copy";
+    const Result nmea = Run("--driver " + Quoted(later) + " --driver-option leap_seconds=9 --out " + Quoted(copy) +
+                            ' ' + Quoted(stream));
+    EXPECT_EQ(nmea.exit, 0) << nmea.err;
+    EXPECT_TRUE(nmea.out.starts_with(">  741 304528.500  1994-03-23 12:35:28.500  0 satellites")) << nmea.out;
+    EXPECT_NE(nmea.out.find("P 1994-03-23 12:35:28.500  4180514.5663 -851801.7749 4726034.6864  FIXED_SOL"),
+              std::string::npos)
+        << nmea.out;
+    EXPECT_NE(nmea.err.find("1 sentences were cut short"), std::string::npos) << nmea.err;
+    EXPECT_EQ(Whole_File(copy), Whole_File(stream));
+
+    const std::string rtcm3 = "--driver " + Quoted(folder.Write("rtcm3_100.x", Whole_File(RTCM3_DRIVER))) + ' ';
+    const Result with = Run(rtcm3 + Quoted(Recording(clean))), without = Run("--decode " + Quoted(Recording(clean)));
+    for (const char *total : {"epochs", "satellites in epochs", "GPS ephemerides", "GLONASS ephemerides"})
+        EXPECT_EQ(with.totals.at(total), without.totals.at(total)) << total;
+    EXPECT_NE(with.out.find("\nE G05 1712 "), std::string::npos);
+    EXPECT_NE(with.out.find("\nE R09 "), std::string::npos);
+
+    const struct {
+        std::string arguments, words;
+        int exit;
+    } refused[] = {
+        {"--driver " + Quoted(folder / "none.x"), "There is no such file.", 4},
+        {"--driver nmea_100.x", "Its folder is not named", 4},
+        {"--driver " + Quoted(stream), "It is no library of this system", 4},
+        {rtcm3 + "--driver-option start_week=x", "The driver refuses start_week=x: ", 4},
+        {rtcm3 + "--driver-option start_week", "NAME=VALUE", 2},
+        {"--driver-option start_week=1", "--driver", 2},
+        {rtcm3 + "--out -", "standard output", 2},
+    };
+    for (const auto &row : refused) {
+        const Result result = Run(row.arguments + ' ' + Quoted(stream));
+        EXPECT_EQ(result.exit, row.exit) << row.arguments;
+        EXPECT_NE(result.err.find(row.words), std::string::npos) << result.err;
+    }
+}
