@@ -17,9 +17,12 @@ enum Error : std::uint32_t {
     error_access_denied = 5,
     error_invalid_handle = 6,
     error_no_memory = 8,
+    error_write_fault = 29,
     error_sharing_violation = 32,
+    error_file_exists = 80,
     error_invalid_parameter = 87,
     error_disk_full = 112,
+    error_insufficient_buffer = 122,
     error_invalid_name = 123,
     error_module_not_found = 126,     // a library
     error_procedure_not_found = 127,  // a function of a library
@@ -27,6 +30,7 @@ enum Error : std::uint32_t {
     error_bad_executable = 193,
     error_name_too_long = 206,
     error_bad_file_type = 222,  // not a regular file
+    error_directory = 267,  // a link, or no folder
     error_operation_aborted = 995,
     error_io_incomplete = 996,
     error_io_pending = 997,
