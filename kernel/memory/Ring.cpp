@@ -33,29 +33,11 @@ void Set_Blocks(REFDATA &record, std::uint32_t first, std::uint32_t blocks, std:
     record.block_flags |= blocks << REFDATA::Blocks_Shift;
 }
 
-// From here to Leave() the record is the writer's. What follows cannot become visible before the odd number.
-void Enter(REFDATA &record)
-{
-    std::atomic_ref(record.sequence).exchange(record.sequence | 1, std::memory_order_acq_rel);
-}
-void Leave(REFDATA &record) { Store(record.sequence, (record.sequence | 1) + 1, std::memory_order_release); }
-
 void Clear(REFDATA &record)
 {
     const std::uint32_t sequence = record.sequence;
     record = REFDATA{};
     record.sequence = sequence;
-}
-
-// Reads what the writer may be changing; the caller finds that out afterwards.
-#if defined(__SANITIZE_THREAD__)
-__attribute__((no_sanitize("thread")))
-#endif
-void Copy_Words(const void *from, void *to, std::size_t bytes)
-{
-    const auto *source = static_cast<const volatile std::uint32_t *>(from);
-    auto *target = static_cast<std::uint32_t *>(to);
-    for (std::size_t i = 0; i < bytes / sizeof(std::uint32_t); ++i) target[i] = source[i];
 }
 
 }  // namespace
@@ -218,7 +200,7 @@ REFDATA *Ring::Allocate(double time)
     const double before = newest->time;
     if (before - Same_Epoch > time) return nullptr;
     if (before + Same_Epoch >= time) {
-        Enter(*newest);
+        Enter(newest->sequence);
         return newest;
     }
     if (header_->count > 0) cursor_ = Step(cursor_, 1);
@@ -230,7 +212,7 @@ REFDATA *Ring::Allocate(double time)
 void Ring::Begin_New(int slot, double time, double before)
 {
     REFDATA &record = records_[slot];
-    Enter(record);
+    Enter(record.sequence);
     Store(header_->count, header_->count + 1);
     Clear(record);
     record.time = time;
@@ -247,7 +229,7 @@ bool Ring::Evict_Tail()
     const int next = Step(static_cast<int>(header_->tail), 1);
     if (next == Head() || static_cast<int>(header_->tail) == Head()) return false;
     Store(header_->tail, static_cast<std::uint32_t>(next), std::memory_order_release);
-    Enter(record);
+    Enter(record.sequence);
     if (const std::uint32_t blocks = Blocks_Of(record)) {
         std::fill_n(blocks_ + record.first_block, blocks, MEASBLOCK{});
         Store(header_->free_blocks, header_->free_blocks + blocks + record.skipped);
@@ -314,7 +296,7 @@ void Ring::ins_done_meas(REFDATA *record)
     if (const MEASBLOCK *const blocks = get_blocks(&written))
         for (std::uint32_t i = 0; i < Blocks_Of(written); ++i)
             if (blocks[i].number != 0 && blocks[i].type < Data_Types) ++written.sats[blocks[i].type];
-    Leave(written);
+    Leave(written.sequence);
     unpublished_ = -1;
     if (Head() == cursor_) return;
     const std::uint32_t total = header_->total + 1;
@@ -507,20 +489,20 @@ REFDATA *Ring::get_less(double time) { return Current(find_less(time)); }
 
 REFDATA *Ring::get_equal(double time, double tolerance) { return Current(find_equal(time, tolerance)); }
 
-// The last look at the sequence comes after the copy: the read-modify-write keeps it there.
 bool Ring::Copy_Epoch(const REFDATA *record, Ring_Epoch &copy) const
 {
     if (!Is_Readable(record)) return false;
     REFDATA &source = records_[Index_Of(record)];
-    const std::uint32_t sequence = Load(source.sequence, std::memory_order_acquire);
-    if (sequence % 2 != 0) return false;
-    Copy_Words(&source, &copy.record, sizeof copy.record);
-    const std::uint32_t blocks = Blocks_Of(copy.record), first = copy.record.first_block;
-    if (blocks > 0 && (first >= pool_ || blocks > pool_ - first)) return false;
-    copy.count = static_cast<int>(blocks);
-    if (blocks > 0) Copy_Words(blocks_ + first, copy.blocks.data(), blocks * sizeof(MEASBLOCK));
-    if (std::atomic_ref(source.sequence).fetch_add(0, std::memory_order_acq_rel) != sequence) return false;
-    return Holds(record, static_cast<int>(Load(header_->tail, std::memory_order_acquire) % slots_));
+    const bool whole = Copy_Whole(source.sequence, [&] {
+        Copy_Words(&source, &copy.record, sizeof copy.record);
+        const std::uint32_t blocks = Blocks_Of(copy.record), first = copy.record.first_block;
+        copy.count = static_cast<int>(blocks);
+        if (blocks == 0) return true;
+        if (first >= pool_ || blocks > pool_ - first) return false;
+        Copy_Words(blocks_ + first, copy.blocks.data(), blocks * sizeof(MEASBLOCK));
+        return true;
+    });
+    return whole && Holds(record, static_cast<int>(Load(header_->tail, std::memory_order_acquire) % slots_));
 }
 
 int Ring::get_n() const
