@@ -58,8 +58,9 @@ void Event_Watch::Watch_Bytes(std::string name, std::function<std::uint64_t()> b
     bytes_since_ = now;
 }
 
-void Event_Watch::Watch_Frames(std::function<Frame_Count()> frames, Clock::time_point now)
+void Event_Watch::Watch_Frames(std::string name, std::function<Frame_Count()> frames, Clock::time_point now)
 {
+    input_ = std::move(name);
     frames_ = std::move(frames);
     frames_since_ = now;
 }

@@ -1,6 +1,7 @@
 // What happens to the streams of a run, as entries of its history.
 #pragma once
 
+#include "host/decoders/Rtcm3_Frame_Reader.h"
 #include "host/gnss_stream/Endpoint.h"
 #include "kernel/base/Error_Handler.h"
 
@@ -37,10 +38,8 @@ public:
     // path: as reports name the end.
     void Add(std::string name, std::string path, const Endpoint &end);
     void Watch_Bytes(std::string name, std::function<std::uint64_t()> bytes, Clock::time_point now);
-    struct Frame_Count {
-        std::uint64_t frames, crc_failures;
-    };
-    void Watch_Frames(std::function<Frame_Count()> frames, Clock::time_point now);
+    using Frame_Count = Rtcm3_Frame_Reader::Progress_Count;
+    void Watch_Frames(std::string name, std::function<Frame_Count()> frames, Clock::time_point now);
     void Pass(Clock::time_point now);
     void Last(Clock::time_point now);  // in place of the last Pass: nothing waits any longer
     void On_Report(kernel::Error_Handler::Enum_Status status, const std::string &text);
@@ -63,7 +62,7 @@ private:
     const Note note_;
     std::deque<Watched> ends_;  // places stay; grows with lock_ held
 
-    std::string input_;
+    std::string input_;  // the name of the stream that bytes and frames belong to
     std::function<std::uint64_t()> bytes_;
     std::uint64_t bytes_before_ = 0;
     Clock::time_point bytes_since_{};

@@ -29,6 +29,7 @@ struct Stream_Options {
     bool looks_at_frames = false;  // for the table or to decode
     bool shows_text = false;       // tables and epochs, on standard output
 
+    std::string events;                // the file of the history; empty: none
     bool quiet = false;                // no live line
     bool progress = false;             // a live line in any case
     unsigned int status_interval = 0;  // [s] between status lines; 0: none

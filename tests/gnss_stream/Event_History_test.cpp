@@ -141,7 +141,8 @@ TEST(Event_Watch, notes_connections_gaps_failures_and_reports)
     watch.Add("output 1 tcpcli://a:2101", "tcpcli://a:2101", out);
     watch.Watch_Bytes(
         "input tcpcli://a:21", [&] { return bytes; }, now);
-    watch.Watch_Frames([&] { return frames; }, now);
+    watch.Watch_Frames(
+        "input tcpcli://a:21", [&] { return frames; }, now);
     watch.Pass(now);
     expect("");
 
@@ -164,14 +165,14 @@ TEST(Event_Watch, notes_connections_gaps_failures_and_reports)
     watch.Pass(now += 3s);
     expect("connection made|input tcpcli://a:21|connected, after 3.1 s without one\n"
            "gap|input tcpcli://a:21|bytes again, after 2 h 3 min without any\n");
-    frames = {0, 7};  // no RTCM 3 at all
+    frames = {0, 0, 7};  // no RTCM 3 at all
     watch.Pass(now += 9s);
     bytes = 11;
     watch.Pass(now += 9s);
     expect("");
-    frames = {5, 9};
+    frames = {0, 5, 9};
     watch.Pass(now += 9s);
-    frames = {6, 10};
+    frames = {0, 6, 10};
     watch.Last(now += 5s);
     expect("CRC failure|input tcpcli://a:21|2, and 5 good frames, in 18.0 s\n"
            "gap|input tcpcli://a:21|no bytes for 14.0 s\n"
