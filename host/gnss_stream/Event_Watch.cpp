@@ -142,17 +142,21 @@ void Event_Watch::Look_At_Frames(Clock::time_point now)
 void Event_Watch::On_Report(kernel::Error_Handler::Enum_Status status, const std::string &text)
 {
     if (status < kernel::Error_Handler::ES_Warning) return;
-    std::string subject = "gnss_stream";
+    std::string subject = "gnss_stream", said = text;
     {
         const std::lock_guard lock(lock_);
         Watched *named = nullptr;  // the longest path: one may be the beginning of another
         for (Watched &watched : ends_)
             if (text.find(watched.path) != std::string::npos && (!named || watched.path.size() > named->path.size()))
                 named = &watched;
-        if (named) subject = named->name;
-        if (named && text.find("Successfully connected") == std::string::npos) named->cause = text;
+        if (named) {
+            subject = named->name;
+            for (const std::string &name : {named->name, named->path})
+                if (said.starts_with(name + ": ")) said.erase(0, name.size() + 2);
+            if (said.find("Successfully connected") == std::string::npos) named->cause = said;
+        }
     }
-    if (const char *const event = Kind_Of(status, text)) note_(event, subject, text);
+    if (const char *const event = Kind_Of(status, said)) note_(event, subject, said);
 }
 
 }  // namespace host

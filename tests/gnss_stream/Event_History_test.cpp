@@ -158,7 +158,7 @@ TEST(Event_Watch, notes_connections_gaps_failures_and_reports)
     watch.Pass(now += 50ms);
     expect("gap|input tcpcli://a:21|no bytes for 2 h 3 min\n");
     watch.Pass(now += 50ms);
-    expect("connection lost|input tcpcli://a:21|waiting, after 2 h 3 min: tcpcli://a:21: reset by peer\n");
+    expect("connection lost|input tcpcli://a:21|waiting, after 2 h 3 min: reset by peer\n");
 
     in.status.state = "connected";
     bytes = 10;
