@@ -1,9 +1,12 @@
 #include "host/gnss_stream/Console.h"
 
+#include "host/gnss_stream/Utc_Time.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <string_view>
 
 namespace host {
@@ -12,21 +15,6 @@ namespace {
 
 constexpr std::size_t most_said = 4;  // texts that End_Handler remembers
 constexpr auto repetition_time = std::chrono::minutes(1);
-
-std::string Time_Stamp()
-{
-    // Instead of gmtime, whose result all threads share.
-    using namespace std::chrono;
-    const auto now = floor<milliseconds>(system_clock::now());
-    const year_month_day date(floor<days>(now));
-    const hh_mm_ss time(now - floor<days>(now));
-    char text[48];
-    std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ", static_cast<int>(date.year()),
-                  static_cast<unsigned int>(date.month()), static_cast<unsigned int>(date.day()),
-                  static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
-                  static_cast<int>(time.seconds().count()), static_cast<int>(time.subseconds().count()));
-    return text;
-}
 
 const char *Level_Word(kernel::Error_Handler::Enum_Status status)
 {
@@ -84,13 +72,31 @@ std::string Without_Duration(std::string text)
 void Console::Do_Print(Enum_Status status, kernel::Err_Code, const char *text)
 {
     if (status >= ES_Error) Count_Fault();
+    Tell_Listener(status, text);
     Print(status, text);
+}
+
+void Console::Set_Listener(Listener listener)
+{
+    const std::lock_guard lock(listener_lock_);
+    listener_ = std::move(listener);
+}
+
+void Console::Tell_Listener(Enum_Status status, const std::string &text)
+{
+    const std::lock_guard lock(listener_lock_);
+    try {
+        if (listener_) listener_(status, On_One_Line(text));
+    } catch (const std::bad_alloc &) {  // the report is printed all the same
+    }
 }
 
 void Console::Print(Enum_Status status, const std::string &text)
 {
+    using namespace std::chrono;
     // The live line is erased and written again below the report. The lock covers all of it: other threads report, too.
-    const std::string line = Time_Stamp() + " " + Level_Word(status) + ": " + On_One_Line(text);
+    const std::string line =
+        Utc_Text(floor<milliseconds>(system_clock::now())) + " " + Level_Word(status) + ": " + On_One_Line(text);
     const std::lock_guard lock(lock_);
     const std::string blanks(live_.size(), ' ');
     if (!live_.empty()) std::fprintf(stderr, "\r%s\r", blanks.c_str());
@@ -121,6 +127,7 @@ void End_Handler::Do_Print(Enum_Status status, kernel::Err_Code, const char *tex
     if (status >= ES_Error) errors_.fetch_add(1, std::memory_order_relaxed);
     if (status >= (faults_ == Faults::from_error ? ES_Error : ES_Fatal)) console_.Count_Fault();
     const std::string named = Named(text);
+    console_.Tell_Listener(status, named);
     if (muted_.load(std::memory_order_relaxed) || Is_Repetition(named)) return;
     // The lock is released between Is_Repetition and Remember. Two threads may then both print the same text: no harm.
     Tell_Repetitions();

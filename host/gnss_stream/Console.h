@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstddef>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -27,12 +28,20 @@ public:
     // Reports of level Error and above, and those that were counted.
     unsigned long Faults() const { return faults_.load(std::memory_order_relaxed); }
 
+    // Hears every report, also the repetitions that are not printed, on the thread of the report. It may not report
+    // itself. When Set_Listener returns, no call of the former one is under way. Empty: nobody listens.
+    using Listener = std::function<void(Enum_Status status, const std::string &text)>;
+    void Set_Listener(Listener listener);
+    void Tell_Listener(Enum_Status status, const std::string &text);
+
 private:
     void Do_Print(Enum_Status status, kernel::Err_Code code, const char *text) override;
 
     std::atomic<unsigned long> faults_{0};
     std::mutex lock_;
     std::string live_;  // on the screen; guarded by lock_
+    std::mutex listener_lock_;
+    Listener listener_;  // guarded by listener_lock_
 };
 
 // The handler of one end of a stream. Each report names the end. A repeated report is printed once a minute, with the

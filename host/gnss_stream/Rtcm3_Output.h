@@ -38,6 +38,7 @@ public:
     Stream_Status Status() const override;
     bool Close() override;
 
+    Rtcm3_Frame_Reader::Progress_Count Count() const { return Reader().Progress(); }  // any thread
     bool Has_Bad_Frames() const { return Reader().Count().crc_failures > 0; }
     void Print_Totals() const;  // on standard output
 

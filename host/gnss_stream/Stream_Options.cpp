@@ -69,11 +69,10 @@ Exit status:
   0  all went well
   1  a fault: a file or standard stream could not be read or written; an output lost bytes of a file or of standard
      input because nobody was connected or the peer did not take them; no connection, with --reconnect 0; a CRC failure
-     in the frames looked at; bytes missing in the record or in a CSV file
+     in the frames looked at; bytes missing in the record or in a CSV file; entries missing in the history
   2  wrong usage
-  4  could not start: input, output, record, password file or CSV file or driver not
-     usable; no thread, memory or descriptor to
-     be had; with --strict any stream that is not there
+  4  could not start: input, output, record, history, password file, CSV file or driver not usable; no thread, memory
+     or descriptor to be had; with --strict any stream that is not there
 No faults, but reported: bytes that an output of a serial, TCP or NTRIP input lost, skipped bytes, an incomplete last
 frame.)";
 
@@ -143,6 +142,11 @@ void Declare_Display(CLI::App &app, Stream_Options &options)
                    "Time between status lines on standard error, one for each stream; 0 or absent: none")
         ->option_text("SECONDS")
         ->check(CLI::Range(0, 86400));
+    app.add_option("--events", options.events,
+                   "Keeps a history in this file: connections, gaps, CRC failures of RTCM 3 frames, slow outputs, full "
+                   "disks, restarts. gnss_events shows it")
+        ->option_text("NAME")
+        ->check(not_empty);
     app.set_version_flag("--version", "gnss_stream " KERNEL_VERSION);
 }
 

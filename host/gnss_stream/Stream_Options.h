@@ -31,6 +31,7 @@ struct Stream_Options {
     Driver_Output::Options driver;
     bool shows_text = false;  // tables, epochs and records, on standard output
 
+    std::string events;                // the file of the history; empty: none
     bool quiet = false;                // no live line
     bool progress = false;             // a live line in any case
     unsigned int status_interval = 0;  // [s] between status lines; 0: none

@@ -86,6 +86,8 @@ void Stream_Run::Complain(unsigned int line, const std::string &text)
     console_.Set(unit, line)->Print_Out(kernel::Error_Handler::ES_Error, "%s", text.c_str());
 }
 
+Stream_Run::~Stream_Run() { console_.Set_Listener({}); }
+
 Exit Stream_Run::Run()
 {
     const bool started = Open() && Start();
@@ -96,12 +98,14 @@ Exit Stream_Run::Run()
         if (stop_) console_.Set(unit, __LINE__)->Print_Out(kernel::Error_Handler::ES_Warning, "Interrupted.");
     }
     Close();
+    if (history_) End_History(started);
     if (!started) return exit_no_start;
     if (tap_) Check_Record();
-    if (options_.shows_text && rtcm3_) rtcm3_->Print_Totals();
+    if (options_.shows_text && options_.looks_at_frames) rtcm3_->Print_Totals();
     if (driver_) driver_->Print_Totals();
     Flush_Text();
-    return console_.Faults() == 0 && !(rtcm3_ && rtcm3_->Has_Bad_Frames()) ? exit_fine : exit_faults;
+    const bool has_bad_frames = options_.looks_at_frames && rtcm3_->Has_Bad_Frames();
+    return console_.Faults() == 0 && !has_bad_frames ? exit_fine : exit_faults;
 }
 
 // --- The start
@@ -115,12 +119,12 @@ bool Stream_Run::Open()
         return input_->Open();
     });
     if (!has_input || !May_Record()) return false;
-    return Open_Readers() && Open_Outputs() && Connect();
+    return Open_Readers() && Open_Outputs() && Connect() && (options_.events.empty() || Keep_History());
 }
 
 bool Stream_Run::Open_Readers()
 {
-    if (options_.looks_at_frames) {
+    if (options_.looks_at_frames || !options_.events.empty()) {
         rtcm3_ = std::make_unique<Rtcm3_Output>(options_.rtcm3, console_);
         if (!rtcm3_->Open()) return false;
     }
@@ -182,6 +186,7 @@ bool Stream_Run::Has_Distinct_Files()
         if (file->tags) names.push_back(kernel::File_TimeTag_Client::Tag_File_Name(file->name.c_str()));
     }
     if (!options_.record.empty()) names.push_back(options_.record);
+    if (!options_.events.empty()) names.push_back(options_.events);
     for (const Stream_Path &path : options_.outputs)
         if (const auto *file = std::get_if<File_Path>(&path); file && !file->tags)  // those take new names
             names.push_back(file->name);
@@ -233,8 +238,42 @@ void Stream_Run::Show_Status_Of_All()
         const Output &output = *outputs_[i];
         view_.Add(Live::bytes, std::to_string(i + 1) + ' ', names_[i], output, [&output] { return output.Sent(); });
     }
-    if (rtcm3_) view_.Add(Live::state, "", "RTCM 3", *rtcm3_, [this] { return rtcm3_->Sent(); });
+    if (options_.looks_at_frames) view_.Add(Live::state, "", "RTCM 3", *rtcm3_, [this] { return rtcm3_->Sent(); });
     if (driver_) view_.Add(Live::state, "", options_.driver.file, *driver_, [this] { return driver_->Sent(); });
+}
+
+// The last step of opening: a run whose ends cannot be had leaves no trace in the history.
+bool Stream_Run::Keep_History()
+{
+    const auto now = Event_Watch::Clock::now();
+    const std::string input = "input " + Shown(options_.input);
+    history_ = std::make_unique<Event_History>(options_.events, console_);
+    watch_ = std::make_unique<Event_Watch>([this](const char *event, const std::string &subject,
+                                                  const std::string &text) { history_->Note(event, subject, text); });
+    std::string text = "version " KERNEL_VERSION ", " + input;
+    watch_->Add(input, Shown(options_.input), *input_);
+    for (std::size_t i = 0; i < outputs_.size(); ++i) {
+        text += ", " + names_[i];
+        watch_->Add(names_[i], Shown(options_.outputs[i]), *outputs_[i]);
+    }
+    if (!options_.record.empty()) text += ", record " + options_.record;
+    if (!input_->Can_Wait())
+        watch_->Watch_Bytes(
+            input, [this] { return fan_out_.Bytes(); }, now);
+    watch_->Watch_Frames(
+        input, [this] { return rtcm3_->Count(); }, now);
+    if (!Opens("the history", [&] { return history_->Open(text); })) return false;
+    console_.Set_Listener([this](kernel::Error_Handler::Enum_Status status, const std::string &report) {
+        watch_->On_Report(status, report);
+    });
+    return true;
+}
+
+void Stream_Run::End_History(bool started)
+{
+    watch_->Last(Event_Watch::Clock::now());
+    const std::string bytes = ", " + std::to_string(fan_out_.Bytes()) + " bytes";
+    history_->End((!started ? "could not start" : stop_ ? "interrupted" : "the end of the stream") + bytes);
 }
 
 // False: a stream that must be up at the start is not.
@@ -281,6 +320,7 @@ void Stream_Run::Pass()
     }
     for (const auto &output : outputs_) output->Tend();
     view_.Pass();
+    if (watch_) watch_->Pass(Event_Watch::Clock::now());
     if (options_.rtcm3.epochs || driver_) Flush_Text();  // so that a reader sees each epoch soon
 }
 
@@ -304,8 +344,8 @@ bool Stream_Run::Pass_Until(const std::function<bool()> &condition, Clock::durat
 bool Stream_Run::Is_Over() const
 {
     const auto has_failed = [](const auto &output) { return output->Has_Failed(); };
-    return input_->Ended() ||
-           (!rtcm3_ && !driver_ && !tap_ && std::all_of(outputs_.begin(), outputs_.end(), has_failed));
+    return input_->Ended() || (!options_.looks_at_frames && !driver_ && !tap_ &&
+                               std::all_of(outputs_.begin(), outputs_.end(), has_failed));
 }
 
 // --- The end

@@ -4,6 +4,8 @@
 #include "host/gnss_stream/Console.h"
 #include "host/gnss_stream/Driver_Output.h"
 #include "host/gnss_stream/Endpoint.h"
+#include "host/gnss_stream/Event_History.h"
+#include "host/gnss_stream/Event_Watch.h"
 #include "host/gnss_stream/Fan_Out.h"
 #include "host/gnss_stream/Rtcm3_Output.h"
 #include "host/gnss_stream/Status_View.h"
@@ -32,6 +34,7 @@ public:
     Stream_Run(const Stream_Options &options, Console &console, const std::atomic<bool> &stop);
     Stream_Run(const Stream_Run &) = delete;
     Stream_Run &operator=(const Stream_Run &) = delete;
+    ~Stream_Run();
 
     Exit Run();  // once: until the end of the input, or until the stop flag is set
     // True: a thread is stuck in the system; the process must end without destroying this object and the statics.
@@ -49,6 +52,8 @@ private:
     bool Open_Outputs();
     bool Connect();
     bool Connect_Tap();
+    bool Keep_History();
+    void End_History(bool started);
     void Show_Status_Of_All();
     bool Start();
     bool Is_Up(const Endpoint &end, const std::string &name);
@@ -74,13 +79,15 @@ private:
 
     std::vector<std::unique_ptr<Output>> outputs_;
     std::vector<std::string> names_;         // of the outputs, for reports
-    std::unique_ptr<Rtcm3_Output> rtcm3_;    // null: frames are not looked at
+    std::unique_ptr<Rtcm3_Output> rtcm3_;    // null: frames are not looked at, nor counted for the history
     std::unique_ptr<Driver_Output> driver_;  // null: there is none
     Fan_Out fan_out_;
     std::unique_ptr<End_Handler> tap_handler_;
     std::unique_ptr<kernel::File_Client_Server> tap_;  // null: nothing is recorded
     std::unique_ptr<Input> input_;
     Status_View view_;
+    std::unique_ptr<Event_History> history_;  // null: none is kept
+    std::unique_ptr<Event_Watch> watch_;      // what is noted in it
 };
 
 }  // namespace host

@@ -266,6 +266,38 @@ TEST_F(gnss_stream, sends_to_a_peer_that_comes_back)
     EXPECT_FALSE(Has(result.err, " 300000" + lost)) << result.err;
 }
 
+TEST_F(gnss_stream, keeps_a_history)
+{
+    Host host = Host().Open();
+    const std::string events = folder / "events", stream = "tcpcli://127.0.0.1:" + std::to_string(host.Port());
+    const std::string more = " --out " + Quoted(folder / "copy") + " --events " + Quoted(events);
+    Started run = Start(stream + " --reconnect 0" + more);
+    Peer peer = host.Accept();
+    peer.Say(Whole_File(Recording("day30_dirty4h.rtcm3")).substr(0, 100000));
+    EXPECT_TRUE(Soon([&] { return Has(Whole_File(events), "connection made"); }));  // while it runs
+    peer.Leave();
+    const Result result = run.result.get();
+    EXPECT_EQ(result.exit, 0) << result.err;  // nobody asked for the frames
+    EXPECT_EQ(result.out, "");
+    const std::string history = Whole_File(events);
+    const std::string parts[] = {"~\"connection lost\"",
+                                 "~\"connection made\"",
+                                 "~\"CRC failure\"",
+                                 "~\"started\"",
+                                 "~\"ended\"",
+                                 "gnss_stream: the end of the stream, 100000 bytes\"",
+                                 "input " + stream + ", output 1 "};
+    for (const std::string &part : parts) EXPECT_TRUE(Has(history, part)) << part << '\n' << history;
+    const std::size_t lost = history.find("input " + stream + ": ended, after ");
+    EXPECT_TRUE(lost != std::string::npos && history.find(" s: Client disconnected", lost) < history.find('\n', lost))
+        << history;
+
+    const std::string recording = folder.Write("recording", Pattern(1000));
+    EXPECT_EQ(Run(Quoted(recording) + " --out " + Quoted(events) + " --events " + Quoted(events)).exit, 4);
+    EXPECT_EQ(Run("--out - --events " + Quoted(recording) + " < " + Quoted(events)).exit, 4);
+    EXPECT_TRUE(Whole_File(recording) == Pattern(1000) && Whole_File(events) == history);
+}
+
 TEST_F(gnss_stream, tells_what_a_peer_that_went_has_not_taken)
 {
     Host host = Host().Open();
