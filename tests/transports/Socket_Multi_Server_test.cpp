@@ -104,6 +104,7 @@ INSTANTIATE_TEST_SUITE_P(drop_when_read, Multi_Server, testing::Bool());
 TEST_P(Multi_Server, each_client_hears_what_comes_after_it_has_connected)
 {
     Test_Server server(reports, GetParam(), 10'000);
+    server.haste = 1000;  // passes that find a client whose reader has not begun
     Upstream producer(server);
     EXPECT_TRUE(producer.Give("nobody hears this. ") && !server.is_connected());
     Peer first = server.Joined(1);
