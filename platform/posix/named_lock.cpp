@@ -1,66 +1,22 @@
 #include "platform/named_lock.h"
 
 #include "platform/posix/errno_table.h"
-#include "platform/posix/runtime_folder.h"
+#include "platform/posix/lock_file.h"
 
 #include <atomic>
 #include <cerrno>
-#include <cinttypes>
-#include <cstdint>
-#include <cstdio>
-#include <fcntl.h>
 #include <map>
 #include <mutex>
 #include <string>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
 namespace platform {
 
-namespace {
-
-// FNV-1a, 64 bits. Names are hashed because they are paths of any length and may contain any character.
-std::uint64_t hash(std::string_view name)
-{
-    constexpr std::uint64_t offset_basis = 0xcbf29ce484222325u, prime = 0x100000001b3u;
-    std::uint64_t value = offset_basis;
-    for (const char c : name) value = (value ^ static_cast<unsigned char>(c)) * prime;
-    return value;
-}
-
-std::string path_of(std::string_view name)
-{
-    const std::string folder = posix::runtime_folder();
-    if (folder.empty()) return {};
-    char file[32];
-    std::snprintf(file, sizeof file, "/lock-%016" PRIx64, hash(name));
-    return folder + file;
-}
-
-int open_lock_file(const std::string &path)
-{
-    return open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-}
-
-// The last user removes the file. A process that has opened the file before and locks it afterwards must detect that.
-bool is_current_file(int descriptor, const std::string &path)
-{
-    struct stat own {
-    }, named{};
-    return fstat(descriptor, &own) == 0 && stat(path.c_str(), &named) == 0 && own.st_ino == named.st_ino &&
-           own.st_dev == named.st_dev;
-}
-
-bool take_flock(int descriptor, int how)
-{
-    while (flock(descriptor, how) != 0)
-        if (errno != EINTR) return false;
-    return true;
-}
-
-}  // namespace
+using posix::is_current_file;
+using posix::open_lock_file;
+using posix::take_flock;
 
 // One per name in this process. The mutex excludes the other threads, the lock on the file the other processes.
 struct Named_Lock::State {
@@ -134,7 +90,7 @@ Named_Lock::Named_Lock(std::string_view name)
         state_ = std::make_shared<State>(std::string(), -1);
         return;
     }
-    const std::string path = path_of(name);
+    const std::string path = posix::runtime_file("lock", name);
     if (path.empty()) return;
     state_ = Known::all().find(path);
     if (state_) return;

@@ -1,4 +1,4 @@
-// The folder for locks and windows that the processes of one user share.
+// The folder for locks, pipes and windows that the processes of one user share.
 #pragma once
 
 #include <string>

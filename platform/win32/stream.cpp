@@ -40,8 +40,8 @@ void drop_received(SOCKET socket)
 }  // namespace
 
 Stream::Closing::Closing(bool is_socket)
+    : event(is_socket ? reinterpret_cast<std::intptr_t>(CreateEventA(nullptr, TRUE, FALSE, nullptr)) : 0)
 {
-    if (is_socket) event = reinterpret_cast<std::intptr_t>(CreateEventA(nullptr, TRUE, FALSE, nullptr));
 }
 
 Stream::Closing::~Closing()

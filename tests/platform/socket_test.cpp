@@ -97,6 +97,30 @@ TEST_F(socket_, stop_and_close_end_a_connect)
     EXPECT_EQ(Ended([&] { return connect(*late); }, [&] { late->close(); }), error_operation_aborted);
 }
 
+// The thread can wait for other things beside.
+TEST_F(socket_, connects_and_accepts_without_waiting)
+{
+    const Listener listener;
+    Address peer;
+    const auto socket = Socket::create();
+    EXPECT_TRUE(!listener.socket->accept_now(peer) && last_error() == error_io_pending);
+    EXPECT_FALSE(listener.socket->readiness().wait(10));
+    while (!socket->connect_now(listener.address)) {
+        ASSERT_EQ(last_error(), error_io_pending);
+        ASSERT_TRUE(socket->readiness().wait(20000));
+    }
+    ASSERT_TRUE(listener.socket->readiness().wait(20000));
+    std::shared_ptr<Socket> accepted;
+    EXPECT_TRUE(Soon([&] { return (accepted = listener.socket->accept_now(peer)) != nullptr; }));
+    Address near;
+    EXPECT_TRUE(socket->local_address(near) && near.port == peer.port);
+    EXPECT_EQ(Written(socket, "abc"), "got 3");
+    EXPECT_EQ(Read(accepted), "abc");
+    listener.socket->close();
+    EXPECT_TRUE(listener.socket->readiness().wait(20000));
+    EXPECT_TRUE(!listener.socket->accept_now(peer) && last_error() == error_operation_aborted);
+}
+
 TEST_F(socket_, reads_addresses_as_inet_addr_does_and_looks_up_names)
 {
     const std::pair<const char *, std::uint32_t> cases[] = {{"127.0.0.1", 0x7F000001},
