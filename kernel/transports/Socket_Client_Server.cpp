@@ -1,5 +1,6 @@
 #include "kernel/transports/Socket_Client_Server.h"
 
+#include "kernel/transports/socket_errors_internal.h"
 #include "kernel/transports/socket_reader_internal.h"
 
 #include "platform/error.h"
@@ -238,24 +239,12 @@ unsigned long Socket_Client_Server::terminate()
 
 bool Socket_Client_Server::Gives_Up_Posting() const { return is_destroyed_ || (Is_Own_Thread() && Stop_Requested()); }
 
-// Where the system has no text for a number, the table of socket errors has one.
 void Socket_Client_Server::ReportErrorIntern(unsigned long error, const char *text, Err_Code code,
                                              Error_Handler::Enum_Status status)
 {
     if (error == 0) return;
     const std::string prefix = reader_->Prefix();
-    const auto win32 = static_cast<std::uint32_t>(error);
-    const int number = static_cast<int>(error);
-    const std::string system = platform::error_text(win32);
-    Error_Handler &report = reader_->Report(__LINE__);
-    if (system != platform::unknown_error_text(win32))
-        report.Print_Out(status, code, "%s%s Socket Error-Code: %d => %s", prefix.c_str(), text, number,
-                         system.c_str());
-    else if (const char *name = GetSocketErrorName(number))
-        report.Print_Out(status, code, "%s%s Socket Error: %s=%d => %s", prefix.c_str(), text, name, number,
-                         GetSocketErrorText(number));
-    else
-        report.Print_Out(status, code, "%s%s Unknown Socket Error-Code: %d", prefix.c_str(), text, number);
+    Report_Socket_Error(reader_->Report(__LINE__), prefix, error, text, code, status);
     if (status == Error_Handler::ES_Fatal) Close();
 }
 

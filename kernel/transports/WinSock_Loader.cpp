@@ -38,7 +38,7 @@ static_assert(offsetof(WSADATA, szDescription) == 4 && offsetof(WSADATA, szSyste
 
 const char WinSock_Loader::Name[] = "WinSock_Loader";
 
-std::uint32_t WinSock_Loader::No_of_WSA = 0;
+std::atomic<std::uint32_t> WinSock_Loader::No_of_WSA{0};
 WSADATA WinSock_Loader::WSA_data;
 
 bool WinSock_Loader::IsInheritedFrom(const char *name) const

@@ -33,7 +33,8 @@ static_assert(sizeof(WSADATA) == 400);
 
 // The base of every transport.
 //
-// Threads:   create and destroy transports on one thread at a time, because no lock guards the count.
+// Threads:   while a transport that uses sockets exists, others may be created and destroyed on any thread. Create the
+//            first and destroy the last one on one thread at a time.
 // Ownership: the count is the number of existing transports that use sockets; the texts of the table are constants.
 // Errors:    reported under kernel/Win32_Buffered_Byte_Client, code 89: level 4 when the socket library is missing or
 //            has another version (sockets then fail later), level 1 when it is loaded and when it is released.
@@ -43,7 +44,7 @@ public:
     static const char *ClassName() { return Name; }
     bool IsInheritedFrom(const char *name) const override;
 
-    static std::uint32_t No_of_WSA;
+    static std::atomic<std::uint32_t> No_of_WSA;
     static WSADATA WSA_data;  // filled by the first start, all zero after the last release
 
     // without_winsock: for transports that use no sockets; these neither start nor end the library.

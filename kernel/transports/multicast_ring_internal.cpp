@@ -23,6 +23,13 @@ bool Multicast_Ring::Has_Ended(Position position, Position tail) const
     return position == (mode_ == Mode::by_mark ? caught_up : tail);
 }
 
+std::uint32_t Multicast_Ring::Unread(Position position) const
+{
+    if (Has_Ended(position, tail_)) return 0;
+    const std::int64_t ahead = std::int64_t{tail_} - position;
+    return static_cast<std::uint32_t>(ahead > 0 ? ahead : ahead + size_);
+}
+
 Multicast_Ring::Change Multicast_Ring::Insert(const unsigned char *data, long n)
 {
     if (!data || n <= 0) return {false, head_, head_, tail_, tail_};

@@ -42,6 +42,7 @@ public:
     Position Start() const { return mode_ == Mode::by_mark ? caught_up : tail_; }  // for what comes from now on
 
     bool Has_Ended(Position position, Position tail) const;
+    std::uint32_t Unread(Position position) const;  // [bytes]
     // Of more bytes than the ring holds, the last ones stay.
     Change Insert(const unsigned char *data, long n);
     Position Adapted(const Change &change, Position position) const;

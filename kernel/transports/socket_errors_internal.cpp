@@ -1,6 +1,9 @@
 #include "kernel/transports/socket_errors_internal.h"
 
+#include "platform/error.h"
+
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
 
 namespace kernel {
@@ -133,6 +136,22 @@ const Socket_Error *Find_Socket_Error(int code)
     const auto row = std::find_if(std::begin(rows), std::end(rows),
                                   [code](const Socket_Error &candidate) { return candidate.code == code; });
     return row != std::end(rows) ? row : nullptr;
+}
+
+void Report_Socket_Error(Error_Handler &report, const std::string &prefix, unsigned long error, const char *text,
+                         Err_Code code, Error_Handler::Enum_Status status)
+{
+    const auto win32 = static_cast<std::uint32_t>(error);
+    const int number = static_cast<int>(error);
+    const std::string system = platform::error_text(win32);
+    if (system != platform::unknown_error_text(win32))
+        report.Print_Out(status, code, "%s%s Socket Error-Code: %d => %s", prefix.c_str(), text, number,
+                         system.c_str());
+    else if (const Socket_Error *const row = Find_Socket_Error(number))
+        report.Print_Out(status, code, "%s%s Socket Error: %s=%d => %s", prefix.c_str(), text, row->name, number,
+                         row->title.text);
+    else
+        report.Print_Out(status, code, "%s%s Unknown Socket Error-Code: %d", prefix.c_str(), text, number);
 }
 
 }  // namespace kernel

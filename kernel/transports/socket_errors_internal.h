@@ -1,7 +1,10 @@
 // The table of socket errors: Winsock's numbers, names and titles, and what each means. Not installed.
 #pragma once
 
+#include "kernel/base/Error_Handler.h"
+
 #include <cstddef>
+#include <string>
 
 namespace kernel {
 
@@ -28,5 +31,9 @@ struct Socket_Error {
 
 // Returns the first row with this number, or null when there is none.
 const Socket_Error *Find_Socket_Error(int code);
+
+// Reports prefix, text and the system's words for the error; where the system has none, those of the table.
+void Report_Socket_Error(Error_Handler &report, const std::string &prefix, unsigned long error, const char *text,
+                         Err_Code code, Error_Handler::Enum_Status status);
 
 }  // namespace kernel

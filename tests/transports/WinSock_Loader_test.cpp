@@ -52,7 +52,7 @@ TEST_F(Loading, starts_with_the_first_and_releases_with_the_last)
         const std::string loaded = std::string("WinSock.DLL with version 2.2 loaded.\n") + data.szDescription + " is " +
                                    data.szSystemStatus + ".";
         EXPECT_EQ(reports.Take(), (Reports{{1, 89, loaded, unit}}));
-        EXPECT_EQ(WinSock_Loader::No_of_WSA, 2u);
+        EXPECT_EQ(WinSock_Loader::No_of_WSA.load(), 2u);
         pipe.reset();
         first.reset();
         EXPECT_EQ(data.wVersion, 0x0202);
@@ -73,7 +73,7 @@ TEST_F(Loading, says_that_the_library_is_missing_or_another)
                                        {1, 89, "Releasing WinSock.DLL version 0.0", unit},
                                        {4, 89, "WinSock.DLL supports version 3.1, need version 2.2.", unit},
                                        {1, 89, "Releasing WinSock.DLL version 3.1", unit}}));
-    EXPECT_EQ(WinSock_Loader::No_of_WSA, 0u);
+    EXPECT_EQ(WinSock_Loader::No_of_WSA.load(), 0u);
     EXPECT_TRUE(Data_Is_Zero());
 }
 

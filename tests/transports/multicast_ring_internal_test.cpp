@@ -20,7 +20,6 @@ struct Text_Model {
 
     void Insert(const std::string &data) { kept += data.substr(data.size() - std::min(data.size(), size)); }
     std::size_t Behind(std::size_t reader) const { return (kept.size() - readers[reader]) % size; }
-    bool Is_Behind(std::size_t reader) const { return Behind(reader) > 0; }
     std::string Read(std::size_t reader, std::size_t n)
     {
         const std::size_t behind = Behind(reader);
@@ -56,7 +55,7 @@ struct Byte_Model {
                 p = head;
         }
     }
-    bool Is_Behind(std::size_t reader) const { return readers[reader] != -1; }
+    std::size_t Behind(std::size_t reader) const { return Byte_Model(*this).Read(reader, 2 * bytes.size()).size(); }
     std::string Read(std::size_t reader, std::size_t n)
     {
         std::string piece;
@@ -91,7 +90,8 @@ void Compare(std::uint32_t size, Mode mode)
             ring.Read(positions[reader], reinterpret_cast<unsigned char *>(block.data()), static_cast<long>(n), got);
         block.resize(static_cast<std::size_t>(got));
         const std::string expected = model.Read(reader, n);
-        EXPECT_EQ(ring.Has_Ended(positions[reader], ring.Tail()), !model.Is_Behind(reader));
+        EXPECT_EQ(ring.Unread(positions[reader]), model.Behind(reader));
+        EXPECT_EQ(ring.Has_Ended(positions[reader], ring.Tail()), model.Behind(reader) == 0);
         return expected;
     };
     char next = 0;
