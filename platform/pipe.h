@@ -24,8 +24,8 @@ namespace platform {
 // The server's end. From create() and listen() on it listens: the first client that opens the pipe has it, and all
 // others find it busy until the next listen(). As a Stream it is the pipe while nobody is connected.
 //
-// Threads:   one thread creates, listens and takes; disconnect and close come from any thread. The listening thread must
-//            live until a client has come.
+// Threads:   one thread creates, listens and takes; disconnect and close come from any thread. The listening thread
+//            must live until a client has come.
 // Ownership: as Stream. The name is free when the pipe and its connections are closed and nobody refers to them any
 //            more. The pipe of a process that has ended is none.
 // Errors:    false or null, with last_error() set.
@@ -63,8 +63,8 @@ std::shared_ptr<Stream> open_pipe(std::string_view name);
 // error_wait_timeout when the time is over.
 bool wait_for_pipe(std::string_view name, unsigned long ms);
 
-// For the platform layer: NAME alone. False with error_invalid_name, error_name_too_long, or error_bad_network_path for a
-// name on another machine.
+// For the platform layer: NAME alone. False with error_invalid_name, error_name_too_long, or error_bad_network_path for
+// a name on another machine.
 bool plain_pipe_name(std::string_view name, std::string &plain);
 
 }  // namespace platform

@@ -244,8 +244,8 @@ bool has_type(const std::string &path, mode_t type)
     return lstat(path.c_str(), &status) == 0 && (status.st_mode & S_IFMT) == type;
 }
 
-// The state file of a new server, locked and empty. A file that nobody has locked is the leftover of a dead server. A new
-// file takes its place, so that the former server's clients are not told about the new one's disconnects.
+// The state file of a new server, locked and empty. A file that nobody has locked is the leftover of a dead server. A
+// new file takes its place, so that the former server's clients are not told about the new one's disconnects.
 Descriptor make_file(const std::string &path)
 {
     for (int i = 0; i < most_tries; ++i) {
@@ -314,7 +314,8 @@ bool is_listening(const Found &server)
     return phase_of((**server.state).load(std::memory_order_acquire)) == listening;
 }
 
-// The lock makes this one client at a time. It ends with the process, so that a client that is killed here does no harm.
+// The lock makes this one client at a time. It ends with the process, so that a client that is killed here does no
+// harm.
 std::shared_ptr<Stream> open_at(const std::string &path)
 {
     Found server;
@@ -333,7 +334,8 @@ std::shared_ptr<Stream> open_at(const std::string &path)
 
 }  // namespace
 
-// Threads:   `lock` guards the file's names and the connection; a client changes the word once, from listening to taken.
+// Threads:   `lock` guards the file's names and the connection; a client changes the word once, from listening to
+//            taken.
 // Ownership: the files, until close().
 // Errors:    none.
 struct Server_Pipe::State {
@@ -429,8 +431,8 @@ bool Server_Pipe::listen()
 
 Waitable &Server_Pipe::arrival() const { return *state_->arrival; }
 
-// A parcel of an earlier state comes from a client that was slow; it finds itself disconnected. A client whose socket was
-// lost on the way finds the end.
+// A parcel of an earlier state comes from a client that was slow; it finds itself disconnected. A client whose socket
+// was lost on the way finds the end.
 std::shared_ptr<Stream> Server_Pipe::take()
 try {
     const std::lock_guard guard(state_->lock);

@@ -43,7 +43,8 @@ inline Stream_Pointer Opened(const std::string &name)  // as soon as it can be o
     return stream;
 }
 
-// The second process is this program with PIPE_PROCESS set: 's' (server) or 'c' (client) and the name of a pipe. It writes "abc", reads one byte and dies as if killed: nothing of it is cleaned up.
+// The second process is this program with PIPE_PROCESS set: 's' (server) or 'c' (client) and the name of a pipe. It
+// writes "abc", reads one byte and dies as if killed: nothing of it is cleaned up.
 inline const bool is_pipe_process = [] {
     const char *const order = std::getenv("PIPE_PROCESS");
     if (!order || !*order) return false;
