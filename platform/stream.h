@@ -28,6 +28,7 @@ public:
     // already is still sent. Data received and not read yet is dropped.
     void close();
     bool closed() const { return closed_.load(std::memory_order_acquire); }
+    std::intptr_t number() const { return native_; }  // the system's, for reports
 
 protected:
     static constexpr std::intptr_t none = -1;
@@ -38,6 +39,10 @@ protected:
     // Takes ownership of `native`. On Win32 it is a HANDLE opened for overlapped transfers, or a SOCKET; on POSIX a
     // non-blocking descriptor (a socket, a terminal, a pipe to read from). is_socket: errors are those of Winsock.
     Stream(std::intptr_t native, bool is_socket);
+
+    // What the system's result of a transfer means on this stream: returns its error, and may take back what was moved.
+    // Called when a transfer ends; it must not wait.
+    virtual std::uint32_t judge(bool is_read, std::uint32_t error, std::size_t &moved) const;
 
     struct Closing;  // the event that wakes the waiters, and other data that each system needs
 

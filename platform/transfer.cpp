@@ -16,6 +16,8 @@ bool answer(std::uint32_t error)
 
 }  // namespace
 
+std::uint32_t Stream::judge(bool, std::uint32_t error, std::size_t &) const { return error; }
+
 bool Transfer::State::begin(const std::shared_ptr<Stream> &on, Operation what, void *bytes, std::size_t n)
 {
     look();
@@ -36,9 +38,9 @@ bool Transfer::State::begin(const std::shared_ptr<Stream> &on, Operation what, v
 
 void Transfer::State::end(std::uint32_t with)
 {
-    error = with;
+    error = stream->judge(operation == Operation::read, with, moved);
     const bool at_the_limit = operation == Operation::write || moved == 0;  // a read with some bytes has succeeded
-    if (with == error_none && at_the_limit && admitted < wanted && !fault::fail(operation)) error = last_error();
+    if (error == error_none && at_the_limit && admitted < wanted && !fault::fail(operation)) error = last_error();
     // close() may have caused the end or the failure.
     const bool in_vain = error != error_none || (moved == 0 && wanted > 0);
     if (in_vain && stream->closed()) error = error_operation_aborted;

@@ -71,9 +71,14 @@ bool Stream_Reader::Begin()
 {
     Want(0);
     const bool is_accepted = Tell(Mesg_Attached);
+    Start_Clocks();
+    return is_accepted;
+}
+
+void Stream_Reader::Start_Clocks()
+{
     next_tick_ = platform::clock_ms() + tick_ms;
     Be_Patient();
-    return is_accepted;
 }
 
 void Stream_Reader::Run()
@@ -171,27 +176,38 @@ bool Stream_Reader::Take_In(platform::Transfer &read, std::size_t &moved)
     return true;
 }
 
-// The stop comes first where both are signalled.
 bool Stream_Reader::Await(const Signals &signals)
 {
-    if (kind_ == Kind::connection) silent_since_ = platform::clock_ms();
-    for (bool goes_on = true; goes_on;) {
-        Tick();
-        switch (Wait(signals)) {
-        case 0: return Stop_Seen();
-        case 1: return Read_Ended(Read_End::after_wait);
-        case platform::wait_timeout: goes_on = Silence(); break;
-        default: goes_on = Wait_Failed(platform::last_error()); break;
-        }
+    switch (Wait_For(signals.stop, signals.read, signals.other)) {
+    case Woken::by_stop: return Stop_Seen();
+    case Woken::by_signal: return Read_Ended(Read_End::after_wait);
+    case Woken::given_up: break;
     }
     return false;
 }
 
-// Time-outs come once a second, however often the other signal wakes the reader in between.
-int Stream_Reader::Wait(const Signals &signals)
+// The stop comes first where both are signalled.
+Stream_Reader::Woken Stream_Reader::Wait_For(platform::Event &stop, platform::Waitable &signal,
+                                             platform::Waitable *other)
 {
-    platform::Waitable *const waited_for[] = {&signals.stop, &signals.read, signals.other};
-    const std::span<platform::Waitable *const> all(waited_for, signals.other ? 3 : 2);
+    if (kind_ == Kind::connection) silent_since_ = platform::clock_ms();
+    for (bool goes_on = true; goes_on;) {
+        Tick();
+        switch (Wait(stop, signal, other)) {
+        case 0: return Woken::by_stop;
+        case 1: return Woken::by_signal;
+        case platform::wait_timeout: goes_on = Silence(); break;
+        default: goes_on = Wait_Failed(platform::last_error()); break;
+        }
+    }
+    return Woken::given_up;
+}
+
+// Time-outs come once a second, however often the other signal wakes the reader in between.
+int Stream_Reader::Wait(platform::Event &stop, platform::Waitable &signal, platform::Waitable *other)
+{
+    platform::Waitable *const waited_for[] = {&stop, &signal, other};
+    const std::span<platform::Waitable *const> all(waited_for, other ? 3 : 2);
     const std::uint64_t end = platform::clock_ms() + wait_ms;
     for (;;) {
         const std::uint64_t now = platform::clock_ms();

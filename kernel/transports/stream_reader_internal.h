@@ -73,9 +73,13 @@ protected:
         platform::Waitable *other = nullptr;
     };
     enum class Read_End { at_once, after_wait };
+    enum class Woken { by_stop, by_signal, given_up };  // given_up: a step has ended the loop
 
     // Forgets the request, tells Mesg_Attached and starts the clocks: the client's answer.
     bool Begin();
+    void Start_Clocks();
+    // Waits for the signal, with the ticks and questions of a wait for data. Also for transports that wait for a peer.
+    Woken Wait_For(platform::Event &stop, platform::Waitable &signal, platform::Waitable *other = nullptr);
     void Run();    // until a step returns false
     bool Offer();  // once, whatever is held
     void Tick();   // Mesg_Second when it is due
@@ -109,7 +113,7 @@ private:
     bool Deliver();
     void Be_Patient();
     bool Await(const Signals &signals);
-    int Wait(const Signals &signals);
+    int Wait(platform::Event &stop, platform::Waitable &signal, platform::Waitable *other);
     bool Silence();
 
     const Kind kind_;

@@ -11,6 +11,7 @@
 #include "tests/support/full_window.h"
 #include "tests/support/messages.h"
 #include "tests/support/peer.h"
+#include "tests/support/recorder.h"
 #include "tests/support/reports.h"
 #include "tests/support/upstream.h"
 
@@ -34,44 +35,6 @@ namespace {
 
 using Statuses = std::vector<int>;
 using Lines = std::vector<std::string>;
-
-// Hears and pulls on the reader's thread, while the test reads the results.
-class Recorder : public Byte_Client {
-public:
-    Recorder() : Object("recorder") { Dont_Delete_Me(); }
-    bool Send(Byte_Server &server, CL_Mesg message) override
-    {
-        heard.Add({message});
-        if (on_message) on_message(message);
-        if (const auto answer = answers.find(message); answer != answers.end()) return answer->second();
-        if (message == Mesg_Request_Invite) return server.Request(1), true;
-        return message == Mesg_Data_Ready ? Pull(server) : Byte_Client::Send(server, message);
-    }
-    bool Pull(Byte_Server &server)
-    {
-        char block[4096];
-        const long got = server.GetNBytes(block, sizeof block);
-        pulled.Add({block, static_cast<std::size_t>(got)});
-        return true;
-    }
-    bool Hears(CL_Mesg message, int times = 1)
-    {
-        return Soon([&] {
-            const Heard all = heard.Now();
-            return std::count(all.begin(), all.end(), message) >= times;
-        });
-    }
-    Heard Story() const  // without what comes with time
-    {
-        Heard story = heard.Now();
-        std::erase_if(story, [](CL_Mesg m) { return m == Mesg_Status_40 || m == Mesg_Second || m == Mesg_Byte_Type; });
-        return story;
-    }
-    std::map<int, std::function<bool()>> answers;  // in place of its own; set before there is a connection
-    std::function<void(CL_Mesg)> on_message;       // set before there is a connection
-    Shared<Heard> heard;
-    Shared<std::string> pulled;
-};
 
 class Test_Socket : public Socket_Client_Server {
 public:
