@@ -9,6 +9,12 @@ install(TARGETS gnss-kernel gnss-decoders EXPORT gnss-kernel-targets
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+# Beside the library, which loads it.
+if(WIN32)
+    install(FILES ${PROJECT_SOURCE_DIR}/host/decoders/decoder.dat DESTINATION ${CMAKE_INSTALL_BINDIR})
+else()
+    install(FILES ${PROJECT_SOURCE_DIR}/host/decoders/decoder.dat DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
 
 set(KERNEL_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/gnss-kernel)
 install(EXPORT gnss-kernel-targets NAMESPACE gnss-kernel:: DESTINATION ${KERNEL_PACKAGE_DIR})
@@ -26,6 +32,8 @@ file(RELATIVE_PATH KERNEL_PC_TO_PREFIX /prefix/${KERNEL_PC_DIR} /prefix)
 string(REGEX REPLACE "/$" "" KERNEL_PC_TO_PREFIX ${KERNEL_PC_TO_PREFIX})
 if(WIN32)
     set(KERNEL_PC_CFLAGS "-DKERNEL_API_DLLIMPORT")
+else()
+    set(KERNEL_PC_LIBS_PRIVATE "-lsqlite3")
 endif()
 foreach(name gnss-kernel gnss-decoders)
     configure_file(${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)

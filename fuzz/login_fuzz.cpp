@@ -1,6 +1,7 @@
 // What the other end of a login says: whatever it is, the dialogue ends or goes on, no text is longer than its limit,
 // and nobody is logged in without the right password. The first byte chooses the mode (its remainder by 3) and the size
 // of the pieces; the rest is what is said.
+#include "fuzz/Require.h"
 #include "kernel/bytes/Login_Client_Server.h"
 
 #include <algorithm>
@@ -11,20 +12,15 @@
 
 namespace {
 
-void Require(bool condition)
-{
-    if (!condition) std::abort();
-}
-
 class Fuzzed_Login : public kernel::Login_Client_Server {
 public:
     explicit Fuzzed_Login(kernel::Error_Handler &handler) : Object(ClassName(), &handler) {}
     const char *GetUserName() override { return "user"; }
     const char *GetPassword() override { return "pass"; }
-    void SetLoggedInUser(const char *name) override { Require(!name || granted_); }
+    void SetLoggedInUser(const char *name) override { Require(!name || granted_, "logged in without the password"); }
     bool CheckPassword(const char *name, const char *password) override
     {
-        Require(std::strlen(name) <= 256 && std::strlen(password) <= 256);
+        Require(std::strlen(name) <= 256 && std::strlen(password) <= 256, "a text longer than its limit");
         return granted_ = std::strcmp(name, "user") == 0 && std::strcmp(password, "pass") == 0;
     }
     const char *GetLoginScreenLine(int) override { return nullptr; }
@@ -33,8 +29,9 @@ public:
     void Check() const
     {
         const State state = Get_State();
-        Require(state <= State::granted || (state >= State::scans && state <= State::started));
-        Require(state != State::checks_password && (state != State::granted || granted_));
+        Require(state <= State::granted || (state >= State::scans && state <= State::started), "a state that is none");
+        Require(state != State::checks_password && (state != State::granted || granted_),
+                "a state that is not reached this way");
     }
 
 private:
@@ -55,8 +52,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     login.Connect(screen);
     line->Connect(&login);
     const kernel::CL_Mesg modes[] = {kernel::Mesg_Ask_Password, kernel::Mesg_Login, kernel::Mesg_Start};
-    Require(login.Send(*line, modes[data[0] % 3]));
-    if (data[0] % 3 != 2) Require(login.Send(*line, kernel::Mesg_Attached));  // else it would be logged in at once
+    Require(login.Send(*line, modes[data[0] % 3]), "the mode was refused");
+    if (data[0] % 3 != 2)
+        Require(login.Send(*line, kernel::Mesg_Attached),
+                "the connection was refused");  // else it would be logged in at once
 
     const std::size_t piece = data[0] + std::size_t{1};
     for (std::size_t at = 1; at < size; at += piece) {

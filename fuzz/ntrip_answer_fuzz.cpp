@@ -1,11 +1,11 @@
 // A caster's answer, in pieces: it is judged once, by the rules, and gives one short line of text. The first byte is
 // the size of the pieces; the rest is the answer.
+#include "fuzz/Require.h"
 #include "kernel/transports/ntrip_answer_internal.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -13,11 +13,6 @@
 namespace {
 
 bool Is_Control(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
-
-void Require(bool condition)
-{
-    if (!condition) std::abort();
-}
 
 bool Is_A_Report(const std::string &message)
 {
@@ -43,9 +38,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         kept += added;
         std::string message;
         const bool accepted = answer.Accepts(exact.get(), now.size(), message);
-        Require(answer.Is_Awaited() == (added < 50));
-        Require(accepted == (added < 50 || text.starts_with("ICY 200 OK")));
-        Require(accepted ? message.empty() : Is_A_Report(message));
+        Require(answer.Is_Awaited() == (added < 50), "not judged when it is complete");
+        Require(accepted == (added < 50 || text.starts_with("ICY 200 OK")), "accepted or refused against the rule");
+        Require(accepted ? message.empty() : Is_A_Report(message), "a report that is none");
     }
     return 0;
 }

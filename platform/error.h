@@ -17,12 +17,15 @@ enum Error : std::uint32_t {
     error_access_denied = 5,
     error_invalid_handle = 6,
     error_no_memory = 8,
+    error_write_fault = 29,
     error_sharing_violation = 32,
     error_bad_network_path = 53,
+    error_file_exists = 80,
     error_invalid_parameter = 87,
     error_broken_pipe = 109,
     error_disk_full = 112,
     error_wait_timeout = 121,
+    error_insufficient_buffer = 122,
     error_invalid_name = 123,
     error_module_not_found = 126,     // a library
     error_procedure_not_found = 127,  // a function of a library
@@ -33,6 +36,7 @@ enum Error : std::uint32_t {
     error_pipe_busy = 231,
     error_pipe_closing = 232,        // no reader is left
     error_pipe_not_connected = 233,  // nobody is, or is any more
+    error_directory = 267,           // a link, or no folder
     error_pipe_listening = 536,      // for a client that has not come yet
     error_operation_aborted = 995,
     error_io_incomplete = 996,

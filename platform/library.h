@@ -11,6 +11,13 @@ namespace platform {
 std::string own_path();
 // Its folder with the separator behind it; empty if own_path() has none.
 std::string own_folder();
+// The same of the file that own_path() names when all links are followed; empty if the system does not say.
+std::string own_folder_behind_links();
+
+// The action runs when the library that holds this code is unloaded while the process goes on; it uses only statics
+// that are never destroyed. It does not run when the process ends, as other threads may still use the library, nor in a
+// program. There is one action: a later one replaces it.
+void when_unloaded(void (*action)());
 
 // Loads a library and the libraries that it needs, and returns its handle; loading it again returns the same one. The
 // name is UTF-8, and both '/' and '\\' separate folders. A name without a folder is looked up as the system does it.

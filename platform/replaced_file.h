@@ -17,11 +17,17 @@ std::FILE *open_stream(const char *name);
 // Threads:   one.
 // Ownership: owns the stream and NAME.new. Without a commit NAME.new is removed.
 // Errors:    null or false, with last_error(): error_sharing_violation while another Replaced_File writes this file,
-//            error_bad_file_type when the name belongs to something that is no file.
+//            error_bad_file_type when the name belongs to something that is no file, error_access_denied when the file
+//            is write-protected and its rights are to stay.
 class Replaced_File {
 public:
-    // A symbolic link stays: the file behind it is replaced. On POSIX only its user may read the new file.
-    static std::unique_ptr<Replaced_File> open(const char *name);
+    // Who may read and write the new file. On Windows the folder says so, whatever is asked for here.
+    enum class Rights {
+        own_user,   // its user alone
+        as_before,  // who might use the old one; its user alone if there was none. A write-protected file is refused
+    };
+    // A symbolic link stays: the file behind it is replaced.
+    static std::unique_ptr<Replaced_File> open(const char *name, Rights rights = Rights::own_user);
     ~Replaced_File();
     Replaced_File(const Replaced_File &) = delete;
     Replaced_File &operator=(const Replaced_File &) = delete;
@@ -35,8 +41,9 @@ private:
         : name_(std::move(name)), fresh_(std::move(fresh)), stream_(stream)
     {
     }
+    // All three with the stream open.
     bool force_out();
-    bool take_place();  // with the stream closed on Windows, open on POSIX
+    bool take_place();
     void remove_fresh();
 
     const std::string name_, fresh_;

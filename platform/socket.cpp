@@ -138,14 +138,37 @@ bool resolve(const char *name, std::uint32_t &host, Event &stop)
     return false;
 }
 
+std::shared_ptr<Socket> Socket::accept_now(Address &peer)
+{
+    const std::uintptr_t accepted = take_peer(peer);
+    return accepted == nobody ? nullptr : adopt(accepted);
+}
+
+// False when `stop` was signalled first, or when the system cannot wait.
+bool Socket::wait_ready(Event &stop)
+{
+    Waitable *const both[] = {&stop, &readiness()};
+    const int first = wait_any(both, wait_forever);
+    if (first == 0) set_last_error(error_operation_aborted);
+    return first == 1;
+}
+
+bool Socket::connect(const Address &address, Event &stop)
+{
+    while (!connect_now(address)) {
+        if (last_error() != error_io_pending || !wait_ready(stop)) return false;
+    }
+    return true;
+}
+
 std::shared_ptr<Socket> Socket::accept(Address &peer, Event &stop)
 {
     for (;;) {
-        std::uintptr_t accepted = nobody;
-        if (!accept_now(peer, accepted)) return nullptr;
-        if (accepted != nobody) return adopt(accepted);
-        if (!wait_for_peer(stop)) return nullptr;
+        if (auto accepted = accept_now(peer)) return accepted;
+        if (last_error() != error_io_pending || !wait_ready(stop)) return nullptr;
     }
 }
+
+std::uintptr_t Socket::release() { return static_cast<std::uintptr_t>(give_away()); }
 
 }  // namespace platform

@@ -47,8 +47,8 @@ std::uint32_t look_up(const char *name, std::uint32_t &host);
 
 // A TCP socket. As a Stream it is read and written by Transfers; its errors are those of Winsock (10054, ...).
 //
-// Threads:   as Stream. connect and accept return at once, with error_operation_aborted, when the socket is closed or
-//            another thread closes it.
+// Threads:   as Stream. One thread connects or accepts. connect and accept return at once, with
+//            error_operation_aborted, when the socket is closed or another thread closes it.
 // Ownership: as Stream. close() also frees a listening port.
 // Errors:    false or null, with last_error() set.
 class Socket : public Stream {
@@ -67,6 +67,15 @@ public:
     bool local_address(Address &address) const;
     bool peer_address(Address &address) const;
 
+    // Connects without waiting. False with error_io_pending: under way; call it again, with the same address, when
+    // readiness() is signalled. After another error the socket can only be closed.
+    bool connect_now(const Address &address);
+    // A peer that waits already. Null with error_io_pending: none; try again when readiness() is signalled.
+    std::shared_ptr<Socket> accept_now(Address &peer);
+    // Signalled when connect_now or accept_now that found nothing yet is worth another call, and once the socket is
+    // closed. So a thread can look after other things meanwhile. It may be signalled without a reason.
+    Waitable &readiness();
+
     // Waits for the connection as long as the system tries, or until `stop` is signalled (the signal is taken). After a
     // stop it returns false with error_operation_aborted, and the socket can only be closed.
     bool connect(const Address &address, Event &stop);
@@ -74,15 +83,17 @@ public:
     std::shared_ptr<Socket> accept(Address &peer, Event &stop);
 
     std::uintptr_t native() const;
+    // Hands the open socket over by the system's number, to adopt() or to other code. The number is the caller's from
+    // then on, and this object counts as closed; the peer notices nothing. Only for a socket on which no transfer has
+    // begun and no thread waits. Returns `nobody` if the socket is closed already.
+    std::uintptr_t release();
+
+    static constexpr std::uintptr_t nobody = ~std::uintptr_t{0};
 
 private:
     explicit Socket(std::uintptr_t native);
-    // Accepts a waiting peer; true with `accepted` == nobody when there is none.
-    bool accept_now(Address &peer, std::uintptr_t &accepted);
-    // Waits until there may be a peer, or until close(). False after `stop`.
-    bool wait_for_peer(Event &stop);
-
-    static constexpr std::uintptr_t nobody = ~std::uintptr_t{0};
+    std::uintptr_t take_peer(Address &peer);  // the system's number, or nobody, as accept_now
+    bool wait_ready(Event &stop);
 };
 
 }  // namespace platform

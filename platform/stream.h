@@ -31,6 +31,11 @@ public:
     std::intptr_t number() const { return native_; }  // the system's, for reports
 
 protected:
+    static constexpr std::intptr_t none = -1;
+    // Gives up the system's handle without closing it. The stream counts as closed from then on; the peer notices
+    // nothing. Returns `none` if the stream is closed already.
+    std::intptr_t give_away();
+
     // Takes ownership of `native`. On Win32 it is a HANDLE opened for overlapped transfers, or a SOCKET; on POSIX a
     // non-blocking descriptor (a socket, a terminal, a pipe to read from). is_socket: errors are those of Winsock.
     Stream(std::intptr_t native, bool is_socket);

@@ -50,26 +50,26 @@ void Transfer::State::end(std::uint32_t with)
 
 bool Transfer::read(const std::shared_ptr<Stream> &stream, void *buffer, std::size_t n)
 {
-    const std::lock_guard guard(state_->lock);
+    const std::lock_guard guard(*state_);
     return state_->begin(stream, Operation::read, buffer, n);
 }
 
 bool Transfer::write(const std::shared_ptr<Stream> &stream, const void *buffer, std::size_t n)
 {
-    const std::lock_guard guard(state_->lock);
+    const std::lock_guard guard(*state_);
     return state_->begin(stream, Operation::write, const_cast<void *>(buffer), n);  // a write only reads the buffer
 }
 
 bool Transfer::pending() const
 {
-    const std::lock_guard guard(state_->lock);
+    const std::lock_guard guard(*state_);
     state_->look();
     return state_->under_way();
 }
 
 bool Transfer::result(std::size_t &moved)
 {
-    const std::lock_guard guard(state_->lock);
+    const std::lock_guard guard(*state_);
     state_->look();
     moved = state_->moved;
     return answer(state_->under_way() ? std::uint32_t{error_io_incomplete} : state_->error);
@@ -77,13 +77,13 @@ bool Transfer::result(std::size_t &moved)
 
 void Transfer::cancel()
 {
-    const std::lock_guard guard(state_->lock);
+    const std::lock_guard guard(*state_);
     if (state_->under_way()) state_->cancel();
 }
 
 bool Transfer::take()
 {
-    const std::lock_guard guard(state_->lock);
+    const std::lock_guard guard(*state_);
     return state_->take();
 }
 

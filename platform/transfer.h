@@ -14,11 +14,15 @@ namespace platform {
 
 // Each half derives a class from it that moves the bytes.
 //
-// Threads:   hold `lock` around every call; it guards the fields, which waiting threads read.
+// Threads:   lock it around every call: the lock guards the fields, which waiting threads read. A half adds what its
+//            threads need while they hold it.
 // Ownership: a transfer in progress holds a reference to the stream.
 // Errors:    false, with last_error() set.
 struct Transfer::State {
     virtual ~State() = default;
+
+    virtual void lock() { mutex_.lock(); }
+    virtual void unlock() { mutex_.unlock(); }
 
     bool begin(const std::shared_ptr<Stream> &on, fault::Operation what, void *bytes, std::size_t n);
     // Ends the transfer with this error or none; `moved` must be set before.
@@ -35,13 +39,15 @@ struct Transfer::State {
     virtual void cancel() = 0;
     virtual bool take() = 0;
 
-    std::mutex lock;
     fault::Operation operation = fault::Operation::read;
     std::shared_ptr<Stream> stream;  // null: no transfer in progress
     std::size_t wanted = 0;          // [bytes]
     std::size_t admitted = 0;        // the part of `wanted` that a test's plan admits; without a plan all of it
     std::size_t moved = 0;
     std::uint32_t error = 0;
+
+private:
+    std::mutex mutex_;
 };
 
 }  // namespace platform

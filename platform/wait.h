@@ -12,7 +12,7 @@ constexpr unsigned long wait_forever = 0xFFFFFFFF;  // [ms]; larger values mean 
 //
 // Threads:   any; each signal ends one wait.
 // Ownership: owns its system handle; no thread may wait for it when it is destroyed.
-// Errors:    invalid when the system had no handle left; waiting for it then fails.
+// Errors:    invalid when the system had no handle (POSIX: no memory) left; waiting for it then fails.
 class Waitable {
 public:
     Waitable(const Waitable &) = delete;
@@ -27,7 +27,7 @@ protected:
     Waitable() = default;
 
     static constexpr std::intptr_t invalid = -1;
-    std::intptr_t native_ = invalid;  // Win32: the HANDLE; POSIX: a descriptor that polls readable while signalled
+    std::intptr_t native_ = invalid;  // Win32: the HANDLE; POSIX: a posix::Source *
 
 private:
     friend int wait_any(std::span<Waitable *const> waitables, unsigned long ms);
@@ -38,7 +38,8 @@ private:
 // An auto-reset event, not signalled at first. Setting it twice gives one signal.
 //
 // Threads:   set and reset from any thread.
-// Ownership: as Waitable.
+// Ownership: as Waitable. On POSIX an event is memory; it costs no descriptor. The thread that a set() has woken may
+//            destroy the event, even while that set() has not returned yet.
 // Errors:    as Waitable; set and reset of an invalid event do nothing.
 class Event : public Waitable {
 public:

@@ -10,4 +10,10 @@ namespace host {
 // system's own encoding, which on Windows is a different one.
 inline std::filesystem::path Path_Of(const std::string &utf8) { return std::u8string(utf8.begin(), utf8.end()); }
 
+inline std::string Utf8_Of(const std::filesystem::path &path)
+{
+    const std::u8string utf8 = path.u8string();
+    return {utf8.begin(), utf8.end()};
+}
+
 }  // namespace host

@@ -41,7 +41,9 @@ std::unique_ptr<Input> Make_Input(const Stream_Options &options, Console &consol
     return std::visit(
         Match{[&](const Standard_Path &) -> Made { return std::make_unique<Standard_Input>(console); },
               [&](const File_Path &path) -> Made {
-                  return std::make_unique<File_Input>(path.name, options.file, console);
+                  File_Input::Options file = options.file;
+                  file.pace = path.tags;
+                  return std::make_unique<File_Input>(path.name, file, console);
               },
               [&](const Serial_Path &path) -> Made { return Make_Serial_Input(path, console); },
               [&](const auto &path) -> Made { return Make_Socket_Input(path, For_Sockets(options), console); }},
@@ -54,6 +56,7 @@ std::unique_ptr<Output> Make_Output(const Stream_Path &output, const Stream_Opti
     return std::visit(
         Match{[&](const Standard_Path &) -> Made { return Standard_Output::Make(Waiting_Room(options), console); },
               [&](const File_Path &path) -> Made {
+                  if (path.tags) return std::make_unique<Tagged_Output>(path.name, console);
                   std::error_code ignored;
                   // Opening a pipe and writing to it may wait for a reader.
                   if (std::filesystem::is_fifo(path.name, ignored))

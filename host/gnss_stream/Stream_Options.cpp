@@ -21,6 +21,7 @@ Streams:
   tcpsvr://:PORT                                       serves one peer at a time; port 0 takes a free one
   ntrip://[USER:PASSWORD@]HOST[:PORT][/MOUNTPOINT]     input only; default port 2101; without mountpoint: source table
   [file://]NAME                                        a file; an output appends to it
+  [file://]NAME::tmt[::xSPEED][::+SECONDS]             a file with time tags beside it (NAME.bin: NAME.tmt); see below
   - or ""                                              standard input or output
 
 Without --in the input is standard input. Without --out, --record, --frames and decoding the bytes go to standard
@@ -34,6 +35,10 @@ discards and reports what was waiting. An output that nobody is connected to dro
 receives is discarded. A stream that goes away is opened again: a serial port each second, TCP after --reconnect. A TCP
 or NTRIP input counts as gone after one to two minutes of silence. An output that is a named pipe opens when somebody
 reads it.
+
+Time tags say when each block came. An output with ::tmt writes them; it never appends: when the file or its tags exist,
+it takes a new name, NAME-2.bin. An input with ::tmt gives the file back in the rhythm in which it came, SPEED times as
+fast (0.1 to 1000), from SECONDS behind the first tag on. Bytes without a usable tag follow at once behind those before.
 
 At the end: after the end of a file or of standard input, and after Ctrl-C or SIGTERM, the bytes received so far are
 handed on, and the program ends when the outputs have sent them. An output that sends nothing for --linger seconds
@@ -184,6 +189,9 @@ void Set_Input(const CLI::App &app, const Paths &paths, Stream_Options &options)
     for (const char *name : {"--list", "--rate", "--simulator"})
         if (app.count(name) > 0 && !Is<File_Path>(options.input))
             throw CLI::RequiresError(name, "an input that is a file");
+    for (const char *name : {"--list", "--rate", "--simulator"})
+        if (app.count(name) > 0 && std::get<File_Path>(options.input).tags)
+            throw CLI::ExcludesError(name, "an input with ::tmt");
     const auto *caster = std::get_if<Ntrip_Path>(&options.input);
     if (!options.user.empty() && !caster) throw CLI::RequiresError("--user", "an input ntrip://");
     if (!options.user.empty() && caster->credentials) throw CLI::ExcludesError("--user", "credentials in ntrip://");
@@ -198,6 +206,9 @@ void Set_Outputs(const Paths &paths, Stream_Options &options)
     for (const std::string &text : paths.outputs) {
         options.outputs.push_back(Path_Of("--out", text));
         if (Is<Ntrip_Path>(options.outputs.back())) throw CLI::ValidationError("--out", "ntrip:// is for inputs only");
+        const auto *file = std::get_if<File_Path>(&options.outputs.back());
+        if (file && file->tags && *file->tags != Replay_Pace())
+            throw CLI::ValidationError("--out", "::x and ::+ are for inputs only");
     }
     const bool decodes = options.rtcm3.decode || options.rtcm3.epochs || !options.rtcm3.csv.empty();
     options.looks_at_frames = options.frames || decodes;

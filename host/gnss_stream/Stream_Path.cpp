@@ -143,11 +143,47 @@ Stream_Path Ntrip(string_view text)
     return path;
 }
 
+double Measure(string_view text, double least, double most, const char *error)
+{
+    double value = 0;
+    const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), value);
+    // "nan" is neither at least the one nor at most the other.
+    if (fault == std::errc() && end == text.data() + text.size() && value >= least && value <= most) return value;
+    Fail(error);
+}
+
+constexpr string_view option_mark = "::";
+
+File_Path File_With_Options(string_view name, string_view options)
+{
+    std::optional<double> speed, start;
+    bool has_tags = false;
+    while (!options.empty()) {
+        options.remove_prefix(option_mark.size());
+        const string_view option = options.substr(0, options.find(option_mark));
+        options.remove_prefix(option.size());
+        if (Equal(option, "tmt") && !has_tags)
+            has_tags = true;
+        else if (option.starts_with('x') && !speed)
+            speed = Measure(option.substr(1), Replay_Pace::least_speed, Replay_Pace::most_speed,
+                            "the speed after ::x must be a number from 0.1 to 1000");
+        else if (option.starts_with('+') && !start)
+            start = Measure(option.substr(1), 0, Replay_Pace::latest_start,
+                            "the start after ::+ must be a number of seconds, 0 or more");
+        else
+            Fail("after :: comes one of tmt, xSPEED and +SECONDS, each once");
+    }
+    if (!has_tags) Fail("::x and ::+ replay a recording by its time tags: ::tmt is missing");
+    return {string(name), Replay_Pace{speed.value_or(1), start.value_or(0)}};
+}
+
 Stream_Path File(string_view text)
 {
-    if (text.empty()) Fail("there is no file name");
-    if (text.find('\0') != string_view::npos) Fail("a zero byte in the file name");
-    return File_Path{string(text)};
+    const string_view name = text.substr(0, text.find(option_mark));
+    if (name.empty()) Fail("there is no file name");
+    if (name.find('\0') != string_view::npos) Fail("a zero byte in the file name");
+    if (name.size() < text.size()) return File_With_Options(name, text.substr(name.size()));
+    return File_Path{string(name)};
 }
 
 struct Scheme {
@@ -183,9 +219,22 @@ Stream_Path Parse(string_view text)
     return File(text);
 }
 
+string Shortest(double value)
+{
+    std::array<char, 32> text;
+    return {text.data(), std::to_chars(text.data(), text.data() + text.size(), value).ptr};
+}
+
 struct Shower {
     string operator()(const Standard_Path &) const { return "-"; }
-    string operator()(const File_Path &path) const { return path.name; }
+    string operator()(const File_Path &path) const
+    {
+        if (!path.tags) return path.name;
+        string shown = path.name + "::tmt";
+        if (path.tags->speed != 1) shown += "::x" + Shortest(path.tags->speed);
+        if (path.tags->start != 0) shown += "::+" + Shortest(path.tags->start);
+        return shown;
+    }
     string operator()(const Serial_Path &path) const
     {
         return "serial://" + path.port + ':' + std::to_string(path.baud) + ':' + std::to_string(path.bits) + ':' +

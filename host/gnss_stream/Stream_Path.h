@@ -4,9 +4,12 @@
 //   tcpcli://HOST:PORT
 //   tcpsvr://:PORT                                         port 0: a free one
 //   ntrip://[USER:PASSWORD@]HOST[:PORT][/MOUNTPOINT]       default port 2101; without a mountpoint the source table
-//   [file://]NAME
+//   [file://]NAME                                          a name has no "::", which begins options
+//   [file://]NAME::tmt[::xSPEED][::+SECONDS]               with time tags; speed and start are for inputs
 //   - or empty                                             standard input or output
 #pragma once
+
+#include "host/gnss_stream/Replay_Pace.h"
 
 #include <cstdint>
 #include <optional>
@@ -21,6 +24,7 @@ struct Standard_Path {};
 
 struct File_Path {
     std::string name;
+    std::optional<Replay_Pace> tags = {};  // an input is replayed at this pace, an output gets time tags
 };
 
 struct Serial_Path {

@@ -2,6 +2,7 @@
 
 #include "host/gnss_stream/File_Name.h"
 #include "host/gnss_stream/Stream_Ends.h"
+#include "kernel/files/file_timetag_client.h"
 
 #include <algorithm>
 #include <chrono>
@@ -167,10 +168,14 @@ bool Stream_Run::Find_Password()
 bool Stream_Run::Has_Distinct_Files()
 {
     std::vector<std::string> names;
-    if (const auto *file = std::get_if<File_Path>(&options_.input)) names.push_back(file->name);
+    if (const auto *file = std::get_if<File_Path>(&options_.input)) {
+        names.push_back(file->name);
+        if (file->tags) names.push_back(kernel::File_TimeTag_Client::Tag_File_Name(file->name.c_str()));
+    }
     if (!options_.record.empty()) names.push_back(options_.record);
     for (const Stream_Path &path : options_.outputs)
-        if (const auto *file = std::get_if<File_Path>(&path)) names.push_back(file->name);
+        if (const auto *file = std::get_if<File_Path>(&path); file && !file->tags)  // those take new names
+            names.push_back(file->name);
     for (auto a = names.begin(); a != names.end(); ++a) {
         if (std::none_of(names.begin(), a, [&](const std::string &b) { return Are_Same_File(*a, b); })) continue;
         Complain(__LINE__, "File " + *a + " is to be used twice.");

@@ -64,16 +64,14 @@ public:
     }
 
     Byte_Client *key;
+    Additional_Client *next = nullptr;           // in the connector's chain
     std::uint64_t pass;                          // the last block that it got or was too late for
     Additional_Client *next_to_leave = nullptr;  // in the connector's list
 };
 
 const AVL_NodeFunc Byte_T_Connector::Additional_Client::functions = {
     AVL_Malloc_RetHandleDirekt,
-    [](void *node, const void *, const void *) -> void * {
-        Let_Go(static_cast<Additional_Client *>(node));
-        return nullptr;
-    },
+    [](void *, const void *, const void *) -> void * { return nullptr; },  // the connector's affair, see Leave
     [](void *, const void *) {},
 };
 
@@ -101,18 +99,23 @@ private:
     Byte_T_Connector &connector_;
 };
 
-// The action may change the tree, because a client may call the connector inside a message. The cursor is one node
-// ahead, so that the processor can fetch the next node while it works on this one.
+struct Byte_T_Connector::Walk {
+    Additional_Client *next;
+    Walk *outer;
+};
+
+// The action may change the chain, because a client may call the connector inside a message. The next node is known
+// before the action; when it leaves, Leave sets the walk to the one behind it.
 template <class Action>
 void Byte_T_Connector::For_Each(Action action) const
 {
-    AVL_Cursor ahead = AVL_MakeMin(tree_);
-    for (void *node = ahead.Data(); node;) {
-        const bool is_last = !AVL_WalkSuccInorder(tree_, ahead);
-        action(*static_cast<Additional_Client *>(node));
-        node = ahead.Data();
-        if (!node && !is_last) node = AVL_WalkSuccInorder(tree_, ahead);  // the next one has left meanwhile
+    Walk walk{first_, walks_};
+    walks_ = &walk;
+    while (Additional_Client *node = walk.next) {
+        walk.next = node->next;
+        action(*node);
     }
+    walks_ = walk.outer;
 }
 
 const char Byte_T_Connector::Name[] = "Byte-T-Connector";
@@ -132,7 +135,10 @@ Byte_T_Connector::~Byte_T_Connector()
 {
     if (!tree_) return;
     Byte_T_Connector::PreDisconnect();
-    AVL_DelTree(tree_, nullptr);
+    while (Additional_Client *node = first_) {
+        Leave(*node);
+        Additional_Client::Let_Go(node);
+    }
     AVL_Destruktor(tree_);
 }
 
@@ -155,9 +161,31 @@ Byte_T_Connector::Additional_Client *Byte_T_Connector::Find(const Byte_Client *c
     return static_cast<Additional_Client *>(AVL_SearchKey(tree_, client));
 }
 
+// Where the chain holds the first node that is not before this client.
+Byte_T_Connector::Additional_Client *&Byte_T_Connector::Place_Of(const Byte_Client *client)
+{
+    auto *before = static_cast<Additional_Client *>(AVL_SearchPred(tree_, client));
+    return before ? before->next : first_;
+}
+
+bool Byte_T_Connector::Enter(Additional_Client &node)
+{
+    if (!AVL_InsertUnique(tree_, node.key, &node)) return false;
+    node.next = std::exchange(Place_Of(node.key), &node);
+    return true;
+}
+
+void Byte_T_Connector::Leave(Additional_Client &node)
+{
+    Place_Of(node.key) = node.next;
+    AVL_GetPfad(tree_, AVL_MakeKey(tree_, node.key));
+    for (Walk *walk = walks_; walk; walk = walk->outer)
+        if (walk->next == &node) walk->next = node.next;
+}
+
 void Byte_T_Connector::Retire(Additional_Client *node)
 {
-    if (Find(node->key) == node) AVL_GetPfad(tree_, AVL_MakeKey(tree_, node->key));
+    if (Find(node->key) == node) Leave(*node);
     node->next_to_leave = std::exchange(leaving_, node);
 }
 
@@ -202,7 +230,7 @@ bool Byte_T_Connector::Connect_Additional(Byte_Client *client)
     auto *node = Constructed([&] { return new Additional_Client(*this, client); });
     if (!node) return false;
     const bool connected = node->Connect(client);
-    if (connected && AVL_InsertUnique(tree_, client, node)) return true;
+    if (connected && Enter(*node)) return true;
     if (connected)
         Report(unit, __LINE__)
             .Print_Out(Error_Handler::ES_Fatal, not_connected, "Data structures for clients %s invalid",
@@ -286,9 +314,9 @@ void Byte_T_Connector::Set_Key(Additional_Client &node, Byte_Client *client)
         return Retire(&node);
     }
     if (other) Retire(other);
-    AVL_GetPfad(tree_, AVL_MakeKey(tree_, node.key));
+    Leave(node);
     node.key = client;
-    if (AVL_InsertUnique(tree_, client, &node)) return;
+    if (Enter(node)) return;
     Report(unit, __LINE__)
         .Print_Out(Error_Handler::ES_Fatal, not_connected, "Data structures for clients %s invalid", client->GetName());
     Retire(&node);

@@ -69,6 +69,7 @@ protected:
 private:
     class Additional_Client;
     class Visit;
+    struct Walk;
 
     bool Forward_Send(Byte_Server &server, CL_Mesg message) override;
     bool Distribute(Byte_Server &server);
@@ -77,12 +78,17 @@ private:
     bool Is_Taken(const Byte_Client *client);
     void Set_Key(Additional_Client &node, Byte_Client *client);
     Additional_Client *Find(const Byte_Client *client) const;
+    bool Enter(Additional_Client &node);
+    void Leave(Additional_Client &node);
+    Additional_Client *&Place_Of(const Byte_Client *client);
     void Retire(Additional_Client *node);
     template <class Action>
     void For_Each(Action action) const;
 
     const unsigned int size_;
     S_AVL_WorkFunc *const tree_;            // of Additional_Client, by client
+    Additional_Client *first_ = nullptr;    // a chain of the tree's nodes in their order: quicker to walk than the tree
+    mutable Walk *walks_ = nullptr;         // along the chain, the innermost first
     Additional_Client *leaving_ = nullptr;  // taken out of the tree, perhaps still in use
     int visits_ = 0;                        // operations under way, all of the thread that holds the lock
     std::uint64_t pass_ = 0;                // number of the block that is handed out

@@ -173,7 +173,7 @@ long Byte_Server::GetString(char *buffer, long n)
     return stored;
 }
 
-// Without a client the answer is true: upstream, a refusal may end the connection.
+// Returns true without a client: upstream, a refusal may end the connection.
 bool Byte_Server::Forward_Send(Byte_Server &origin, CL_Mesg message)
 {
     return Group_Of(message) != Message_Group::Notice || Ask(origin, message).value_or(true);
@@ -318,7 +318,7 @@ bool Byte_Client_NULL::Send(Byte_Server &server, CL_Mesg message)
 {
     ++messages_;
     switch (message) {
-    // Freed whatever the answer is. From then on the object is not valid, and a server that replaces it deletes it
+    // Freed whatever the reply is. From then on the object is not valid, and a server that replaces it deletes it
     // unasked.
     case Mesg_Disconnect_Query: buffer_.reset(); return Byte_Client::Send(server, message);
     // It is there to keep a line empty: no transport is to wait for it.

@@ -1,6 +1,6 @@
 // Byte streams: the server that bytes are pulled from, the client that pulls, and a client that drains.
 //
-// A pulling client's cycle: the server sends Mesg_Request_Invite when it can serve; the client answers by calling
+// A pulling client's cycle: the server sends Mesg_Request_Invite when it can serve; the client replies by calling
 // Request(n); when data is there the server sends Mesg_Data_Ready and the client pulls, from inside that message, until
 // it has what it asked for or gets No_Byte.
 #pragma once
@@ -69,8 +69,8 @@ public:
     virtual long MinAvail(long n);  // a number of bytes that can be pulled now
 
 protected:
-    // For objects in the middle of a chain: passes notices on to the own client in the name of the upstream server;
-    // other messages are answered true.
+    // For objects in the middle of a chain: passes notices on to the own client in the name of the upstream server and
+    // returns its reply. Returns true for other messages.
     virtual bool Forward_Send(Byte_Server &origin, CL_Mesg message);
 
 public:
@@ -100,7 +100,7 @@ public:
 
 protected:
     Byte_Server();
-    // Sends to the client: its answer, or nothing when there is no client. Messages to the own client take this way, or
+    // Sends to the client. Returns its reply, or nothing without a client. Messages to the own client take this way, or
     // Tell, and no other: only then nobody destroys the client meanwhile.
     std::optional<bool> Ask(CL_Mesg message) { return Ask(*this, message); }
     std::optional<bool> Ask(Byte_Server &origin, CL_Mesg message);  // in the name of an upstream server

@@ -52,6 +52,15 @@ bool File_TimeTag_Client::IsInheritedFrom(const char *name) const
     return (name && std::strcmp(name, Name) == 0) || File_Client::IsInheritedFrom(name);
 }
 
+std::string File_TimeTag_Client::Tag_File_Name(const char *data_name)
+{
+    try {
+        return Timetag_Name(data_name);
+    } catch (const std::bad_alloc &) {
+        return {};
+    }
+}
+
 bool File_TimeTag_Client::IsValid() const { return File_Client::IsValid() && (!tags_name_ || tags_); }
 
 bool File_TimeTag_Client::Create(const char *name)

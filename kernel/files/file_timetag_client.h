@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 namespace kernel {
 
@@ -40,6 +41,10 @@ public:
     File_TimeTag_Client(const File_TimeTag_Client &other);
     File_TimeTag_Client &operator=(const File_TimeTag_Client &other);
     ~File_TimeTag_Client() override;
+
+    // The name of the tag file that belongs to a data file. Empty when it would have 260 bytes or more, and when memory
+    // is short.
+    static std::string Tag_File_Name(const char *data_name);
 
     // Opens both files and cuts off what was there. False: the data file could not be opened; or it is open, and the
     // tag file is not: its name would have 260 bytes or more, or it could not be opened. Null closes.

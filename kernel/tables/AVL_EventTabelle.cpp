@@ -31,6 +31,8 @@ int Order_Of(const T &a, const T &b)
     return a < b ? 1 : b < a ? -1 : 0;
 }
 
+double Time_Of_Key(const void *key) { return Entry(key).time; }
+
 int Compare_In_Event(const void *data, const void *key) { return Order_Of(Entry(data).time, Entry(key).time); }
 
 // An empty text orders before itself. This is part of the interface (the newest of several empty texts comes first),
@@ -101,7 +103,7 @@ std::unique_ptr<Event_Entry> Make_Event(const AVL_NodeFunc &functions, AVL_Compa
 {
     auto event = std::make_unique<Event_Entry>();
     event->name = Copy_Text(name ? name : "");
-    event->tree = AVL_Konstruktor(functions, compare);
+    event->tree = AVL_Konstruktor(functions, compare, Time_Of_Key);
     if (!event->name || !event->tree) throw std::bad_alloc();
     return event;
 }

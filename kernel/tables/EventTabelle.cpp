@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <new>
 
 namespace kernel {
 
@@ -41,6 +42,16 @@ Directory &The_Directory()
 {
     static Immortal<Directory> directory;
     return *directory;
+}
+
+void Trace_Deletion(const char *tree_name)
+{
+    const char format[] = "Deleting History Tree \"%s\".\n";
+    const std::size_t size = sizeof format + std::strlen(tree_name);
+    const std::unique_ptr<char[]> line(new (std::nothrow) char[size]);
+    if (!line) return;
+    std::snprintf(line.get(), size, format, tree_name);
+    platform::debug_output(line.get());
 }
 
 bool Copy_Values(const AVL_Tab *entry, double &time, char *name, char *text, int &marked)
@@ -95,11 +106,8 @@ void EventTabelle::DeleteAll()
         {
             const Semaphore_Guard lock(directory.lock);
             AVL_Cursor at = AVL_MakeMin(directory.tree);
-            for (const void *logger = at.Data(); logger; logger = AVL_WalkSuccInorder(directory.tree, at)) {
-                char line[256];
-                std::snprintf(line, sizeof line, "Deleting History Tree \"%.200s\".\n", Tree_Name(logger));
-                platform::debug_output(line);
-            }
+            for (const void *logger = at.Data(); logger; logger = AVL_WalkSuccInorder(directory.tree, at))
+                Trace_Deletion(Tree_Name(logger));
         }
         const Semaphore_Guard lock(directory.lock);
         AVL_DelTree(directory.tree, nullptr);

@@ -96,7 +96,9 @@ bool Read_Hexadecimal_Time(std::FILE *file, double &time)
 {
     std::uint32_t seconds = 0;
     Skip(file, Is_Space);
-    if (!Is_Number(Token(file, Is_Letter_Or_Digit), seconds, 16)) return false;
+    Token token(file, Is_Letter_Or_Digit);
+    if (token.size > 2 && token.text[0] == '0' && (token.text[1] | 0x20) == 'x') token.text[1] = '0';
+    if (!Is_Number(token, seconds, 16)) return false;
     time = seconds;
     return true;
 }

@@ -12,11 +12,14 @@ struct Tree_Access {
     using Place = Nodes::const_iterator;
     enum class Duplicates { allowed, refused };
 
-    static Tree::Element Key(const void *key) { return {nullptr, key, true}; }
+    static Tree::Element Key(const Tree &tree, const void *const &key, void *node = nullptr)
+    {
+        return {node, tree.rank_ ? tree.rank_(key) : 0, &key};
+    }
     static void *Data(const Tree &tree, Place at) { return at == tree.nodes_.end() ? nullptr : at->data; }
 
-    static Place First_Not_Less(const Tree &tree, const void *key) { return tree.nodes_.lower_bound(Key(key)); }
-    static Place First_Greater(const Tree &tree, const void *key) { return tree.nodes_.upper_bound(Key(key)); }
+    static Place First_Not_Less(const Tree &tree, const void *key) { return tree.nodes_.lower_bound(Key(tree, key)); }
+    static Place First_Greater(const Tree &tree, const void *key) { return tree.nodes_.upper_bound(Key(tree, key)); }
     static bool Is_Equal(const Tree &tree, Place at, const void *key)
     {
         return at != tree.nodes_.end() && tree.nodes_.key_comp().compare(at->data, key) == 0;
@@ -49,9 +52,7 @@ struct Tree_Access {
         if (!node) return false;
         try {
             // An element without a hint goes behind its equals. It is a key until it has found its place.
-            const Place at = tree.nodes_.insert({node, key, true});
-            at->key = nullptr;
-            at->is_key = false;
+            tree.nodes_.insert(Key(tree, key, node))->key = nullptr;
             return true;
         } catch (const std::bad_alloc &) {
             if (node != data) tree.functions_.kill_func(node, nullptr);
@@ -97,8 +98,8 @@ struct Tree_Access {
 
 using Access = Tree_Access;
 
-S_AVL_WorkFunc::S_AVL_WorkFunc(const AVL_NodeFunc &functions, AVL_Compare compare)
-    : functions_(functions), nodes_(Order{compare})
+S_AVL_WorkFunc::S_AVL_WorkFunc(const AVL_NodeFunc &functions, AVL_Compare compare, AVL_Rank rank)
+    : functions_(functions), rank_(rank), nodes_(Order{compare})
 {
 }
 
@@ -138,9 +139,9 @@ void AVL_Cursor::Leave()
 
 void *AVL_Malloc_RetHandleDirekt(const void *, void *data) { return data; }
 
-S_AVL_WorkFunc *AVL_Konstruktor(const AVL_NodeFunc &functions, AVL_Compare compare)
+S_AVL_WorkFunc *AVL_Konstruktor(const AVL_NodeFunc &functions, AVL_Compare compare, AVL_Rank rank)
 {
-    return new (std::nothrow) S_AVL_WorkFunc(functions, compare);
+    return new (std::nothrow) S_AVL_WorkFunc(functions, compare, rank);
 }
 
 void AVL_Destruktor(S_AVL_WorkFunc *tree) { delete tree; }

@@ -13,6 +13,11 @@ namespace kernel {
 // another type than the nodes: a string where the nodes hold strings.
 using AVL_Compare = int (*)(const void *data, const void *key);
 
+// A number that a key stands for. A key of a lesser rank orders before one of a greater rank; among equal ranks the
+// comparison decides. Trees keep the rank of each node beside its links, so that a search in a large tree compares
+// without a look at the data, which stand elsewhere in memory. A node's rank must not change while it is in a tree.
+using AVL_Rank = double (*)(const void *key);
+
 // The malloc_func of trees whose data are nodes already: answers data.
 void *AVL_Malloc_RetHandleDirekt(const void *key, void *data);
 
@@ -26,7 +31,7 @@ class AVL_Cursor;
 // Errors:    memory shortage is an answer; nothing is reported and nothing throws.
 class S_AVL_WorkFunc {
 public:
-    S_AVL_WorkFunc(const AVL_NodeFunc &functions, AVL_Compare compare);
+    S_AVL_WorkFunc(const AVL_NodeFunc &functions, AVL_Compare compare, AVL_Rank rank = nullptr);  // null: all equal
     ~S_AVL_WorkFunc();
     S_AVL_WorkFunc(const S_AVL_WorkFunc &) = delete;
     S_AVL_WorkFunc &operator=(const S_AVL_WorkFunc &) = delete;
@@ -38,19 +43,21 @@ private:
     // A node of the tree, or (while it is looked for or inserted) a key to compare nodes with.
     struct Element {
         void *data;
-        mutable const void *key;
-        mutable bool is_key;
+        double rank;
+        mutable const void *const *key;  // null: a node; else where the key is
     };
     struct Order {
         AVL_Compare compare;
         bool operator()(const Element &a, const Element &b) const
         {
-            return b.is_key ? compare(a.data, b.key) > 0 : compare(b.data, a.key) < 0;
+            if (a.rank != b.rank) return a.rank < b.rank;
+            return b.key ? compare(a.data, *b.key) > 0 : compare(b.data, *a.key) < 0;
         }
     };
     using Nodes = std::multiset<Element, Order>;
 
     const AVL_NodeFunc functions_;
+    const AVL_Rank rank_;
     Nodes nodes_;
     AVL_Cursor *cursors_ = nullptr;  // all that stand in this tree
 };
@@ -85,7 +92,7 @@ private:
 };
 
 // Null when memory is short. AVL_Destruktor drops what is still in the tree without releasing it; null is ignored.
-S_AVL_WorkFunc *AVL_Konstruktor(const AVL_NodeFunc &functions, AVL_Compare compare);
+S_AVL_WorkFunc *AVL_Konstruktor(const AVL_NodeFunc &functions, AVL_Compare compare, AVL_Rank rank = nullptr);
 void AVL_Destruktor(S_AVL_WorkFunc *tree);
 
 // Behind all that are equal; or only if none is equal. False: there is one, malloc_func answered null, or memory is

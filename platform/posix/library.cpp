@@ -4,11 +4,14 @@
 #include "platform/posix/errno_table.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <clocale>
+#include <cstdlib>
 #include <dirent.h>
 #include <dlfcn.h>
 #include <link.h>
+#include <memory>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,6 +19,20 @@
 namespace platform {
 
 namespace {
+
+std::atomic<void (*)()> action_at_unload{nullptr};
+
+// exit() destroys statics before it calls the functions below; dlclose does it after them.
+const struct Process_End {
+    ~Process_End() { action_at_unload.store(nullptr); }
+} process_end;
+
+[[gnu::destructor]] void unload()
+{
+    if (const auto action = action_at_unload.exchange(nullptr)) action();
+}
+
+std::string folder_of(const std::string &path) { return path.substr(0, path.rfind('/') + 1); }
 
 std::string program_path()
 {
@@ -92,11 +109,15 @@ std::string own_path()
     return map->l_name;
 }
 
-std::string own_folder()
+std::string own_folder() { return folder_of(own_path()); }
+
+std::string own_folder_behind_links()
 {
-    const std::string path = own_path();
-    return path.substr(0, path.rfind('/') + 1);
+    const std::unique_ptr<char, void (*)(void *)> path(realpath(own_path().c_str(), nullptr), std::free);
+    return path ? folder_of(path.get()) : std::string();
 }
+
+void when_unloaded(void (*action)()) { action_at_unload.store(action); }
 
 void *load_library(const char *name)
 {

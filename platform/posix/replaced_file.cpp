@@ -61,25 +61,33 @@ std::FILE *open_stream(const char *name)
     return stream;
 }
 
-std::unique_ptr<Replaced_File> Replaced_File::open(const char *name)
+std::unique_ptr<Replaced_File> Replaced_File::open(const char *name, Rights rights)
 {
     const std::string real = real_name(name), fresh = real + ".new";
     struct stat status {};
-    if (stat(real.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+    const bool exists = stat(real.c_str(), &status) == 0, keeps = exists && rights == Rights::as_before;
+    if (exists && !S_ISREG(status.st_mode)) {
         set_last_error(error_bad_file_type);
+        return nullptr;
+    }
+    if (keeps && ((status.st_mode & 0222) == 0 || access(real.c_str(), W_OK) != 0)) {  // root may write to any
+        set_last_error(error_access_denied);
         return nullptr;
     }
     const int descriptor = open_fresh(fresh);
     if (descriptor < 0) return nullptr;
+    // A user who may not give files away keeps the mode: the file was open to this user before.
+    if (keeps) static_cast<void>(fchown(descriptor, status.st_uid, status.st_gid) == 0);
+    const mode_t mode = keeps ? status.st_mode & 0777 : 0600;
     std::FILE *const stream =
-        ftruncate(descriptor, 0) == 0 && fchmod(descriptor, 0600) == 0 ? fdopen(descriptor, "wb") : nullptr;
+        ftruncate(descriptor, 0) == 0 && fchmod(descriptor, mode) == 0 ? fdopen(descriptor, "wb") : nullptr;
     if (stream) return std::unique_ptr<Replaced_File>(new Replaced_File(real, fresh, stream));
     posix::fail();
     ::close(descriptor);
     return nullptr;
 }
 
-bool Replaced_File::force_out() { return fsync(fileno(stream_)) == 0 || posix::fail(); }
+bool Replaced_File::force_out() { return (std::fflush(stream_) == 0 && fsync(fileno(stream_)) == 0) || posix::fail(); }
 
 // The folder is forced out as well: it holds the name.
 bool Replaced_File::take_place()
@@ -95,27 +103,5 @@ bool Replaced_File::take_place()
 }
 
 void Replaced_File::remove_fresh() { unlink(fresh_.c_str()); }
-
-Replaced_File::~Replaced_File()
-{
-    if (!stream_) return;
-    remove_fresh();  // while it is locked
-    std::fclose(stream_);
-}
-
-bool Replaced_File::commit()
-{
-    if (!stream_) return false;
-    const bool written = std::fflush(stream_) == 0 || posix::fail();
-    const bool good = written && std::ferror(stream_) == 0 && force_out() && take_place();
-    if (!good) {
-        const std::uint32_t error = last_error();
-        remove_fresh();
-        set_last_error(error);
-    }
-    std::fclose(stream_);
-    stream_ = nullptr;
-    return good;
-}
 
 }  // namespace platform

@@ -12,7 +12,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/epoll.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -34,13 +34,10 @@ bool aborted()
     return false;
 }
 
-// Waits until the socket is ready, the stream is closed, or `stop` is set.
-bool wait_ready(std::intptr_t native, std::uint32_t events, int closing_event, Event &stop)
+bool pending()
 {
-    posix::Ready ready(descriptor_of(native), events, closing_event);
-    Waitable *const both[] = {&stop, &ready};
-    const int first = wait_any(both, wait_forever);
-    return first == 1 || (first == 0 && aborted());
+    set_last_error(error_io_pending);
+    return false;
 }
 
 // If the port is on this machine and has no listener, the system may give the connecting socket the same port. The
@@ -162,19 +159,14 @@ bool Socket::peer_address(Address &address) const
     return true;
 }
 
-// The second connect call returns the result of the first and completes the connection.
-bool Socket::connect(const Address &address, Event &stop)
+// A connect call while the connection is under way tells how it stands; the one after its end returns the result.
+bool Socket::connect_now(const Address &address)
 {
     const sockaddr_in system = to_system<sockaddr_in>(address);
-    const auto connected = [this, &system] {
-        return ::connect(descriptor_of(native_), reinterpret_cast<const sockaddr *>(&system), sizeof system) == 0;
-    };
     if (closed()) return aborted();
-    if (!connected()) {
-        if (errno != EINPROGRESS && errno != EINTR) return posix::fail_socket();
-        if (!wait_ready(native_, EPOLLOUT, closing_->event, stop)) return false;
-        if (closed()) return aborted();
-        if (!connected()) return posix::fail_socket();
+    if (::connect(descriptor_of(native_), reinterpret_cast<const sockaddr *>(&system), sizeof system) != 0) {
+        if (errno == EINPROGRESS || errno == EALREADY || errno == EINTR) return pending();
+        return posix::fail_socket();
     }
     if (!is_connected_to_itself(descriptor_of(native_))) return true;
     set_last_error(error_connection_refused);
@@ -182,23 +174,32 @@ bool Socket::connect(const Address &address, Event &stop)
 }
 
 // A peer that has left the queue again (ECONNABORTED) counts as no peer.
-bool Socket::accept_now(Address &peer, std::uintptr_t &accepted)
+std::uintptr_t Socket::take_peer(Address &peer)
 {
-    if (closed()) return aborted();
+    if (closed()) return aborted(), nobody;
     sockaddr_in system{};
     socklen_t size = sizeof system;
     const int descriptor =
         accept4(descriptor_of(native_), reinterpret_cast<sockaddr *>(&system), &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (descriptor >= 0) {
-        accepted = static_cast<std::uintptr_t>(descriptor);
         peer = from_system(system);
-        return true;
+        return static_cast<std::uintptr_t>(descriptor);
     }
-    if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR || errno == ECONNABORTED) return true;
-    return closed() ? aborted() : posix::fail_socket();
+    if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR || errno == ECONNABORTED)
+        pending();
+    else
+        closed() ? aborted() : posix::fail_socket();
+    return nobody;
 }
 
-bool Socket::wait_for_peer(Event &stop) { return wait_ready(native_, EPOLLIN, closing_->event, stop); }
+Waitable &Socket::readiness()
+{
+    if (!closing_->readiness) {
+        const short events = closing_->listening.load(std::memory_order_relaxed) ? POLLIN : POLLOUT;
+        closing_->readiness = std::make_unique<posix::Ready>(descriptor_of(native_), events, closing_->waiters);
+    }
+    return *closing_->readiness;
+}
 
 std::uintptr_t Socket::native() const { return static_cast<std::uintptr_t>(native_); }
 

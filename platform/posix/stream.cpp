@@ -4,13 +4,12 @@
 #include "platform/fault.h"
 #include "platform/posix/errno_table.h"
 #include "platform/posix/stream_internal.h"
+#include "platform/posix/unstoppable.h"
 #include "platform/transfer.h"
 
 #include <cerrno>
 #include <mutex>
 #include <poll.h>
-#include <sys/epoll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -30,13 +29,6 @@ bool is_socket_of_any_kind(int descriptor)
     return fstat(descriptor, &status) == 0 && S_ISSOCK(status.st_mode);
 }
 
-// Sets an eventfd: it polls readable until it is read. Setting it twice gives one signal.
-void raise(int event)
-{
-    const std::uint64_t one = 1;
-    while (write(event, &one, sizeof one) < 0 && errno == EINTR) continue;
-}
-
 // A terminal may return 0 bytes both for "no data yet" and for "hung up".
 bool hung_up(int descriptor)
 {
@@ -46,41 +38,48 @@ bool hung_up(int descriptor)
 
 }  // namespace
 
-bool posix::watch(int epoll, int descriptor, std::uint32_t events)
+// `closed_` is set under the lock: a source that joins later finds it set.
+void posix::Closing_List::close()
 {
-    epoll_event event{};
-    event.events = events;
-    return epoll_ctl(epoll, EPOLL_CTL_ADD, descriptor, &event) == 0 || posix::fail();
+    const Unstoppable whole;
+    const std::lock_guard guard(lock_);
+    closed_.store(true, std::memory_order_release);
+    for (const Member *member = members_; member; member = member->next_) member->source_.wake();
 }
 
-void posix::unwatch(int epoll, int descriptor) { epoll_ctl(epoll, EPOLL_CTL_DEL, descriptor, nullptr); }
-
-posix::Ready::Ready(int descriptor, std::uint32_t events, int closing_event)
+void posix::Closing_List::Member::join(Closing_List &list)
 {
-    const int epoll = epoll_create1(EPOLL_CLOEXEC);
-    if (epoll < 0) {
-        posix::fail();
-    } else if (watch(epoll, descriptor, events) && watch(epoll, closing_event, EPOLLIN)) {
-        native_ = epoll;
-    } else {
-        ::close(epoll);
-    }
+    const Unstoppable whole;
+    const std::lock_guard guard(list.lock_);
+    list_ = &list;
+    next_ = list.members_;
+    link_ = &list.members_;
+    if (next_) next_->link_ = &next_;
+    list.members_ = this;
 }
 
-posix::Ready::~Ready()
+void posix::Closing_List::Member::leave()
 {
-    if (valid()) ::close(descriptor_of(native_));
+    if (!list_) return;
+    const Unstoppable whole;
+    const std::lock_guard guard(list_->lock_);
+    *link_ = next_;
+    if (next_) next_->link_ = link_;
+    list_ = nullptr;
 }
 
-Stream::Closing::Closing(int descriptor)
-    : event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), uses_send(is_socket_of_any_kind(descriptor))
+posix::Ready::Native::Native(int descriptor, short events, Closing_List &list)
+    : Descriptor_Source(descriptor, events), closing(list)
 {
+    member.join(list);
 }
 
-Stream::Closing::~Closing()
+posix::Ready::Ready(int descriptor, short events, Closing_List &closing) : source_(descriptor, events, closing)
 {
-    if (event >= 0) ::close(event);
+    native_ = reinterpret_cast<std::intptr_t>(static_cast<Source *>(&source_));
 }
+
+Stream::Closing::Closing(int descriptor) : uses_send(is_socket_of_any_kind(descriptor)) {}
 
 Stream::Stream(std::intptr_t native, bool is_socket)
     : native_(native), is_socket_(is_socket), closing_(std::make_unique<Closing>(descriptor_of(native)))
@@ -89,6 +88,7 @@ Stream::Stream(std::intptr_t native, bool is_socket)
 
 Stream::~Stream()
 {
+    if (closing_->given_away.load(std::memory_order_relaxed)) return;
     // Read the received data first: otherwise the system resets the connection and drops what it still has to send.
     unsigned char dropped[4096];
     constexpr int most_reads = 1024;
@@ -98,61 +98,76 @@ Stream::~Stream()
     ::close(descriptor_of(native_));
 }
 
-// closed_ is set first, because threads that the event wakes read it. A listener is freed by shutting down its
+// closed_ is set first, because threads that the list wakes read it. A listener is freed by shutting down its
 // receiving side. For a connection only the sending side is shut down: the peer gets the data on its way and then the
 // end. Shutting down the receiving side would reset the connection if the peer still sends.
 void Stream::close()
 {
     if (closed_.exchange(true, std::memory_order_acq_rel)) return;
-    raise(closing_->event);
+    closing_->waiters.close();
     if (!closing_->uses_send) return;
     closing_->shut_down.store(true, std::memory_order_relaxed);
     ::shutdown(descriptor_of(native_), closing_->listening.load(std::memory_order_relaxed) ? SHUT_RDWR : SHUT_WR);
 }
 
-// The Transfer's descriptor is an epoll descriptor that watches the stream and its closing event. It is ready when the
-// transfer can continue and when the stream is closed. It keeps watching after the transfer, so that the next one on
-// the same stream needs no system call for that. If take() finds it ready without a transfer, it stops watching;
-// otherwise waiters would spin. Between transfers it holds no reference to the stream: closing a descriptor removes it
-// from epoll.
-struct Transfer::Native : State {
-    explicit Native(int epoll_descriptor) : epoll(epoll_descriptor) {}
-    ~Native() override;
-
-    std::uint32_t start(void *bytes) override;
-    void look() override;
-    void forget_signal() override { take_signal(); }
-    void cancel() override;
-    bool take() override;
-
-    std::uint32_t advance();
-    void end_watched(std::uint32_t with);
-    ssize_t move(std::size_t n) const;
-    std::uint32_t failure() const;
-    bool watch();
-    void stop_watching();
-    void signal();
-    bool take_signal();
-
-    const int epoll;
-    unsigned char *buffer = nullptr;
-    bool signalled = false;  // the transfer has ended, and its signal has not been taken
-    int nudge = -1;          // a watched eventfd: the signal of a transfer that ended without a wait
-    std::weak_ptr<Stream> watched;
-    Operation watched_for = Operation::read;
-};
-
-Transfer::Native::~Native()
+// Of close() and this only the first one takes effect. The flag is read by the last owner, after both.
+std::intptr_t Stream::give_away()
 {
-    if (epoll >= 0) ::close(epoll);
-    if (nudge >= 0) ::close(nudge);
+    if (closed_.exchange(true, std::memory_order_acq_rel)) return none;
+    closing_->given_away.store(true, std::memory_order_relaxed);
+    closing_->waiters.close();
+    return native_;
 }
 
+// A Transfer is polled on the stream's own descriptor, and advances where it is waited for. Whoever waits holds a
+// reference to the stream meanwhile: the descriptor is not closed while it is polled. A transfer under way is a member
+// of the stream's closing list.
+//
+// The lock is held in unstoppable sections, because the threads that wait for the transfer need it.
+struct Transfer::Native : State, posix::Source {
+    void lock() override
+    {
+        posix::Unstoppable::enter();
+        State::lock();
+    }
+    void unlock() override
+    {
+        State::unlock();
+        posix::Unstoppable::leave();
+    }
+    std::uint32_t start(void *bytes) override;
+    void look() override;
+    void forget_signal() override { take_raised(); }
+    void cancel() override;
+    bool take() override;
+    bool peek(posix::Polled &polled) override;
+
+    std::uint32_t advance();
+    void finish(std::uint32_t with);
+    ssize_t move(std::size_t n) const;
+    std::uint32_t failure() const;
+
+    unsigned char *buffer = nullptr;
+    posix::Closing_List::Member closing{*this};
+};
+
+// Threads that have waited since before this transfer do not poll its stream yet.
 std::uint32_t Transfer::Native::start(void *bytes)
 {
     buffer = static_cast<unsigned char *>(bytes);
     const std::uint32_t now = advance();
-    return now == error_io_pending && !watch() ? last_error() : now;
+    if (now != error_io_pending) return now;
+    closing.join(stream->closing_->waiters);
+    wake();
+    return now;
+}
+
+bool Transfer::Native::peek(posix::Polled &polled)
+{
+    const std::lock_guard guard(*this);
+    if (!under_way()) return is_raised();
+    polled = {descriptor_of(stream->native_), operation == Operation::read ? short{POLLIN} : short{POLLOUT}, stream};
+    return stream->closed();
 }
 
 // Moves what can be moved now. Returns error_io_pending when bytes are left, else the result of the transfer. Checks
@@ -203,7 +218,7 @@ std::uint32_t Transfer::Native::failure() const
 
 // A transfer advances where it is waited for. Callers that only query it detect a close() here. A write to a terminal
 // is retried here as well: a pseudo-terminal may not signal that it has room again, because the room appears a moment
-// after the other end has read. epoll would then wait for ever.
+// after the other end has read. poll would then wait for ever.
 void Transfer::Native::look()
 {
     if (!under_way()) return;
@@ -211,82 +226,36 @@ void Transfer::Native::look()
     std::uint32_t now = error_io_pending;
     if (may_be_forgotten || stream->closed()) now = advance();
     if (now == error_io_pending) return;
-    end_watched(now);
-    signal();
+    finish(now);
+    raise();
 }
 
 void Transfer::Native::cancel()
 {
-    end_watched(error_operation_aborted);
-    signal();
+    finish(error_operation_aborted);
+    raise();
 }
 
-// Called when the descriptor is ready: for the transfer, for its signal, or for an event between transfers.
+// Called when the stream is ready or closed, or when the signal was raised.
 bool Transfer::Native::take()
 {
-    if (under_way()) {
-        const std::uint32_t now = advance();
-        if (now != error_io_pending) end_watched(now);
-        return now != error_io_pending;
-    }
-    const bool taken = take_signal();
-    if (!taken) stop_watching();
-    return taken;
+    if (!under_way()) return take_raised();
+    const std::uint32_t now = advance();
+    if (now != error_io_pending) finish(now);
+    return now != error_io_pending;
 }
 
-// Stops watching after a failure or an end, because no further transfer may follow. If other code shares the
-// descriptor, closing the stream would not end the watching.
-void Transfer::Native::end_watched(std::uint32_t with)
+void Transfer::Native::finish(std::uint32_t with)
 {
-    if (with != error_none || moved == 0) stop_watching();
+    closing.leave();
     end(with);
-}
-
-// Compares owners: a new stream may have the address or the descriptor of a former one.
-bool Transfer::Native::watch()
-{
-    const bool is_watching = !watched.owner_before(stream) && !stream.owner_before(watched);
-    if (is_watching && watched_for == operation) return true;
-    stop_watching();
-    watched = stream;
-    watched_for = operation;
-    return posix::watch(epoll, descriptor_of(stream->native_), operation == Operation::read ? EPOLLIN : EPOLLOUT) &&
-           posix::watch(epoll, stream->closing_->event, EPOLLIN);
-}
-
-void Transfer::Native::stop_watching()
-{
-    if (const std::shared_ptr<Stream> still = watched.lock()) {
-        posix::unwatch(epoll, descriptor_of(still->native_));
-        posix::unwatch(epoll, still->closing_->event);
-    }
-    watched.reset();
-}
-
-// Wakes the waiters by an eventfd, because the stream itself may not become ready.
-void Transfer::Native::signal()
-{
-    signalled = true;
-    if (nudge < 0) {
-        nudge = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-        posix::watch(epoll, nudge, EPOLLIN);
-    }
-    raise(nudge);
-}
-
-bool Transfer::Native::take_signal()
-{
-    std::uint64_t count = 0;
-    if (!std::exchange(signalled, false)) return false;
-    while (::read(nudge, &count, sizeof count) < 0 && errno == EINTR) continue;
-    return true;
 }
 
 Transfer::Transfer()
 {
-    const int epoll = epoll_create1(EPOLL_CLOEXEC);
-    if (epoll >= 0) native_ = epoll;
-    state_ = std::make_unique<Native>(epoll);
+    auto native = std::make_unique<Native>();
+    native_ = reinterpret_cast<std::intptr_t>(static_cast<posix::Source *>(native.get()));
+    state_ = std::move(native);
 }
 
 Transfer::~Transfer() = default;

@@ -2,16 +2,16 @@
 
 #include "platform/error.h"
 #include "platform/posix/errno_table.h"
+#include "platform/posix/futex.h"
+#include "platform/posix/unstoppable.h"
 #include "platform/thread_number.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <climits>
 #include <condition_variable>
 #include <csignal>
-#include <linux/futex.h>
 #include <mutex>
 #include <pthread.h>
 #include <sys/resource.h>
@@ -20,22 +20,13 @@
 
 namespace platform {
 
+using posix::futex_wait, posix::futex_wake;
+
 namespace {
 
 constexpr unsigned long most_suspends = 127;  // as on Win32
 constexpr std::uint32_t stay_bit = 1;
 constexpr int highest_nice = 19;
-
-// The bare system call: a signal handler may not use any other way to wait for a change of memory.
-void futex_wait(const std::atomic<std::uint32_t> &word, std::uint32_t value, const timespec *limit)
-{
-    syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, value, limit, nullptr, 0);
-}
-
-void futex_wake(const std::atomic<std::uint32_t> &word)
-{
-    syscall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
-}
 
 int stop_signal() { return SIGRTMAX - 4; }
 
@@ -102,7 +93,28 @@ namespace {
 // The State of the running thread, for the signal handler; set before the signal can arrive.
 thread_local void *current_state = nullptr;
 
+// The thread is inside so many unstoppable sections, and a stop has come meanwhile.
+thread_local volatile std::sig_atomic_t unstoppable_sections = 0, stop_is_due = 0;
+
 }  // namespace
+
+void posix::Unstoppable::enter()
+{
+    unstoppable_sections = unstoppable_sections + 1;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+}
+
+// A stop that was put off is ordered again, so that it is obeyed in the signal handler as always.
+void posix::Unstoppable::leave()
+{
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    unstoppable_sections = unstoppable_sections - 1;
+    if (unstoppable_sections > 0 || stop_is_due == 0) return;
+    const int saved = errno;
+    stop_is_due = 0;
+    pthread_kill(pthread_self(), stop_signal());
+    errno = saved;
+}
 
 // Runs in the thread itself, usually inside the signal handler, so it may use only atomics and system calls.
 void Thread::State::stay()
@@ -117,6 +129,10 @@ void Thread::State::stay()
 
 void Thread::State::on_stop_signal(int)
 {
+    if (unstoppable_sections > 0) {
+        stop_is_due = 1;
+        return;
+    }
     const int saved = errno;
     if (current_state) static_cast<State *>(current_state)->stay();
     errno = saved;

@@ -5,6 +5,7 @@
 #include "platform/error.h"
 #include "platform/posix/errno_table.h"
 #include "platform/posix/runtime_folder.h"
+#include "platform/posix/wait_internal.h"
 #include "platform/wait.h"
 
 #include <cerrno>
@@ -16,6 +17,8 @@
 #include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
+#include <optional>
+#include <poll.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -108,6 +111,8 @@ bool post(const std::string &path, const Window_Message &message)
 
 // A Waitable: its descriptor polls readable while a message is there, and taking the signal takes the message.
 struct Window::State : Waitable {
+    int reader = -1;
+    std::optional<posix::Descriptor_Source> source;  // of the reader
     std::uint32_t number = 0;
     std::string path;
     int writer = -1;  // our own writing end; without it the FIFO would poll as hung up after each sender's close
@@ -118,7 +123,7 @@ struct Window::State : Waitable {
     {
         if (!path.empty()) unlink(path.c_str());
         if (writer >= 0) close(writer);
-        if (valid()) close(static_cast<int>(native_));
+        if (reader >= 0) close(reader);
     }
 
     // Opened under another name first: a FIFO without a reader looks like the leftover of a dead process.
@@ -126,13 +131,15 @@ struct Window::State : Waitable {
     {
         const std::string unborn = folder + "/unborn-" + std::to_string(number), born = path_of(folder, number);
         if (mkfifo(unborn.c_str(), 0600) != 0) return false;
-        native_ = open(unborn.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW);
+        reader = open(unborn.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW);
         writer = open_for_posting(unborn);
-        if (valid() && writer >= 0 && link(unborn.c_str(), born.c_str()) == 0) path = born;
+        if (reader >= 0 && writer >= 0 && link(unborn.c_str(), born.c_str()) == 0) path = born;
         const int error = errno;
         unlink(unborn.c_str());
         errno = error;
-        return !path.empty();
+        if (path.empty()) return false;
+        native_ = reinterpret_cast<std::intptr_t>(static_cast<posix::Source *>(&source.emplace(reader, POLLIN)));
+        return true;
     }
 
     bool take() override
@@ -140,7 +147,7 @@ struct Window::State : Waitable {
         if (have == sizeof record) have = 0;
         for (;;) {
             auto *const bytes = reinterpret_cast<char *>(&record);
-            const ssize_t got = read(static_cast<int>(native_), bytes + have, sizeof record - have);
+            const ssize_t got = read(reader, bytes + have, sizeof record - have);
             if (got <= 0) return false;
             have += static_cast<std::size_t>(got);
             if (have < sizeof record) continue;

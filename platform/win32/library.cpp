@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <atomic>
 #include <string_view>
 
 namespace platform {
@@ -19,6 +20,26 @@ HMODULE own_module()
                        reinterpret_cast<const wchar_t *>(&own_module), &module);
     return module;
 }
+
+std::atomic<void (*)()> action_at_unload{nullptr};
+
+// True from ExitProcess on.
+bool process_ends()
+{
+    const auto is_ending = reinterpret_cast<BOOLEAN(WINAPI *)()>(
+        reinterpret_cast<void *>(GetProcAddress(GetModuleHandleW(L"ntdll"), "RtlDllShutdownInProgress")));
+    return is_ending && is_ending();
+}
+
+const struct Unload {
+    ~Unload()
+    {
+        const auto action = action_at_unload.exchange(nullptr);
+        if (action && own_module() != GetModuleHandleW(nullptr) && !process_ends()) action();
+    }
+} unload;
+
+std::string folder_of(const std::string &path) { return path.substr(0, path.rfind('\\') + 1); }
 
 // A broken library would show a message box, which waits for a click.
 class No_Message_Box {
@@ -68,11 +89,24 @@ std::string own_path()
     }
 }
 
-std::string own_folder()
+std::string own_folder() { return folder_of(own_path()); }
+
+std::string own_folder_behind_links()
 {
-    const std::string path = own_path();
-    return path.substr(0, path.rfind('\\') + 1);
+    std::wstring name;
+    if (!win32::file_name(own_path().c_str(), name)) return {};
+    HANDLE const file = CreateFileW(name.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_EXISTING, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return {};
+    std::wstring path(MAX_PATH, L'\0');
+    DWORD length = 0;
+    while ((length = GetFinalPathNameByHandleW(file, path.data(), static_cast<DWORD>(path.size()), 0)) >= path.size())
+        path.resize(length);
+    CloseHandle(file);
+    return folder_of(win32::utf8(std::wstring_view(path).substr(0, length)));
 }
+
+void when_unloaded(void (*action)()) { action_at_unload.store(action); }
 
 void *load_library(const char *name)
 {

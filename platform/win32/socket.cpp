@@ -46,38 +46,25 @@ bool select(std::intptr_t native, std::intptr_t event, long events)
     return WSAEventSelect(socket_of(native), handle_of(event), events) == 0;
 }
 
-// The event of a stream.
-//
-// Threads:   as Waitable.
-// Ownership: the event stays the stream's.
-// Errors:    as Waitable.
-class Network_Event : public Waitable {
-public:
-    explicit Network_Event(std::intptr_t event) { native_ = event; }
-
-    // Waits until it is set; false when `stop` was signalled first.
-    bool wait_or(Event &stop)
-    {
-        Waitable *const both[] = {&stop, this};
-        const int first = wait_any(both, wait_forever);
-        return first == 1 || (first == 0 && aborted());
-    }
-
-private:
-    bool take() override { return true; }
-};
-
-// For a socket that signals FD_CONNECT by the event. close() may set the event as well; the caller checks that.
-bool wait_connect(std::intptr_t native, std::intptr_t event, const Address &address, Event &stop)
+// True when connected already. False with error_io_pending: the socket signals the end by the event.
+bool begin_connect(std::intptr_t native, std::intptr_t event, const Address &address)
 {
     const sockaddr_in system = to_system<sockaddr_in>(address);
+    if (!select(native, event, FD_CONNECT)) return false;
     if (::connect(socket_of(native), reinterpret_cast<const sockaddr *>(&system), sizeof system) == 0) return true;
-    if (WSAGetLastError() != WSAEWOULDBLOCK || !Network_Event(event).wait_or(stop)) return false;
+    if (WSAGetLastError() == WSAEWOULDBLOCK) set_last_error(error_io_pending);
+    return false;
+}
+
+// How the connection stands that begin_connect has begun.
+bool connect_result(std::intptr_t native, std::intptr_t event)
+{
     WSANETWORKEVENTS happened{};
     if (WSAEnumNetworkEvents(socket_of(native), handle_of(event), &happened) != 0) return false;
+    const bool has_ended = (happened.lNetworkEvents & FD_CONNECT) != 0;
     const int error = happened.iErrorCode[FD_CONNECT_BIT];
-    set_last_error(static_cast<std::uint32_t>(error));
-    return error == 0 && (happened.lNetworkEvents & FD_CONNECT) != 0;
+    set_last_error(has_ended ? static_cast<std::uint32_t>(error) : std::uint32_t{error_io_pending});
+    return has_ended && error == 0;
 }
 
 }  // namespace
@@ -177,35 +164,44 @@ bool Socket::peer_address(Address &address) const
     return true;
 }
 
-bool Socket::connect(const Address &address, Event &stop)
+// close() sets the event as well, so that the end of the waiting may be that of the socket.
+bool Socket::connect_now(const Address &address)
 {
-    ResetEvent(handle_of(closing_->event));  // events from now on set it again
+    if (!closing_->connecting) ResetEvent(handle_of(closing_->event));  // events from now on set it again
     if (closed()) return aborted();
-    if (!select(native_, closing_->event, FD_CONNECT)) return false;
-    const bool connected = wait_connect(native_, closing_->event, address, stop) && !closed();
+    const bool connected = closing_->connecting ? connect_result(native_, closing_->event)
+                                                : begin_connect(native_, closing_->event, address);
     const std::uint32_t error = last_error();
+    closing_->connecting = !connected && error == error_io_pending;
+    if (closing_->connecting && !closed()) return false;
     unselect(socket_of(native_));
+    if (closed()) return aborted();
     set_last_error(error);
-    return connected || (closed() && aborted());
+    return connected;
 }
 
-bool Socket::accept_now(Address &peer, std::uintptr_t &accepted)
+std::uintptr_t Socket::take_peer(Address &peer)
 {
     const std::lock_guard guard(closing_->lock);
-    ResetEvent(handle_of(closing_->event));  // as in connect
-    if (closed()) return aborted();
+    ResetEvent(handle_of(closing_->event));  // as in begin_connect
+    if (closed()) return aborted(), nobody;
     closing_->listening = true;
-    if (!select(native_, closing_->event, FD_ACCEPT)) return false;
+    if (!select(native_, closing_->event, FD_ACCEPT)) return nobody;
     sockaddr_in system{};
     int size = sizeof system;
-    accepted = ::accept(socket_of(native_), reinterpret_cast<sockaddr *>(&system), &size);
-    if (accepted == INVALID_SOCKET) return WSAGetLastError() == WSAEWOULDBLOCK || WSAGetLastError() == WSAECONNRESET;
+    const SOCKET accepted = ::accept(socket_of(native_), reinterpret_cast<sockaddr *>(&system), &size);
+    if (accepted == INVALID_SOCKET) {
+        const int error = WSAGetLastError();
+        const bool is_nobody = error == WSAEWOULDBLOCK || error == WSAECONNRESET;
+        set_last_error(is_nobody ? std::uint32_t{error_io_pending} : static_cast<std::uint32_t>(error));
+        return nobody;
+    }
     unselect(accepted);
     peer = from_system(system);
-    return true;
+    return accepted;
 }
 
-bool Socket::wait_for_peer(Event &stop) { return Network_Event(closing_->event).wait_or(stop); }
+Waitable &Socket::readiness() { return closing_->readiness; }
 
 std::uintptr_t Socket::native() const { return static_cast<std::uintptr_t>(native_); }
 

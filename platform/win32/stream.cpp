@@ -40,8 +40,8 @@ void drop_received(SOCKET socket)
 }  // namespace
 
 Stream::Closing::Closing(bool is_socket)
+    : event(is_socket ? reinterpret_cast<std::intptr_t>(CreateEventA(nullptr, TRUE, FALSE, nullptr)) : 0)
 {
-    if (is_socket) event = reinterpret_cast<std::intptr_t>(CreateEventA(nullptr, TRUE, FALSE, nullptr));
 }
 
 Stream::Closing::~Closing()
@@ -81,6 +81,15 @@ void Stream::close()
     } else {
         shutdown(socket_of(native_), SD_SEND);  // the peer gets the data on its way and then the end
     }
+}
+
+std::intptr_t Stream::give_away()
+{
+    const std::lock_guard guard(closing_->lock);
+    if (closed_.exchange(true, std::memory_order_acq_rel)) return none;
+    closing_->released = true;
+    if (closing_->event != 0) SetEvent(handle_of(closing_->event));
+    return native_;
 }
 
 // While the transfer is in progress the system uses the OVERLAPPED and the buffer.

@@ -8,6 +8,22 @@
 
 namespace platform {
 
+// The event of a stream, which belongs to the stream.
+//
+// Threads:   as Waitable.
+// Ownership: none.
+// Errors:    as Waitable.
+class Network_Event : public Waitable {
+public:
+    explicit Network_Event(std::intptr_t event)
+    {
+        if (event != 0) native_ = event;
+    }
+
+private:
+    bool take() override { return true; }
+};
+
 // Threads:   close() and each call on a listener hold `lock`. A listening port is free only when its socket is closed,
 //            so close() closes it at once, and no call may use the socket's number after that.
 // Ownership: the event is owned.
@@ -16,10 +32,12 @@ struct Stream::Closing {
     explicit Closing(bool is_socket);
     ~Closing();
 
-    std::intptr_t event = 0;  // sockets: manual-reset; connect and accept wait for it, and close() sets it
+    const std::intptr_t event;  // sockets: manual-reset; connect and accept wait for it, and close() sets it
+    Network_Event readiness{event};
+    bool connecting = false;  // the connecting thread's
     std::mutex lock;
     bool listening = false;
-    bool released = false;  // the handle is closed already
+    bool released = false;  // the handle is closed already, or belongs to somebody else
 };
 
 }  // namespace platform

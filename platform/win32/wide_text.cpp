@@ -17,13 +17,6 @@ bool convert(std::string_view utf8, DWORD flags, std::wstring &text)
     return length > 0 || utf8.empty();
 }
 
-std::wstring full_path(const std::wstring &name)
-{
-    std::wstring full(GetFullPathNameW(name.c_str(), 0, nullptr, nullptr), L'\0');
-    full.resize(GetFullPathNameW(name.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr));
-    return full;
-}
-
 }  // namespace
 
 std::wstring wide(std::string_view utf8)
@@ -41,6 +34,13 @@ std::string utf8(std::wstring_view wide)
                                            nullptr, nullptr);
     text.resize(static_cast<std::size_t>(length));
     return text;
+}
+
+std::wstring full_path(const std::wstring &name)
+{
+    std::wstring full(GetFullPathNameW(name.c_str(), 0, nullptr, nullptr), L'\0');
+    full.resize(GetFullPathNameW(name.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr));
+    return full;
 }
 
 bool file_name(const char *utf8, std::wstring &name)

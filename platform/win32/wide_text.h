@@ -14,4 +14,7 @@ std::string utf8(std::wstring_view wide);
 // Converts a file name of any length for the wide calls. False with error_invalid_name when it is not UTF-8.
 bool file_name(const char *utf8, std::wstring &name);
 
+// The system's full name for a name.
+std::wstring full_path(const std::wstring &name);
+
 }  // namespace platform::win32

@@ -190,7 +190,7 @@ TEST(Timetag_Name, has_its_own_rules)
                                                          {std::string(260, '.'), ""},
                                                          {"a." + std::string(257, 'b'), "a.tmt"},
                                                          {"a." + std::string(258, 'b'), ""}};
-    for (const auto &[data, tags] : cases) EXPECT_EQ(Timetag_Name(data.c_str()), tags) << data;
+    for (const auto &[data, tags] : cases) EXPECT_EQ(File_TimeTag_Client::Tag_File_Name(data.c_str()), tags) << data;
 }
 
 TEST(Timetag_Row, is_written_alike_in_every_locale)

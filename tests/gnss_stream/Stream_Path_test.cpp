@@ -23,6 +23,9 @@ TEST(Stream_Path, is_read_as_the_field_writes_it)
         {"data/day.rtcm3", "data/day.rtcm3"},
         {"C:\\data\\day.rtcm3", "C:\\data\\day.rtcm3"},
         {"FILE:///var/a@b", "/var/a@b"},
+        {"file://day.bin::TMT", "day.bin::tmt"},
+        {"day.bin::+3600::tmt::x0.1", "day.bin::tmt::x0.1::+3600"},
+        {"day.bin::tmt::x1e3::+0.25", "day.bin::tmt::x1000::+0.25"},
         {"serial://ttyS0", "serial://ttyS0:9600:8:n:1:off"},
         {"serial:///dev/pts/3:4800:7:E:2:RTS", "serial:///dev/pts/3:4800:7:e:2:rts"},
         {"serial://\\\\.\\COM10::5::2:", "serial://\\\\.\\COM10:9600:5:n:2:off"},
@@ -52,6 +55,15 @@ TEST(Stream_Path, has_the_credentials_that_stand_before_the_last_at)
 TEST(Stream_Path, says_what_is_wrong_and_never_shows_a_password)
 {
     const std::pair<const char *, const char *> cases[] = {
+        {"::tmt", "there is no file name"},
+        {"day.bin::", "comes one of tmt"},
+        {"day.bin::tmt::tmt", "each once"},
+        {"day.bin::tmt::x1::x2", "each once"},
+        {"day.bin::x10::+5", "::tmt is missing"},
+        {"day.bin::tmt::x0.09", "the speed after ::x must be a number from 0.1 to 1000"},
+        {"day.bin::tmt::xnan", "the speed"},
+        {"day.bin::tmt::x10 ", "the speed"},
+        {"day.bin::tmt::+-5", "the start after ::+ must be"},
         {"serial://", "there is no serial port"},
         {"serial://7:9600", "a number is not the name of a serial port"},
         {"serial://COM7:fast", "the baud rate must be a number from 1"},

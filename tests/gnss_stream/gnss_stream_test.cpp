@@ -186,6 +186,8 @@ TEST_F(gnss_stream, explains_itself)
         {"--near-week 1700 x", "--decode"},
         {"--append x", "--record"},
         {"--csv \"\" x", "must not be empty"},
+        {"--rate 5 x::tmt", "excludes an input with ::tmt"},
+        {"x --out y::tmt::x10", "for inputs only"},
     };
     for (const auto &[arguments, said] : cases) {
         const Result result = Run(arguments);
@@ -210,6 +212,21 @@ TEST_F(gnss_stream, passes_bytes_on_to_every_output)
 }
 
 // The word behind the name of an output is the input, and not another output, to which the program would append.
+TEST_F(gnss_stream, records_and_replays_with_time_tags)
+{
+    const std::string bytes = Pattern(100000), name = folder / "day.bin";
+    const std::string record = " --out " + Quoted(name + "::tmt") + " < " + Quoted(folder.Write("bytes", bytes));
+    EXPECT_EQ(Run(record).exit, 0);
+    EXPECT_EQ(Run(record).exit, 0);
+    EXPECT_TRUE(Whole_File(name) == bytes && Whole_File(folder / "day-2.bin") == bytes);
+    const Result replay = Run(Quoted("file://" + name + "::tmt::x100"));
+    EXPECT_EQ(replay.exit, 0) << replay.err;
+    EXPECT_TRUE(replay.out == bytes && Lines(Whole_File(folder / "day.tmt")).size() > 8 + 20);
+    const Result refused = Run(Quoted(name + "::tmt") + " --out " + Quoted(folder / "day.tmt"));
+    EXPECT_TRUE(refused.exit == 4 && Has(refused.err, "used twice")) << refused.err;
+    EXPECT_EQ(Run(Quoted(name + "::tmt::+3600")).exit, 1);
+}
+
 TEST_F(gnss_stream, an_input_may_stand_behind_an_output)
 {
     const std::string input = folder.Write("input", "precious"), copy = folder / "copy";

@@ -54,6 +54,7 @@ TEST(library, says_why_it_is_not_loaded)
         {"no_such_library_7.x", error_module_not_found},
         {folder / "missing.x", error_module_not_found},
         {folder / "missing/rx.x", error_module_not_found},
+        {DRIVER_NEEDY, error_module_not_found},  // it is there, what it needs is not
         {folder / "", error_access_denied},
         {folder.Write("text.x", Pattern(5000)), error_bad_executable},
     };

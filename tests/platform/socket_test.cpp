@@ -51,6 +51,24 @@ TEST_F(socket_, a_listener_that_is_closed_frees_its_port_at_once)
     EXPECT_TRUE(next->bind(first.address) && next->listen(1)) << last_error();
 }
 
+TEST_F(socket_, a_released_socket_belongs_to_whoever_adopts_its_number)
+{
+    Connection line;
+    const std::uintptr_t number = line.near->release();
+    EXPECT_TRUE(number != Socket::nobody && line.near->closed());
+    EXPECT_EQ(line.near->release(), Socket::nobody);
+    EXPECT_EQ(Written(line.near, "x"), "error 6");
+    line.near->close();
+    line.near.reset();
+    const auto heir = Socket::adopt(number);
+    ASSERT_TRUE(heir);
+    EXPECT_EQ(Written(heir, "after the hand-over"), "got 19");
+    EXPECT_EQ(Read(line.far), "after the hand-over");
+    heir->close();
+    EXPECT_EQ(Read(line.far), "");
+    EXPECT_EQ(heir->release(), Socket::nobody);
+}
+
 TEST_F(socket_, stop_and_close_end_an_accept)
 {
     const Listener listener;
@@ -77,6 +95,30 @@ TEST_F(socket_, stop_and_close_end_a_connect)
     EXPECT_EQ(error, error_operation_aborted);
     const auto late = Socket::create();
     EXPECT_EQ(Ended([&] { return connect(*late); }, [&] { late->close(); }), error_operation_aborted);
+}
+
+// The thread can wait for other things beside.
+TEST_F(socket_, connects_and_accepts_without_waiting)
+{
+    const Listener listener;
+    Address peer;
+    const auto socket = Socket::create();
+    EXPECT_TRUE(!listener.socket->accept_now(peer) && last_error() == error_io_pending);
+    EXPECT_FALSE(listener.socket->readiness().wait(10));
+    while (!socket->connect_now(listener.address)) {
+        ASSERT_EQ(last_error(), error_io_pending);
+        ASSERT_TRUE(socket->readiness().wait(20000));
+    }
+    ASSERT_TRUE(listener.socket->readiness().wait(20000));
+    std::shared_ptr<Socket> accepted;
+    EXPECT_TRUE(Soon([&] { return (accepted = listener.socket->accept_now(peer)) != nullptr; }));
+    Address near;
+    EXPECT_TRUE(socket->local_address(near) && near.port == peer.port);
+    EXPECT_EQ(Written(socket, "abc"), "got 3");
+    EXPECT_EQ(Read(accepted), "abc");
+    listener.socket->close();
+    EXPECT_TRUE(listener.socket->readiness().wait(20000));
+    EXPECT_TRUE(!listener.socket->accept_now(peer) && last_error() == error_operation_aborted);
 }
 
 TEST_F(socket_, reads_addresses_as_inet_addr_does_and_looks_up_names)

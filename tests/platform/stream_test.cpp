@@ -5,9 +5,11 @@
 #include "platform/fault.h"
 #include "tests/support/folder.h"
 #include "tests/support/sockets.h"
+#include "tests/support/timing.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <thread>
 
@@ -87,6 +89,18 @@ TEST_F(stream, signal_and_buffer_belong_to_one_transfer)
     Written(line.far, "e");
     EXPECT_FALSE(transfer.wait(30));  // no transfer is under way, although data arrived
     EXPECT_EQ(Read(line.near), "e");
+}
+
+TEST_F(stream, wakes_a_thread_that_has_waited_since_before_it_began)
+{
+    std::atomic<bool> woken{false};
+    std::thread waiter([&] { woken = transfer.wait(20000); });
+    sleep_ms(20);
+    Begin_Read();
+    Written(line.far, "abc");
+    EXPECT_TRUE(Soon([&] { return woken.load(); }));
+    waiter.join();
+    EXPECT_EQ(Outcome(transfer), "got 3");
 }
 
 TEST_F(stream, a_write_to_a_full_line_is_pending_until_all_is_out_or_it_is_closed)

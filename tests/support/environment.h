@@ -16,12 +16,12 @@ public:
     Environment_Setting &operator=(const Environment_Setting &) = delete;
 
 private:
-    void Set(const std::string &value) const  // an empty one is as good as none
+    void Set(const std::string &value) const  // an empty one is none
     {
 #ifdef _WIN32
         _putenv_s(name_, value.c_str());
 #else
-        setenv(name_, value.c_str(), 1);
+        value.empty() ? unsetenv(name_) : setenv(name_, value.c_str(), 1);
 #endif
     }
 

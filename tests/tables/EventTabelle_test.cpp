@@ -133,61 +133,170 @@ TEST(EventTabelle, refuses_what_it_could_not_keep)
     EXPECT_EQ(table->GetMaxEvent(), (300 + 3) % 256);
 }
 
-TEST(EventTabelle, agrees_with_a_naive_table)
-{
-    using Row = std::tuple<int, int, std::string, bool>;  // time, number of the entry, text, marked
-    std::map<std::string, std::vector<Row>> model;
-    const Table table = Make_Table();
-    std::mt19937 random(7);
-    const auto shown = [](const std::string &name, const std::vector<Row> &rows) {
-        std::string all;
-        for (const auto &[time, number, text, marked] : rows)
-            all += std::to_string(time) + name + text + (marked ? "! " : " ");
-        return all;
-    };
-    for (int step = 1; step <= 20000; ++step) {
-        const std::string name(1, "abcd"[random() % 4]);
-        const int t = 1 + static_cast<int>(random() % 30);
-        auto &rows = model[name];
-        switch (random() % 12) {
-        case 0:
-            table->RemoveLess(t - 20);
-            for (auto &[event, all] : model)
-                std::erase_if(all, [&](const Row &row) { return std::get<0>(row) < t - 20; });
-            break;
-        case 1:
-            table->RemoveGreater(t + 20);
-            for (auto &[event, all] : model)
-                std::erase_if(all, [&](const Row &row) { return std::get<0>(row) > t + 20; });
-            break;
+namespace {
+
+// One random operation after the other, on a table and on lists of rows by event.
+class Contest {
+public:
+    void Step()
+    {
+        const std::string name = Any_Name();
+        const int t = 1 + static_cast<int>(random_() % 30);
+        const auto known = model_.find(name);
+        std::vector<Row> none, &rows = known == model_.end() ? none : known->second;
+        switch (random_() % 14) {
+        case 0: Trim_Less(t - 20); break;
+        case 1: Trim_Greater(t + 20); break;
         case 2:
-            table->RemoveMin(name.c_str());
+            table_->RemoveMin(name.c_str());
             if (!rows.empty()) rows.erase(rows.begin());
             break;
         case 3:
-            if (random() % 20 == 0) table->RemoveTree(name.c_str()), rows.clear();
+            table_->RemoveMax(name.c_str());
+            if (!rows.empty()) rows.pop_back();
             break;
-        case 4:  // removes the marked ones at the time t while it scans
-            for (bool more = table->ScanSucc(t, name.c_str()); more && table->GetRtime() == t; more = table->WalkNext())
-                table->DelMarked();
-            table->ScanDone();
-            std::erase_if(rows, [&](const Row &row) { return std::get<0>(row) == t && std::get<3>(row); });
+        case 4:
+            if (random_() % 20 == 0) table_->RemoveTree(name.c_str()), rows.clear();
             break;
-        default: {
-            const Row row{t, step, std::string(random() % 3, 'x'), random() % 2 == 0};
-            table->Insert(t, name.c_str(), std::get<2>(row).c_str(), std::get<3>(row));
-            rows.insert(std::upper_bound(rows.begin(), rows.end(), row), row);
+        case 5: Rename(name, Any_Name()); break;
+        case 6: Scan(name, t, rows); break;
+        default: Add(t, name);
         }
-        }
-        if (step % 100 != 0) continue;
-        std::size_t together = 0;
-        for (const auto &[event, all] : model) {
-            ASSERT_EQ(All_Of(*table, event.c_str()), shown(event, all)) << step;
-            together += all.size();
-        }
-        const std::string master = All_Of(*table, "master");
-        ASSERT_EQ(static_cast<std::size_t>(std::count(master.begin(), master.end(), ' ')), together) << step;
     }
+    void Compare()
+    {
+        std::size_t together = 0;
+        for (const auto &[event, rows] : model_) {
+            std::string expected;
+            for (const Row &row : rows) expected += Shown(event, row) + ' ';
+            ASSERT_EQ(All_Of(*table_, event.c_str()), expected);
+            together += rows.size();
+        }
+        const std::string master = All_Of(*table_, "master");
+        ASSERT_EQ(static_cast<std::size_t>(std::count(master.begin(), master.end(), ' ')), together);
+    }
+
+private:
+    struct Row {
+        int time, number;  // the number of the insertion orders equal times
+        std::string text;
+        bool marked;
+        bool operator<(const Row &other) const { return std::tie(time, number) < std::tie(other.time, other.number); }
+    };
+
+    static std::string Shown(const std::string &event, const Row &row)
+    {
+        return std::to_string(row.time) + event + row.text + (row.marked ? "!" : "");
+    }
+    std::string Any_Name() { return std::string(1, "abcdef"[random_() % 6]); }
+    void Add(int t, const std::string &name)
+    {
+        const Row row{t, ++number_, std::string(random_() % 3, 'x'), random_() % 2 == 0};
+        table_->Insert(t, name.c_str(), row.text.c_str(), row.marked);
+        model_[name].insert(std::upper_bound(model_[name].begin(), model_[name].end(), row), row);
+    }
+    void Trim_Less(int t)
+    {
+        table_->RemoveLess(t);
+        for (auto &[event, rows] : model_) std::erase_if(rows, [=](const Row &row) { return row.time < t; });
+    }
+    void Trim_Greater(int t)
+    {
+        table_->RemoveGreater(t);
+        for (auto &[event, rows] : model_) std::erase_if(rows, [=](const Row &row) { return row.time > t; });
+    }
+    void Rename(const std::string &name, const std::string &to)
+    {
+        if (model_.count(to) == 0 && model_.count(name) > 0) {
+            ASSERT_EQ(table_->ChangeEvent(name.c_str(), to.c_str()), 1);
+            model_[to] = std::move(model_[name]);
+            model_.erase(name);
+        } else if (random_() % 8 == 0) {
+            ASSERT_EQ(table_->DelEvent(name.c_str()), static_cast<int>(model_.erase(name)));
+        }
+    }
+    // A scan during which entries come and go, also the one that it stands on.
+    void Scan(const std::string &name, int t, std::vector<Row> &rows)
+    {
+        Row last{t, 0, "", false};
+        bool more = table_->ScanSucc(t, name.c_str());
+        for (;;) {
+            const auto at = std::upper_bound(rows.begin(), rows.end(), last);
+            ASSERT_EQ(more, at != rows.end());
+            if (!more) break;
+            ASSERT_EQ(Current(*table_), Shown(name, *at));
+            last = *at;
+            switch (random_() % 8) {
+            case 0: table_->RemoveAkt(), rows.erase(at); break;
+            case 1:
+                if (table_->DelMarked()) rows.erase(at);
+                ASSERT_TRUE(!last.marked || Current(*table_).empty());
+                break;
+            case 2: table_->InvertMark(), at->marked = !at->marked; break;
+            case 3: Add(1 + static_cast<int>(random_() % 30), name); break;
+            case 4: Trim_Less(last.time - 5 + static_cast<int>(random_() % 10)); break;
+            default: break;
+            }
+            more = table_->WalkNext();
+        }
+        table_->ScanDone();
+    }
+
+    std::mt19937 random_{7};
+    int number_ = 0;
+    std::map<std::string, std::vector<Row>> model_;
+    const Table table_ = Make_Table();
+};
+
+}  // namespace
+
+TEST(EventTabelle, agrees_with_a_naive_table)
+{
+    Contest contest;
+    for (int step = 1; step <= 100000; ++step) {
+        contest.Step();
+        if (step % 200 == 0) contest.Compare();
+        ASSERT_FALSE(HasFatalFailure()) << step;
+    }
+}
+
+// What a scan sees stays as it is until ScanDone, whatever others do; questions by number are answered meanwhile.
+TEST(EventTabelle, several_threads_add_trim_rename_scan_and_ask)
+{
+    const Table table = Make_Table();
+    table->SetInterval(100);
+    table->Insert(1, "a", "x", 0);
+    std::atomic<bool> ends{false};
+    std::thread adding([&] {
+        for (int t = 2; t < 3000; ++t) table->Insert(t, t % 2 ? "a" : "b", std::to_string(t).c_str(), 0);
+        ends = true;
+    });
+    std::thread renaming([&] {
+        for (int i = 0; !ends; ++i)
+            table->ChangeEvent(i % 2 ? "c" : "b", i % 2 ? "b" : "c"), table->GetEventNumber("a");
+    });
+    std::thread asking([&] {
+        while (!ends) {
+            double time = 0;
+            char name[64], text[64] = "";
+            int marked = 0;
+            table->FindPrevKey(1e6, 0, time, name, text, marked);
+            EXPECT_EQ(text, time > 1 ? std::to_string(static_cast<int>(time)) : "x");
+            EXPECT_GE(table->GetMax(), time);
+        }
+    });
+    while (!ends) {
+        double before = 0, newest = table->GetMin();
+        for (bool more = table->ScanFirst("master"); more; more = table->WalkNext()) {
+            EXPECT_GT(table->GetRtime(), before);
+            before = table->GetRtime();
+            newest = table->GetMax();
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(before, newest);
+        table->ScanDone();
+    }
+    for (std::thread *thread : {&adding, &renaming, &asking}) thread->join();
 }
 
 TEST(EventTabelle, a_file_gives_everything_back)
@@ -224,7 +333,7 @@ TEST(EventTabelle, reads_other_versions_and_skips_what_is_no_entry)
         const char *entries;
         bool accepted;
     } files[] = {
-        {"# Version 1.1\n" + rows, "16et! ", true},
+        {"# Version 1.1\n" + rows + "0x1A2B,0,\"u\"\n", "16et! 6699eu ", true},
         {"# Version 1.2\n" + rows, "10et! ", true},
         {"# Version 1.21\n" + rows, "10et! ", true},
         {"# Version 1.5\n" + rows, "", false},
@@ -274,7 +383,9 @@ TEST(EventTabelle, loggers_stand_in_a_directory)
 {
     static std::string traced;
     traced.clear();
-    Table first = Make_Table("History"), second = Make_Table("HISTORY"), third(EventTabelle::Create(nullptr, "b"));
+    const std::string b(300, 'b');
+    Table first = Make_Table("History"), second = Make_Table("HISTORY"),
+          third(EventTabelle::Create(nullptr, b.c_str()));
     EXPECT_EQ(second->GetTreeName(), nullptr);
     EXPECT_EQ(EventTabelle::FindTabelle("hisTory"), first.get());
     EXPECT_TRUE(!EventTabelle::FindTabelle("") && !EventTabelle::FindTabelle(nullptr));
@@ -286,8 +397,9 @@ TEST(EventTabelle, loggers_stand_in_a_directory)
     first.release(), third.release();
     EventTabelle::DeleteAll();
     platform::set_debug_output(nullptr);
-    EXPECT_EQ(traced, "DeleteAllHistoryLoggers start...\nDeleting History Tree \"b\".\n"
-                      "Deleting History Tree \"history\".\nDeleteAllHistoryLoggers done...\n");
+    EXPECT_EQ(traced, "DeleteAllHistoryLoggers start...\nDeleting History Tree \"" + b +
+                          "\".\n"
+                          "Deleting History Tree \"history\".\nDeleteAllHistoryLoggers done...\n");
     EXPECT_EQ(second->AddEvent("a"), 1);  // it is in no directory
 }
 

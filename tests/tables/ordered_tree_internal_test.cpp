@@ -124,6 +124,7 @@ constexpr int least = -1000, most = 1000;
 // One random operation on both; false when they differ.
 class Contest {
 public:
+    explicit Contest(AVL_Rank rank) : tree_(AVL_Konstruktor(functions, Compare, rank)) {}
     ~Contest() { AVL_Destruktor(tree_); }
 
     testing::AssertionResult Step()
@@ -211,7 +212,7 @@ private:
 
     std::mt19937 random_{20121014};
     Model model_;
-    S_AVL_WorkFunc *const tree_ = AVL_Konstruktor(functions, Compare);
+    S_AVL_WorkFunc *const tree_;
     std::vector<AVL_Cursor> cursors_ = std::vector<AVL_Cursor>(4, AVL_MakeMin(tree_));
 };
 
@@ -219,8 +220,11 @@ private:
 
 TEST(ordered_tree, agrees_with_a_sorted_list)
 {
-    Contest contest;
-    for (int step = 0; step < 100000; ++step) ASSERT_TRUE(contest.Step()) << step;
+    const auto by_half = [](const void *key) { return static_cast<double>(*static_cast<const int *>(key) / 2); };
+    for (const AVL_Rank rank : {AVL_Rank{nullptr}, AVL_Rank{by_half}}) {
+        Contest contest(rank);
+        for (int step = 0; step < 100000; ++step) ASSERT_TRUE(contest.Step()) << step;
+    }
 }
 
 // As trees of strings use it: the key is a text, and the node is made from it.

@@ -683,8 +683,7 @@ TEST(Socket_Client_Server, an_accepted_socket_is_served_to_its_end)
 {
     Host host;
     Peer peer = Peer::To(host.Open().Port());
-    static auto &handed_over = *new std::vector<Peer>;  // handed over by number, so never destroyed here
-    const auto number = static_cast<unsigned int>(handed_over.emplace_back(host.Accept()).Socket().native());
+    const auto number = static_cast<unsigned int>(host.Accept().Socket().release());
     const sockaddr_in address{2, {0x12, 0x34}, {10, 0, 0, 1}};
     int owner = 0;
     auto *const multi_server = reinterpret_cast<Socket_Multi_Server *>(&owner);

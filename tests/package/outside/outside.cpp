@@ -1,7 +1,10 @@
-// The smallest chain: bytes from memory, drained and counted.
+// The smallest chain: bytes from memory, drained and counted. And the texts that the library ships.
 #include "kernel/base/Error_Handler.h"
 #include "kernel/bytes/String_Byte_Server.h"
 #include "kernel/connections/BYTE_SER.h"
+#include "kernel/services/resource_strings.h"
+
+#include <cstring>
 
 int main()
 {
@@ -12,5 +15,6 @@ int main()
     if (worked) server->Work();
     const bool drained = worked && client->Byte_Count() == sizeof bytes;
     kernel::String_Byte_Server::Destruct(server);  // and with it the client
-    return drained ? 0 : 1;
+    const bool is_text = std::strcmp(CST(1019), "GPS ephemeris") == 0;
+    return drained && is_text ? 0 : 1;
 }
