@@ -15,7 +15,7 @@
 #include <fcntl.h>
 #include <mutex>
 #include <new>
-#include <sys/epoll.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -394,7 +394,7 @@ std::shared_ptr<Server_Pipe> Server_Pipe::create(std::string_view name)
 Server_Pipe::Server_Pipe(std::intptr_t native, std::unique_ptr<State> state)
     : Stream(native, false), state_(std::move(state))
 {
-    state_->arrival = std::make_unique<posix::Ready>(state_->parcels.get(), EPOLLIN, closing_->event);
+    state_->arrival = std::make_unique<posix::Ready>(state_->parcels.get(), POLLIN, closing_->waiters);
 }
 
 Server_Pipe::~Server_Pipe() { close(); }
