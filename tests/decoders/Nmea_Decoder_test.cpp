@@ -77,7 +77,7 @@ TEST(Nmea_Scanner, finds_intact_sentences_however_the_stream_is_cut)
         {"\x01*41\r\n" + Sentence("A") + "noise\r\n\r\n", {"A"}, 0},
         {"$A*41\n$A*4a\r$A*4f*41\n$A\n$A*411\n", {"A"}, 4},
         {"$GPG" + Sentence("A"), {"A"}, 1},  // cut short by the next one
-        {"$A\x80*41\n" + Sentence("A"), {"A"}, 1},
+        {"$A\x80*C1\n" + Sentence("A"), {"A"}, 1},
         {Sentence(longest) + Sentence(longest + "x"), {longest}, 1},
         {"$A*41", {"A"}, 0},  // only the line end is missing
         {"$A*4", {}, 1},
