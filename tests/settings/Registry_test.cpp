@@ -307,7 +307,11 @@ TEST_F(Registry_Test, keeps_long_and_odd_texts)
     EXPECT_STREQ(key.ReadString(key.ReadString("name", ""), "lost"), "reached");
     ASSERT_TRUE(key.WriteString("list", 1, key.ReadString("target", "")));
     EXPECT_STREQ(key.ReadString("list", 1, ""), "reached");
+    ASSERT_TRUE(key.WriteString("list", 2, key.ReadString("target", "")));
+    EXPECT_STREQ(key.ReadString("list", 2, ""), "reached");
     EXPECT_STREQ(key.ReadString("none", key.ReadString("name", "")), "target");
+    for (int i = 0; i < 2; ++i) EXPECT_STREQ(key.ReadString("target", ""), "reached");
+    EXPECT_STREQ(key.ReadString("bare", ""), "abc");  // nothing is left of the longer text
 }
 
 TEST_F(Registry_Test, edits_arrays_like_a_list)
