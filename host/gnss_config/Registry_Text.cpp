@@ -294,7 +294,8 @@ bool Parse_Registry_Text(std::string_view text, std::vector<Registry_Content> &c
             contents.back().values.emplace_back();
             wrong = Parse_Value(line.substr(start), contents.back().values.back());
         }
-        if (line.find('\0') != line.npos) wrong = "a zero byte";
+        if (line.find_first_of(std::string_view("\0\r", 2)) != line.npos)
+            wrong = "a zero byte or a stray carriage return";
         if (!wrong) continue;
         error = "line " + std::to_string(number) + ": " + wrong;
         return false;

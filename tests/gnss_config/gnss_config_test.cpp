@@ -83,6 +83,7 @@ TEST(gnss_config, text_with_a_fault_is_refused_with_its_line)
         {"HKCU\\A\n v    REG_BINARY    123\n", "line 2: the data does not fit the type"},
         {"HKCU\\A\n v    REG_SZ    a\\q\n", "line 2: the data does not fit the type"},
         {"HKCU\\A\n v\\x1    REG_SZ    a\n", "line 2: a backslash in the name begins nothing known"},
+        {"HKCU\\A\r\\\n", "line 1: a zero byte or a stray carriage return"},
         {"HKCU\\A\n v\\0    REG_SZ    a\n", "line 2: a name cannot have a zero"},
     };
     for (const auto &[text, expected] : rows) {
@@ -106,6 +107,7 @@ TEST(gnss_config, does_what_its_command_line_says)
     } rows[] = {
         {{"list", "HKCU\\S"}, "", "1 gnss_config: Creation/Open of Key \"HKEY_CURRENT_USER\\\\S\" failed!"},
         {{"delete", "HKCU\\S", "text"}, "", "1 gnss_config: Creation/Open of Key \"HKEY_CURRENT_USER\\\\S\" failed!"},
+        {{"list", "HKCU\\S"}, "", "1 gnss_config: Creation/Open of Key \"HKEY_CURRENT_USER\\\\S\" failed!"},
         {{"write", "HKCU\\S", "text", "two words"}, "", "0 "},
         {{"write", "HKCU\\S", "", "default", "-t", "expand"}, "", "0 "},
         {{"write", "HKCU\\S", "texts", "a", "", "c", "-t", "strings"}, "", "0 "},
