@@ -8,11 +8,11 @@ namespace registry_texts {
 
 namespace {
 
-// The position behind `index` texts; the final zero's if there are no more.
+// The position behind `index` texts, which must be there.
 std::size_t Start_Of(std::string_view texts, std::size_t index)
 {
     std::size_t at = 0;
-    for (; index > 0 && at + 1 < texts.size(); --index) at = texts.find('\0', at) + 1;
+    for (; index > 0; --index) at = texts.find('\0', at) + 1;
     return at;
 }
 

@@ -11,8 +11,8 @@ namespace kernel {
 namespace {
 
 constexpr unsigned base_offset = 0x4D;
-constexpr unsigned step = 7;
-constexpr unsigned char zero_substitute = 0xA7;
+constexpr unsigned step = 0x80;
+constexpr unsigned char zero_substitute = base_offset + 0x7F;  // what becomes it: 0x7F at even places, 0xFF at odd ones
 constexpr unsigned length_offset = 0x35;  // odd, and below 226: the byte with the length is then never 0
 constexpr std::size_t shortest_text = 8, longest_filled_text = 15;
 

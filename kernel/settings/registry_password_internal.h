@@ -8,8 +8,8 @@
 namespace kernel {
 
 // The clear text backwards, each byte shifted by its place; below a drawn length of 8 to 15 bytes, random bytes follow;
-// then one byte with the length. No byte is 0. A character whose shifted byte comes out as the substitute for 0 is read
-// back as another one. Throws std::bad_alloc.
+// then one byte with the length. No byte is 0. Only 0x7F and 0xFF, which no typed text has, may be read back as another
+// character. Throws std::bad_alloc.
 std::string Scrambled_Password(std::string_view clear);
 // Any bytes are accepted. Texts of 16 characters and more have no random bytes, so that their length needs no byte.
 std::string Clear_Password(std::string_view scrambled);

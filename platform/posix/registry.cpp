@@ -233,6 +233,8 @@ std::uint32_t Hive::open(std::uint32_t root, bool may_create)
     const int opened = sqlite3_open_v2(file.name.c_str(), &base_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     if (opened != SQLITE_OK) return error(opened);
     sqlite3_busy_handler(base_, wait_for_lock, this);
+    int keeps_log = 1;  // the files beside the hive stay, so that it can be read when the disk is full
+    sqlite3_file_control(base_, "main", SQLITE_FCNTL_PERSIST_WAL, &keeps_log);
     int number = 0;
     std::uint32_t failed = version(number);
     if (failed == error_none && number == 0) {

@@ -188,8 +188,8 @@ TEST(registry, grants_what_was_asked_for)
 TEST(registry, knows_a_key_that_is_deleted)
 {
     const Own_Registry registry;
-    Made("top\\One");
     Made("top\\two");
+    Made("top\\One");  // the last one made: its number must not go to another key
     const Key top = Made("top"), one = Made("top\\one");
     EXPECT_EQ(Names(*top, &Registry_Key::sub_key_name), (std::vector<std::string>{"One", "two"}));
     Write(*one, "v", registry_sz, "x");
