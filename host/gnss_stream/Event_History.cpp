@@ -18,6 +18,7 @@ using std::chrono::system_clock;
 const char unit[] = "host/Event_History";
 const char started[] = "started", ended[] = "ended";
 constexpr auto write_pause = 2s, retry_pause = 10s;
+constexpr int told_after = 2;            // failures in a row, or the last of all
 constexpr std::int64_t set_back = 1000;  // [ms] by which the clock must go back to be believed
 
 // What the file tells about the run before this one.
@@ -106,7 +107,6 @@ void Event_History::Tell_Left_Out(Limits::value_type &limit)
 
 void Event_History::Run()
 {
-    bool is_written = true;  // the last time
     std::unique_lock lock(lock_);
     for (auto next = Clock::now();;) {
         wake_.wait_for(lock, 1min, [&] { return ending_ || !waiting_.empty(); });
@@ -123,13 +123,7 @@ void Event_History::Run()
         lock.unlock();
         std::string error;
         const bool written = entries.empty() || Write(entries, error);
-        if (!written && is_written)
-            console_.Set(unit, __LINE__)
-                ->Print_Out(kernel::Error_Handler::ES_Error, "History: %s It is tried again.", error.c_str());
-        if (written && !is_written)
-            console_.Set(unit, __LINE__)
-                ->Print_Out(kernel::Error_Handler::ES_Warning, "History: \"%s\" is written again.", file_.c_str());
-        is_written = written;
+        Report_Writing(written, ends, error);
         lock.lock();
 
         if (!written) waiting_.insert(waiting_.begin(), entries.begin(), entries.end());
@@ -137,6 +131,19 @@ void Event_History::Run()
         if (ends) return;
         next = Clock::now() + (written ? write_pause : retry_pause);
     }
+}
+
+// A single failure may be due to a program that reads the file just then.
+void Event_History::Report_Writing(bool written, bool ends, const std::string &error)
+{
+    using Level = kernel::Error_Handler::Enum_Status;
+    const bool was_told = failed_ >= told_after;
+    failed_ = written ? 0 : ends ? told_after : failed_ + 1;
+    if (failed_ == told_after && !was_told)
+        console_.Set(unit, __LINE__)
+            ->Print_Out(Level::ES_Error, "History: %s%s", error.c_str(), ends ? "" : " It is tried again.");
+    if (written && was_told)
+        console_.Set(unit, __LINE__)->Print_Out(Level::ES_Warning, "History: \"%s\" is written again.", file_.c_str());
 }
 
 bool Event_History::Write(const std::deque<Entry> &entries, std::string &error) const

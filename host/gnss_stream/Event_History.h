@@ -28,8 +28,8 @@ namespace host {
 //
 // Threads:   any may call Note; one calls the rest.
 // Ownership: the console outlives it.
-// Errors:    a file that cannot be written is reported once, as a fault, until it can be written again. The entries
-//            wait meanwhile; of more than most_waiting the oldest are dropped and counted.
+// Errors:    a file that cannot be written twice in a row, or at the end, is reported as a fault, once until it can be
+//            written again. The entries wait meanwhile; of more than most_waiting the oldest are dropped and counted.
 class Event_History {
 public:
     static constexpr std::size_t most_entries = 100000, most_waiting = 10000;
@@ -63,11 +63,13 @@ private:
     void Drop_Surplus();
     void Tell_Left_Out(Limits::value_type &limit);
     void Run();
+    void Report_Writing(bool written, bool ends, const std::string &error);
     bool Write(const std::deque<Entry> &entries, std::string &error) const;
     void Stop();
 
     const std::string file_;
     Console &console_;
+    int failed_ = 0;  // writings in a row; of the thread
     std::thread thread_;
     std::mutex lock_;  // guards what follows
     std::condition_variable wake_;

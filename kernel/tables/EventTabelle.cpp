@@ -2,10 +2,12 @@
 
 #include "kernel/base/Immortal_internal.h"
 #include "kernel/base/text_internal.h"
+#include "kernel/settings/Registry.h"
 #include "kernel/tables/event_text_internal.h"
 #include "kernel/tables/ordered_tree_internal.h"
 
 #include "platform/debug.h"
+#include "platform/error.h"
 
 #include <cstdio>
 #include <cstring>
@@ -17,6 +19,20 @@ namespace kernel {
 namespace {
 
 constexpr double usual_interval = 3600;  // [s]
+constexpr char registry_key[] = "EventTable";
+
+// The interval of the logger with this name, in seconds. On most machines nobody has set one: that there is no such key
+// is not reported, other failures are.
+double Stored_Interval(const char *tree_name)
+{
+    Registry key(nullptr);
+    key.Set_Error_Handler(nullptr);
+    const bool is_open = key.InitProgName(registry_key, Registry::Read_only);
+    const bool is_missing = !is_open && platform::last_error() == platform::error_not_found;
+    key.Set_Error_Handler(Object::Get_Default_Handler());
+    if (is_missing || (!is_open && !key.InitProgName(registry_key, Registry::Read_only))) return usual_interval;
+    return key.ReadDouble(tree_name, usual_interval);
+}
 
 // The directory: loggers by tree name.
 struct Directory {
@@ -69,6 +85,9 @@ EventTabelle::EventTabelle(const char *table_name, const char *tree_name)
     : AVL_EventTabelle(nullptr, table_name), interval_(usual_interval)
 {
     if (tree_name && *tree_name != '\0' && IsValid()) Enter_Directory(tree_name);
+    if (!tree_name_) return;
+    double expected = usual_interval;  // another thread may have found the logger, and set another one
+    interval_.compare_exchange_strong(expected, Stored_Interval(tree_name_.get()));
 }
 
 void EventTabelle::Enter_Directory(const char *tree_name)
@@ -184,6 +203,11 @@ bool EventTabelle::ReadASCIIEntry(std::FILE *file, AVL_Tab *entry)
 
 double EventTabelle::GetInterval() { return interval_; }
 
-void EventTabelle::SetInterval(double interval) { interval_ = interval; }
+void EventTabelle::SetInterval(double interval)
+{
+    if (interval_.exchange(interval) == interval || !tree_name_) return;
+    const std::unique_ptr<Registry> key(Registry::Create(registry_key, Registry::Write_only, nullptr));
+    if (key) key->WriteDouble(tree_name_.get(), interval);
+}
 
 }  // namespace kernel

@@ -9,15 +9,21 @@
 
 namespace kernel {
 
-// Adding an entry drops those of all events that are older than it by more than the interval, 3600 s at first. Reading
-// a file adds its entries one by one, so that it trims as well: set the interval to 0 first to keep all.
+// Adding an entry drops those of all events that are older than it by more than the interval. Reading a file adds its
+// entries one by one, so that it trims as well: set the interval to 0 first to keep all.
+//
+// A logger with a tree name has its interval in the machine's registry: a number of that name in the sub key
+// "EventTable". It is read when the logger is created, and is 3600 s when it is not there. A logger without a tree name
+// begins with 3600 s, and leaves the registry alone.
 //
 // Threads:   as AVL_EventTabelle. The directory has a lock of its own, which may be held while a logger's lock is
 //            taken, never the other way round: do not create, find or delete loggers during a scan. A logger that was
-//            found may be deleted by another thread; hold GetTreeSema() while you use it if that can happen.
+//            found may be deleted by another thread; hold GetTreeSema() while you use it if that can happen. Create and
+//            SetInterval may wait for the registry, 2 s at most, with no lock held.
 // Ownership: the caller of Create owns the logger until Delete or DeleteAll. Strings are copied.
-// Errors:    Create returns null when memory is short. A tree name that is taken already is no error: the logger works,
-//            GetTreeName is null, and FindTabelle finds the first one.
+// Errors:    failures of the registry are reported to the default handler, except that there is no such key when it is
+//            read; an interval that was set holds all the same. Create returns null when memory is short. A tree name
+//            that is taken already is no error: the logger works, GetTreeName is null, and FindTabelle finds the first.
 class KERNEL_API EventTabelle : public AVL_EventTabelle {
 public:
     static EventTabelle *Create(const char *table_name, const char *tree_name);
@@ -38,8 +44,8 @@ public:
     // Ignored: a time that is not greater than 0 or is infinite. An unknown event and the table's own name get no
     // entry, but the interval trims all the same.
     virtual void Add(double time, const char *name, const char *text, int marked);
-    virtual double GetInterval();  // [s]; 0 or less keeps all
-    virtual void SetInterval(double interval);
+    virtual double GetInterval();               // [s]; 0 or less keeps all
+    virtual void SetInterval(double interval);  // writes it to the registry if it is another one
 
     void Insert(double time, const char *name, const char *text, int marked);  // adds the event first, if need be
 

@@ -1,6 +1,9 @@
 #include "kernel/tables/EventTabelle.h"
 
+#include "kernel/settings/Registry.h"
 #include "tests/support/folder.h"
+#include "tests/support/registry.h"
+#include "tests/support/reports.h"
 
 #include "platform/debug.h"
 #include "platform/error.h"
@@ -379,8 +382,39 @@ TEST(EventTabelle, others_wait_for_a_scan_and_a_threads_end_ends_it)
     EXPECT_EQ(All_Of(*table, "a"), "1a 2a ");
 }
 
+TEST(EventTabelle, a_logger_with_a_name_has_its_interval_in_the_registry)
+{
+    const Own_Registry registry;
+    Heard_Reports heard;
+    const auto interval_of = [](const char *tree_name) {
+        return Table(EventTabelle::Create("m", tree_name))->GetInterval();
+    };
+    EXPECT_EQ(interval_of("History"), 3600);
+    {
+        const Table table(EventTabelle::Create("m", "History")), taken(EventTabelle::Create("m", "HISTORY"));
+        table->SetInterval(60.25);
+        taken->SetInterval(7);
+        Table(EventTabelle::Create("m", nullptr))->SetInterval(8);
+    }
+    EXPECT_EQ(interval_of("history"), 60.25);
+    EXPECT_EQ(interval_of(nullptr), 3600);
+    EXPECT_EQ(heard->Take(), Reports{});  // a missing key or value is no failure
+
+    ASSERT_TRUE(Registry::SetExePath(std::string(300, 'w').c_str()));  // more than a key's name may have
+    const Table table(EventTabelle::Create("m", "History"));
+    EXPECT_EQ(table->GetInterval(), 3600);
+    EXPECT_EQ(heard->Take().size(), 1u);
+    table->SetInterval(5);
+    EXPECT_EQ(table->GetInterval(), 5);
+    EXPECT_EQ(heard->Take().size(), 1u);
+    table->SetInterval(5);  // the same: not written
+    EXPECT_EQ(heard->Take(), Reports{});
+    Registry::SetExePath("DRUX.exe");
+}
+
 TEST(EventTabelle, loggers_stand_in_a_directory)
 {
+    const Own_Registry registry;
     static std::string traced;
     traced.clear();
     const std::string b(300, 'b');
