@@ -161,6 +161,9 @@ TEST(wait, costs_no_descriptor_but_one_for_a_thread_that_waits_for_a_stream)
 
 TEST(wait, does_without_a_descriptor_of_its_own)
 {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the check of virtual calls looks at memory through a pipe, and takes a failure for a fault";
+#endif
     Silent_Line line;
     Event event;
     Waitable *const both[] = {&event, &line.read};
