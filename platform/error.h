@@ -30,7 +30,7 @@ enum Error : std::uint32_t {
     error_bad_executable = 193,
     error_name_too_long = 206,
     error_bad_file_type = 222,  // not a regular file
-    error_directory = 267,  // a link, or no folder
+    error_directory = 267,      // a link, or no folder
     error_operation_aborted = 995,
     error_io_incomplete = 996,
     error_io_pending = 997,

@@ -252,6 +252,7 @@ bool Epoch_Printer::Connect(Rtcm3_Decoder &decoder)
 
 void Epoch_Printer::Take(const EPO_DATA &epoch)
 {
+    if (also_) also_(epoch);
     const unsigned char satellites = epoch.ReadUint8Epo(EPO_SATELLITES);
     ++epochs_;
     satellites_ += satellites;
