@@ -279,6 +279,7 @@ bool Epoch_Printer::Connect(Object_Server &server)
 
 void Epoch_Printer::Take(const EPO_DATA &epoch)
 {
+    if (also_) also_(epoch);
     const unsigned char satellites = epoch.ReadUint8Epo(EPO_SATELLITES);
     ++epochs_;
     satellites_ += satellites;

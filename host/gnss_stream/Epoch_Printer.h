@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -53,6 +54,8 @@ public:
     bool Connect(Rtcm3_Decoder &decoder);
     // False: records of another kind than the decoder's, a second server of a kind, or refused.
     bool Connect(kernel::Object_Server &server);
+    // Before Connect: the function gets each epoch, too.
+    void Also(std::function<void(const kernel::EPO_DATA &)> take) { also_ = std::move(take); }
     bool Close(kernel::Error_Handler &handler);  // false: a file could not be written whole
     void Print_Totals(std::FILE *out) const;
 
@@ -78,6 +81,7 @@ private:
 
     std::FILE *const out_, *const others_;
     Csv epoch_file_, satellite_file_;
+    std::function<void(const kernel::EPO_DATA &)> also_;
     std::uint64_t epochs_ = 0, satellites_ = 0, gps_ephemerides_ = 0, glonass_ephemerides_ = 0;
     std::array<kernel::KeplerData, 33> ephemerides_{};  // by PRN, 1 to 32; an entry with PRN 0 is empty
     std::optional<std::array<double, 3>> station_;      // [m] ECEF

@@ -83,7 +83,15 @@ bool Rtcm3_Output::Open()
     decoder_ = std::make_unique<Rtcm3_Decoder>(options_.decoder);
     decoder_->Set_Error_Handler(console_);
     feed_.emplace(*decoder_);
+    if (options_.ring != no_ring && !Open_Ring()) return false;
     return printer_->Connect(*decoder_) && (options_.csv.empty() || printer_->Open_Csv(options_.csv, console_));
+}
+
+bool Rtcm3_Output::Open_Ring()
+{
+    ring_ = std::make_unique<Ring_Output>(console_);
+    printer_->Also([this](const kernel::EPO_DATA &epoch) { ring_->Publish(epoch); });
+    return ring_->Open(options_.ring, options_.ring_slots);
 }
 
 Stream_Status Rtcm3_Output::Status() const
@@ -99,6 +107,7 @@ bool Rtcm3_Output::Close()
         decoder_->Finish();
     else
         reader_.Finish();
+    if (ring_) ring_->Close();
     if (printer_) printer_->Close(console_);  // reports a failure, which is then a fault of the run
     return true;                              // no thread was left behind
 }
@@ -108,6 +117,11 @@ void Rtcm3_Output::Print_Totals() const
     Print_Table(Reader());
     if (!printer_) return;
     printer_->Print_Totals(stdout);
+    if (ring_) {
+        Print_Total("epochs in the ring", ring_->Count().published);
+        Print_Total("epochs not in the ring", ring_->Count().refused);
+        Print_Total("satellites left out", ring_->Count().left_out);
+    }
     Print_Decoding(*decoder_);
     Print_Equipment(decoder_->Equipment());
 }

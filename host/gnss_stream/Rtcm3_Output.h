@@ -7,6 +7,7 @@
 #include "host/gnss_stream/Endpoint.h"
 #include "host/gnss_stream/Epoch_Printer.h"
 #include "host/gnss_stream/Feed.h"
+#include "host/gnss_stream/Ring_Output.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -21,10 +22,14 @@ namespace host {
 // Errors:    Open returns false when a table cannot be created. Otherwise as Rtcm3_Decoder and Epoch_Printer.
 class Rtcm3_Output : public Output {
 public:
+    static constexpr int no_ring = -1;
+
     struct Options {
         bool decode = false;
-        bool epochs = false;  // lines per epoch and satellite, on standard output
-        std::string csv;      // prefix of the names of two tables; empty: none
+        bool epochs = false;           // lines per epoch and satellite, on standard output
+        std::string csv;               // prefix of the names of two tables; empty: none
+        int ring = no_ring;            // station ring that epochs are published into
+        std::uint32_t ring_slots = 0;  // of a ring that is made for it; 0: it is there
         Rtcm3_Options decoder;
     };
     Rtcm3_Output(const Options &options, Console &console);
@@ -44,10 +49,15 @@ public:
 
 private:
     const Rtcm3_Frame_Reader &Reader() const { return decoder_ ? decoder_->Reader() : reader_; }
-    bool Decodes() const { return options_.decode || options_.epochs || !options_.csv.empty(); }
+    bool Decodes() const
+    {
+        return options_.decode || options_.epochs || !options_.csv.empty() || options_.ring != no_ring;
+    }
+    bool Open_Ring();
 
     const Options options_;
     Console &console_;
+    std::unique_ptr<Ring_Output> ring_;       // null: epochs go into no ring
     Rtcm3_Frame_Reader reader_;               // unused with a decoder, which has its own
     std::unique_ptr<Epoch_Printer> printer_;  // null, like the decoder, when nothing is decoded
     std::unique_ptr<Rtcm3_Decoder> decoder_;

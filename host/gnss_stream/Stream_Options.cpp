@@ -56,6 +56,10 @@ leap seconds with their source, doubts about them, and the texts of messages 100
 solution for each position; "E" and the satellite, GPS week and reference time [s], or for GLONASS the time of day, for
 each ephemeris; and totals at the end.
 
+With --ring each epoch that has a week also goes into a ring in shared memory, with its first 24 satellites; see
+--start-week. The ring exists as long as this program, or another one that uses it, runs. One program publishes into a
+ring.
+
 A list file names one recording per line, relative to the current directory; "//" starts a comment. The recordings
 of a list are one stream: a frame may begin in one and end in the next.
 
@@ -71,8 +75,8 @@ Exit status:
      input because nobody was connected or the peer did not take them; no connection, with --reconnect 0; a CRC failure
      in the frames looked at; bytes missing in the record or in a CSV file; entries missing in the history
   2  wrong usage
-  4  could not start: input, output, record, history, password file, CSV file or driver not usable; no thread, memory
-     or descriptor to be had; with --strict any stream that is not there
+  4  could not start: input, output, record, history, password file, CSV file, driver or ring not usable; no thread,
+     memory or descriptor to be had; with --strict any stream that is not there
 No faults, but reported: bytes that an output of a serial, TCP or NTRIP input lost, skipped bytes, an incomplete last
 frame.)";
 
@@ -161,6 +165,16 @@ void Declare_Decoding(CLI::App &app, Stream_Options &options)
     app.add_option("--csv", rtcm3.csv, "Decodes, and writes PREFIX_epochs.csv and PREFIX_satellites.csv anew")
         ->option_text("PREFIX")
         ->check(not_empty);
+    CLI::Option *ring = app.add_option("--ring", rtcm3.ring,
+                                       "Decodes, and publishes the epochs into this station ring, 0 to 3, for "
+                                       "gnss_ring and other programs")
+                            ->option_text("RING")
+                            ->check(CLI::Range(0, 3));
+    app.add_option("--create-ring", rtcm3.ring_slots,
+                   "Makes the ring when it does not exist, for this many epochs; absent: it must exist")
+        ->option_text("EPOCHS")
+        ->check(CLI::Range(33, 400000))
+        ->needs(ring);
     app.add_option("--near-week", rtcm3.decoder.near_week,
                    "A GPS week within 512 weeks of the recording, because messages carry ten bits of it; absent: "
                    "--start-week, or a date or leap seconds in the stream, or 2200")
@@ -204,6 +218,11 @@ Stream_Path Path_Of(const char *option, const std::string &text)
     throw CLI::ValidationError(option, error);
 }
 
+bool Decodes(const Rtcm3_Output::Options &rtcm3)
+{
+    return rtcm3.decode || rtcm3.epochs || !rtcm3.csv.empty() || rtcm3.ring != Rtcm3_Output::no_ring;
+}
+
 template <class Kind>
 bool Is(const Stream_Path &path)
 {
@@ -237,7 +256,7 @@ void Set_Outputs(const Paths &paths, Stream_Options &options)
         if (file && file->tags && *file->tags != Replay_Pace())
             throw CLI::ValidationError("--out", "::x and ::+ are for inputs only");
     }
-    const bool decodes = options.rtcm3.decode || options.rtcm3.epochs || !options.rtcm3.csv.empty();
+    const bool decodes = Decodes(options.rtcm3);
     options.looks_at_frames = options.frames || decodes;
     const bool reads = options.looks_at_frames || !options.driver.file.empty();
     if (options.outputs.empty() && options.record.empty() && !reads) options.outputs.emplace_back(Standard_Path{});
@@ -260,8 +279,8 @@ void Check_Decoding(const CLI::App &app, const Stream_Options &options)
 {
     const Rtcm3_Output::Options &rtcm3 = options.rtcm3;
     for (const char *name : decoder_options)
-        if (app.count(name) > 0 && !rtcm3.decode && !rtcm3.epochs && rtcm3.csv.empty())
-            throw CLI::RequiresError(name, "--decode, --epochs or --csv");
+        if (app.count(name) > 0 && !Decodes(rtcm3))
+            throw CLI::RequiresError(name, "--decode, --epochs, --csv or --ring");
     for (const char *name : {"--frames", "--decode", "--epochs", "--driver"})
         if (app.count(name) > 0 && !options.shows_text)
             throw CLI::ExcludesError(name, "bytes on standard output (--out)");

@@ -37,7 +37,8 @@ bool Lay_Out_Ring(sharemem &segment, const Station_Segment::Options &options, st
 {
     auto *const header = static_cast<Ring_Header *>(segment.get_ptr(0));
     if (segment.get_size() < sizeof *header) return false;
-    fresh = header->version == 0 && header->slots == 0;
+    fresh = header->slots == 0 && (header->version == 0 || header->version == Ring_Header::Version);
+    if (fresh && kernel::Ring_Size(options.slots, pool_size) > segment.get_size()) return false;  // not made by this
     if (!fresh)
         return header->version == Ring_Header::Version && header->slots >= Station_Segment::Fewest_Slots &&
                kernel::Ring_Size(header->slots, header->pool_size) <= segment.get_size();

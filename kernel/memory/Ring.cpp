@@ -48,11 +48,7 @@ struct Ring::List {
     Semaphore lock;
     Ring *first = nullptr, *last = nullptr;
 
-    static List &All()
-    {
-        static Immortal<List> list;
-        return *list;
-    }
+    static List &All();
     static auto Key(const Ring &ring) { return std::pair(ring.get_station_id(), ring.get_ring()); }
 
     void Add(Ring &ring)
@@ -74,6 +70,12 @@ struct Ring::List {
         ring.next_ = ring.prev_ = nullptr;
     }
 };
+
+Ring::List &Ring::List::All()
+{
+    static Immortal<List> list;
+    return *list;
+}
 
 Ring *Ring::Find(short station, unsigned short ring)
 {

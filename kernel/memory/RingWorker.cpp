@@ -36,11 +36,7 @@ struct RingWorker::Table {
     Semaphore lock;
     std::array<RingWorker *, Station_Rings> workers{};
 
-    static Table &All()
-    {
-        static Immortal<Table> table;
-        return *table;
-    }
+    static Table &All();
     void Forget(const RingWorker *worker)
     {
         const Semaphore_Guard guard(lock);
@@ -48,6 +44,12 @@ struct RingWorker::Table {
                      static_cast<RingWorker *>(nullptr));
     }
 };
+
+RingWorker::Table &RingWorker::Table::All()
+{
+    static Immortal<Table> table;
+    return *table;
+}
 
 // Runs the action on the worker of that number with the table's lock held. For other numbers traces the text, if any.
 template <class Action>

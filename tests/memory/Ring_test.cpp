@@ -89,40 +89,42 @@ public:
         : header_(Header_Of(ring)), records_(Records_Of(ring)), slots_(header_.slots), head_(header_.head)
     {
         if (header_.total == 0) return;
-        tail_ = header_.total < slots_ - 16 ? header_.tail : header_.count > 16 ? (header_.tail + 16) % slots_ : -1;
+        tail_ = static_cast<long long>(header_.total) < slots_ - 16 ? header_.tail
+                : header_.count > 16                                ? (header_.tail + 16) % slots_
+                                                                    : -1;
     }
-    long Greater(double t) const
+    long long Greater(double t) const
     {
         if (tail_ < 0) return -1;
         if (t <= Time(tail_)) return tail_;
         if (t == Time(head_)) return head_;
         return t > Time(head_) ? -1 : Binary(t, t);
     }
-    long Less(double t) const
+    long long Less(double t) const
     {
         if (tail_ < 0 || t < Time(tail_)) return -1;
         if (t == Time(tail_)) return tail_;
         if (t >= Time(head_)) return head_;
-        const long found = Binary(t, t);
+        const long long found = Binary(t, t);
         if (Time(found) <= t) return found;
         return found == tail_ ? -1 : (found + slots_ - 1) % slots_;
     }
-    long Equal(double t, double tolerance) const
+    long long Equal(double t, double tolerance) const
     {
         if (tail_ < 0 || tolerance < 0 || t + tolerance < Time(tail_) || Time(head_) < t - tolerance) return -1;
-        const auto near = [&](long i) { return Time(i) >= t - tolerance && Time(i) <= t + tolerance; };
+        const auto near = [&](long long i) { return Time(i) >= t - tolerance && Time(i) <= t + tolerance; };
         if (near(head_)) return head_;
-        const long found = Binary(t - tolerance, t + tolerance);
+        const long long found = Binary(t - tolerance, t + tolerance);
         return near(found) ? found : -1;
     }
 
 private:
-    long Binary(double a, double b) const
+    long long Binary(double a, double b) const
     {
-        long lo = tail_ + 1, hi = head_ - 1;
-        if (header_.total >= slots_) hi += slots_;
+        long long lo = tail_ + 1, hi = head_ - 1;
+        if (static_cast<long long>(header_.total) >= slots_) hi += slots_;
         while (lo < hi) {
-            const long mid = (lo + hi + 1) / 2;
+            const long long mid = (lo + hi + 1) / 2;
             if (b >= Time(mid) && a <= Time(mid)) return mid % slots_;
             if (b >= Time(mid))
                 lo = mid + 1;
@@ -131,11 +133,11 @@ private:
         }
         return (hi + slots_) % slots_;
     }
-    double Time(long i) const { return records_[(i + slots_) % slots_].time; }
+    double Time(long long i) const { return records_[(i + slots_) % slots_].time; }
 
     const Ring_Header &header_;
     const REFDATA *records_;
-    long slots_, head_, tail_ = -1;
+    long long slots_, head_, tail_ = -1;
 };
 
 }  // namespace

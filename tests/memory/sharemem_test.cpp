@@ -111,6 +111,9 @@ TEST_F(sharemem_test, persistent_one_comes_back_from_its_file)
         larger.reset();  // the last one: saves no more than is mapped
         const std::string saved = Whole_File(folder / c.file);
         EXPECT_GE(saved.size(), 108u) << c.file;
+#ifndef _WIN32
+        EXPECT_EQ(std::filesystem::status(folder / c.file).permissions(), std::filesystem::perms(0600)) << c.file;
+#endif
         segment = Made(name + c.suffix, 100, create | persistent);
         ASSERT_TRUE(segment);
         EXPECT_EQ(std::string(Text(segment), 100), saved.substr(8, 100));

@@ -48,6 +48,8 @@ TEST_F(station, segments_have_the_bytes_that_are_documented)
          {std::tuple(32u, 1u, 1.0, 1), std::tuple(40000000u, 1u, 1.0, 1), std::tuple(33u, 0xFFFFFFFFu, 1.0, 1),
           std::tuple(33u, 1u, -1.0, 1), std::tuple(33u, 1u, std::nan(""), 1), std::tuple(33u, 1u, 1.0, 4)})
         EXPECT_TRUE(!Station_Segment::Create(ring_number, {slots, pool, 1, interval_s, 0}, error) && !error.empty());
+    const sharemem small("RING_2", 10000, sharemem::flag_create);  // zero, but too small for what is to be made
+    EXPECT_EQ(Station_Segment::Create(2, {}, error), nullptr);
     const sharemem foreign("RING_1", 100000, sharemem::flag_create);
     std::memset(foreign.get_ptr(0), 7, 100);
     EXPECT_EQ(Station_Segment::Create(1, {}, error), nullptr);
