@@ -1,6 +1,7 @@
 #include "host/gnss_stream/Stream_Ends.h"
 
 #include "host/gnss_stream/File_Endpoint.h"
+#include "host/gnss_stream/Pipe_Endpoint.h"
 #include "host/gnss_stream/Serial_Endpoint.h"
 #include "host/gnss_stream/Socket_Endpoint.h"
 #include "host/gnss_stream/Standard_Endpoint.h"
@@ -28,6 +29,11 @@ Socket_Options For_Sockets(const Stream_Options &options)
     return {options.reconnect, options.strict, Waiting_Room(options)};
 }
 
+Pipe_Options For_Pipes(const Stream_Options &options)
+{
+    return {options.reconnect, options.strict, Waiting_Room(options)};
+}
+
 }  // namespace
 
 bool Can_Wait(const Stream_Path &input)
@@ -46,6 +52,7 @@ std::unique_ptr<Input> Make_Input(const Stream_Options &options, Console &consol
                   return std::make_unique<File_Input>(path.name, file, console);
               },
               [&](const Serial_Path &path) -> Made { return Make_Serial_Input(path, console); },
+              [&](const Pipe_Path &path) -> Made { return Make_Pipe_Input(path, For_Pipes(options), console); },
               [&](const auto &path) -> Made { return Make_Socket_Input(path, For_Sockets(options), console); }},
         options.input);
 }
@@ -64,6 +71,7 @@ std::unique_ptr<Output> Make_Output(const Stream_Path &output, const Stream_Opti
                   return std::make_unique<File_Output>(path.name, console);
               },
               [&](const Serial_Path &path) -> Made { return Make_Serial_Output(path, Waiting_Room(options), console); },
+              [&](const Pipe_Path &path) -> Made { return Make_Pipe_Output(path, For_Pipes(options), console); },
               [&](const auto &path) -> Made { return Make_Socket_Output(path, For_Sockets(options), console); }},
         output);
 }

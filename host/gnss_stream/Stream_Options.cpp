@@ -19,6 +19,7 @@ Streams:
   serial://PORT[:baud[:bits[:parity[:stop[:flow]]]]]   defaults 9600:8:n:1:off; parity n, e or o; flow off or rts
   tcpcli://HOST:PORT                                   connects, and again after a loss (--reconnect)
   tcpsvr://:PORT                                       serves one peer at a time; port 0 takes a free one
+  pipe://NAME[?server]                                 a named pipe, as its client or as its server
   ntrip://[USER:PASSWORD@]HOST[:PORT][/MOUNTPOINT]     input only; default port 2101; without mountpoint: source table
   [file://]NAME                                        a file; an output appends to it
   [file://]NAME::tmt[::xSPEED][::+SECONDS]             a file with time tags beside it (NAME.bin: NAME.tmt); see below
@@ -32,7 +33,8 @@ const char footer[] =
     R"(While it runs: a file and standard input wait for the outputs, so that a peer that reads loses nothing. A serial,
 TCP or NTRIP input waits a quarter of a second at most: an output that then has no room (its queue holds 1 MiB)
 discards and reports what was waiting. An output that nobody is connected to drops its bytes. Whatever an output
-receives is discarded. A stream that goes away is opened again: a serial port each second, TCP after --reconnect. A TCP
+receives is discarded. A stream that goes away is opened again: a serial port each second, TCP and pipes after
+--reconnect. A TCP
 or NTRIP input counts as gone after one to two minutes of silence. An output that is a named pipe opens when somebody
 reads it.
 

@@ -186,14 +186,27 @@ Stream_Path File(string_view text)
     return File_Path{string(name)};
 }
 
+Stream_Path Pipe(string_view text)
+{
+    constexpr string_view role = "?server";
+    Pipe_Path path;
+    path.is_server = text.size() >= role.size() && Equal(text.substr(text.size() - role.size()), role);
+    if (path.is_server) text.remove_suffix(role.size());
+    path.name = text;
+    Check_Name(path.name, "name of a pipe");
+    if (path.name.find('?') != string::npos) Fail("after the name of a pipe comes ?server or nothing");
+    return path;
+}
+
 struct Scheme {
     string_view name;
     Stream_Path (*parse)(string_view);
     bool may_have_at;
 };
-constexpr std::array<Scheme, 5> schemes = {{{"serial", Serial, false},
+constexpr std::array<Scheme, 6> schemes = {{{"serial", Serial, false},
                                             {"tcpcli", Tcp_Client, false},
                                             {"tcpsvr", Tcp_Server, false},
+                                            {"pipe", Pipe, false},
                                             {"ntrip", Ntrip, true},
                                             {"file", File, true}}};
 
@@ -214,7 +227,8 @@ Stream_Path Parse(string_view text)
         return scheme->parse(text.substr(colon + 3));
     }
     if (has_slashes || has_at)
-        Fail("it begins with none of serial://, tcpcli://, tcpsvr://, ntrip:// and file:// (which a file's name with "
+        Fail("it begins with none of serial://, tcpcli://, tcpsvr://, pipe://, ntrip:// and file:// (which a file's "
+             "name with "
              "':' and '@' in it needs)");
     return File(text);
 }
@@ -245,6 +259,7 @@ struct Shower {
         return "tcpcli://" + path.host + ':' + std::to_string(path.port);
     }
     string operator()(const Tcp_Server_Path &path) const { return "tcpsvr://:" + std::to_string(path.port); }
+    string operator()(const Pipe_Path &path) const { return "pipe://" + path.name + (path.is_server ? "?server" : ""); }
     string operator()(const Ntrip_Path &path) const
     {
         return "ntrip://" + path.host + ':' + std::to_string(path.port) + '/' + path.mountpoint;

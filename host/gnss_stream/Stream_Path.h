@@ -3,6 +3,7 @@
 //   serial://PORT[:baud[:bits[:parity[:stop[:flow]]]]]     parity n, e or o; flow off or rts; defaults 9600:8:n:1:off
 //   tcpcli://HOST:PORT
 //   tcpsvr://:PORT                                         port 0: a free one
+//   pipe://NAME[?server]                                   a named pipe, as its client or as its server
 //   ntrip://[USER:PASSWORD@]HOST[:PORT][/MOUNTPOINT]       default port 2101; without a mountpoint the source table
 //   [file://]NAME                                          a name has no "::", which begins options
 //   [file://]NAME::tmt[::xSPEED][::+SECONDS]               with time tags; speed and start are for inputs
@@ -52,7 +53,13 @@ struct Ntrip_Path {
     std::string mountpoint;  // empty: the source table
 };
 
-using Stream_Path = std::variant<Standard_Path, File_Path, Serial_Path, Tcp_Client_Path, Tcp_Server_Path, Ntrip_Path>;
+struct Pipe_Path {
+    std::string name;
+    bool is_server = false;
+};
+
+using Stream_Path =
+    std::variant<Standard_Path, File_Path, Serial_Path, Tcp_Client_Path, Tcp_Server_Path, Ntrip_Path, Pipe_Path>;
 
 // Empty when the text names no stream. `error` then gives the reason without quoting the text, which may hold a
 // password.

@@ -66,7 +66,8 @@ Status_View::Options View_Options(const Stream_Options &options)
 // A TCP peer may be lost without a notice, which only its silence shows. A serial line may be silent for any time.
 std::chrono::milliseconds Patience_With(const Stream_Path &input)
 {
-    return Can_Wait(input) || std::holds_alternative<Serial_Path>(input) ? Fan_Out::for_ever : patience;
+    const bool tells_its_end = std::holds_alternative<Serial_Path>(input) || std::holds_alternative<Pipe_Path>(input);
+    return Can_Wait(input) || tells_its_end ? Fan_Out::for_ever : patience;
 }
 
 }  // namespace

@@ -139,12 +139,13 @@ bool Named_Pipe_Client_Server_Base::Dial(const char *, const char *, const char 
 
 void Named_Pipe_Client_Server_Base::Close() { reader_->Close(); }
 
-// The reader may have opened the pipe again before it saw the stop.
+// The reader may have opened the pipe again before it saw the stop. A write under way would keep the name of a pipe in
+// use on Windows.
 bool Named_Pipe_Client_Server_Base::Make_Way()
 {
     if (Is_Own_Thread()) return false;
     Close();
-    stop();
+    Stop_Threads();
     Close();
     return true;
 }

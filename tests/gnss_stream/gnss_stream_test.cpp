@@ -2,6 +2,7 @@
 #include "tests/support/caster.h"
 #include "tests/support/environment.h"
 #include "tests/support/gnss_stream.h"
+#include "tests/support/pipes.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -248,6 +249,20 @@ TEST_F(gnss_stream, goes_from_file_to_file_through_a_server_and_a_client)
     const Result sent = server.result.get();
     EXPECT_EQ(sent.exit, 0) << sent.err;
     EXPECT_TRUE(Has(sent.err, "output 1 tcpsvr://:0: connected, 262144 bytes, ")) << sent.err;
+}
+
+// The server is ready when it says so: before that a client may be thrown out.
+TEST_F(gnss_stream, goes_from_file_to_file_through_a_pipe)
+{
+    const test::Pipe_Name pipe;
+    const std::string recording = Recording(week_change), copy = folder / "copy";
+    Started server = Start(Quoted(recording) + " --wait 30 --status-interval 1 --out pipe://" + pipe.name + "?server");
+    ASSERT_TRUE(Soon([&] { return Has(Whole_File(server.err), "waiting for a client"); }));
+    const Result result = Run("--reconnect 0 --in pipe://" + pipe.name + " --out " + Quoted(copy));
+    EXPECT_EQ(result.exit, 0) << result.err;
+    EXPECT_EQ(server.result.get().exit, 0);
+    EXPECT_TRUE(Whole_File(copy) == Whole_File(recording));
+    EXPECT_NE(Run("--reconnect 0 --in pipe://" + pipe.name).exit, 0);  // nobody serves it any more
 }
 
 TEST_F(gnss_stream, sends_to_a_peer_that_comes_back)

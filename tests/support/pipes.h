@@ -23,7 +23,7 @@ using Stream_Pointer = std::shared_ptr<platform::Stream>;
 struct Pipe_Name {
     Test_Folder folder;
     Environment_Setting setting{"GNSS_KERNEL_RUNTIME_DIR", folder / "run"};
-    std::string name = "kernel test " + std::to_string(std::random_device()()) + std::to_string(platform::clock_ms());
+    std::string name = "kernel-test-" + std::to_string(std::random_device()()) + std::to_string(platform::clock_ms());
 };
 
 // The client that has come, or comes within 20 s.

@@ -318,15 +318,16 @@ TEST_F(Named_Pipe, a_minute_without_anything_is_asked_about)
 
 TEST_F(Named_Pipe, a_client_that_refuses_ends_its_connection)
 {
-    bool refuses = true;
-    server.client.answers[Mesg_Attached] = [&] { return !refuses; };
+    std::atomic<bool> attaches{false}, invites{true};
+    server.client.answers[Mesg_Attached] = [&] { return attaches.load(); };
+    server.client.answers[Mesg_Request_Invite] = [&] { return server.pipe.Request(1), invites.load(); };
     Served();
     Stream_Pointer peer = Bare_Client();
     EXPECT_EQ(Read(peer), "error 233");
-    refuses = false;
-    server.client.answers[Mesg_Request_Invite] = [&] { return !refuses; };
+    attaches = true;
     peer = Bare_Client(2);
-    refuses = true;
+    EXPECT_TRUE(server.client.Hears(Mesg_Request_Invite));
+    invites = false;
     Written(peer, "a");
     EXPECT_EQ(Read(peer), "error 233");
     EXPECT_TRUE(server.client.Hears(Mesg_Detached));
