@@ -2,7 +2,7 @@
 
 #include "kernel/base/Error_Handler.h"
 #include "kernel/base/Immortal_internal.h"
-#include "kernel/settings/kgv.h"
+#include "kernel/settings/arithmetic.h"
 
 #include "platform/debug.h"
 #include "platform/thread.h"

@@ -1,6 +1,5 @@
 #include "kernel/memory/sharemem.h"
 
-#include "kernel/settings/kgv.h"
 #include "kernel/transports/Message_Window.h"
 #include "tests/support/segments.h"
 
@@ -171,11 +170,4 @@ TEST_F(sharemem_test, server_interprets_commands)
         EXPECT_EQ(server.said, said) << line;
     }
     EXPECT_EQ(server.printf(5, "%d lines", 3), 7);
-}
-
-TEST(kgv, is_the_least_common_multiple)
-{
-    const unsigned long cases[][3] = {{5, 2, 10}, {4, 6, 12}, {0, 5, 0}, {5, 0, 0},
-                                      {0, 0, 0},  {7, 7, 7},  {1, 9, 9}, {ULONG_MAX, 2, ULONG_MAX}};
-    for (const auto &[a, b, both] : cases) EXPECT_EQ(kgv(a, b), both) << a << ' ' << b;
 }
