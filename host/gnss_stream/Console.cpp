@@ -56,7 +56,8 @@ std::string Plain_Cause(const std::string &text)
     return cause;
 }
 
-// Two reports that differ in a duration alone count as the same.
+}  // namespace
+
 std::string Without_Duration(std::string text)
 {
     constexpr std::string_view mark = "since ";
@@ -66,8 +67,6 @@ std::string Without_Duration(std::string text)
     const std::size_t end = std::min(text.find_first_not_of("0123456789.", begin), text.size());
     return text.erase(begin, end - begin);
 }
-
-}  // namespace
 
 void Console::Do_Print(Enum_Status status, kernel::Err_Code, const char *text)
 {
@@ -91,12 +90,16 @@ void Console::Tell_Listener(Enum_Status status, const std::string &text)
     }
 }
 
-void Console::Print(Enum_Status status, const std::string &text)
+std::string Console::Line_Of(Enum_Status status, const std::string &text)
 {
     using namespace std::chrono;
+    return Utc_Text(floor<milliseconds>(system_clock::now())) + " " + Level_Word(status) + ": " + On_One_Line(text);
+}
+
+void Console::Print(Enum_Status status, const std::string &text)
+{
     // The live line is erased and written again below the report. The lock covers all of it: other threads report, too.
-    const std::string line =
-        Utc_Text(floor<milliseconds>(system_clock::now())) + " " + Level_Word(status) + ": " + On_One_Line(text);
+    const std::string line = Line_Of(status, text);
     const std::lock_guard lock(lock_);
     const std::string blanks(live_.size(), ' ');
     if (!live_.empty()) std::fprintf(stderr, "\r%s\r", blanks.c_str());

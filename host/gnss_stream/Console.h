@@ -25,6 +25,8 @@ public:
     void Show_Live(const std::string &line);                  // replaces the live line
     void Keep_Live();                                         // ends the live line; the next one starts below
     void Count_Fault() { faults_.fetch_add(1, std::memory_order_relaxed); }
+    // A report as it is printed, without the line end.
+    static std::string Line_Of(Enum_Status status, const std::string &text);
     // Reports of level Error and above, and those that were counted.
     unsigned long Faults() const { return faults_.load(std::memory_order_relaxed); }
 
@@ -43,6 +45,9 @@ private:
     std::mutex listener_lock_;
     Listener listener_;  // guarded by listener_lock_
 };
+
+// The text without the number behind "since ": reports that differ in it alone are repetitions.
+std::string Without_Duration(std::string text);
 
 // The handler of one end of a stream. Each report names the end. A repeated report is printed once a minute, with the
 // number of repetitions; reports that differ in a duration alone ("since 12 sec.") count as repeated.

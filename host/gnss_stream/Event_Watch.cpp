@@ -1,6 +1,6 @@
 #include "host/gnss_stream/Event_Watch.h"
 
-#include <cstdio>
+#include "host/gnss_stream/Utc_Time.h"
 
 namespace host {
 
@@ -12,27 +12,10 @@ constexpr auto report_time = 100ms;  // within which the report about a loss com
 
 bool Means_Connected(const std::string &state) { return state == "connected" || state == "open"; }
 
-// "12.3 s", "5 min 12 s", "3 h 5 min", "12 d 3 h"
-std::string Duration_Text(Event_Watch::Clock::duration duration)
-{
-    const double exact = std::chrono::duration<double>(duration).count();
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(duration).count();
-    constexpr struct {
-        long unit, part;  // [s]
-        const char *name, *part_name;
-    } forms[] = {{86400, 3600, "d", "h"}, {3600, 60, "h", "min"}, {60, 1, "min", "s"}};
-    for (const auto &form : forms)
-        if (seconds >= form.unit)
-            return std::to_string(seconds / form.unit) + ' ' + form.name + ' ' +
-                   std::to_string(seconds % form.unit / form.part) + ' ' + form.part_name;
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f s", exact);
-    return text;
-}
-
 // Reports by their words; the first that fits counts.
 constexpr std::pair<const char *, const char *> kinds[] = {{"its reader has gone", "fault"},
-                                                           {"the disk is full", "disk full"},
+                                                           {"it is closed, or", "fault"},
+                                                           {"the disk is full", Event_Watch::disk_full},
                                                            {"takes too little", "slow output"},
                                                            {"bytes are lost", "bytes lost"}};
 
@@ -51,9 +34,11 @@ void Event_Watch::Add(std::string name, std::string path, const Endpoint &end)
     ends_.push_back({std::move(name), std::move(path), end});
 }
 
-void Event_Watch::Watch_Bytes(std::string name, std::function<std::uint64_t()> bytes, Clock::time_point now)
+void Event_Watch::Watch_Bytes(std::string name, std::function<std::uint64_t()> bytes, Clock::time_point now,
+                              bool notes_gaps)
 {
     input_ = std::move(name);
+    notes_gaps_ = notes_gaps;
     bytes_ = std::move(bytes);
     bytes_since_ = now;
 }
@@ -117,12 +102,13 @@ void Event_Watch::Look_At_Bytes(Clock::time_point now)
 {
     const std::uint64_t bytes = bytes_();
     if (bytes != bytes_before_) {
-        if (in_gap_) note_("gap", input_, "bytes again, after " + Duration_Text(now - bytes_since_) + " without any");
+        if (in_gap_ && notes_gaps_)
+            note_("gap", input_, "bytes again, after " + Duration_Text(now - bytes_since_) + " without any");
         bytes_before_ = bytes;
         bytes_since_ = now;
         in_gap_ = false;
     } else if (!in_gap_ && now - bytes_since_ >= gap_time) {
-        note_("gap", input_, "no bytes for " + Duration_Text(now - bytes_since_));
+        if (notes_gaps_) note_("gap", input_, "no bytes for " + Duration_Text(now - bytes_since_));
         in_gap_ = true;
     }
 }

@@ -23,8 +23,8 @@ namespace host {
 //   slow output, disk full, bytes lost, fault   from reports; faults are those of level Error and above
 // A connection that comes and goes between two calls of Pass is not seen.
 //
-// Threads:   one calls Add, the Watch operations, Pass and Last; any may call On_Report. `note` is called on these
-//            threads.
+// Threads:   one calls Add, the Watch operations, Last_Byte, Pass and Last; any may call On_Report. `note` is called on
+//            these threads.
 // Ownership: ends and all that the functions use outlive it.
 // Errors:    none.
 class Event_Watch {
@@ -32,14 +32,18 @@ public:
     using Clock = std::chrono::steady_clock;
     using Note = std::function<void(const char *event, const std::string &subject, const std::string &text)>;
     static constexpr std::chrono::seconds gap_time{10}, crc_time{10};
+    static constexpr char disk_full[] = "disk full";
 
     explicit Event_Watch(Note note) : note_(std::move(note)) {}
 
     // path: as reports name the end.
     void Add(std::string name, std::string path, const Endpoint &end);
-    void Watch_Bytes(std::string name, std::function<std::uint64_t()> bytes, Clock::time_point now);
+    // notes_gaps: false for an input that waits for its outputs.
+    void Watch_Bytes(std::string name, std::function<std::uint64_t()> bytes, Clock::time_point now,
+                     bool notes_gaps = true);
     using Frame_Count = Rtcm3_Frame_Reader::Progress_Count;
     void Watch_Frames(std::string name, std::function<Frame_Count()> frames, Clock::time_point now);
+    Clock::time_point Last_Byte() const { return bytes_since_; }  // when it was seen; the begin without any
     void Pass(Clock::time_point now);
     void Last(Clock::time_point now);  // in place of the last Pass: nothing waits any longer
     void On_Report(kernel::Error_Handler::Enum_Status status, const std::string &text);
@@ -66,7 +70,7 @@ private:
     std::function<std::uint64_t()> bytes_;
     std::uint64_t bytes_before_ = 0;
     Clock::time_point bytes_since_{};
-    bool in_gap_ = false;
+    bool in_gap_ = false, notes_gaps_ = true;
 
     std::function<Frame_Count()> frames_;
     Frame_Count frames_before_{};

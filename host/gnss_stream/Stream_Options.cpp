@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <iostream>
 #include <sstream>
@@ -54,9 +56,9 @@ frames and bytes (of whole frames; message 0 stands for a payload too short for 
 the totals include epochs, satellites in them, distinct ephemerides, the station's position, faults of epochs, week and
 leap seconds with their source, doubts about them, and the texts of messages 1007, 1008 and 1033.
 
---driver shows the records of a driver library: epochs as --epochs does; "P", date and time (GPS), X, Y, Z [m] and kind of
-solution for each position; "E" and the satellite, GPS week and reference time [s], or for GLONASS the time of day, for
-each ephemeris; and totals at the end.
+--driver shows the records of a driver library: epochs as --epochs does; "P", date and time (GPS), X, Y, Z [m] and kind
+of solution for each position; "E" and the satellite, GPS week and reference time [s], or for GLONASS the time of day,
+for each ephemeris; and totals at the end.
 
 With --ring each epoch that has a week also goes into a ring in shared memory, with its first 24 satellites; see
 --start-week. The ring exists as long as this program, or another one that uses it, runs. One program publishes into a
@@ -71,16 +73,22 @@ pseudorange [m], carrier phase [cycles], Doppler [Hz] and C/N0 [dB-Hz], blank wh
 have elevation and azimuth [degrees], range [m] and range rate [m/s], once the station's position is known and an
 ephemeris whose reference time is at most 2 h 5 min away.
 
+--mail-to and --mail-after: an e-mail has the last 20 lines of the report. Of one cause (this input, that output, the disks)
+at most one goes in 15 minutes. It is handed to the system: on POSIX to /usr/sbin/sendmail, or to the program in
+$GNSS_KERNEL_SENDMAIL, on Windows to the mail client (Simple MAPI). With --mail-after 0.1 and an input that is silent you see
+whether it arrives. In the registry, recipients are the values TO, CC and BCC (arrays of texts) of the machine's key
+SOFTWARE\MORVALEN\GNSS_STREAM\Mail, the sender is "Sender RealName" and "Sender Adress".
+
 Exit status:
   0  all went well
   1  a fault: a file or standard stream could not be read or written; an output lost bytes of a file or of standard
      input because nobody was connected or the peer did not take them; no connection, with --reconnect 0; a CRC failure
      in the frames looked at; bytes missing in the record or in a CSV file; entries missing in the history
   2  wrong usage
-  4  could not start: input, output, record, history, password file, CSV file, driver or ring not usable; no thread,
-     memory or descriptor to be had; with --strict any stream that is not there
+  4  could not start: input, output, record, history, password file, CSV file, driver or ring not usable; nobody to mail
+     to; no thread, memory or descriptor to be had; with --strict any stream that is not there
 No faults, but reported: bytes that an output of a serial, TCP or NTRIP input lost, skipped bytes, an incomplete last
-frame.)";
+frame, an e-mail that could not be sent.)";
 
 const CLI::Validator not_empty([](const std::string &text) { return text.empty() ? "must not be empty" : ""; }, "");
 
@@ -89,6 +97,7 @@ struct Paths {
     std::string input, in;
     std::vector<std::string> outputs;
     std::vector<std::string> driver_settings;
+    double mail_after = 15;  // [min]
 };
 
 void Declare_Streams(CLI::App &app, Stream_Options &options, Paths &paths)
@@ -154,6 +163,36 @@ void Declare_Display(CLI::App &app, Stream_Options &options)
         ->option_text("NAME")
         ->check(not_empty);
     app.set_version_flag("--version", "gnss_stream " KERNEL_VERSION);
+}
+
+// One address; those that a mail program would take for something else are refused here, not when the mail goes.
+const CLI::Validator an_address(
+    [](const std::string &text) {
+        const auto is_control = [](unsigned char c) { return c < ' ' || c == 0x7F; };
+        const bool is_one = !text.empty() && text[0] != '-' && text.find_first_of(" ()<>,;:\\\"[]") == text.npos &&
+                            std::none_of(text.begin(), text.end(), is_control);
+        return is_one ? "" : "is no e-mail address: " + text;
+    },
+    "");
+
+void Declare_Mail(CLI::App &app, Stream_Options &options, Paths &paths)
+{
+    app.add_option("--mail-to", options.mail.to,
+                   "Sends an e-mail when an input is silent, an output is down or a disk is full, and when it is well "
+                   "again; may be given several times")
+        ->option_text("ADDRESS")
+        ->expected(1)
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->check(an_address);
+    app.add_option("--mail-from", options.mail.from, "The sender; absent: as the system's mail service has it")
+        ->option_text("ADDRESS")
+        ->check(an_address);
+    app.add_option("--mail-after", paths.mail_after,
+                   "How long an input is silent or an output is down before the e-mail goes, 15 when absent. Without "
+                   "--mail-to: recipients and sender by registry")
+        ->option_text("MINUTES")
+        ->check(CLI::Range(0.01, 10080.0));
 }
 
 const char *const decoder_options[] = {"--near-week", "--start-week", "--leap-seconds", "--beidou-gps-time"};
@@ -288,6 +327,14 @@ void Check_Decoding(const CLI::App &app, const Stream_Options &options)
             throw CLI::ExcludesError(name, "bytes on standard output (--out)");
 }
 
+void Set_Mail(const CLI::App &app, const Paths &paths, Stream_Options &options)
+{
+    options.mail.is_wanted = app.count("--mail-to") > 0 || app.count("--mail-after") > 0;
+    if (!options.mail.is_wanted && app.count("--mail-from") > 0)
+        throw CLI::RequiresError("--mail-from", "--mail-to or --mail-after");
+    options.mail.after = std::chrono::milliseconds(std::llround(paths.mail_after * 60000));
+}
+
 // --- Credentials
 
 // CLI11 quotes arguments in its error texts: the secrets in them become ***.
@@ -334,6 +381,7 @@ bool Parse_Command_Line(int argc, char **argv, Stream_Options &options, int &exi
     Declare_Decoding(app, options);
     Declare_Driver(app, options, paths);
     Declare_Display(app, options);
+    Declare_Mail(app, options, paths);
 
     std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
     std::reverse(arguments.begin(), arguments.end());  // as CLI11 wants them
@@ -344,6 +392,7 @@ bool Parse_Command_Line(int argc, char **argv, Stream_Options &options, int &exi
         Set_Outputs(paths, options);
         Set_Driver(paths, options);
         Check_Decoding(app, options);
+        Set_Mail(app, paths, options);
         return true;
     } catch (const CLI::ParseError &end) {
         std::ostringstream out, err;

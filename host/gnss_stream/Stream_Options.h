@@ -3,6 +3,7 @@
 
 #include "host/gnss_stream/Driver_Output.h"
 #include "host/gnss_stream/File_Endpoint.h"
+#include "host/gnss_stream/Mailer.h"
 #include "host/gnss_stream/Rtcm3_Output.h"
 #include "host/gnss_stream/Stream_Path.h"
 
@@ -31,7 +32,8 @@ struct Stream_Options {
     Driver_Output::Options driver;
     bool shows_text = false;  // tables, epochs and records, on standard output
 
-    std::string events;                // the file of the history; empty: none
+    std::string events;  // the file of the history; empty: none
+    Mailer::Options mail;
     bool quiet = false;                // no live line
     bool progress = false;             // a live line in any case
     unsigned int status_interval = 0;  // [s] between status lines; 0: none

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <new>
+#include <string_view>
 #include <system_error>
 #include <thread>
 
@@ -29,6 +30,8 @@ constexpr auto connect_limit = 30s;   // with --strict
 constexpr auto quiet_time = 60ms;     // after this time without bytes, no more are on their way
 constexpr auto settle_limit = 500ms;  // for the wait for quiet_time
 constexpr auto patience = 60s;        // with an input that is silent
+
+constexpr std::uintmax_t enough_room = 16 << 20;  // [bytes] on a disk that was full
 
 // The standard library can tell this on POSIX only.
 bool Is_Terminal()
@@ -99,7 +102,7 @@ Exit Stream_Run::Run()
         if (stop_) console_.Set(unit, __LINE__)->Print_Out(kernel::Error_Handler::ES_Warning, "Interrupted.");
     }
     Close();
-    if (history_) End_History(started);
+    if (watch_) End_Watch(started);
     if (!started) return exit_no_start;
     if (tap_) Check_Record();
     if (options_.shows_text && options_.looks_at_frames) rtcm3_->Print_Totals();
@@ -120,7 +123,7 @@ bool Stream_Run::Open()
         return input_->Open();
     });
     if (!has_input || !May_Record()) return false;
-    return Open_Readers() && Open_Outputs() && Connect() && (options_.events.empty() || Keep_History());
+    return Open_Readers() && Open_Outputs() && Connect() && Watch_Ends();
 }
 
 bool Stream_Run::Open_Readers()
@@ -244,35 +247,77 @@ void Stream_Run::Show_Status_Of_All()
 }
 
 // The last step of opening: a run whose ends cannot be had leaves no trace in the history.
-bool Stream_Run::Keep_History()
+bool Stream_Run::Watch_Ends()
 {
-    const auto now = Event_Watch::Clock::now();
+    if (options_.events.empty() && !options_.mail.is_wanted) return true;
     const std::string input = "input " + Shown(options_.input);
-    history_ = std::make_unique<Event_History>(options_.events, console_);
-    watch_ = std::make_unique<Event_Watch>([this](const char *event, const std::string &subject,
-                                                  const std::string &text) { history_->Note(event, subject, text); });
-    std::string text = "version " KERNEL_VERSION ", " + input;
+    watch_ =
+        std::make_unique<Event_Watch>([this](const char *event, const std::string &subject, const std::string &text) {
+            if (history_) history_->Note(event, subject, text);
+            if (mail_ && std::string_view(event) == Event_Watch::disk_full) mail_->Note_Full_Disk();
+        });
     watch_->Add(input, Shown(options_.input), *input_);
-    for (std::size_t i = 0; i < outputs_.size(); ++i) {
-        text += ", " + names_[i];
-        watch_->Add(names_[i], Shown(options_.outputs[i]), *outputs_[i]);
-    }
-    if (!options_.record.empty()) text += ", record " + options_.record;
-    if (!input_->Can_Wait())
-        watch_->Watch_Bytes(
-            input, [this] { return fan_out_.Bytes(); }, now);
-    watch_->Watch_Frames(
-        input, [this] { return rtcm3_->Count(); }, now);
-    if (!Opens("the history", [&] { return history_->Open(text); })) return false;
+    for (std::size_t i = 0; i < outputs_.size(); ++i) watch_->Add(names_[i], Shown(options_.outputs[i]), *outputs_[i]);
+    watch_->Watch_Bytes(
+        input, [this] { return fan_out_.Bytes(); }, Event_Watch::Clock::now(), !input_->Can_Wait());
+    if (options_.mail.is_wanted && !Open_Mail()) return false;
+    if (!options_.events.empty() && !Keep_History()) return false;
     console_.Set_Listener([this](kernel::Error_Handler::Enum_Status status, const std::string &report) {
+        if (mail_) mail_->On_Report(status, report);  // first: the watch may find a reason for an e-mail
         watch_->On_Report(status, report);
     });
     return true;
 }
 
-void Stream_Run::End_History(bool started)
+bool Stream_Run::Keep_History()
+{
+    const std::string input = "input " + Shown(options_.input);
+    watch_->Watch_Frames(
+        input, [this] { return rtcm3_->Count(); }, Event_Watch::Clock::now());
+    std::string text = "version " KERNEL_VERSION ", " + input;
+    for (const std::string &name : names_) text += ", " + name;
+    if (!options_.record.empty()) text += ", record " + options_.record;
+    history_ = std::make_unique<Event_History>(options_.events, console_);
+    return Opens("the history", [&] { return history_->Open(text); });
+}
+
+bool Stream_Run::Open_Mail()
+{
+    const auto now = Mail_Watch::Clock::now();
+    mailer_ = std::make_unique<Mailer>(console_);
+    if (!mailer_->Open(options_.mail)) return false;
+    mail_ = std::make_unique<Mail_Watch>(
+        options_.mail.after,
+        [this](const std::string &subject, const std::string &text) { mailer_->Send(subject, text); },
+        [this] { return Has_Room(); });
+    mail_->Watch_Input("input " + Shown(options_.input), [this] { return watch_->Last_Byte(); });
+    for (std::size_t i = 0; i < outputs_.size(); ++i) mail_->Watch_Output(names_[i], *outputs_[i], now);
+    return true;
+}
+
+bool Stream_Run::Has_Room() const
+{
+    std::vector<std::string> names{options_.record, options_.events, options_.rtcm3.csv};
+    std::erase(names, "");
+    for (const Stream_Path &path : options_.outputs)
+        if (const auto *file = std::get_if<File_Path>(&path)) names.push_back(file->name);
+    return std::all_of(names.begin(), names.end(), [](const std::string &name) {
+        std::error_code error;
+        const fs::path folder = fs::absolute(Path_Of(name), error).parent_path();
+        const fs::space_info space = fs::space(folder, error);
+        return !error && space.available >= enough_room;
+    });
+}
+
+// The e-mail first, so that the history has its failure.
+void Stream_Run::End_Watch(bool started)
 {
     watch_->Last(Event_Watch::Clock::now());
+    if (mail_) {
+        mail_->Last(Mail_Watch::Clock::now());
+        mailer_->End();
+    }
+    if (!history_) return;
     const std::string bytes = ", " + std::to_string(fan_out_.Bytes()) + " bytes";
     history_->End((!started ? "could not start" : stop_ ? "interrupted" : "the end of the stream") + bytes);
 }
@@ -322,6 +367,7 @@ void Stream_Run::Pass()
     for (const auto &output : outputs_) output->Tend();
     view_.Pass();
     if (watch_) watch_->Pass(Event_Watch::Clock::now());
+    if (mail_ && !ending_) mail_->Pass(Mail_Watch::Clock::now());
     if (options_.rtcm3.epochs || driver_) Flush_Text();  // so that a reader sees each epoch soon
 }
 

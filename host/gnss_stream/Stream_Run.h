@@ -7,6 +7,8 @@
 #include "host/gnss_stream/Event_History.h"
 #include "host/gnss_stream/Event_Watch.h"
 #include "host/gnss_stream/Fan_Out.h"
+#include "host/gnss_stream/Mail_Watch.h"
+#include "host/gnss_stream/Mailer.h"
 #include "host/gnss_stream/Rtcm3_Output.h"
 #include "host/gnss_stream/Status_View.h"
 #include "host/gnss_stream/Stream_Options.h"
@@ -52,8 +54,11 @@ private:
     bool Open_Outputs();
     bool Connect();
     bool Connect_Tap();
+    bool Watch_Ends();
     bool Keep_History();
-    void End_History(bool started);
+    bool Open_Mail();
+    bool Has_Room() const;
+    void End_Watch(bool started);
     void Show_Status_Of_All();
     bool Start();
     bool Is_Up(const Endpoint &end, const std::string &name);
@@ -87,7 +92,9 @@ private:
     std::unique_ptr<Input> input_;
     Status_View view_;
     std::unique_ptr<Event_History> history_;  // null: none is kept
-    std::unique_ptr<Event_Watch> watch_;      // what is noted in it
+    std::unique_ptr<Mailer> mailer_;          // null: no e-mails are wanted
+    std::unique_ptr<Mail_Watch> mail_;        // what they tell
+    std::unique_ptr<Event_Watch> watch_;      // what is noted in the history; null without history and e-mails
 };
 
 }  // namespace host

@@ -75,6 +75,23 @@ std::string Utc_Text(double seconds)
     return {text, end};
 }
 
+std::string Duration_Text(steady_clock::duration time)
+{
+    const double exact = duration<double>(time).count();
+    const auto whole = duration_cast<seconds>(time).count();
+    constexpr struct {
+        long unit, part;  // [s]
+        const char *name, *part_name;
+    } forms[] = {{86400, 3600, "d", "h"}, {3600, 60, "h", "min"}, {60, 1, "min", "s"}};
+    for (const auto &form : forms)
+        if (whole >= form.unit)
+            return std::to_string(whole / form.unit) + ' ' + form.name + ' ' +
+                   std::to_string(whole % form.unit / form.part) + ' ' + form.part_name;
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f s", exact);
+    return text;
+}
+
 std::optional<double> Parse_Utc(std::string_view text)
 {
     double seconds = 0;

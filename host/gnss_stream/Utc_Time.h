@@ -1,4 +1,4 @@
-// UTC as text, with milliseconds.
+// UTC as text, with milliseconds; and durations.
 #pragma once
 
 #include <chrono>
@@ -16,5 +16,8 @@ std::string Utc_Text(double seconds);
 // Seconds since 1970 of such a text; a part at the end may be missing: "2026-12-31T23", "2026-12-31". A blank may stand
 // for the T. A plain number is taken as seconds. Empty when it is none of these.
 std::optional<double> Parse_Utc(std::string_view text);
+
+// "12.3 s", "5 min 12 s", "3 h 5 min", "12 d 3 h"
+std::string Duration_Text(std::chrono::steady_clock::duration time);
 
 }  // namespace host

@@ -3,6 +3,7 @@
 #include "host/gnss_stream/Stream_Options.h"
 #include "host/gnss_stream/Stream_Run.h"
 #include "kernel/base/Message_Box.h"
+#include "kernel/settings/Registry.h"
 
 #include <atomic>
 #include <chrono>
@@ -50,6 +51,9 @@ void Handle_Signals()
 #ifdef SIGPIPE
     std::signal(SIGPIPE, SIG_IGN);  // so that a write fails when the reader of standard output has gone
 #endif
+#ifdef SIGCHLD
+    std::signal(SIGCHLD, SIG_DFL);  // ignored, as a parent may leave it, the end of the mail program would be unknown
+#endif
 }
 
 }  // namespace
@@ -62,6 +66,7 @@ int main(int argc, char **argv)
 
     host::Console console;
     kernel::Set_Message_Box([](const char *, const char *) {});  // a box would block; the same text is reported
+    kernel::Registry::SetExePath("gnss_stream");
     Handle_Signals();
     host::Stream_Run run(options, console, stop);
     exit = run.Run();

@@ -193,6 +193,21 @@ TEST(Event_Watch, notes_connections_gaps_failures_and_reports)
            "fault|gnss_stream|no thread\n");
 }
 
+TEST(Event_Watch, notes_no_gap_of_an_input_that_waits_and_knows_its_last_byte)
+{
+    Event_Watch watch([](const char *event, const std::string &, const std::string &) { ADD_FAILURE() << event; });
+    const auto begin = Event_Watch::Clock::now();
+    std::uint64_t bytes = 0;
+    watch.Watch_Bytes(
+        "input -", [&] { return bytes; }, begin, false);
+    watch.Pass(begin + 1h);
+    EXPECT_EQ(watch.Last_Byte(), begin);
+    bytes = 1;
+    watch.Pass(begin + 2h);
+    watch.Pass(begin + 3h);
+    EXPECT_EQ(watch.Last_Byte(), begin + 2h);
+}
+
 TEST(Utc_Time, reads_what_it_writes_and_shorter_forms)
 {
     EXPECT_EQ(Utc_Text(1798761599.123), "2026-12-31T23:59:59.123Z");

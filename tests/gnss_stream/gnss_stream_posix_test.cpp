@@ -1,7 +1,11 @@
 // gnss_stream with signals, failing devices and serial lines: POSIX only.
+#include "kernel/services/SendEMail.h"
+#include "kernel/settings/Registry.h"
+
 #include "tests/support/environment.h"
 #include "tests/support/gnss_stream.h"
 #include "tests/support/pty.h"
+#include "tests/support/registry.h"
 
 #include <csignal>
 #include <sys/stat.h>
@@ -39,6 +43,16 @@ protected:
         EXPECT_TRUE(Soon([&] { return Whole_File(pid_file).ends_with('\n'); }));
         return {std::move(started), pid_file};
     }
+    // A mail program that keeps its words and the headers of the e-mail.
+    std::string Mail_Program()
+    {
+        const std::string name = folder.Write("sendmail", R"(#!/bin/sh
+{ echo "words: $*"; sed '/^$/q'; } >> "$0.log"
+)");
+        std::filesystem::permissions(name, std::filesystem::perms::owner_all);
+        return name;
+    }
+    std::string Mails() const { return Whole_File(folder / "sendmail.log"); }
     static std::string At(const Host &host) { return "tcpcli://127.0.0.1:" + std::to_string(host.Port()); }
 
 private:
@@ -243,4 +257,64 @@ TEST_F(gnss_stream_on_posix, writes_to_a_serial_line_to_the_last_byte)
     EXPECT_EQ(cfgetospeed(&line), speed_t{B57600});
     EXPECT_TRUE(line.c_cflag & CSTOPB);  // a pseudo-terminal has no other bits and no parity
     EXPECT_EQ(writer.started.result.get().exit, 0);
+}
+
+TEST_F(gnss_stream_on_posix, mails_silence_and_outages)
+{
+    const Environment_Setting setting("GNSS_KERNEL_SENDMAIL", Mail_Program());
+    {
+        const Own_Registry own;
+        kernel::Registry::SetExePath("gnss_stream");
+        kernel::SendEmail *const mail = kernel::SendEmail::Construct();
+        mail->Set_Sender("Station 7", "replaced@example.org");
+        mail->Add_To("alice@example.org");
+        mail->Add_BCC("eve@example.org");
+        EXPECT_TRUE(mail->WriteToRegistry("Mail"));
+        kernel::Object::Destruct(mail);
+
+        const std::string down = "tcpcli://127.0.0.1:" + std::to_string(test::Listener().address.port);
+        Endless run =
+            Start_Endless("--in tcpsvr://:0 --out " + down + " --mail-after 0.03 --mail-from station@example.org");
+        const std::string head = "words: -i -f station@example.org alice@example.org eve@example.org\n"
+                                 "From: Station 7\n <station@example.org>\nTo: alice@example.org\nSubject: ";
+        for (const std::string &cause : {"output 1 " + down + " is down", std::string("input tcpsvr://:0 is silent")}) {
+            const std::string wanted = head + "gnss_stream: " + cause + "\n";
+            EXPECT_TRUE(Soon([&] { return Mails().find(wanted) != std::string::npos; })) << wanted << Mails();
+        }
+        EXPECT_EQ(run.Ended().exit, 0);
+    }
+    const Own_Registry empty;
+    const Result nobody = Run("- --frames --mail-after 5", ": | ");
+    EXPECT_EQ(nobody.exit, 4);
+    EXPECT_NE(nobody.err.find("Nobody is to get e-mails"), std::string::npos) << nobody.err;
+    for (const char *const wrong : {"--mail-to -t", "--mail-to \"a b\"", "--mail-to 'a;b'", "--mail-from a@b",
+                                    "--mail-to a --mail-after 0", "--mail-to a --mail-from \"\""})
+        EXPECT_EQ(Run(wrong, ": | ").exit, 2) << wrong;
+
+    folder.Write("sendmail", "#!/bin/sh\nexit 75\n");
+    Endless failing = Start_Endless("--in tcpsvr://:0 --frames --mail-to alice --mail-after 0.01");
+    EXPECT_TRUE(failing.Says("Error: mail: Call of MAPISendMail failed: One or more unspecified errors"));
+    EXPECT_TRUE(failing.Says("sendmail ended with status 75"));
+    EXPECT_EQ(failing.Ended().exit, 0);  // a lost e-mail is no fault of the stream
+}
+
+// The program ends with the only output: the e-mail goes out all the same. The parent leaves SIGCHLD ignored, so that
+// nobody would know that.
+TEST_F(gnss_stream_on_posix, mails_a_full_disk)
+{
+    const std::string small = folder / "small";
+    std::filesystem::create_directory(small);
+    const std::string mount =
+        "unshare -rm sh -c 'mount -t tmpfs -o size=64k none " + small + " && trap \"\" CHLD && exec \"$@\"' sh ";
+    if (std::system((mount + "true 2> /dev/null").c_str()) != 0) GTEST_SKIP() << "This machine permits no small disk.";
+    const Environment_Setting setting("GNSS_KERNEL_SENDMAIL", Mail_Program());
+    const std::string options = " --mail-to alice@example.org --mail-to bob@example.org";
+    const Result result = Run(Quoted(Recording(week_change)) + " --out " + small + "/copy" + options, mount);
+    EXPECT_EQ(result.exit, 1) << result.err;
+    EXPECT_NE(result.err.find("/copy: the disk is full"), std::string::npos) << result.err;
+    EXPECT_EQ(result.err.find("mail:"), std::string::npos) << result.err;
+    EXPECT_EQ(Mails().find("words: -i alice@example.org bob@example.org\nTo: alice@example.org,\n bob@example.org\n"
+                           "Subject: gnss_stream: the disk is full\n"),
+              0u)
+        << Mails();
 }
