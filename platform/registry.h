@@ -4,7 +4,8 @@
 // Files on POSIX, created when a key is created in them:
 //   registry_local_machine  /var/lib/gnss-kernel/registry.db, mode 0644, rollback journal (a write-ahead log would shut
 //                           out the readers of other users)
-//   registry_current_user   $XDG_CONFIG_HOME/gnss-kernel/registry.db (without it ~/.config), mode 0600, write-ahead log
+//   registry_current_user   $XDG_CONFIG_HOME/gnss-kernel/registry.db, else $HOME/.config/gnss-kernel/registry.db (the
+//                           home that the system knows if that is not set), mode 0600, write-ahead log
 // With $GNSS_KERNEL_REGISTRY_DIR they are machine.db and user.db in that folder. The other roots have no hive there:
 // opening gives error_not_found, creating error_access_denied.
 //
