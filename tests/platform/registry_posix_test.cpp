@@ -171,6 +171,24 @@ TEST(registry_posix, keeps_the_old_value_when_the_disk_is_full)
     }
 }
 
+TEST(registry_posix, deletes_a_deep_tree_with_few_files)
+{
+    const Own_Registry registry;
+    Capturing_Handler heard;
+    std::string path = "Top";
+    for (int depth = 0; depth < 60; ++depth) path += "\\k";
+    ASSERT_TRUE(Registry(user, path.c_str(), ARegistry::All, &heard).WriteDWord("v", 1));
+    Registry top(user, "Top", ARegistry::All, &heard);
+    rlimit former{}, tight{};
+    getrlimit(RLIMIT_NOFILE, &former);
+    tight = {40, former.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &tight);
+    EXPECT_TRUE(top.Delete());
+    setrlimit(RLIMIT_NOFILE, &former);
+    EXPECT_EQ(heard.Take(), Reports{});
+    EXPECT_EQ(Tried(user, "Top", ARegistry::Read_only), "closed 2");
+}
+
 TEST(registry_posix, reports_a_hive_that_it_cannot_use)
 {
     const struct {
