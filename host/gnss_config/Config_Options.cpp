@@ -28,7 +28,8 @@ const char footer[] = R"(Types for write:
   words             any number of dwords (REG_BINARY)
   binary            bytes as pairs of hexadecimal digits (REG_BINARY)
 With --index, write and read mean one element of an array: of texts for string and double, of words for dword, word,
-byte, int, long and bool; the other types have none. Numbers may begin with 0x. Words that begin with a dash and are no number stand behind "--".
+byte, int, long and bool; the other types have none. Numbers may begin with 0x. Words that begin with a dash and are no
+number stand behind "--".
 
 Export writes every byte such that import reads it back: docs/formats.md has the form. FILE takes its place when it is
 whole: a failure leaves the old one. Import reads the whole text before it changes anything, and deletes nothing.
