@@ -890,7 +890,7 @@ int Registry::EnumValue(unsigned long index, char *name, unsigned long *nameSize
                         unsigned long *dataSize)
 {
     if (!Is_Ready(Asked("EnumValue", ""), no_key, no_name)) return platform::error_invalid_handle;
-    if (!name || !nameSize) return platform::error_invalid_parameter;
+    if (!name || !nameSize || (data && !dataSize)) return platform::error_invalid_parameter;
     std::string found;
     if (const std::uint32_t error = key_->value_name(index, found)) return static_cast<int>(error);
     if (const int error = Handed_Out(found, name, *nameSize)) return error;
@@ -902,8 +902,9 @@ int Registry::ReadValue(const char *name, unsigned long *type, void *data, unsig
 {
     if (!Is_Ready(Asked("ReadValue", name), no_key, no_name))
         return key_ ? platform::error_invalid_parameter : platform::error_invalid_handle;
+    if (data && !dataSize) return platform::error_invalid_parameter;
     std::uint32_t found = 0;
-    std::size_t size = data && dataSize ? *dataSize : 0;
+    std::size_t size = data ? *dataSize : 0;
     char nothing[1];
     const std::uint32_t error = key_->query(name, found, data ? data : nothing, size);
     if (error != error_none && error != platform::registry_more_data) return static_cast<int>(error);

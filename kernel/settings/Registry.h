@@ -191,7 +191,8 @@ public:
     int GetNumSubKeys(unsigned long *count, unsigned long *maxLength) override;
     int EnumSubKey(int index, char *buffer, unsigned long size) override;
     int GetNumValues(unsigned long *count, unsigned long *maxNameLength);
-    // nameSize and dataSize: the room before, the length after. type, data and dataSize may be null.
+    // nameSize and dataSize: the room before, the length after. type and data may be null; without data,
+    // dataSize as well.
     int EnumValue(unsigned long index, char *name, unsigned long *nameSize, unsigned long *type, void *data,
                   unsigned long *dataSize);
     // The bytes of a value as they are, of any type and length.

@@ -477,6 +477,8 @@ TEST_F(Registry_Test, deletes_and_enumerates)
     EXPECT_EQ(key.EnumValue(0, name, &size, &type, data, &data_size), 0);
     EXPECT_STREQ(data, "abc");
     EXPECT_EQ(key.EnumValue(1, name, &size, nullptr, nullptr, nullptr), 259);
+    EXPECT_EQ(key.EnumValue(0, name, &size, &type, data, nullptr), 87);  // how much is there room for?
+    EXPECT_EQ(key.ReadValue("value", &type, data, nullptr), 87);
 
     Registry same(machine, "Test", ARegistry::All, &heard);
     EXPECT_TRUE(key.Delete());
