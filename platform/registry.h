@@ -4,7 +4,8 @@
 // Files on POSIX, created when a key is created in them:
 //   registry_local_machine  /var/lib/gnss-kernel/registry.db, mode 0644, rollback journal (a write-ahead log would shut
 //                           out the readers of other users)
-//   registry_current_user   $XDG_CONFIG_HOME/gnss-kernel/registry.db (without it ~/.config), mode 0600, write-ahead log
+//   registry_current_user   $XDG_CONFIG_HOME/gnss-kernel/registry.db, else $HOME/.config/gnss-kernel/registry.db (the
+//                           home that the system knows if that is not set), mode 0600, write-ahead log
 // With $GNSS_KERNEL_REGISTRY_DIR they are machine.db and user.db in that folder. The other roots have no hive there:
 // opening gives error_not_found, creating error_access_denied.
 //
@@ -56,7 +57,7 @@ enum Registry_Access : std::uint32_t {
 
 enum Registry_Error : std::uint32_t {
     registry_bad_path = 161,       // begins with a backslash
-    registry_more_data = 234,      // the buffer is too small; opening: a part of the path has more than 255 bytes
+    registry_more_data = 234,      // the buffer is too small; opening: a part of the path is too long, or too deep
     registry_no_more_items = 259,  // the index of an enumeration is too large
     registry_corrupt = 1015,       // POSIX: the file is damaged, or no database
     registry_key_deleted = 1018,
@@ -64,6 +65,7 @@ enum Registry_Error : std::uint32_t {
 };
 
 constexpr std::size_t registry_key_name_most = 255;      // [bytes] of one part of a path
+constexpr std::size_t registry_depth_most = 512;         // parts of a path, as on Windows
 constexpr std::size_t registry_value_name_most = 16383;  // [bytes]; longer ones: error_invalid_parameter
 
 // An open key. It stands for the key, not for its path: when the key is deleted, every operation gives

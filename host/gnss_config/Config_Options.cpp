@@ -2,7 +2,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <iostream>
+#include <string_view>
 
 namespace host {
 
@@ -25,12 +27,13 @@ const char footer[] = R"(Types for write:
   big-endian        as dword (REG_DWORD_BIG_ENDIAN)
   words             any number of dwords (REG_BINARY)
   binary            bytes as pairs of hexadecimal digits (REG_BINARY)
-With --index, write and read mean one element of an array: of texts for string and double, else of words. Numbers may
-begin with 0x. Words that begin with a dash and are no number stand behind "--".
+With --index, write and read mean one element of an array: of texts for string and double, of words for dword, word,
+byte, int, long and bool; the other types have none. Numbers may begin with 0x. Words that begin with a dash and are no
+number stand behind "--".
 
-Export writes every byte such that import reads it back: docs/formats.md has the form. Import reads the whole text
-before it changes anything, and deletes nothing. Passwords are exported as they are stored, scrambled: keep such files
-private.
+Export writes every byte such that import reads it back: docs/formats.md has the form. FILE takes its place when it is
+whole: a failure leaves the old one. Import reads the whole text before it changes anything, and deletes nothing.
+Passwords are exported as they are stored, scrambled: a new FILE is for its user alone, an old one keeps its rights.
 
 Exit status: 0 all went well; 1 something is not there, or failed; 2 wrong usage.)";
 
@@ -101,6 +104,10 @@ void Check(const CLI::App &app, const Words &words, Config_Options &options)
     const bool is_list = options.type == "strings" || options.type == "words";
     if (options.command == Config_Command::write && !is_list && options.values.size() != 1)
         throw CLI::ValidationError("VALUE", "one is needed for type " + options.type);
+    constexpr std::string_view whole_types[] = {"strings", "words", "expand", "password", "big-endian", "binary"};
+    if (options.command == Config_Command::write && options.index >= 0 &&
+        std::find(std::begin(whole_types), std::end(whole_types), options.type) != std::end(whole_types))
+        throw CLI::ValidationError("--index", "type " + options.type + " is not that of an element");
 }
 
 }  // namespace

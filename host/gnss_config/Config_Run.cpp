@@ -13,6 +13,7 @@
 #include <limits>
 #include <memory>
 #include <ostream>
+#include <random>
 #include <sstream>
 
 namespace host {
@@ -76,6 +77,42 @@ bool Parse_Double(const std::string &text, double &number)
 {
     const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     return error == std::errc() && stop == text.data() + text.size();
+}
+
+namespace fs = std::filesystem;
+
+fs::path Path_Of(const std::string &file) { return std::u8string(file.begin(), file.end()); }
+
+// Into the file that is there, or is made, with these rights.
+bool Write_File(const fs::path &name, const std::string &text, const fs::perms *rights)
+{
+    std::error_code error;
+    std::ofstream file(name, std::ios::binary);
+    if (rights) fs::permissions(name, *rights, error);  // while it is still empty
+    file << text;
+    file.close();
+    return file.good() && !error;
+}
+
+// Writes beside the file and renames: a failure leaves the old one, with its rights. A new one is for its user alone,
+// since it may hold passwords. What is no file, such as a device, is written as it is.
+bool Replace_File(fs::path name, const std::string &text)
+{
+    std::error_code error;
+    const fs::file_status old = fs::status(name, error);
+    const bool is_there = fs::exists(old);
+    if (is_there && !fs::is_regular_file(old)) return Write_File(name, text, nullptr);
+    if (is_there && (old.permissions() & fs::perms::owner_write) == fs::perms::none) return false;
+    if (is_there && fs::is_symlink(fs::symlink_status(name, error))) name = fs::canonical(name, error);
+    if (name.empty()) return false;
+    fs::path fresh = name;  // a name of its own, since two may export at the same time
+    fresh += ".new-" + std::to_string(std::random_device()());
+    const fs::perms rights = is_there ? old.permissions() : fs::perms::owner_read | fs::perms::owner_write;
+    const bool is_whole = Write_File(fresh, text, &rights);
+    if (is_whole) fs::rename(fresh, name, error);
+    if (is_whole && !error) return true;
+    fs::remove(fresh, error);
+    return false;
 }
 
 // One run of the program.
@@ -341,7 +378,7 @@ bool Config_Run::Remove()
     return key->Delete(options_.name.c_str());
 }
 
-// The file is written when everything has been read: a failure leaves the old one.
+// The text is written when everything has been read.
 bool Config_Run::Export()
 {
     std::ostringstream text;
@@ -350,17 +387,14 @@ bool Config_Run::Export()
         out_ << text.str();
         return true;
     }
-    std::ofstream file(std::filesystem::path(std::u8string(options_.file.begin(), options_.file.end())),
-                       std::ios::binary);
-    file << text.str() << std::flush;
-    return file.good() || Fail("\"" + options_.file + "\" cannot be written");
+    return Replace_File(Path_Of(options_.file), text.str()) || Fail("\"" + options_.file + "\" cannot be written");
 }
 
 bool Config_Run::Import()
 {
     std::ifstream file;
     if (options_.file != "-") {
-        file.open(std::filesystem::path(std::u8string(options_.file.begin(), options_.file.end())), std::ios::binary);
+        file.open(Path_Of(options_.file), std::ios::binary);
         if (!file) return Fail("\"" + options_.file + "\" cannot be read");
     }
     std::istream &in = options_.file == "-" ? in_ : file;

@@ -18,6 +18,7 @@
 #include <new>
 #include <string_view>
 #include <type_traits>
+#include <vector>
 
 namespace kernel {
 
@@ -31,6 +32,7 @@ constexpr char unit[] = "kernel/Registry";
 constexpr char company[] = "SOFTWARE\\MORVALEN\\";
 constexpr std::size_t most_read = 100000;  // [bytes] of one value
 constexpr std::size_t least_buffer = 32;
+constexpr std::int64_t most_word = 0xFFFFFFFF, most_long = 0x7FFFFFFF;  // the latter comes back with its sign
 
 constexpr char no_key[] = "Key not open in %s!";
 constexpr char no_name[] = "Variable of key \"%s\" not set in %s!";
@@ -109,6 +111,19 @@ struct Number_Text {
     char text[64];
 };
 
+// Of a number that is too large or too small for a double: does its first digit stand behind the point?
+bool Is_Tiny(std::string_view number)
+{
+    const std::size_t mark = std::min(number.find_first_of("eE"), number.size());
+    const auto point = static_cast<std::int64_t>(std::min(number.find('.'), mark));
+    const auto first = static_cast<std::int64_t>(number.find_first_of("123456789"));
+    std::int64_t exponent = 0;
+    for (const char c : number.substr(mark))
+        if (c >= '0' && c <= '9') exponent = std::min<std::int64_t>(exponent * 10 + (c - '0'), most_read * 10);
+    if (number.substr(mark).find('-') != number.npos) exponent = -exponent;
+    return point + exponent < first;
+}
+
 // As atof, whatever the locale: 0 if there is no number.
 double Number_In(const char *text)
 {
@@ -118,8 +133,7 @@ double Number_In(const char *text)
     const auto [end, error] = std::from_chars(text, text + std::strlen(text), number);
     if (error != std::errc::result_out_of_range) return number;
     const std::string_view read(text, static_cast<std::size_t>(end - text));
-    const bool is_tiny = read.find("e-") != read.npos || read.find("E-") != read.npos;
-    const double size = is_tiny ? 0.0 : std::numeric_limits<double>::infinity();
+    const double size = Is_Tiny(read) ? 0.0 : std::numeric_limits<double>::infinity();
     return *text == '-' ? -size : size;
 }
 
@@ -321,7 +335,6 @@ bool Registry::InitProgName(const char *subKey, Modus mode) { return InitProgNam
 bool Registry::InitProgName(Root root, const char *subKey, Modus mode)
 {
     if (!subKey) {
-        Clear();
         Report(unit, __LINE__).Print_Out(ES_Error, "Base Name missing!");
         return false;
     }
@@ -659,27 +672,28 @@ bool Registry::Find_Word(const char *name, unsigned int index, std::uint32_t &wo
     return false;
 }
 
-// A long is wider than a word on some systems; a negative one has its upper bits set.
-bool Registry::Fits(const char *name, unsigned long value) const
+// A long is wider than a word on some systems. Without key or name, that is what the write itself reports.
+bool Registry::Fits(const char *name, std::int64_t number, std::int64_t most) const
 {
-    const auto number = static_cast<std::int64_t>(value);
-    if (value <= 0xFFFFFFFF || (number < 0 && number >= std::numeric_limits<std::int32_t>::min())) return true;
+    if (!key_ || !name || (number >= std::numeric_limits<std::int32_t>::min() && number <= most)) return true;
     Report(unit, __LINE__)
-        .Print_Out(ES_Error, "Value %lu for variable \"%s\" of key \"%s\" has more than 32 bits!", value,
-                   name ? name : "", display_name_ ? display_name_.get() : "");
+        .Print_Out(ES_Error, "Value %ld for variable \"%s\" of key \"%s\" has more than 32 bits!",
+                   static_cast<long>(number), name, display_name_.get());
     return false;
 }
 
 bool Registry::WriteDWord(const char *name, unsigned long value)
 {
     const Asked asked("WriteDWord", name);
-    return Is_Ready(asked, no_key, no_name) && Fits(name, value) && Put_Word(asked, value);
+    return Is_Ready(asked, no_key, no_name) && Fits(name, static_cast<std::int64_t>(value), most_word) &&
+           Put_Word(asked, value);
 }
 
 bool Registry::WriteDWord(const char *name, unsigned int index, unsigned long value)
 {
     const Asked asked("WriteDWord", name, index), failed("WriteDWords", name, index);
-    if (!Is_Ready(asked, no_key, no_name) || !Fits(name, value)) return false;
+    if (!Is_Ready(asked, no_key, no_name)) return false;
+    if (!Fits(name, static_cast<std::int64_t>(value), most_word)) return false;
     std::uint32_t error = Query(name);
     if (error != error_none && error != error_not_found) return Fail(failed, sub_key_failed, error);
     if (error == error_none && Is_Word(type_)) {
@@ -732,10 +746,13 @@ bool Registry::WriteBool(const char *n, bool v) { return WriteDWord(n, v); }
 bool Registry::WriteBool(const char *n, unsigned int i, bool v) { return WriteDWord(n, i, v); }
 bool Registry::WriteInt(const char *n, int v) { return WriteDWord(n, static_cast<unsigned int>(v)); }
 bool Registry::WriteInt(const char *n, unsigned int i, int v) { return WriteDWord(n, i, static_cast<unsigned int>(v)); }
-bool Registry::WriteLong(const char *n, long v) { return WriteDWord(n, static_cast<unsigned long>(v)); }
+bool Registry::WriteLong(const char *n, long v)
+{
+    return Fits(n, v, most_long) && WriteDWord(n, static_cast<unsigned long>(v));
+}
 bool Registry::WriteLong(const char *n, unsigned int i, long v)
 {
-    return WriteDWord(n, i, static_cast<unsigned long>(v));
+    return Fits(n, v, most_long) && WriteDWord(n, i, static_cast<unsigned long>(v));
 }
 
 // ---- arrays and deletion
@@ -810,12 +827,15 @@ bool Registry::Delete()
             Report(unit, __LINE__).Print_Out(ES_Error, "RegQueryInfoKey fails in %s!", "Delete");
             return false;
         }
-        for (std::string name; count-- > 0 && !is_root;) {
-            if (key_->sub_key_name(count, name) != error_none) continue;
+        std::vector<std::string> names;
+        for (std::string name; count-- > 0 && !is_root;)
+            if (key_->sub_key_name(count, name) == error_none) names.push_back(name);
+        const Modus mode = mode_;
+        Clear();  // before it goes deeper: each open key has files of its own
+        for (const std::string &name : names) {
             Registry below(Get_Error_Handler());
-            if (below.Init(root_, (path + "\\" + name).c_str(), mode_)) below.Delete();
+            if (below.Init(root_, (path + "\\" + name).c_str(), mode)) below.Delete();
         }
-        Clear();
         if (!is_root) error = platform::Registry_Key::remove(root_, path.c_str());
         if (error == error_none || error == error_not_found) return true;
         Report(unit, __LINE__).OS_Error(error, ES_Error, "%s of Key \"%s\"", "Delete", shown.c_str());
@@ -870,7 +890,7 @@ int Registry::EnumValue(unsigned long index, char *name, unsigned long *nameSize
                         unsigned long *dataSize)
 {
     if (!Is_Ready(Asked("EnumValue", ""), no_key, no_name)) return platform::error_invalid_handle;
-    if (!name || !nameSize) return platform::error_invalid_parameter;
+    if (!name || !nameSize || (data && !dataSize)) return platform::error_invalid_parameter;
     std::string found;
     if (const std::uint32_t error = key_->value_name(index, found)) return static_cast<int>(error);
     if (const int error = Handed_Out(found, name, *nameSize)) return error;
@@ -882,8 +902,9 @@ int Registry::ReadValue(const char *name, unsigned long *type, void *data, unsig
 {
     if (!Is_Ready(Asked("ReadValue", name), no_key, no_name))
         return key_ ? platform::error_invalid_parameter : platform::error_invalid_handle;
+    if (data && !dataSize) return platform::error_invalid_parameter;
     std::uint32_t found = 0;
-    std::size_t size = data && dataSize ? *dataSize : 0;
+    std::size_t size = data ? *dataSize : 0;
     char nothing[1];
     const std::uint32_t error = key_->query(name, found, data ? data : nothing, size);
     if (error != error_none && error != platform::registry_more_data) return static_cast<int>(error);

@@ -91,7 +91,7 @@ protected:
 
 // One key, opened in one mode. A sub key means the path SOFTWARE\MORVALEN\WORD\SUBKEY under the class's root, where
 // WORD is the program's word (SetExePath); a path is relative to the root that is given with it. Names of keys and
-// values ignore case; a part of a path has at most 255 bytes.
+// values ignore case; a path has at most 512 parts of at most 255 bytes.
 //
 // Reads return `otherwise` when the value is not there, and also after each failure. Values:
 //   text      REG_SZ, or REG_EXPAND_SZ (never expanded): ReadString, WriteString; scrambled: ReadPassword and Write...
@@ -135,7 +135,7 @@ public:
     // "HKEY_LOCAL_MACHINE" and the like. Others are written into one of two buffers of the thread, in turn.
     static const char *Key2Str(std::uint32_t root);
 
-    // Opens another key; the former one is closed in any case.
+    // Opens another key; the former one is closed, also when that fails. A null sub key changes nothing.
     bool Init(const char *subKey, Modus mode) override;
     bool Init(Root root, const char *path, Modus mode) override;
     bool InitProgName(const char *subKey, Modus mode);
@@ -151,7 +151,7 @@ public:
     bool WritePassword(const char *name, const char *value) override;
     unsigned long ReadDWord(const char *name, unsigned int index, unsigned long otherwise) override;
     unsigned long ReadDWord(const char *name, unsigned long otherwise) override;
-    // A value of more than 32 bits is refused.
+    // A value of more than 32 bits is refused; so is a long that its sign would not survive.
     bool WriteDWord(const char *name, unsigned int index, unsigned long value) override;
     bool WriteDWord(const char *name, unsigned long value) override;
     unsigned short ReadWord(const char *name, unsigned int index, unsigned short otherwise) override;
@@ -191,7 +191,8 @@ public:
     int GetNumSubKeys(unsigned long *count, unsigned long *maxLength) override;
     int EnumSubKey(int index, char *buffer, unsigned long size) override;
     int GetNumValues(unsigned long *count, unsigned long *maxNameLength);
-    // nameSize and dataSize: the room before, the length after. type, data and dataSize may be null.
+    // nameSize and dataSize: the room before, the length after. type and data may be null; without data,
+    // dataSize as well.
     int EnumValue(unsigned long index, char *name, unsigned long *nameSize, unsigned long *type, void *data,
                   unsigned long *dataSize);
     // The bytes of a value as they are, of any type and length.
@@ -225,7 +226,7 @@ private:
     bool Find_Word(const char *name, std::uint32_t &word);
     bool Find_Word(const char *name, unsigned int index, std::uint32_t &word);
     std::uint32_t Simple_Word() const;
-    bool Fits(const char *name, unsigned long value) const;
+    bool Fits(const char *name, std::int64_t number, std::int64_t most) const;
     bool Put_Text(const Asked &asked, const char *value, const char *failed);
     bool Put_Word(const Asked &asked, unsigned long value);
     template <class Body>

@@ -15,6 +15,7 @@ constexpr unsigned step = 0x80;
 constexpr unsigned char zero_substitute = base_offset + 0x7F;  // what becomes it: 0x7F at even places, 0xFF at odd ones
 constexpr unsigned length_offset = 0x35;  // odd, and below 226: the byte with the length is then never 0
 constexpr std::size_t shortest_text = 8, longest_filled_text = 15;
+constexpr std::size_t longest_with_length = 127;  // the length is read as a byte with sign
 
 char Not_Zero(std::size_t byte)
 {
@@ -40,10 +41,9 @@ std::string Clear_Password(std::string_view scrambled)
 {
     if (scrambled.empty()) return {};
     const std::size_t stored = scrambled.size() - 1;
+    const auto told = static_cast<signed char>(static_cast<unsigned char>(scrambled.back()) - length_offset - stored);
     std::size_t size = stored;
-    if (stored <= longest_filled_text)
-        size = std::min<std::size_t>(
-            static_cast<unsigned char>(static_cast<unsigned char>(scrambled.back()) - length_offset - stored), stored);
+    if (stored <= longest_with_length) size = std::min<std::size_t>(std::max<int>(told, 0), stored);
     std::string clear;
     for (std::size_t k = 0; k < size; ++k) {
         const auto byte = static_cast<unsigned char>(scrambled[size - 1 - k]);

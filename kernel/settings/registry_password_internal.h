@@ -11,7 +11,7 @@ namespace kernel {
 // then one byte with the length. No byte is 0. Only 0x7F and 0xFF, which no typed text has, may be read back as another
 // character. Throws std::bad_alloc.
 std::string Scrambled_Password(std::string_view clear);
-// Any bytes are accepted. Texts of 16 characters and more have no random bytes, so that their length needs no byte.
+// Any bytes are accepted. Texts of 128 characters and more have no random bytes: their length is that of the text.
 std::string Clear_Password(std::string_view scrambled);
 
 }  // namespace kernel

@@ -1,12 +1,11 @@
 #include "platform/registry.h"
 
 #include "platform/posix/errno_table.h"
+#include "platform/posix/settings_folder.h"
 
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
-#include <pwd.h>
 #include <sqlite3.h>
 #include <string_view>
 #include <sys/stat.h>
@@ -113,46 +112,26 @@ struct Reset {  // ends a statement that is kept, and with it its lock
     ~Reset() { statement.reset(); }
 };
 
-std::string home()
-{
-    if (const char *folder = std::getenv("HOME"); folder && *folder) return folder;
-    char room[4096];
-    passwd entry{}, *found = nullptr;
-    return getpwuid_r(geteuid(), &entry, room, sizeof room, &found) == 0 && found ? found->pw_dir : "";
-}
-
 struct Hive_File {
     std::string folder, name;
     mode_t folder_mode, mode;
 };
 
-// Empty names for a root without a hive.
-Hive_File file_of(std::uint32_t root)
+// Empty names with last_error() when there is no folder for the hive.
+Hive_File file_of(bool is_user)
 {
-    const bool is_user = root == registry_current_user;
-    if (!is_user && root != registry_local_machine) return {};
-    const mode_t folder_mode = is_user ? 0700 : 0755, mode = is_user ? 0600 : 0644;
-    if (const char *folder = std::getenv("GNSS_KERNEL_REGISTRY_DIR"); folder && *folder)
-        return {folder, std::string(folder) + (is_user ? "/user.db" : "/machine.db"), 0700, mode};
-    const char *const config = std::getenv("XDG_CONFIG_HOME");
-    std::string folder = "/var/lib/gnss-kernel";
-    if (is_user) folder = (config && *config == '/' ? config : home() + "/.config") + std::string("/gnss-kernel");
-    return {folder, folder + "/registry.db", folder_mode, mode};
-}
-
-bool make_folder(const std::string &folder, mode_t mode)
-{
-    if (mkdir(folder.c_str(), mode) == 0 || errno == EEXIST) return true;
-    const std::size_t slash = folder.find_last_of('/');
-    if (errno != ENOENT || slash == std::string::npos || slash == 0) return posix::fail();
-    return make_folder(folder.substr(0, slash), mode) &&
-           (mkdir(folder.c_str(), mode) == 0 || errno == EEXIST || posix::fail());
+    const mode_t mode = is_user ? 0600 : 0644;
+    if (const std::string folder = posix::given_settings_folder(); !folder.empty())
+        return {folder, folder + (is_user ? "/user.db" : "/machine.db"), 0700, mode};
+    const std::string folder = is_user ? posix::user_settings_folder() : "/var/lib/gnss-kernel";
+    const mode_t folder_mode = is_user ? 0700 : 0755;
+    return {folder, folder.empty() ? "" : folder + "/registry.db", folder_mode, mode};
 }
 
 // Never opens the file: closing a descriptor of it would drop the locks of this process's other connections.
 bool make_file(const Hive_File &file)
 {
-    if (!make_folder(file.folder, file.folder_mode)) return false;
+    if (!posix::make_folders(file.folder, file.folder_mode)) return false;
     if (mknod(file.name.c_str(), S_IFREG | file.mode, 0) == 0)
         chmod(file.name.c_str(), file.mode);  // whatever umask says
     else if (errno != EEXIST)
@@ -223,12 +202,15 @@ std::uint32_t Hive::lay_out(bool is_private)
 
 std::uint32_t Hive::open(std::uint32_t root, bool may_create)
 {
-    const Hive_File file = file_of(root);
-    if (file.name.empty()) return may_create ? error_access_denied : error_not_found;
+    const bool is_user = root == registry_current_user;
+    if (!is_user && root != registry_local_machine) return may_create ? error_access_denied : error_not_found;
+    const Hive_File file = file_of(is_user);
+    if (file.name.empty()) return last_error();
     struct stat status {};
-    if (stat(file.name.c_str(), &status) != 0 && (errno != ENOENT || !may_create)) return posix::from_errno(errno);
-    if (status.st_ino == 0 && !make_file(file)) return last_error();
-    if (status.st_ino != 0 && (status.st_mode & 0777 & ~file.mode) != 0 && status.st_uid == geteuid())
+    const bool is_there = stat(file.name.c_str(), &status) == 0;
+    if (!is_there && (errno != ENOENT || !may_create)) return posix::from_errno(errno);
+    if (!is_there && !make_file(file)) return last_error();
+    if (is_there && (status.st_mode & 0777 & ~file.mode) != 0 && status.st_uid == geteuid())
         chmod(file.name.c_str(), file.mode);
     const int opened = sqlite3_open_v2(file.name.c_str(), &base_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     if (opened != SQLITE_OK) return error(opened);
@@ -239,7 +221,7 @@ std::uint32_t Hive::open(std::uint32_t root, bool may_create)
     std::uint32_t failed = version(number);
     if (failed == error_none && number == 0) {
         if (!may_create) return error_not_found;  // its creator was killed, or has just begun
-        failed = lay_out(root == registry_current_user);
+        failed = lay_out(is_user);
     }
     if (failed != error_none) return failed;
     if (number < 0 || number > schema_version) return registry_newer;

@@ -153,7 +153,7 @@ private:
     HKEY key_;
 };
 
-// Another process may make the value longer between two calls.
+// Another process may make the value longer between two calls. Of performance data the system tells no size.
 std::uint32_t System_Key::whole(const std::wstring &name, std::uint32_t &type, std::vector<wchar_t> &data, DWORD &size)
 {
     data.resize(256);
@@ -164,7 +164,7 @@ std::uint32_t System_Key::whole(const std::wstring &name, std::uint32_t &type, s
             RegQueryValueExW(key_, name.c_str(), nullptr, &kind, reinterpret_cast<BYTE *>(data.data()), &size);
         type = kind;
         if (status != ERROR_MORE_DATA) return number(status);
-        data.resize(size / sizeof(wchar_t) + 1);
+        data.resize(std::max(size / sizeof(wchar_t) + 1, 2 * data.size()));
     }
 }
 

@@ -3,10 +3,22 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <random>
 #include <sstream>
 
+#ifndef _WIN32
+#include <csignal>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 using namespace host;
+namespace fs = std::filesystem;
 using std::string_literals::operator""s;
 
 namespace {
@@ -158,6 +170,9 @@ TEST(gnss_config, does_what_its_command_line_says)
         {{"delete", "HKCU\\S"}, "", "2 delete requires NAME, or --whole-key"},
         {{"list", "HKEY\\S"}, "", "2 KEY: begins with no root: HKEY\\S"},
         {{"write", "HKCU\\S", "x", "1", "2"}, "", "2 VALUE: one is needed for type string"},
+        {{"write", "HKCU\\S", "texts", "x", "-t", "strings", "--index", "0"},
+         "",
+         "2 --index: type strings is not that of an element"},
         {{}, "", "2 A subcommand is required"},
     };
     for (const auto &row : rows) {
@@ -174,4 +189,62 @@ TEST(gnss_config, does_what_its_command_line_says)
     EXPECT_EQ(Ran({"list", "HKCU\\S", "-r"}), listed);
     EXPECT_EQ(Ran({"export", "HKCU\\None", file.c_str()}).substr(0, 2), "1 ");
     EXPECT_EQ("0 " + Whole_File(file), listed);  // the old file stays
+}
+
+TEST(gnss_config, export_takes_the_place_of_the_old_file_when_it_is_whole)
+{
+    const Own_Registry registry;
+    const Test_Folder folder;
+    const auto files = [&] {
+        std::vector<std::string> names;
+        for (const auto &entry : fs::directory_iterator(folder / "")) names.push_back(entry.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    };
+    const std::string fresh = folder / "fresh.txt", old = folder / "old.txt", other = folder / "other.txt";
+    const std::string refused = "1 gnss_config: \"" + old + "\" cannot be written";
+    Ran({"write", "HKCU\\S", "text", std::string(90'000, 'x').c_str()});
+    const std::string text = Ran({"export", "HKCU\\S"}).substr(2);
+    std::ofstream(old, std::ios::binary) << "old";
+    fs::create_hard_link(old, other);
+
+    fs::permissions(old, fs::perms::owner_read);
+    EXPECT_EQ(Ran({"export", "HKCU\\S", old.c_str()}), refused);  // write-protected
+    const fs::perms rights = fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read;
+    fs::permissions(old, rights);
+#ifndef _WIN32
+    rlimit former{}, tight{};
+    getrlimit(RLIMIT_FSIZE, &former);
+    tight = {60'000, former.rlim_max};
+    std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &tight);
+    EXPECT_EQ(Ran({"export", "HKCU\\S", old.c_str()}).substr(0, refused.size()), refused);  // in the middle
+    setrlimit(RLIMIT_FSIZE, &former);
+#endif
+    EXPECT_EQ(Whole_File(old), "old");
+    EXPECT_EQ(Ran({"export", "HKCU\\S", old.c_str()}), "0 ");
+    EXPECT_EQ(Ran({"export", "HKCU\\S", fresh.c_str()}), "0 ");
+    EXPECT_EQ(Whole_File(old), text);
+    EXPECT_EQ(Whole_File(fresh), text);
+    EXPECT_EQ(Whole_File(other), "old");  // the file itself was not written
+    EXPECT_EQ(files(), (std::vector<std::string>{"fresh.txt", "old.txt", "other.txt"}));
+#ifndef _WIN32
+    EXPECT_EQ(fs::status(old).permissions(), rights);
+    EXPECT_EQ(fs::status(fresh).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    fs::create_symlink(old, folder / "link");
+    fs::remove(other);
+    fs::create_hard_link(old, other);
+    Ran({"write", "HKCU\\S", "text", "y"});
+    EXPECT_EQ(Ran({"export", "HKCU\\S", (folder / "link").c_str()}), "0 ");
+    EXPECT_TRUE(fs::is_symlink(folder / "link"));
+    EXPECT_NE(Whole_File(old), text);
+    const std::string queue = folder / "queue";  // is written as it is
+    ASSERT_EQ(mkfifo(queue.c_str(), 0600), 0);
+    const int reader = open(queue.c_str(), O_RDWR | O_NONBLOCK);
+    EXPECT_EQ(Ran({"export", "HKCU\\S", queue.c_str()}), "0 ");
+    std::string read_back(text.size(), '\0');
+    read_back.resize(static_cast<std::size_t>(std::max<ssize_t>(read(reader, read_back.data(), text.size()), 0)));
+    close(reader);
+    EXPECT_EQ(read_back, Whole_File(old));
+#endif
 }

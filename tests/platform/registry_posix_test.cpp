@@ -1,6 +1,7 @@
 // What can happen to the files of the registry: kills, full disks, damage, other users, locks.
 #include "kernel/settings/Registry.h"
 #include "platform/error.h"
+#include "platform/profile_folder.h"
 #include "platform/registry.h"
 #include "tests/support/registry.h"
 #include "tests/support/reports.h"
@@ -10,6 +11,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <pwd.h>
 #include <random>
 #include <sqlite3.h>
 #include <sys/resource.h>
@@ -169,6 +171,24 @@ TEST(registry_posix, keeps_the_old_value_when_the_disk_is_full)
     }
 }
 
+TEST(registry_posix, deletes_a_deep_tree_with_few_files)
+{
+    const Own_Registry registry;
+    Capturing_Handler heard;
+    std::string path = "Top";
+    for (int depth = 0; depth < 60; ++depth) path += "\\k";
+    ASSERT_TRUE(Registry(user, path.c_str(), ARegistry::All, &heard).WriteDWord("v", 1));
+    Registry top(user, "Top", ARegistry::All, &heard);
+    rlimit former{}, tight{};
+    getrlimit(RLIMIT_NOFILE, &former);
+    tight = {40, former.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &tight);
+    EXPECT_TRUE(top.Delete());
+    setrlimit(RLIMIT_NOFILE, &former);
+    EXPECT_EQ(heard.Take(), Reports{});
+    EXPECT_EQ(Tried(user, "Top", ARegistry::Read_only), "closed 2");
+}
+
 TEST(registry_posix, reports_a_hive_that_it_cannot_use)
 {
     const struct {
@@ -263,4 +283,36 @@ TEST(registry_posix, keeps_files_private_but_the_machines)
     EXPECT_EQ(As_Another_User([&] { return Tried(machine, "K", ARegistry::Read_only); }), "closed Not enought rights");
     const Environment_Setting setting("GNSS_KERNEL_REGISTRY_DIR", folder + "/below");
     EXPECT_EQ(As_Another_User([&] { return Tried(user, "K", ARegistry::All); }), "closed Not enought rights");
+}
+
+TEST(registry_posix, stands_in_one_folder_with_profile_files)
+{
+    const Test_Folder at;
+    const struct {
+        std::string given, config, home, folder, file;
+    } rows[] = {
+        {at / "g/deep", at / "c", at / "h", at / "g/deep", "/user.db"},
+        {"", at / "c", at / "h", at / "c/gnss-kernel", "/registry.db"},
+        {"", "", at / "h", at / "h/.config/gnss-kernel", "/registry.db"},
+        {"", "relative", at / "i", at / "i/.config/gnss-kernel", "/registry.db"},
+    };
+    using platform::If_Missing, platform::profile_folder;
+    for (const auto &row : rows) {
+        const Environment_Setting given("GNSS_KERNEL_REGISTRY_DIR", row.given), config("XDG_CONFIG_HOME", row.config),
+            home("HOME", row.home);
+        EXPECT_EQ(profile_folder(If_Missing::leave), row.folder);
+        EXPECT_EQ(Tried(user, "K", ARegistry::Read_only), "closed 2");
+        EXPECT_FALSE(std::filesystem::exists(row.folder));
+        EXPECT_EQ(Tried(user, "K", ARegistry::All), "opened 7 1");
+        EXPECT_EQ(Mode_Of(row.folder + row.file), 0600u) << row.folder;
+        EXPECT_EQ(Mode_Of(row.folder), 0700u);
+        EXPECT_EQ(profile_folder(If_Missing::create), row.folder);
+    }
+    const Environment_Setting given("GNSS_KERNEL_REGISTRY_DIR", ""), config("XDG_CONFIG_HOME", "");
+    for (const char *none : {"", "relative"}) {
+        const Environment_Setting home("HOME", none);
+        EXPECT_EQ(profile_folder(If_Missing::leave), std::string(getpwuid(geteuid())->pw_dir) + "/.config/gnss-kernel");
+    }
+    const Environment_Setting relative("GNSS_KERNEL_REGISTRY_DIR", "relative");
+    EXPECT_EQ(profile_folder(If_Missing::leave), "relative");
 }

@@ -101,17 +101,52 @@ TEST_F(Registry_Test, opens_by_mode)
         EXPECT_EQ(Told().substr(0, row.told.size()), row.told);
         EXPECT_EQ(key.GetBaseName(), nullptr);  // closed by the failure
     }
-    const std::string part(256, 'k');
-    EXPECT_FALSE(key.Init(machine, part.c_str(), ARegistry::All));
-    EXPECT_EQ(Told(), "Cannot create/open key. Key name \"HKEY_LOCAL_MACHINE\\\\" + part + "\" is too long.");
+    std::string deep = "a";
+    for (int i = 0; i < 512; ++i) deep += "\\a";
+    for (const std::string &path : {std::string(256, 'k'), deep}) {
+        EXPECT_FALSE(key.Init(machine, path.c_str(), ARegistry::All));
+        EXPECT_EQ(Told(), "Cannot create/open key. Key name \"HKEY_LOCAL_MACHINE\\\\" + path + "\" is too long.");
+    }
+    ASSERT_TRUE(key.Init(machine, "Test", ARegistry::All));
     EXPECT_FALSE(key.Init(nullptr, ARegistry::All));
     EXPECT_EQ(Told(), "Base Name missing!");
-    EXPECT_EQ(key.ReadDWord("x", 1, 7), 7u);
-    EXPECT_EQ(Told(), "Key not set in ReadDWord[1]!");
-    EXPECT_STREQ(key.ReadString("x", 1, "y"), "y");
-    EXPECT_EQ(Told(), "Key not open in ReadString[1]!");
-    EXPECT_FALSE(key.Delete());
-    EXPECT_EQ(Told(), "Key not open in Delete!");
+    EXPECT_STREQ(key.GetBaseName(), "Test");  // this failure alone changes nothing
+}
+
+TEST_F(Registry_Test, tells_which_operation_wants_an_open_key)
+{
+    Registry none(&heard);
+    unsigned long number = 0;
+    char text[9];
+    const struct {
+        bool answer;
+        std::string told;
+    } rows[] = {
+        {none.ReadString("x", "d") == "d"s, "Key not open in ReadString!|" + Told()},
+        {none.ReadString("x", 1, "d") == "d"s, "Key not open in ReadString[1]!|" + Told()},
+        {!none.WriteString("x", "v"), "Key not open in WriteString!|" + Told()},
+        {!none.WriteString("x", 1, "v"), "Key not open in WriteString[1]!|" + Told()},
+        {none.ReadPassword("x", "d") == "d"s, "Key not open in ReadString!|" + Told()},
+        {!none.WritePassword("x", "v"), "Key not open in WriteString!|" + Told()},
+        {none.ReadDWord("x", 7) == 7, "Key not open in ReadDWord!|" + Told()},
+        {none.ReadDWord("x", 1, 7) == 7, "Key not set in ReadDWord[1]!|" + Told()},
+        {!none.WriteLong("x", std::numeric_limits<long>::max()), "Key not open in WriteDWord!|" + Told()},
+        {!none.WriteDWord("x", 1, 7), "Key not open in WriteDWord[1]!|" + Told()},
+        {none.ReadDouble("x", 0, 2.5) == 2.5, "Key not open in ReadString[0]!|" + Told()},
+        {none.GetArraySize("x") == 0, "Key not open in GetArraySize!|" + Told()},
+        {!none.DeleteArrayIndex("x", 0), "Key not open in DeleteArrayIndex!|" + Told()},
+        {!none.Delete("x"), "Key not open in Delete!|" + Told()},
+        {!none.Delete(), "Key not open in Delete!|" + Told()},
+        {none.GetNumSubKeys(&number, nullptr) == 6, "Key not open in GetNumSubKeys!|" + Told()},
+        {none.EnumSubKey(0, text, 9) == 6, "Key not open in EnumSubKey!|" + Told()},
+        {none.GetNumValues(&number, nullptr) == 6, "Key not open in GetNumValues!|" + Told()},
+        {none.EnumValue(0, text, &number, nullptr, nullptr, nullptr) == 6, "Key not open in EnumValue!|" + Told()},
+    };
+    for (const auto &row : rows) {
+        const std::size_t bar = row.told.find('|');
+        EXPECT_EQ(row.told.substr(bar + 1), row.told.substr(0, bar));
+        EXPECT_TRUE(row.answer) << row.told;
+    }
 }
 
 TEST_F(Registry_Test, makes_paths_of_the_program_word)
@@ -196,6 +231,10 @@ TEST_F(Registry_Test, stores_each_type_as_it_should_be)
     EXPECT_EQ(key.ReadDWord("swapped", 0), 0x01020304u);
     EXPECT_EQ(key.ReadDWord("swapped", 0, 0), 0x01020304u);
     EXPECT_STREQ(key.ReadString("variable", 0, "-"), "%X%");
+    EXPECT_TRUE(key.WriteDWord("swapped", 0, 9) &&
+                key.WriteString("variable", 0, "b"));  // the simple types from now on
+    EXPECT_EQ(Raw("swapped"), Raw_Value(registry_dword, "\x9\0\0\0"s));
+    EXPECT_EQ(Raw("variable"), Raw_Value(registry_sz, "b\0"s));
     EXPECT_EQ(key.GetArraySize("texts"), 3u);
     EXPECT_EQ(key.GetArraySize("words"), 4u);
     EXPECT_EQ(key.GetArraySize("text"), 1u);
@@ -204,9 +243,16 @@ TEST_F(Registry_Test, stores_each_type_as_it_should_be)
         key.WriteDouble("d", value);
         EXPECT_EQ(key.ReadDouble("d", 1), value);
     }
-    for (const auto &[text, number] :
-         {std::pair(" +12.5 m", 12.5), {"1e999", HUGE_VAL}, {"-1E-999", 0.0}, {"x", 0.0}}) {
-        key.WriteString("d", text);
+    const std::string zeros(400, '0');
+    const std::pair<std::string, double> numbers[] = {{" +12.5 m", 12.5},
+                                                      {"1e999", HUGE_VAL},
+                                                      {"-1E-999", 0.0},
+                                                      {"x", 0.0},
+                                                      {"-0." + zeros + "1", 0.0},
+                                                      {"-1" + zeros + "e-9", -HUGE_VAL},
+                                                      {"0." + zeros + "1e+401", 1.0}};
+    for (const auto &[text, number] : numbers) {
+        key.WriteString("d", text.c_str());
         EXPECT_EQ(key.ReadDouble("d", 1), number) << text;
     }
     EXPECT_EQ(heard.Take(), Reports{});
@@ -278,8 +324,16 @@ TEST_F(Registry_Test, reports_what_cannot_be_done)
     EXPECT_EQ(Raw("words").second, "\0\0\0\0\6\0\0\0"s);  // nothing of this has written
     EXPECT_EQ(Raw("texts").second, "\0b\0\0"s);
     if constexpr (sizeof(long) > 4) {
-        EXPECT_FALSE(key.WriteLong("word", static_cast<long>(5'000'000'000)));
-        EXPECT_EQ(Told(), "Value 5000000000 for variable \"word\" of key \"" + shown + "\" has more than 32 bits!");
+        const std::string why = " for variable \"word\" of key \"" + shown + "\" has more than 32 bits!";
+        const auto wide = static_cast<long>(3'000'000'000);  // as a long, it would come back with a minus sign
+        EXPECT_FALSE(key.WriteLong("word", wide));
+        EXPECT_EQ(Told(), "Value 3000000000" + why);
+        EXPECT_FALSE(key.WriteLong("word", 0, -wide));
+        EXPECT_EQ(Told(), "Value -3000000000" + why);
+        EXPECT_TRUE(key.WriteDWord("word", static_cast<unsigned long>(wide)));
+        EXPECT_FALSE(key.WriteDWord("word", static_cast<unsigned long>(2 * wide)));
+        EXPECT_EQ(Told(), "Value 6000000000" + why);
+        EXPECT_EQ(key.ReadDWord("word", 0), static_cast<unsigned long>(wide));
     }
 }
 
@@ -390,6 +444,7 @@ TEST_F(Registry_Test, reads_back_passwords_of_all_lengths_and_bytes)
         // One byte at each place is the substitute for 0.
         EXPECT_EQ(lost, size <= 20 ? static_cast<int>(size) : lost);
     }
+    EXPECT_EQ(Clear_Password("abcdefgh\x3C"), "");  // says that it has -1 characters
     EXPECT_TRUE(key.WritePassword("secret", "Hawk\xE9\xC3\xBC 7"));
     EXPECT_STREQ(key.ReadPassword("secret", ""), "Hawk\xE9\xC3\xBC 7");
     EXPECT_EQ(Raw("secret").second.find("Hawk"), std::string::npos);
@@ -422,6 +477,8 @@ TEST_F(Registry_Test, deletes_and_enumerates)
     EXPECT_EQ(key.EnumValue(0, name, &size, &type, data, &data_size), 0);
     EXPECT_STREQ(data, "abc");
     EXPECT_EQ(key.EnumValue(1, name, &size, nullptr, nullptr, nullptr), 259);
+    EXPECT_EQ(key.EnumValue(0, name, &size, &type, data, nullptr), 87);  // how much is there room for?
+    EXPECT_EQ(key.ReadValue("value", &type, data, nullptr), 87);
 
     Registry same(machine, "Test", ARegistry::All, &heard);
     EXPECT_TRUE(key.Delete());
