@@ -101,7 +101,9 @@ bool With_Memory(Body body)
 
 }  // namespace
 
-EmailInfo::EmailInfo(SendEmail &owner, std::unique_ptr<platform::Mail> message, std::uint32_t flags)
+struct EmailInfo::Message : platform::Mail {};
+
+EmailInfo::EmailInfo(SendEmail &owner, std::unique_ptr<Message> message, std::uint32_t flags)
     : owner_(owner), message_(std::move(message)), flags_(flags)
 {
 }
@@ -259,7 +261,7 @@ const char *SendEmail::Next(List list)
 }
 
 // Call with the lock held.
-void SendEmail::Set_Recipients(platform::Mail &message, const char *to, const char *cc, const char *bcc)
+void SendEmail::Set_Recipients(EmailInfo::Message &message, const char *to, const char *cc, const char *bcc)
 {
     const char *const given[] = {to, cc, bcc};
     for (int list = 0; list < Lists; ++list) {
@@ -275,7 +277,7 @@ void SendEmail::Set_Recipients(platform::Mail &message, const char *to, const ch
 }
 
 // False: the sets were to be used, and there is no To.
-bool SendEmail::Fill(platform::Mail &message, const char *to, const char *cc, const char *bcc)
+bool SendEmail::Fill(EmailInfo::Message &message, const char *to, const char *cc, const char *bcc)
 {
     const Semaphore_Guard guard(lock_);
     if (!to && Count(To) == 0) return false;
@@ -290,7 +292,7 @@ bool SendEmail::Send(bool dialog, const char *text, const char *subject, const c
 {
     bool has_recipient = true;
     const bool is_queued = With_Memory([&] {
-        auto message = std::make_unique<platform::Mail>();
+        auto message = std::make_unique<EmailInfo::Message>();
         has_recipient = Fill(*message, to, cc, bcc);
         if (!has_recipient || !thread_) return true;
         message->text = text ? text : "";

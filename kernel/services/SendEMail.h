@@ -18,7 +18,6 @@ namespace platform {
 class Event;
 class Mail_Service;
 class Thread;
-struct Mail;
 }  // namespace platform
 
 namespace kernel {
@@ -35,19 +34,21 @@ class KERNEL_API EmailInfo {
 public:
     static constexpr std::uint32_t Show_Dialog = 8;  // MAPI_DIALOG
 
-    EmailInfo(SendEmail &owner, std::unique_ptr<platform::Mail> message, std::uint32_t flags);
+    struct Message;  // as the system's mail service takes it
+
+    EmailInfo(SendEmail &owner, std::unique_ptr<Message> message, std::uint32_t flags);
     virtual ~EmailInfo();
     EmailInfo(const EmailInfo &) = delete;
     EmailInfo &operator=(const EmailInfo &) = delete;
 
     void Release() { delete this; }
     SendEmail &GetOwner() const { return owner_; }
-    const platform::Mail &GetMessage() const { return *message_; }
+    const Message &GetMessage() const { return *message_; }
     std::uint32_t GetFlags() const { return flags_; }  // Show_Dialog or 0
 
 private:
     SendEmail &owner_;
-    const std::unique_ptr<platform::Mail> message_;
+    const std::unique_ptr<Message> message_;
     const std::uint32_t flags_;
 };
 
@@ -146,8 +147,8 @@ private:
     void Start_Thread();
     void Stop_Thread();
     void Report_With_System_Error(unsigned int line, const char *text) const;
-    void Set_Recipients(platform::Mail &message, const char *to, const char *cc, const char *bcc);
-    bool Fill(platform::Mail &message, const char *to, const char *cc, const char *bcc);
+    void Set_Recipients(EmailInfo::Message &message, const char *to, const char *cc, const char *bcc);
+    bool Fill(EmailInfo::Message &message, const char *to, const char *cc, const char *bcc);
     void Queue(Info info);
     Info Next_Queued();
     void Work();

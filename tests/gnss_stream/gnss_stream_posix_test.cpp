@@ -305,7 +305,7 @@ TEST_F(gnss_stream_on_posix, mails_a_full_disk)
     const std::string small = folder / "small";
     std::filesystem::create_directory(small);
     const std::string mount =
-        "unshare -rm sh -c 'mount -t tmpfs -o size=64k none " + small + " && trap \"\" CHLD && exec \"$@\"' sh ";
+        "unshare -rm sh -c 'mount -t tmpfs -o size=64k none " + small + " && exec env --ignore-signal=CHLD \"$@\"' sh ";
     if (std::system((mount + "true 2> /dev/null").c_str()) != 0) GTEST_SKIP() << "This machine permits no small disk.";
     const Environment_Setting setting("GNSS_KERNEL_SENDMAIL", Mail_Program());
     const std::string options = " --mail-to alice@example.org --mail-to bob@example.org";
