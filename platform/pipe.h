@@ -22,12 +22,15 @@
 namespace platform {
 
 // The server's end. From create() and listen() on it listens: the first client that opens the pipe has it, and all
-// others find it busy until the next listen(). As a Stream it is the pipe while nobody is connected.
+// others find it busy until the next listen(). As a Stream it is the pipe while nobody is connected: a transfer moves
+// nothing, also when a client has come meanwhile, and fails with error_pipe_listening, or error_pipe_not_connected
+// between disconnect() and listen().
 //
 // Threads:   one thread creates, listens and takes; disconnect and close come from any thread. The listening thread
-//            must live until a client has come.
-// Ownership: as Stream. The name is free when the pipe and its connections are closed and nobody refers to them any
-//            more. The pipe of a process that has ended is none.
+//            must live until a client has come. Close a connection before the next listen(): on Windows its close also
+//            cancels what is under way on the pipe.
+// Ownership: as Stream. The name is free when the pipe and its connections are closed. The pipe of a process that has
+//            ended is none.
 // Errors:    false or null, with last_error() set.
 class Server_Pipe : public Stream {
 public:

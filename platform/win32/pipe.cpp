@@ -1,12 +1,15 @@
 #include "platform/pipe.h"
 
 #include "platform/error.h"
+#include "platform/win32/stream_internal.h"
 #include "platform/win32/wide_text.h"
 
 #include <windows.h>
 
+#include <atomic>
 #include <mutex>
 #include <new>
+#include <utility>
 
 namespace platform {
 
@@ -15,8 +18,7 @@ namespace {
 constexpr DWORD buffer_size = 8192;  // [bytes] of each direction
 constexpr DWORD default_wait_ms = 1000;
 constexpr DWORD cancel_poll_ms = 10;
-
-HANDLE handle_of(std::intptr_t native) { return reinterpret_cast<HANDLE>(native); }
+constexpr std::intptr_t no_handle = 0;
 
 std::intptr_t native_of(HANDLE handle) { return reinterpret_cast<std::intptr_t>(handle); }
 
@@ -36,7 +38,7 @@ std::wstring system_name(std::string_view name)
 
 class Connection : public Stream {
 public:
-    explicit Connection(HANDLE handle) : Stream(native_of(handle), false) {}
+    explicit Connection(HANDLE handle) : Stream(native_of(handle), false) { closing_->closes_at_once = true; }
 };
 
 // Takes ownership of the handle, also when there is no memory.
@@ -65,7 +67,7 @@ public:
     {
         if (valid()) CloseHandle(event());
     }
-    HANDLE event() const { return handle_of(native_); }
+    HANDLE event() const { return reinterpret_cast<HANDLE>(native_); }
 
 private:
     bool take() override { return true; }
@@ -74,56 +76,68 @@ private:
 }  // namespace
 
 // Threads:   under `lock`.
-// Ownership: the system uses `overlapped` while the wait is pending.
+// Ownership: owns the pipe until close(). The system uses `overlapped` while the wait is pending.
 // Errors:    none.
 struct Server_Pipe::State {
+    ~State()
+    {
+        close();
+        while (pending && !HasOverlappedIoCompleted(&overlapped)) WaitForSingleObject(arrival.event(), cancel_poll_ms);
+    }
+    void close()
+    {
+        if (pipe == INVALID_HANDLE_VALUE) return;
+        CancelIoEx(pipe, nullptr);
+        CloseHandle(std::exchange(pipe, INVALID_HANDLE_VALUE));
+    }
+
     std::mutex lock;
     Arrival arrival;
     OVERLAPPED overlapped{};
+    HANDLE pipe = INVALID_HANDLE_VALUE;
     bool pending = false;  // the system waits for a client
     bool come = false;     // a client has come and was not taken
+    std::atomic<bool> listens{true};
 };
 
 std::shared_ptr<Server_Pipe> Server_Pipe::create(std::string_view name)
-{
-    HANDLE handle = INVALID_HANDLE_VALUE;
-    try {
-        const std::wstring full = system_name(name);
-        if (full.empty()) return nullptr;
-        auto state = std::make_unique<State>();
-        handle = CreateNamedPipeW(full.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
-                                  PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT, 1, buffer_size, buffer_size,
-                                  default_wait_ms, nullptr);
-        if (handle == INVALID_HANDLE_VALUE) return nullptr;
-        return std::shared_ptr<Server_Pipe>(new Server_Pipe(native_of(handle), std::move(state)));
-    } catch (const std::bad_alloc &) {
-        if (handle != INVALID_HANDLE_VALUE) CloseHandle(handle);
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
+try {
+    const std::wstring full = system_name(name);
+    if (full.empty()) return nullptr;
+    auto state = std::make_unique<State>();
+    state->pipe = CreateNamedPipeW(full.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
+                                   PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT, 1, buffer_size, buffer_size,
+                                   default_wait_ms, nullptr);
+    if (state->pipe == INVALID_HANDLE_VALUE) return nullptr;
+    return std::shared_ptr<Server_Pipe>(new Server_Pipe(no_handle, std::move(state)));
+} catch (const std::bad_alloc &) {
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return nullptr;
 }
 
 Server_Pipe::Server_Pipe(std::intptr_t native, std::unique_ptr<State> state)
     : Stream(native, false), state_(std::move(state))
 {
+    closing_->released = true;
 }
 
-Server_Pipe::~Server_Pipe()
+Server_Pipe::~Server_Pipe() = default;
+
+void Server_Pipe::close()
 {
-    close();
-    while (state_->pending && !HasOverlappedIoCompleted(&state_->overlapped))
-        WaitForSingleObject(state_->arrival.event(), cancel_poll_ms);
+    const std::lock_guard guard(state_->lock);
+    Stream::close();
+    state_->close();
 }
-
-void Server_Pipe::close() { Stream::close(); }
 
 // Forgets a client that has come and was not taken.
 bool Server_Pipe::disconnect()
 {
     const std::lock_guard guard(state_->lock);
     if (closed()) return fail_with(ERROR_INVALID_HANDLE);
-    if (!DisconnectNamedPipe(handle_of(native_))) return false;
+    if (!DisconnectNamedPipe(state_->pipe)) return false;
     state_->come = false;
+    state_->listens.store(false, std::memory_order_release);
     if (!state_->pending) return true;
     while (!HasOverlappedIoCompleted(&state_->overlapped)) Sleep(1);
     state_->pending = false;
@@ -140,13 +154,13 @@ bool Server_Pipe::listen()
     state_->overlapped = {};
     state_->overlapped.hEvent = event;
     ResetEvent(event);
-    const DWORD error =
-        ConnectNamedPipe(handle_of(native_), &state_->overlapped) ? ERROR_PIPE_CONNECTED : GetLastError();
+    const DWORD error = ConnectNamedPipe(state_->pipe, &state_->overlapped) ? ERROR_PIPE_CONNECTED : GetLastError();
     state_->pending = error == ERROR_IO_PENDING;
     state_->come = error == ERROR_PIPE_CONNECTED || error == ERROR_NO_DATA;
     if (state_->come) SetEvent(event);
-    if (state_->pending && closed()) CancelIoEx(handle_of(native_), &state_->overlapped);
-    return state_->pending || state_->come || fail_with(error);
+    if (!state_->pending && !state_->come) return fail_with(error);
+    state_->listens.store(true, std::memory_order_release);
+    return true;
 }
 
 Waitable &Server_Pipe::arrival() const { return state_->arrival; }
@@ -155,16 +169,16 @@ std::shared_ptr<Stream> Server_Pipe::take()
 try {
     const std::lock_guard guard(state_->lock);
     DWORD ignored = 0;
+    if (closed()) return fail_with(ERROR_OPERATION_ABORTED), nullptr;
     if (state_->pending) {
-        state_->come = GetOverlappedResult(handle_of(native_), &state_->overlapped, &ignored, FALSE) != 0;
+        state_->come = GetOverlappedResult(state_->pipe, &state_->overlapped, &ignored, FALSE) != 0;
         state_->pending = !state_->come && GetLastError() == ERROR_IO_INCOMPLETE;
         if (!state_->come && !state_->pending) return nullptr;
     }
-    if (closed()) return fail_with(ERROR_OPERATION_ABORTED), nullptr;
     if (!state_->come) return fail_with(ERROR_IO_PENDING), nullptr;
-    HANDLE const self = GetCurrentProcess(), own = handle_of(native_);
+    HANDLE const self = GetCurrentProcess();
     HANDLE connection = nullptr;
-    if (!DuplicateHandle(self, own, self, &connection, 0, FALSE, DUPLICATE_SAME_ACCESS)) return nullptr;
+    if (!DuplicateHandle(self, state_->pipe, self, &connection, 0, FALSE, DUPLICATE_SAME_ACCESS)) return nullptr;
     state_->come = false;
     return connection_of(connection);
 } catch (const std::bad_alloc &) {
@@ -172,7 +186,12 @@ try {
     return nullptr;
 }
 
-std::uint32_t Server_Pipe::judge(bool, std::uint32_t error, std::size_t &) const { return error; }
+// The stream has no handle, so that each transfer fails at once: the pipe's would bring it to the next client.
+std::uint32_t Server_Pipe::judge(bool, std::uint32_t, std::size_t &moved) const
+{
+    moved = 0;
+    return state_->listens.load(std::memory_order_acquire) ? ERROR_PIPE_LISTENING : ERROR_PIPE_NOT_CONNECTED;
+}
 
 std::shared_ptr<Stream> open_pipe(std::string_view name)
 try {

@@ -140,7 +140,7 @@ bool Socket::listen(int backlog)
 {
     const std::lock_guard guard(closing_->lock);
     if (closed()) return aborted();
-    closing_->listening = true;
+    closing_->closes_at_once = true;
     return ::listen(socket_of(native_), backlog) == 0;
 }
 
@@ -185,7 +185,7 @@ std::uintptr_t Socket::take_peer(Address &peer)
     const std::lock_guard guard(closing_->lock);
     ResetEvent(handle_of(closing_->event));  // as in begin_connect
     if (closed()) return aborted(), nobody;
-    closing_->listening = true;
+    closing_->closes_at_once = true;
     if (!select(native_, closing_->event, FD_ACCEPT)) return nobody;
     sockaddr_in system{};
     int size = sizeof system;

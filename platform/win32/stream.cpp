@@ -37,6 +37,14 @@ void drop_received(SOCKET socket)
     }
 }
 
+void release(std::intptr_t native, bool is_socket)
+{
+    if (is_socket)
+        closesocket(socket_of(native));
+    else
+        CloseHandle(handle_of(native));
+}
+
 }  // namespace
 
 Stream::Closing::Closing(bool is_socket)
@@ -57,28 +65,22 @@ Stream::Stream(std::intptr_t native, bool is_socket)
 Stream::~Stream()
 {
     if (closing_->released) return;
-    if (is_socket_) {
-        drop_received(socket_of(native_));
-        closesocket(socket_of(native_));
-    } else {
-        CloseHandle(handle_of(native_));
-    }
+    if (is_socket_) drop_received(socket_of(native_));
+    release(native_, is_socket_);
 }
 
-// A transfer that another thread begins at this moment is either cancelled here, or reads closed_ and cancels itself.
-// The event wakes connect and accept, which do not use transfers. A listening port is free only when its socket is
-// closed.
+// A transfer that another thread begins at this moment is either cancelled here, or finds the stream closed. The event
+// wakes connect and accept, which do not use transfers.
 void Stream::close()
 {
     const std::lock_guard guard(closing_->lock);
     if (closed_.exchange(true, std::memory_order_acq_rel)) return;
     if (closing_->event != 0) SetEvent(handle_of(closing_->event));
     CancelIoEx(handle_of(native_), nullptr);
-    if (!is_socket_) return;
-    if (closing_->listening) {
-        closesocket(socket_of(native_));
+    if (closing_->closes_at_once) {
+        release(native_, is_socket_);
         closing_->released = true;
-    } else {
+    } else if (is_socket_) {
         shutdown(socket_of(native_), SD_SEND);  // the peer gets the data on its way and then the end
     }
 }
@@ -124,16 +126,18 @@ std::uint32_t Transfer::Native::start(void *bytes)
     const std::size_t n = operation == Operation::read ? fault::piece(admitted) : admitted;
     const std::uint32_t started = issue(bytes, static_cast<DWORD>(std::min(n, most_per_call)));
     signal_due = started == error_io_pending;
-    if (signal_due && stream->closed()) CancelIoEx(handle_of(stream->native_), &overlapped);
     if (signal_due) return started;
     ResetEvent(overlapped.hEvent);
     moved = started == error_none ? overlapped.InternalHigh : 0;
     return started;
 }
 
-// Sockets have their own calls, which return Winsock's errors.
+// Sockets have their own calls, which return Winsock's errors. The lock excludes a close: after it a pipe may already
+// serve the next client.
 std::uint32_t Transfer::Native::issue(void *bytes, DWORD n)
 {
+    const std::lock_guard guard(stream->closing_->lock);
+    if (stream->closed()) return error_invalid_handle;
     const bool is_read = operation == Operation::read;
     HANDLE const event = overlapped.hEvent;
     overlapped = {};
@@ -159,7 +163,8 @@ std::uint32_t Transfer::Native::judge(DWORD code) const
     return is_end && operation == Operation::read ? DWORD{ERROR_SUCCESS} : code;
 }
 
-// Windows does not report the end by a call, so the stream is held until this is called.
+// Windows does not report the end by a call, so the stream is held until this is called. The result of a transfer that
+// has ended stands in the OVERLAPPED; the handle may be closed already.
 void Transfer::Native::look()
 {
     if (!under_way() || !has_ended()) return;
@@ -184,7 +189,10 @@ void Transfer::Native::forget_signal()
 void Transfer::Native::cancel()
 {
     bool taken = false;
-    CancelIoEx(handle_of(stream->native_), &overlapped);
+    {
+        const std::lock_guard guard(stream->closing_->lock);
+        if (!stream->closing_->released) CancelIoEx(handle_of(stream->native_), &overlapped);
+    }
     while (!has_ended()) taken = WaitForSingleObject(overlapped.hEvent, cancel_poll_ms) == WAIT_OBJECT_0 || taken;
     look();
     if (taken) SetEvent(overlapped.hEvent);

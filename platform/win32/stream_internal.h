@@ -24,8 +24,9 @@ private:
     bool take() override { return true; }
 };
 
-// Threads:   close() and each call on a listener hold `lock`. A listening port is free only when its socket is closed,
-//            so close() closes it at once, and no call may use the socket's number after that.
+// Threads:   close(), the beginning and the cancelling of a transfer, and each call on a listener hold `lock`. A
+//            listening port and the name of a pipe are free only when the handle is closed, so close() closes it at
+//            once, and no call may use its number after that.
 // Ownership: the event is owned.
 // Errors:    without an event connect and accept fail.
 struct Stream::Closing {
@@ -36,7 +37,7 @@ struct Stream::Closing {
     Network_Event readiness{event};
     bool connecting = false;  // the connecting thread's
     std::mutex lock;
-    bool listening = false;
+    bool closes_at_once = false;
     bool released = false;  // the handle is closed already, or belongs to somebody else
 };
 

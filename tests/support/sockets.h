@@ -78,6 +78,7 @@ inline std::string Awaited(platform::Transfer &transfer)
 
 inline std::string Written(const std::shared_ptr<platform::Stream> &to, const std::string &text)
 {
+    if (!to) return "no stream";
     platform::Transfer transfer;
     transfer.write(to, text.data(), text.size());
     return Awaited(transfer);
@@ -86,6 +87,7 @@ inline std::string Written(const std::shared_ptr<platform::Stream> &to, const st
 // What one read brings; "" at the end of the stream.
 inline std::string Read(const std::shared_ptr<platform::Stream> &from, std::size_t n = 4096)
 {
+    if (!from) return "no stream";
     std::string buffer(n, '\0');
     platform::Transfer transfer;
     std::size_t moved = 0;
