@@ -3,13 +3,16 @@
 #include "tests/support/folder.h"
 #include "tests/support/peer.h"
 #include "tests/support/reports.h"
+#include "tests/support/short_memory.h"
 #include "tests/support/upstream.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <string>
 #include <thread>
@@ -61,6 +64,7 @@ public:
     using Socket_Multi_Server::AdaptReadPointer;
     using Socket_Multi_Server::EndReached;
     using Socket_Multi_Server::GetFromPointerToTail;
+    using Socket_Multi_Server::WaitForClientsThreadTerminate;
 };
 
 struct Heard_By_Handler : Capturing_Handler {
@@ -272,6 +276,78 @@ TEST(Socket_Multi_Server, refuses_what_cannot_be)
     EXPECT_FALSE(Peer::To(static_cast<std::uint16_t>(port)));  // the former port was closed
     EXPECT_TRUE(server.CreateServer(0));
     server.Joined(1);
+}
+
+TEST(Socket_Multi_Server, drops_a_client_whose_port_is_closed_before_it_is_served)
+{
+    for (const int moment : {1, 2}) {  // the reports of a client: it has connected, and its thread was created
+        Heard_By_Handler reports;
+        std::atomic<Test_Server *> users{nullptr};
+        std::atomic<int> n{0};
+        reports.on_report = [&] {
+            if (Test_Server *const server = users; server && ++n == moment) server->CreateServer(0);
+        };
+        Test_Server server(reports, false, 1000);
+        users = &server;
+        EXPECT_TRUE(Peer::To(server.GetPort()).Hears_The_End() && server.Has(0));
+        EXPECT_EQ(reports.Count("Created Socket Server thread"), moment - 1);
+        EXPECT_NE(server.GetStatus(nullptr), Remote_Control::Status_Connected_As_Server);
+        server.Joined(1);
+        server.WaitForClientsThreadTerminate();
+        EXPECT_TRUE(server.CreateServer(0) && server.Has(0));
+        server.Joined(1);
+    }
+}
+
+namespace {
+
+// From the first client on the thread that waits for clients gets `blocks` more blocks of memory, until it reports a
+// failure.
+class Memory_Taker : public Error_Handler {
+public:
+    explicit Memory_Taker(int blocks) : blocks_(blocks) {}
+    std::atomic<bool> has_failed{false};
+
+private:
+    void Do_Print(Enum_Status, Err_Code, const char *text) override
+    {
+        if (std::strstr(text, " has connected.")) memory_.emplace(blocks_);
+        if (!std::strstr(text, "Creation of ")) return;
+        memory_.reset();
+        has_failed = true;
+    }
+    static inline thread_local std::optional<Short_Memory> memory_;
+    const int blocks_;
+};
+
+bool Ends(const Peer &peer)
+{
+    char byte = 0;
+    platform::Transfer transfer;
+    std::size_t moved = 0;
+    transfer.read(std::shared_ptr<platform::Stream>(&peer.Socket(), [](auto *) {}), &byte, 1) || transfer.wait(5000);
+    return transfer.result(moved) && moved == 0;
+}
+
+}  // namespace
+
+TEST(Socket_Multi_Server, without_memory_no_accepted_socket_is_left_open)
+{
+    int blocks = 0;
+    for (bool is_served = false; !is_served; ++blocks) {
+        Memory_Taker handler(blocks);
+        Peer peer;
+        {
+            Test_Server server(handler, false, 1000);
+            peer = Peer::To(server.GetPort());
+            EXPECT_TRUE(Soon([&] {
+                is_served = server.GetStatus(nullptr) == Remote_Control::Status_Connected_As_Server;
+                return is_served || handler.has_failed;
+            }));
+        }
+        ASSERT_TRUE(Ends(peer)) << blocks;
+    }
+    EXPECT_GT(blocks, 10);
 }
 
 #if !defined(_WIN32) && !defined(__SANITIZE_ADDRESS__)  // that sanitizer needs descriptors for its own checks
