@@ -6,7 +6,9 @@
 
 #include <limits>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -136,6 +138,19 @@ bool resolve(const char *name, std::uint32_t &host, Event &stop)
     }
     set_last_error(first == 1 ? asked->error : first == 0 ? error_operation_aborted : error_too_many_open);
     return false;
+}
+
+// Somebody owns the number at each moment, also when memory runs out on the way.
+std::shared_ptr<Socket> Socket::own(std::uintptr_t native)
+{
+    std::unique_ptr<Socket> made;
+    try {
+        made.reset(new Socket(native));
+    } catch (const std::bad_alloc &) {
+        close_number(native);
+        throw;
+    }
+    return made;
 }
 
 std::shared_ptr<Socket> Socket::accept_now(Address &peer)

@@ -55,8 +55,9 @@ class Socket : public Stream {
 public:
     // An unconnected socket. Small writes are sent at once (no Nagle). Child processes do not inherit it.
     static std::shared_ptr<Socket> create();
-    // Takes over an open socket by the system's number. Null if it is not a TCP socket (error_not_socket, 10038). On
-    // Windows it must have been made for overlapped transfers.
+    // Takes over an open socket by the system's number. Null if it is not a TCP socket (error_not_socket, 10038); it
+    // is left alone then. Without memory the socket is closed before the exception. On Windows it must have been made
+    // for overlapped transfers.
     static std::shared_ptr<Socket> adopt(std::uintptr_t native);
     ~Socket() override;
 
@@ -92,6 +93,8 @@ public:
 
 private:
     explicit Socket(std::uintptr_t native);
+    static std::shared_ptr<Socket> own(std::uintptr_t native);
+    static void close_number(std::uintptr_t native);
     std::uintptr_t take_peer(Address &peer);  // the system's number, or nobody, as accept_now
     bool wait_ready(Event &stop);
 };

@@ -1,6 +1,6 @@
-// One stream to many TCP clients on loopback: a Socket_Multi_Server beside a bare program with one reader and one writer
-// thread for each client. Each is a process of its own; this program is the clients of both, one after the other, and
-// compares every byte.
+// One stream to many TCP clients on loopback: a Socket_Multi_Server beside a bare program with one reader and one
+// writer thread for each client. Each is a process of its own; this program is the clients of both, one after the
+// other, and compares every byte.
 //   unit_s, peer_s   seconds of processor time while the stream runs, clients already connected
 //   cut, missing     clients that lost their connection, bytes that did not come: both 0
 //   setup_ms         per client of the unit; down_ms: until the unit and all its clients are destroyed

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 namespace kernel {
 
@@ -124,12 +125,18 @@ bool Socket_Client_Server::CreateServer(int port)
 
 bool Socket_Client_Server::CreateServer(unsigned int socket, int port, sockaddr_in peer, Socket_Multi_Server *server)
 {
-    const Opening opening{std::make_shared<Target>(), platform::Socket::adopt(socket), peer};
-    opening.target->is_server = true;
-    opening.target->multi_server = server;
-    opening.target->port = static_cast<std::uint16_t>(port);
-    reader_->Close(&opening);
-    if (opening.accepted) return true;
+    Opening opening{nullptr, nullptr, peer};
+    try {
+        opening.accepted = platform::Socket::adopt(socket);  // first: the number has an owner from here on
+        opening.target = std::make_shared<Target>();
+        opening.target->is_server = true;
+        opening.target->multi_server = server;
+        opening.target->port = static_cast<std::uint16_t>(port);
+        reader_->Close(&opening);
+        if (opening.accepted) return true;
+    } catch (const std::bad_alloc &) {
+        Close();
+    }
     reader_->Report(__LINE__).Print_Out(Error_Handler::ES_Error, socket_code,
                                         "Could not create socket server communication object.\n");
     SetStatus(Status_Failed);

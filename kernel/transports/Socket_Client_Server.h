@@ -104,7 +104,8 @@ public:
     // The thread looks such a name up again at each try; an address once found is kept.
     virtual bool CreateClient(const char *host, int port, const char *proxy_host, int proxy_port);
     // A server around an accepted socket, given by its number, for one client of a multi-server. The loss of the
-    // connection ends the thread.
+    // connection ends the thread. False: not a TCP socket, or no memory; reported, status 0, and what was open is
+    // closed.
     virtual bool CreateServer(unsigned int socket, int port, sockaddr_in peer, Socket_Multi_Server *server);
     // A server on all addresses. Port 0: the system chooses a free port when the server first listens, and GetPort
     // returns it from then on. While a peer is served the port is closed.

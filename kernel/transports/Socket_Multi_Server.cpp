@@ -451,16 +451,18 @@ bool Socket_Multi_Server::CreateServer(int port)
         return Fail_To_Listen(platform::last_error(), "Could not bind socket server communication object.\n");
     if (!listener->listen(backlog))
         return Fail_To_Listen(platform::last_error(), "Could not listen to socket server communication object.\n");
-    platform::Address chosen;
-    if (listener->local_address(chosen)) port_ = chosen.port;
+    platform::Address chosen{0, static_cast<std::uint16_t>(port)};
+    listener->local_address(chosen);
     SP<platform::Socket> other = listener;  // of a thread that has opened one at the same time
     {
         const Semaphore_Guard guard(lock_);
         other.swap(listener_);
+        port_ = chosen.port;
     }
     if (other) other->close();
     wake_->set();
-    if (acceptor_.is_running() || acceptor_.start(false) || acceptor_.is_running()) return true;
+    const bool goes_on = acceptor_.is_running() && !stop_accepting_;
+    if (goes_on || acceptor_.start(false) || acceptor_.is_running()) return true;
     Close_Handle();
     return Fail_To_Listen(platform::error_too_many_open, "Could not start thread that waits for clients.\n");
 }
@@ -504,12 +506,13 @@ bool Socket_Multi_Server::Gives_Up_Posting() const
 
 void Socket_Multi_Server::Acceptor::pre_stop()
 {
-    owner_.WaitForClientsThreadTerminate();
     Base_Thread::pre_stop();
+    owner_.WaitForClientsThreadTerminate();
 }
 
 unsigned long Socket_Multi_Server::Acceptor::terminate()
 {
+    Request_Stop();
     owner_.WaitForClientsThreadTerminate();
     return Base_Thread::terminate();
 }
@@ -522,9 +525,11 @@ unsigned long Socket_Multi_Server::WaitForClientsThreadTerminate()
     return 0;
 }
 
+// A new run forgets the end of the last one. A stop of this run has set the thread's own flag by then.
 unsigned long Socket_Multi_Server::WaitForClientsThread()
 {
-    while (!stop_accepting_) {
+    stop_accepting_ = false;
+    while (!acceptor_.Stop_Requested() && !stop_accepting_) {
         try {
             Accept_And_Serve();
         } catch (const std::bad_alloc &) {
@@ -595,6 +600,15 @@ void Socket_Multi_Server::Failed_To_Serve()
     wake_->wait(retry_ms);
 }
 
+// The lists need no memory for one more connection after this: neither to enter it nor to take it off.
+void Socket_Multi_Server::Make_Room()
+{
+    const Semaphore_Guard guard(lock_);
+    const std::size_t all = connections_.size() + dead_.size() + 1;
+    connections_.reserve(all);
+    dead_.reserve(all);
+}
+
 // Null without memory or descriptors.
 SP<Socket_Multi_Server::SockConnection> Socket_Multi_Server::Made_Connection() const
 {
@@ -615,6 +629,7 @@ bool Socket_Multi_Server::Serve()
 {
     const auto connection = Made_Connection();
     if (!connection) return false;
+    Make_Room();
     const int number = GetNumConnections() + 1;
     const unsigned int port = port_;
     const auto socket = static_cast<unsigned int>(held_.socket->release());

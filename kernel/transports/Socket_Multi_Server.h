@@ -124,7 +124,7 @@ protected:
     void MarkThreadDead(Socket_Client_Server *line);  // the client has gone; its object is destroyed later
     void RunGarbageCollection();                      // on the thread that waits for clients
     unsigned long WaitForClientsThread();
-    unsigned long WaitForClientsThreadTerminate();  // makes it end
+    unsigned long WaitForClientsThreadTerminate();  // makes it end; the next CreateServer starts it anew
     unsigned long thread() override;                // makes the passes
     void Close();                                   // port and clients; status 13 if the port was open
     bool Close_Handle();                            // whether the port was open
@@ -141,7 +141,7 @@ private:
     using Connections = std::vector<SP<SockConnection>>;
 
     struct Acceptor : Member_Thread<Socket_Multi_Server> {
-        using Base_Thread::Is_Own_Thread;
+        using Base_Thread::Is_Own_Thread, Base_Thread::Stop_Requested;
         explicit Acceptor(Socket_Multi_Server &owner) : owner_(owner) {}
         void pre_stop() override;
 
@@ -167,6 +167,7 @@ private:
     void Accept();
     void Failed_To_Accept(std::uint32_t error);
     bool Serve();
+    void Make_Room();
     SP<SockConnection> Made_Connection() const;
     void Failed_To_Serve();
     bool Add(const SP<SockConnection> &connection);

@@ -32,7 +32,7 @@ std::uint32_t Multicast_Ring::Unread(Position position) const
 
 Multicast_Ring::Change Multicast_Ring::Insert(const unsigned char *data, long n)
 {
-    if (!data || n <= 0) return {false, head_, head_, tail_, tail_};
+    if (!data || n <= 0 || !Is_Valid()) return {false, head_, head_, tail_, tail_};
     const std::int64_t size = size_;
     const std::int64_t kept = std::min<std::int64_t>(n, size);
     const std::int64_t to_end = std::min(kept, size - tail_);

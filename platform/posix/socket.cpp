@@ -114,8 +114,10 @@ std::shared_ptr<Socket> Socket::adopt(std::uintptr_t native)
     fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
     fcntl(descriptor, F_SETFD, FD_CLOEXEC);
     set_option(descriptor, IPPROTO_TCP, TCP_NODELAY);  // the writer collects small pieces itself, for a shorter time
-    return std::shared_ptr<Socket>(new Socket(native));
+    return own(native);
 }
+
+void Socket::close_number(std::uintptr_t native) { ::close(static_cast<int>(native)); }
 
 bool Socket::set_keep_alive() { return set_option(native_, SOL_SOCKET, SO_KEEPALIVE); }
 

@@ -119,11 +119,12 @@ std::shared_ptr<Socket> Socket::adopt(std::uintptr_t native)
         return nullptr;
     }
     SetHandleInformation(reinterpret_cast<HANDLE>(native), HANDLE_FLAG_INHERIT, 0);
-    const std::shared_ptr<Socket> result(new Socket(native));
-    set_option(result->native_, IPPROTO_TCP,
-               TCP_NODELAY);  // the writer collects small pieces itself, for a shorter time
-    return result;
+    // The writer collects small pieces itself, for a shorter time.
+    set_option(static_cast<std::intptr_t>(native), IPPROTO_TCP, TCP_NODELAY);
+    return own(native);
 }
+
+void Socket::close_number(std::uintptr_t native) { closesocket(native); }
 
 bool Socket::set_keep_alive() { return set_option(native_, SOL_SOCKET, SO_KEEPALIVE); }
 

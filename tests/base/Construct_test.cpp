@@ -11,6 +11,7 @@
 #include "kernel/transports/Serial_Client_Server.h"
 #include "kernel/transports/Serial_Client_Server_Overlapped.h"
 #include "kernel/transports/Socket_Client_Server.h"
+#include "kernel/transports/Socket_Multi_Server.h"
 
 #include "tests/support/folder.h"
 #include "tests/support/short_memory.h"
@@ -48,6 +49,8 @@ TEST(Construct, answers_null_without_memory_and_leaves_nothing)
         MADE_BY(File_Client, copy.c_str()),
         MADE_BY(File_Client_Server, copy.c_str()),
         MADE_BY(Socket_Client_Server, handler, 1000u),
+        MADE_BY(Socket_Multi_Server, &handler, false, 1000u),
+        MADE_BY(Multicast_Client_Identifier, nullptr, &handler),
         MADE_BY(Serial_Client_Server, handler, nullptr),
         MADE_BY(Serial_Client_Server_Overlapped, handler, nullptr),
     };

@@ -129,9 +129,13 @@ TEST(Multicast_Ring, moves_the_bytes_of_the_models)
 TEST(Multicast_Ring, refuses_what_is_impossible)
 {
     EXPECT_FALSE(Multicast_Ring(0, Mode::by_tail).Is_Valid());
-    EXPECT_FALSE(Multicast_Ring(0x80000000, Mode::by_mark).Is_Valid());
-    Multicast_Ring ring(4, Mode::by_tail);
     unsigned char bytes[4] = {1, 2, 3, 4};
+    for (const std::uint32_t size : {0u, 0x80000000u}) {
+        Multicast_Ring none(size, Mode::by_mark);
+        EXPECT_FALSE(none.Is_Valid());
+        EXPECT_EQ(none.Insert(bytes, 4).new_tail, 0);
+    }
+    Multicast_Ring ring(4, Mode::by_tail);
     for (const long n : {-1L, 0L}) EXPECT_EQ(ring.Insert(bytes, n).new_tail, 0);
     EXPECT_EQ(ring.Insert(nullptr, 3).new_tail, 0);
     EXPECT_EQ(ring.Insert(bytes, 3).new_tail, 3);
