@@ -73,6 +73,11 @@ int Named_Pipe_Client_Server_as_Server::Create(const char *const name)
 
 // The thread.
 
+struct Named_Pipe_Client_Server_as_Server::Visit {
+    std::shared_ptr<platform::Server_Pipe> pipe;
+    std::shared_ptr<platform::Stream> client;
+};
+
 // The first disconnect of a new pipe fails, which is not reported.
 unsigned long Named_Pipe_Client_Server_as_Server::thread()
 {
@@ -81,37 +86,38 @@ unsigned long Named_Pipe_Client_Server_as_Server::thread()
         SetStatus(Status_Failed);
         return 0;
     }
-    while (const auto pipe = reader_->Pipe()) {
+    for (Visit visit{reader_->Pipe(), nullptr}; visit.pipe; visit = {reader_->Pipe(), nullptr}) {
         if (Stop_Requested()) {
             Close();
             return 0;
         }
         SetStatus(Status_Waiting);
-        pipe->disconnect();
+        visit.pipe->disconnect();
         Say(__LINE__, "Named Pipe Server ", " waiting for new client.");
-        auto client = Wait_For_Client(*pipe);
-        if (!client) return 0;
-        Serve(std::move(client));
+        if (!Wait_For_Client(visit)) return 0;
+        Serve(visit);
     }
     return 1;
 }
 
-// Null: the thread ends, and what led to that was reported, except for a close on this side.
-std::shared_ptr<platform::Stream> Named_Pipe_Client_Server_as_Server::Wait_For_Client(platform::Server_Pipe &pipe)
+// False: the thread ends, and what led to that was reported, except for a close on this side.
+bool Named_Pipe_Client_Server_as_Server::Wait_For_Client(Visit &visit)
 {
-    std::shared_ptr<platform::Stream> client;
-    if (!pipe.listen()) return Fail(platform::last_error()), nullptr;
-    switch (reader_->Wait_For_Client(pipe, client)) {
+    if (!visit.pipe->listen()) {
+        Fail(platform::last_error());
+        return false;
+    }
+    switch (reader_->Wait_For_Client(*visit.pipe, visit.client)) {
     case Pipe_Reader::Woken::by_stop:
         Say(__LINE__, "Termination of Named Pipe Server thread ", " requested.");
         Close();
         break;
     case Pipe_Reader::Woken::by_signal:
-        if (!client) Fail(platform::last_error());
+        if (!visit.client) Fail(platform::last_error());
         break;
     case Pipe_Reader::Woken::given_up: break;
     }
-    return client;
+    return visit.client != nullptr;
 }
 
 void Named_Pipe_Client_Server_as_Server::Say(unsigned int line, const char *before, const char *behind) const
@@ -127,10 +133,10 @@ void Named_Pipe_Client_Server_as_Server::Fail(std::uint32_t error)
     Close();
 }
 
-void Named_Pipe_Client_Server_as_Server::Serve(std::shared_ptr<platform::Stream> client)
+void Named_Pipe_Client_Server_as_Server::Serve(Visit &visit)
 {
     Say(__LINE__, "Client connected with Named Pipe Server ", ".");
-    if (!reader_->Connect(std::move(client))) return;
+    if (!reader_->Connect(std::move(visit.client))) return;
     SetStatus(Status_Connected_As_Server);
     Named_Pipe_Client_Server_Base::thread();
     reader_->End_Connection();

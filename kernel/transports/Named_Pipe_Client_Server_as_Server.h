@@ -3,12 +3,6 @@
 
 #include "kernel/transports/Named_Pipe_Client_Server_Base.h"
 
-#include <memory>
-
-namespace platform {
-class Server_Pipe;
-}
-
 namespace kernel {
 
 // A client that opens the pipe between Create and the start of the thread is thrown out by the thread's first
@@ -45,8 +39,9 @@ protected:
     bool Is_Server() const override { return true; }
 
 private:
-    std::shared_ptr<platform::Stream> Wait_For_Client(platform::Server_Pipe &pipe);
-    void Serve(std::shared_ptr<platform::Stream> client);
+    struct Visit;  // the pipe, and its client
+    bool Wait_For_Client(Visit &visit);
+    void Serve(Visit &visit);
     void Fail(std::uint32_t error);
     void Say(unsigned int line, const char *before, const char *behind) const;  // around the quoted name of the pipe
 };

@@ -482,10 +482,10 @@ bool Socket_Multi_Server::IsBusy()
     return listener_ && is_running();
 }
 
-bool Socket_Multi_Server::Is_Current(const SP<platform::Socket> &listener) const
+bool Socket_Multi_Server::Is_Current(const Accepted &client) const
 {
     const Semaphore_Guard guard(lock_);
-    return listener_ == listener;
+    return listener_ == client.listener;
 }
 
 void Socket_Multi_Server::ReportErrorIntern(unsigned long error, const char *text, Err_Code code,
@@ -545,7 +545,7 @@ void Socket_Multi_Server::Accept_And_Serve()
     RunGarbageCollection();
     if (!held_.socket) Accept();
     if (!held_.socket) return;
-    if (!Is_Current(held_.listener) || Serve())
+    if (!Is_Current(held_) || Serve())
         held_ = {};
     else
         Failed_To_Serve();

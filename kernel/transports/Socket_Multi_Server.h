@@ -162,7 +162,7 @@ private:
     };
 
     bool Fail_To_Listen(std::uint32_t error, const char *text);
-    bool Is_Current(const SP<platform::Socket> &listener) const;
+    bool Is_Current(const Accepted &client) const;  // of the port that is open now
     void Accept_And_Serve();
     void Accept();
     void Failed_To_Accept(std::uint32_t error);
