@@ -11,10 +11,16 @@ namespace {
 
 constexpr std::size_t longest_name = 259;  // [bytes]
 
-bool may_be(std::string_view name)
+std::string_view without_space(std::string_view name)
 {
     for (const std::string_view space : {"Local\\", "Global\\"})
         if (name.starts_with(space)) name.remove_prefix(space.size());
+    return name;
+}
+
+bool may_be(std::string_view name)
+{
+    name = without_space(name);
     const std::uint32_t error = name.empty()                                ? error_invalid_name
                                 : name.size() > longest_name                ? error_name_too_long
                                 : name.find('\\') != std::string_view::npos ? error_path_not_found
@@ -25,7 +31,11 @@ bool may_be(std::string_view name)
 
 }  // namespace
 
-Named_Lock Shared_Memory::transition(std::string_view name) { return Named_Lock("shared memory " + std::string(name)); }
+// One lock for all spellings: "Local\NAME" is the same segment as NAME.
+Named_Lock Shared_Memory::transition(std::string_view name)
+{
+    return Named_Lock("shared memory " + std::string(without_space(name)));
+}
 
 std::unique_ptr<Shared_Memory> Shared_Memory::create(std::string_view name, std::uint64_t size, Found &found)
 {

@@ -12,17 +12,27 @@ const char unit[] = "host/Ring_Output";
 
 }  // namespace
 
+Ring_Output::~Ring_Output()
+{
+    if (writing_) writing_->Release();
+}
+
 bool Ring_Output::Open(int ring, std::uint32_t slots)
 {
+    const std::string number = std::to_string(ring);
     std::string error;
-    if (slots > 0) {
+    writing_.emplace(("writer of ring " + number).c_str());
+    if (!writing_->Try_Request()) {
+        writing_.reset();
+        error = "Ring " + number + " is written by another program.";
+    } else if (slots > 0) {
         Station_Segment::Options options;
         options.slots = slots;
         segment_ = Station_Segment::Create(ring, options, error);
     }
     if (error.empty()) ring_.reset(kernel::Ring::Create(ring));
-    if (!ring_ && error.empty()) error = "There is no ring " + std::to_string(ring) + "; --create-ring makes it.";
-    if (ring_ && !ring_->version()) error = "Ring " + std::to_string(ring) + " has another layout.";
+    if (!ring_ && error.empty()) error = "There is no ring " + number + "; --create-ring makes it.";
+    if (ring_ && !ring_->version()) error = "Ring " + number + " has another layout.";
     if (error.empty()) publisher_.emplace(*ring_);
     if (!error.empty()) handler_.Set(unit, __LINE__)->Print_Out(Error_Handler::ES_Error, "%s", error.c_str());
     return error.empty();

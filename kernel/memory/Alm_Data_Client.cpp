@@ -10,14 +10,21 @@ namespace kernel {
 
 const char Alm_Data_Client::Name[] = "Alm_Data_Client";
 
-// A new segment is zero; a loaded one has what the last user saved.
+// A new segment is zero; a loaded one has what the last user saved. Two processes may both find it new: laying it out
+// twice is harmless, because nothing but these two words is written.
 Alm_Data_Client::Alm_Data_Client(const char *segment, unsigned long flags)
     : Object(Name), sharemem(segment, (flags & flag_create) != 0 ? sizeof(Layout) : 0, flags)
 {
     auto *const layout = static_cast<Layout *>(get_ptr(0));
     if (!layout || get_size() < sizeof *layout) return;
-    if (layout->version == 0 && layout->entries == 0) *layout = Layout{};
-    if (layout->version == Version && layout->entries == Satellites) layout_ = layout;
+    constexpr std::uint32_t entries = Satellites;
+    const std::uint32_t found = Load(layout->entries);
+    if (Load(layout->version) == 0 && (found == 0 || found == entries)) {
+        Store(layout->entries, entries);
+        Store(layout->version, Version, std::memory_order_release);
+    }
+    if (Load(layout->version, std::memory_order_acquire) == Version && Load(layout->entries) == entries)
+        layout_ = layout;
 }
 
 Alm_Data_Client *Alm_Data_Client::Construct(const char *segment, unsigned long flags)

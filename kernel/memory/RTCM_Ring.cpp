@@ -59,9 +59,8 @@ rtcm_epo_data *RTCM_Ring::get_epo(double time) const
 rtcm_epo_data *RTCM_Ring::ins_epo(double time, int value)
 {
     if (!valid() || std::isnan(time)) return nullptr;
-    rtcm_epo_data *const next = slots_ + (Head() + 1) % Slots, *const same = Near(time, Same_Epoch);
-    refilled_ = same != next ? same : nullptr;
-    if (same) return same;
+    if (rtcm_epo_data *const same = Near(time, Same_Epoch)) return same;
+    rtcm_epo_data *const next = slots_ + (Head() + 1) % Slots;
     *next = rtcm_epo_data{};
     next->time = time;
     next->value = value;
@@ -71,8 +70,7 @@ rtcm_epo_data *RTCM_Ring::ins_epo(double time, int value)
 void RTCM_Ring::ins_done()
 {
     if (!valid()) return;
-    if (!refilled_) Store(*head_, (Head() + 1) % Slots, std::memory_order_release);
-    refilled_ = nullptr;
+    Store(*head_, (Head() + 1) % Slots, std::memory_order_release);
     GlobalMessage(global_message, message_published, ring_);
     platform::sleep_ms(1);
 }

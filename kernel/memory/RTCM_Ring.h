@@ -38,8 +38,8 @@ public:
     // The slot to fill: the one within 0.01 s of the time as it is, otherwise the one behind the head, zeroed, with
     // time and value set.
     rtcm_epo_data *ins_epo(double time, int value);
-    // Moves the head one slot on and tells all windows. If ins_epo gave a slot that was published before, the head
-    // stays, because the next slot has an old epoch. Sleeps for 1 ms.
+    // Moves the head one slot on and tells all windows. Sleeps for 1 ms. Do not call it when ins_epo gave a slot that
+    // was published before: the head would go to an old epoch.
     void ins_done();
 
 private:
@@ -50,7 +50,6 @@ private:
     const int ring_;
     rtcm_epo_data *slots_ = nullptr;
     std::uint32_t *head_ = nullptr;
-    const rtcm_epo_data *refilled_ = nullptr;  // given by ins_epo after it was published
 };
 
 }  // namespace kernel

@@ -64,6 +64,20 @@ struct Ring::List {
     void Remove(Ring &ring)
     {
         const Semaphore_Guard guard(lock);
+        Unlink(ring);
+    }
+    // Two threads never take the same one.
+    Ring *Take_First()
+    {
+        const Semaphore_Guard guard(lock);
+        Ring *const taken = first;
+        if (taken) Unlink(*taken);
+        return taken;
+    }
+
+private:
+    void Unlink(Ring &ring)
+    {
         if (!ring.prev_ && first != &ring) return;
         (ring.prev_ ? ring.prev_->next_ : first) = ring.next_;
         (ring.next_ ? ring.next_->prev_ : last) = ring.prev_;
@@ -111,7 +125,7 @@ Ring *Ring::Prev(const Ring *ring)
 
 void Ring::DeleteAll()
 {
-    while (Ring *ring = First()) Delete(ring);
+    while (Ring *ring = List::All().Take_First()) Delete(ring);
 }
 
 void Ring::Leave_List(Ring *ring) { List::All().Remove(*ring); }
@@ -227,13 +241,15 @@ void Ring::Begin_New(int slot, double time, double before)
 // The tail moves first, so that a reader that looks at it after copying knows. The newest record is never evicted.
 bool Ring::Evict_Tail()
 {
+    if (header_->tail >= slots_) return false;
     REFDATA &record = records_[header_->tail];
     const int next = Step(static_cast<int>(header_->tail), 1);
     if (next == Head() || static_cast<int>(header_->tail) == Head()) return false;
     Store(header_->tail, static_cast<std::uint32_t>(next), std::memory_order_release);
     Enter(record.sequence);
-    if (const std::uint32_t blocks = Blocks_Of(record)) {
-        std::fill_n(blocks_ + record.first_block, blocks, MEASBLOCK{});
+    if (MEASBLOCK *const first = get_blocks(&record)) {
+        const std::uint32_t blocks = Blocks_Of(record);
+        std::fill_n(first, blocks, MEASBLOCK{});
         Store(header_->free_blocks, header_->free_blocks + blocks + record.skipped);
     }
     Clear(record);
@@ -349,13 +365,18 @@ int Ring::Head() const
     return head < slots_ ? static_cast<int>(head) : -1;
 }
 
+// The published records are counted from tail and head: the header's count has one more while the writer is inside. The
+// tail is loaded first, so that it is never beyond the head.
 int Ring::Reader_Tail() const
 {
-    if (!valid() || Head() < 0) return -1;
-    const std::uint32_t total = Load(header_->total, std::memory_order_acquire), tail = Load(header_->tail);
-    if (total == 0 || tail >= slots_) return -1;
-    if (std::int64_t{total} < std::int64_t{slots_} - Guard) return static_cast<int>(tail);
-    return Load(header_->count) > Guard ? Step(static_cast<int>(tail), Guard) : -1;
+    if (!valid()) return -1;
+    const std::uint32_t total = Load(header_->total, std::memory_order_acquire);
+    const std::uint32_t tail = Load(header_->tail, std::memory_order_acquire);
+    const int head = Head();
+    if (head < 0 || total == 0 || tail >= slots_) return -1;
+    const int oldest = static_cast<int>(tail);
+    if (std::int64_t{total} < std::int64_t{slots_} - Guard) return oldest;
+    return Step(head - oldest, 0) >= Guard ? Step(oldest, Guard) : -1;
 }
 
 double Ring::Time_At(int slot) const { return Load(records_[slot].time); }

@@ -251,15 +251,17 @@ unsigned long RingWorker::thread()
     return 0;
 }
 
-// The record after the last one. Another time in its place means that the writer has come round.
+// The record after the last one. Another time in its place means that the writer has come round. The last one may also
+// have left the readers' part when nothing was missed.
 REFDATA *RingWorker::Next_After(const REFDATA *last, double time)
 {
-    if (!last) return get_tail();
-    if (Is_Readable(last) && last->time == time) return walk_succ(last);
+    if (last && Is_Readable(last) && last->time == time) return walk_succ(last);
+    REFDATA *const oldest = get_tail();
+    if (!last || !oldest || (find_succ(last) == oldest && last->time == time)) return oldest;
     Report(unit, __LINE__)
         .Print_Out(Error_Handler::ES_Warning, "%s: epochs after %.3f were overwritten before they could be handled.",
                    get_name(), time);
-    return get_tail();
+    return oldest;
 }
 
 // False: to stop.

@@ -45,13 +45,14 @@ std::atomic_ref<std::uint32_t> Size(const platform::Shared_Memory &memory)
 std::string File_Name(const std::string &segment)
 {
     std::string name;
-    for (const unsigned char c : segment) {
-        char encoded[4] = {static_cast<char>(c)};
-        if (c < 0x20 || std::strchr("/\\:*?\"<>|%", c)) std::snprintf(encoded, sizeof encoded, "%%%02X", c);
+    for (const char c : segment) {
+        char encoded[4] = {c};
+        if (static_cast<unsigned char>(c) < 0x20 || std::strchr("/\\:*?\"<>|%", c))
+            std::snprintf(encoded, sizeof encoded, "%%%02X", static_cast<unsigned char>(c));
         name += encoded;
     }
     const char *const folder = std::getenv("TEMP") ? std::getenv("TMP") : nullptr;
-    return (folder ? folder + std::string("/") : std::string()) + name + ".TMP";
+    return (folder && *folder ? folder + std::string("/") : std::string()) + name + ".TMP";
 }
 
 }  // namespace
@@ -107,11 +108,18 @@ void sharemem::Initialise()
     const std::lock_guard guard(lock);
     auto found = Shared_Memory::Found::existing;
     memory_ = Shared_Memory::create(name_, size_ + sizeof(Header), found);
-    if (!memory_) return;
+    if (!Has_Header()) return;
     if (found == Shared_Memory::Found::fresh)
         Make_New();
     else
         Users(*memory_).fetch_add(1, std::memory_order_relaxed);
+}
+
+// A foreign segment may be too small for one: it is given up.
+bool sharemem::Has_Header()
+{
+    if (memory_ && memory_->size() < sizeof(Header)) memory_.reset();
+    return memory_ != nullptr;
 }
 
 void sharemem::Attach()
@@ -120,8 +128,7 @@ void sharemem::Attach()
         platform::Named_Lock lock(platform::Shared_Memory::transition(name_));
         const std::lock_guard guard(lock);
         memory_ = platform::Shared_Memory::open(name_);
-        if (memory_ && memory_->size() < sizeof(Header)) memory_.reset();  // a foreign one
-        if (!memory_) return;
+        if (!Has_Header()) return;
         Users(*memory_).fetch_add(1, std::memory_order_relaxed);
     }
     GlobalMessage(global_message, message_attached, 0);
@@ -141,11 +148,11 @@ bool sharemem::Load_File()
     return file && std::fread(memory_->data(), size_ + sizeof(Header), 1, file.get()) == 1;
 }
 
-// No more than is mapped: this object may have asked for more than the creator.
+// The segment as its creator made it: this object may have asked for more, or for less.
 void sharemem::Save_File() const
 {
     const auto file = platform::Replaced_File::open(File_Name(name_).c_str());
-    const std::size_t bytes = std::min<std::size_t>(size_ + sizeof(Header), memory_->size());
+    const std::size_t bytes = get_size() + sizeof(Header);
     if (file && std::fwrite(memory_->data(), bytes, 1, file->stream()) == 1) file->commit();
 }
 

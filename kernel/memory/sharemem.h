@@ -28,8 +28,9 @@ namespace kernel {
 // flag_persistent the last user saves the whole segment to a file, and the next creator loads it. flag_read_only is for
 // opening and has no effect there; creation with it fails. The bits 4 and 8 have no effect.
 //
-// The file is NAME.TMP in the folder that $TMP names if $TEMP is set; otherwise, and without $TMP, it is in the current
-// folder. Characters of the name that a file name cannot have, and '%', are written as % and two hexadecimal digits.
+// The file is NAME.TMP in the folder that $TMP names if $TEMP is set; otherwise, and with an empty $TMP or none, it is
+// in the current folder. Characters of the name that a file name cannot have, and '%', are written as % and two
+// hexadecimal digits.
 //
 // Threads:   constructor, close, alloc and destructor exclude each other between objects, also of other processes. One
 //            object is used by one thread at a time, but for what get_ptr points to, which is the users' to share.
@@ -72,6 +73,7 @@ protected:
 
 private:
     void Initialise();
+    bool Has_Header();
     void Attach();
     void Make_New();
     bool Load_File();

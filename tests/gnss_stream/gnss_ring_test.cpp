@@ -51,6 +51,12 @@ TEST_F(gnss_ring, shows_what_gnss_stream_publishes)
         if (windows) command = Quoted(command);
         return Exit_Status(std::system(command.c_str())) == 0 ? Whole_File(out) : std::string();
     });
+    kernel::ipcMutexSemaphore writer("writer of ring 0");
+    writer.Request();
+    const Result second_writer = Run(recording + "--ring 0 --decode");
+    EXPECT_EQ(second_writer.exit, 4);
+    EXPECT_TRUE(second_writer.err.find("Ring 0 is written by another program.") != std::string::npos);
+    writer.Release();
     kernel::sharemem watched("RING_0", 0, 0);
     EXPECT_TRUE(Soon([&] { return watched.in_use() == 3; }));
     const Result result = Run(recording + "--ring 0 --create-ring 100 --decode --rate 100000");

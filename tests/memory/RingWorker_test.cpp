@@ -46,6 +46,11 @@ public:
         const std::lock_guard guard(lock_);
         return hooks_;
     }
+    void Wake_Twice()  // from here on epochs are handled
+    {
+        for (int i = 0; i < 2; ++i) Add();
+        platform::sleep_ms(50);
+    }
     bool Comes_To(std::size_t n)
     {
         return Soon([&] { return Hooks().size() >= 3 * n; });
@@ -131,8 +136,7 @@ TEST_F(RingWorker_test, begins_with_the_first_record_of_an_empty_ring)
     const auto segment = Ring_0(100, 100);
     const Ring_Owner writer = Opened(Ring::Create(0));
     Noting_Worker worker;
-    for (int i = 0; i < 2; ++i) worker.Add();
-    platform::sleep_ms(50);
+    worker.Wake_Twice();
     for (int i = 0; i < 3; ++i) Publish(*writer, 100 + i, 1);
     worker.Add();
     EXPECT_TRUE(worker.Comes_To(3));
@@ -146,8 +150,7 @@ TEST_F(RingWorker_test, misses_nothing_and_ends_soon)
     const Ring_Owner writer = Opened(Ring::Create(0));
     for (int i = 0; i < 3; ++i) Publish(*writer, 100 + i, 1);
     auto *worker = new Noting_Worker;
-    for (int i = 0; i < 2; ++i) worker->Add();
-    platform::sleep_ms(50);
+    worker->Wake_Twice();
     std::jthread waker([](const std::stop_token &stop) {
         while (!stop.stop_requested()) RingWorker::Add(0);
     });
@@ -174,13 +177,34 @@ TEST_F(RingWorker_test, reports_that_it_was_lapped)
     const Ring_Owner writer = Opened(Ring::Create(0));
     for (int i = 0; i < 3; ++i) Publish(*writer, 100 + i, 1);
     Noting_Worker worker;
-    for (int i = 0; i < 2; ++i) worker.Add();
-    platform::sleep_ms(50);
+    worker.Wake_Twice();
     for (int i = 0; i < 103; ++i) Publish(*writer, 200 + i, 1);  // the last one's place has another time
     worker.Add();
     EXPECT_TRUE(worker.Comes_To(34));
     EXPECT_EQ(worker.Times().front(), writer->get_tail_rtime());
     EXPECT_TRUE(reports->Has("RING_0: epochs after 102.000 were overwritten before they could be handled."));
+}
+
+// The pool holds 17 epochs, so that readers see the newest one only, and none while the next is being written.
+TEST_F(RingWorker_test, reports_nothing_when_the_pool_makes_the_window_small)
+{
+    const auto segment = Ring_0(40, 17);
+    const Ring_Owner writer = Opened(Ring::Create(0));
+    double time = 100;
+    while (time < 130) Publish(*writer, time++, 1);
+    Heard_Reports reports;
+    Noting_Worker worker;
+    worker.Wake_Twice();
+    for (std::size_t i = 1; i <= 5; ++i) {
+        REFDATA *const record = writer->ins_meas(200.0 + static_cast<double>(i), 1);
+        worker.Add();  // too early: nothing is readable
+        platform::sleep_ms(10);
+        writer->ins_done_meas(record);
+        worker.Add();
+        EXPECT_TRUE(worker.Comes_To(i));
+    }
+    EXPECT_EQ(worker.Times(), (std::vector<double>{201, 202, 203, 204, 205}));
+    EXPECT_EQ(reports->Take(), Reports{});
 }
 
 TEST_F(RingWorker_test, may_be_deleted_inside_of_its_own_functions)
@@ -200,8 +224,7 @@ TEST_F(RingWorker_test, may_be_deleted_inside_of_its_own_functions)
     for (const auto &way : ways) {
         const int before = Noting_Worker::destroyed;
         auto *const worker = new Noting_Worker(0, way);
-        for (int i = 0; i < 2; ++i) worker->Add();
-        platform::sleep_ms(50);
+        worker->Wake_Twice();
         for (int i = 0; i < 2; ++i) Publish(*writer, time += 1, 1);
         RingWorker::Add(0);
         EXPECT_TRUE(Soon([&] { return Noting_Worker::destroyed == before + 1; }));

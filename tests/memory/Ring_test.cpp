@@ -169,8 +169,13 @@ TEST_F(Ring_test, is_opened_by_its_number_and_listed_in_order)
     Ring *gone = zero;
     Ring::Delete(gone);
     EXPECT_EQ(Ring::Find(2047, 0), again);
+    for (int i = 0; i < 200; ++i) EXPECT_TRUE(Ring::Create(0));
+    std::thread other(Ring::DeleteAll);
     Ring::DeleteAll();
+    other.join();
     EXPECT_EQ(Ring::First(), nullptr);
+    sharemem users("RING_0", 0, 0);
+    EXPECT_EQ(users.in_use(), 2);  // each was deleted once
 }
 
 TEST_F(Ring_test, times_decide_what_an_insert_gives)
@@ -250,7 +255,7 @@ TEST_F(Ring_test, readers_stay_clear_of_the_tail)
 // Where the pool is the limit, and records of every size come, nothing is lost or owned twice.
 TEST_F(Ring_test, blocks_are_accounted_for)
 {
-    for (const std::uint32_t pool : {0u, 3u, 24u, 25u, 61u, 150u, 1000u}) {
+    for (const std::uint32_t pool : {0u, 3u, 24u, 25u, 61u, 150u, 230u, 1000u}) {
         const auto segment = Ring_0(40, pool == 0 ? 1 : pool);
         const Ring_Owner ring = Opened(Ring::Create(0));
         std::mt19937 random(pool);
@@ -262,6 +267,9 @@ TEST_F(Ring_test, blocks_are_accounted_for)
             ASSERT_TRUE(record);
             ASSERT_EQ(Faults_Of(*ring, record - Records_Of(*ring) != Header_Of(*ring).head ? 1 : 0), "")
                 << pool << ' ' << i;
+            const Ring_Header &header = Header_Of(*ring);
+            ASSERT_LE(ring->Readable(), static_cast<int>((header.head + 40 - header.tail) % 40 + 1))
+                << "readers see the record that is being written";
             if (random() % 10 == 0)
                 time += 5;  // left unpublished
             else

@@ -113,6 +113,15 @@ TEST_F(shared_memory, ends_with_a_process_that_dies)
     EXPECT_EQ(found, Found::fresh);
 }
 
+TEST_F(shared_memory, has_one_lock_for_all_spellings_of_its_name)
+{
+    Named_Lock held(Shared_Memory::transition("Local\\" + name));
+    const std::lock_guard guard(held);
+    bool taken = true;
+    std::thread([&] { taken = Shared_Memory::transition(name).try_lock(); }).join();
+    EXPECT_FALSE(taken);
+}
+
 // With the transition's lock around creation, each first one finds what it wrote, and the count comes out.
 TEST_F(shared_memory, transitions_exclude_each_other)
 {
