@@ -73,11 +73,11 @@ pseudorange [m], carrier phase [cycles], Doppler [Hz] and C/N0 [dB-Hz], blank wh
 have elevation and azimuth [degrees], range [m] and range rate [m/s], once the station's position is known and an
 ephemeris whose reference time is at most 2 h 5 min away.
 
---mail-to and --mail-after: an e-mail has the last 20 lines of the report. Of one cause (this input, that output, the disks)
-at most one goes in 15 minutes. It is handed to the system: on POSIX to /usr/sbin/sendmail, or to the program in
-$GNSS_KERNEL_SENDMAIL, on Windows to the mail client (Simple MAPI). With --mail-after 0.1 and an input that is silent you see
-whether it arrives. In the registry, recipients are the values TO, CC and BCC (arrays of texts) of the machine's key
-SOFTWARE\MORVALEN\GNSS_STREAM\Mail, the sender is "Sender RealName" and "Sender Adress".
+--mail-to and --mail-after: an e-mail has the last 20 lines of the report. Of one cause (this input, that output, the
+disks) at most one goes in 15 minutes. It is handed to the system: on POSIX to /usr/sbin/sendmail, or to the program in
+$GNSS_KERNEL_SENDMAIL, on Windows to the mail client (Simple MAPI). With --mail-after 0.1 and an input that is silent
+you see whether it arrives. In the registry, recipients are the values TO, CC and BCC (arrays of texts) of the machine's
+key SOFTWARE\MORVALEN\GNSS_STREAM\Mail, the sender is "Sender RealName" and "Sender Adress".
 
 Exit status:
   0  all went well

@@ -277,7 +277,8 @@ TEST(Socket_Client_Server, a_target_given_from_inside_a_status_holds_for_the_try
         if (status == 10 && !std::exchange(has_turned, true)) station.Turn_To(next);
     };
     station.To(old.Open().Port());
-    EXPECT_TRUE(next.Accept() && station.Is_Up());
+    const Peer peer = next.Accept();  // stays: its end would be reported, too
+    EXPECT_TRUE(peer && station.Is_Up());
     EXPECT_EQ(station.Reported(), Lines{"2,91 Successfully connected to host " + Address(next.Port()) + "."});
     EXPECT_FALSE(Waiting_At(old));
 }
