@@ -17,7 +17,7 @@ namespace {
 bool Fits(const Station_Segment::Options &options, std::uint32_t pool_size, std::string &error)
 {
     if (options.slots < Station_Segment::Fewest_Slots)
-        error = "A ring needs " + std::to_string(Station_Segment::Fewest_Slots) + " slots or more.";
+        error.append("A ring needs ").append(std::to_string(Station_Segment::Fewest_Slots)).append(" slots or more.");
     else if (kernel::Ring_Size(options.slots, pool_size) > Station_Segment::Largest_Size)
         error = "The ring would be too large.";
     else if (!(options.interval >= 0))

@@ -43,7 +43,7 @@ std::string Clear_Password(std::string_view scrambled)
     const std::size_t stored = scrambled.size() - 1;
     const auto told = static_cast<signed char>(static_cast<unsigned char>(scrambled.back()) - length_offset - stored);
     std::size_t size = stored;
-    if (stored <= longest_with_length) size = std::min<std::size_t>(std::max<int>(told, 0), stored);
+    if (stored <= longest_with_length) size = std::min(static_cast<std::size_t>(std::max<int>(told, 0)), stored);
     std::string clear;
     for (std::size_t k = 0; k < size; ++k) {
         const auto byte = static_cast<unsigned char>(scrambled[size - 1 - k]);

@@ -164,7 +164,7 @@ std::uint32_t System_Key::whole(const std::wstring &name, std::uint32_t &type, s
             RegQueryValueExW(key_, name.c_str(), nullptr, &kind, reinterpret_cast<BYTE *>(data.data()), &size);
         type = kind;
         if (status != ERROR_MORE_DATA) return number(status);
-        data.resize(std::max(size / sizeof(wchar_t) + 1, 2 * data.size()));
+        data.resize(std::max<std::size_t>(size / sizeof(wchar_t) + 1, 2 * data.size()));
     }
 }
 
