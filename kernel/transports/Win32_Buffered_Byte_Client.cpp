@@ -229,7 +229,10 @@ bool Win32_Buffered_Byte_Client::Send(Byte_Server &server, CL_Mesg message)
 
 bool Win32_Buffered_Byte_Client::Take(Byte_Server &server)
 {
-    switch (Fill(server)) {
+    bool wakes = false;
+    const Filled filled = Fill(server, wakes);
+    if (wakes) data_event_->set();  // without the lock, which the writer takes at once
+    switch (filled) {
     case Filled::unconnected: return false;
     case Filled::overrun: Report_Overrun(__LINE__); break;
     case Filled::without_writer: Report_No_Writer(__LINE__); break;
@@ -240,8 +243,8 @@ bool Win32_Buffered_Byte_Client::Take(Byte_Server &server)
 
 // The bytes are pulled even when they are dropped: a server that kept them would offer them for ever. The server's
 // GetNBytes runs with this object's lock held and may take the server's lock. Lock order: this object's lock first, the
-// server's second.
-Win32_Buffered_Byte_Client::Filled Win32_Buffered_Byte_Client::Fill(Byte_Server &server)
+// server's second. `wakes`: the data event is to be set.
+Win32_Buffered_Byte_Client::Filled Win32_Buffered_Byte_Client::Fill(Byte_Server &server, bool &wakes)
 {
     const Semaphore_Guard guard(*this);
     Drop_Former_Connection();
@@ -259,10 +262,10 @@ Win32_Buffered_Byte_Client::Filled Win32_Buffered_Byte_Client::Fill(Byte_Server 
     }
     if (state_ == State::idle) {
         if (!Start_Writer()) return Filled::without_writer;
-        data_event_->set();  // in the other states the writer looks for data after its present step
+        wakes = true;  // in the other states the writer looks for data after its present step
     } else if (state_ == State::waiting && buffer.fill > 0) {
         state_ = State::data_signalled;
-        data_event_->set();
+        wakes = true;
     }
     return Filled::done;
 }
@@ -359,7 +362,8 @@ bool Win32_Buffered_Byte_Client::Go_On()
 // The writer thread. It shares state_ and the buffers, both under the lock, and three events with the other threads:
 //   idle             it does not run, or ends without another look at the buffers: the next data start a new one
 //   waiting          it waits for a signal
-//   data_signalled   the data event, or for a request the write-done event, is set; no need to set it again
+//   data_signalled   the data event, or for a request the write-done event, is set or about to be; no need to set it
+//                    again
 //   write_pending    the other buffer is being written; the end of that write wakes the writer
 
 // Called by Base_Thread::stop.

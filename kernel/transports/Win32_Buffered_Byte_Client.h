@@ -167,7 +167,7 @@ private:
     bool Go_On() KERNEL_REQUIRES(this);
 
     bool Take(Byte_Server &server);
-    Filled Fill(Byte_Server &server);
+    Filled Fill(Byte_Server &server, bool &wakes);
     bool Begin_Request();
     void Send_Request(const std::string &request);
     bool Start_Writer() KERNEL_REQUIRES(this);
