@@ -28,7 +28,7 @@ class Test_Pipe : public Role {
 public:
     explicit Test_Pipe(Error_Handler &handler) : Object("station", &handler), Role(handler, 65536) {}
     ~Test_Pipe() override { this->Stop_Threads(); }
-    void Sleep(unsigned long ms) override { Role::Sleep(ms / 10); }  // shorter, for the test
+    void Sleep(unsigned long ms) override { Role::Sleep(ms < 100 ? ms : ms / 10); }  // shorter, but not those of stop
     void SetStatus(Remote_Control::Status status) override
     {
         Role::SetStatus(status);
