@@ -241,6 +241,7 @@ TEST_F(pipes, live_in_the_runtime_folder_and_remove_nothing_but_their_own)
             if (entry.is_regular_file()) return entry.path().filename().string();
         return std::string();
     }();
+    EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
     server.reset();
     EXPECT_EQ(files(), 0);
     for (const char *const suffix : {"", ".socket"}) {  // what has one of the names and is no pipe's

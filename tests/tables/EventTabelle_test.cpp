@@ -23,6 +23,10 @@
 #include <thread>
 #include <tuple>
 #include <vector>
+#ifndef _WIN32
+#include <csignal>
+#include <sys/resource.h>
+#endif
 
 using namespace kernel;
 
@@ -460,3 +464,27 @@ TEST(Replaced_File, is_the_old_one_or_the_new_one)
     EXPECT_EQ(platform::Replaced_File::open((folder / "d").c_str()), nullptr);
     EXPECT_EQ(platform::last_error(), platform::error_bad_file_type);
 }
+
+#ifndef _WIN32
+// A part of the text does not become the file, even if there is room again before the end.
+TEST(Replaced_File, remembers_a_write_that_failed)
+{
+    const Test_Folder folder;
+    const std::string name = folder.Write("a", "old");
+    const auto file = platform::Replaced_File::open(name.c_str());
+    ASSERT_TRUE(file);
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const auto former = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit narrow{1000, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &narrow);
+    const std::string text(100000, 'x');
+    EXPECT_LT(std::fwrite(text.data(), 1, text.size(), file->stream()), text.size());
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, former);
+    std::fputs("the end", file->stream());
+    EXPECT_FALSE(file->commit());
+    EXPECT_EQ(platform::last_error(), platform::error_write_fault);
+    EXPECT_EQ(Whole_File(name), "old");
+}
+#endif
